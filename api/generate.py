@@ -1,0 +1,224 @@
+#!/usr/bin/env python3
+"""Generates the export declarations, the extern "C" entry points, the linker
+export list and the export table for tests from api/manifest/*.txt and
+api/shapes.txt.
+
+Usage: generate.py [--check]   (--check: fail if any generated file is stale)
+
+Manifest line (columns separated by '|'):
+    Family | types | layouts | forms | shape | implementation
+A list column holds space-separated tokens; '-' stands for the empty token.
+The export name is roki<Family>_<type>_<layout><form>, empty parts dropped;
+a Family that starts with 'roki' is a full name pattern with {type},
+{layout} and {form} placeholders instead. Lines starting with '##' are
+documentation copied into the header above the next entry; 'include <path>'
+names an internal header that the entry points of this manifest need.
+
+Shape section header: [shape form] where form may be '*' for any form.
+Keys: ret (default RokStatus), args, call (default $impl($args)),
+null (status expected when every pointer argument is null; 'none' skips),
+nullargs (explicit argument list for that probe).
+Placeholders: $s source type, $d destination type, $L layout enumerator,
+$nc channels a constant array holds, $impl, $args (argument names).
+"""
+import re
+import sys
+from pathlib import Path
+
+ROOT = Path(__file__).resolve().parent.parent
+API = ROOT / "api"
+
+TYPES = {
+    "8u": "Rok8u", "8s": "Rok8s", "16u": "Rok16u", "16s": "Rok16s",
+    "32u": "Rok32u", "32s": "Rok32s", "32f": "Rok32f", "64s": "Rok64s",
+    "64f": "Rok64f", "16sc": "Rok16sc", "32sc": "Rok32sc", "32fc": "Rok32fc",
+    "64fc": "Rok64fc", "1u": "Rok8u",
+}
+CONST_CHANNELS = {"C1": 1, "C2": 2, "C3": 3, "C4": 4, "AC4": 3}
+
+
+def split_type(token):
+    """'8u' -> (Rok8u, Rok8u); '8u16s' -> (Rok8u, Rok16s)."""
+    if not token:
+        return "void", "void"
+    if token in TYPES:
+        return TYPES[token], TYPES[token]
+    for i in range(1, len(token)):
+        a, b = token[:i], token[i:]
+        if a in TYPES and b in TYPES:
+            return TYPES[a], TYPES[b]
+    raise SystemExit(f"unknown type token {token!r}")
+
+
+def load_shapes():
+    shapes, cur = {}, None
+    for n, raw in enumerate((API / "shapes.txt").read_text().splitlines(), 1):
+        line = raw.strip()
+        if not line or line.startswith("#"):
+            continue
+        m = re.fullmatch(r"\[(\S+)\s+(\S+)\]", line)
+        if m:
+            cur = shapes.setdefault((m.group(1), m.group(2)), {})
+            continue
+        key, _, value = line.partition(" ")
+        if cur is None or key not in ("ret", "args", "call", "null", "nullargs"):
+            raise SystemExit(f"shapes.txt:{n}: cannot read {raw!r}")
+        cur[key] = value.strip()
+    return shapes
+
+
+def arg_names(args):
+    names = []
+    for part in filter(None, (p.strip() for p in args.split(","))):
+        part = re.sub(r"\[[^\]]*\]", "", part)
+        names.append(re.findall(r"[A-Za-z_]\w*", part)[-1])
+    return names
+
+
+def null_probe(args):
+    """Argument list with every pointer null and every number harmless."""
+    values = []
+    for part in filter(None, (p.strip() for p in args.split(","))):
+        if "*" in part or "[" in part:
+            values.append("nullptr")
+        elif part.startswith("RokiSize"):
+            values.append("RokiSize{1, 1}")
+        elif part.startswith("RokiRect"):
+            values.append("RokiRect{0, 0, 1, 1}")
+        elif part.startswith("RokiPoint"):
+            values.append("RokiPoint{0, 0}")
+        else:
+            values.append("{1}")
+    return ", ".join(values)
+
+
+class Export:
+    def __init__(self, name, ret, args, call, null, nullargs, doc, family):
+        self.name, self.ret, self.args, self.call = name, ret, args, call
+        self.null, self.nullargs, self.doc, self.family = null, nullargs, doc, family
+
+
+def expand(path, shapes):
+    exports, includes, doc = [], [], []
+    for n, raw in enumerate(path.read_text().splitlines(), 1):
+        line = raw.strip()
+        if line.startswith("##"):
+            doc.append(line[2:].strip())
+            continue
+        if not line or line.startswith("#"):
+            continue
+        if line.startswith("include "):
+            includes.append(line.split(None, 1)[1])
+            continue
+        cols = [c.strip() for c in line.split("|")]
+        if len(cols) != 6:
+            raise SystemExit(f"{path.name}:{n}: expected 6 columns")
+        family, types, layouts, forms, shape, impl = cols
+        lists = [[("" if t == "-" else t) for t in c.split()] for c in (types, layouts, forms)]
+        first = True
+        for t in lists[0]:
+            for lay in lists[1]:
+                for form in lists[2]:
+                    if family.startswith("roki"):
+                        name = family.format(type=t, layout=lay, form=form)
+                    else:
+                        name = "roki" + family + (f"_{t}" if t else "") + (f"_{lay}{form}" if lay or form else "")
+                    sh = shapes.get((shape, form or "-")) or shapes.get((shape, "*"))
+                    if sh is None:
+                        raise SystemExit(f"{path.name}:{n}: no shape [{shape} {form or '-'}]")
+                    s, d = split_type(t)
+                    subst = {
+                        "$impl": impl, "$s": s, "$d": d,
+                        "$L": f"rok::Layout::{lay}" if lay else "rok::Layout::C1",
+                        "$nc": str(CONST_CHANNELS.get(lay, 1)),
+                    }
+
+                    def fill(text):
+                        for k in sorted(subst, key=len, reverse=True):
+                            text = text.replace(k, subst[k])
+                        return text
+
+                    args = fill(sh["args"])
+                    subst["$args"] = ", ".join(arg_names(args))
+                    call = fill(sh.get("call", "$impl($args)"))
+                    null = sh.get("null", "-8")
+                    nullargs = fill(sh["nullargs"]) if "nullargs" in sh else null_probe(args)
+                    exports.append(Export(name, fill(sh.get("ret", "RokStatus")), args, call, null,
+                                          nullargs, doc if first else [], family))
+                    first = False
+        doc = []
+    return exports, includes
+
+
+def render(manifests, shapes):
+    prologue = (API / "roki_prologue.h").read_text()
+    header = [prologue.rstrip() + "\n"]
+    all_exports, outputs = [], {}
+    for path in manifests:
+        exports, includes = expand(path, shapes)
+        all_exports += exports
+        header.append(f"\n/* ---- {path.stem} ---- */\n")
+        body = ["// Generated by api/generate.py from api/manifest/" + path.name + "; do not edit.\n",
+                '#include "roki.h"\n']
+        body += [f'#include "{inc}"\n' for inc in includes]
+        body.append("\n")
+        for e in exports:
+            if e.doc:
+                header.append("\n" + "".join(f"/* {d} */\n" if d else "/*\n */\n" for d in e.doc))
+            header.append(f"ROKI_API {e.ret} {e.name}({e.args or 'void'});\n")
+            body.append(f'extern "C" ROKI_API {e.ret} {e.name}({e.args}) {{ return {e.call}; }}\n')
+        outputs[ROOT / "src/frame/generated" / f"entries_{path.stem}.cpp"] = "".join(body)
+    header.append((API / "roki_epilogue.h").read_text())
+    outputs[ROOT / "include/roki.h"] = "".join(header)
+
+    names = [e.name for e in all_exports]
+    dupes = sorted({n for n in names if names.count(n) > 1})
+    if dupes:
+        raise SystemExit("duplicate exports: " + ", ".join(dupes))
+    core = [l.strip() for l in (API / "core_exports.txt").read_text().splitlines()
+            if l.strip() and not l.startswith("#")]
+    outputs[ROOT / "api/generated/rokip.map"] = (
+        "/* Generated by api/generate.py; do not edit. */\n{\n  global:\n"
+        + "".join(f"    {n};\n" for n in core + names) + "  local:\n    *;\n};\n")
+    probes = ["// Generated by api/generate.py; do not edit.\n",
+              "// Every export with a null-pointer probe: all pointers null, numbers harmless.\n",
+              '#include "roki.h"\n#include "exports_table.h"\n\n',
+              "const std::vector<ExportProbe>& export_probes() {\n",
+              "  static const std::vector<ExportProbe> probes = {\n"]
+    for e in all_exports:
+        if e.null == "none":
+            probes.append(f'    {{"{e.name}", nullptr, 0}},\n')
+        else:
+            probes.append(f'    {{"{e.name}", [] {{ return (int){e.name}({e.nullargs}); }}, {e.null}}},\n')
+    probes.append("  };\n  return probes;\n}\n")
+    outputs[ROOT / "tests/generated/export_probes.cpp"] = "".join(probes)
+    return outputs
+
+
+def main():
+    check = "--check" in sys.argv[1:]
+    manifests = sorted((API / "manifest").glob("*.txt"))
+    outputs = render(manifests, load_shapes())
+    stale = []
+    generated_dir = ROOT / "src/frame/generated"
+    for old in generated_dir.glob("entries_*.cpp"):
+        if old not in outputs:
+            stale.append(old)
+            if not check:
+                old.unlink()
+    for path, text in outputs.items():
+        if not path.exists() or path.read_text() != text:
+            stale.append(path)
+            if not check:
+                path.parent.mkdir(parents=True, exist_ok=True)
+                path.write_text(text)
+    if check and stale:
+        print("stale generated files (run api/generate.py):")
+        for p in stale:
+            print("  " + str(p.relative_to(ROOT)))
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

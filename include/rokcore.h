@@ -1,0 +1,35 @@
+/* rokIP core services: aligned memory, thread count, cache size.
+ * Valid C99 and C++. */
+#ifndef ROKCORE_H
+#define ROKCORE_H
+
+#include "roki.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Allocates len bytes aligned to 64 bytes; null for len < 1 or on failure.
+ * The memory is not cleared. */
+ROKI_API void* rokMalloc(int len);
+
+/* Releases memory from rokMalloc; null is accepted and ignored. */
+ROKI_API void rokFree(void* ptr);
+
+/* Writes the size in bytes of the processor's largest cache to *pSize
+ * (0 when the processor reports none). Null pSize: rokStatusNullPtr. */
+ROKI_API RokStatus rokGetMaxCacheSizeB(int* pSize);
+
+/* Sets the number of threads the library's parallel regions use from now on.
+ * n < 1: rokStatusBadArg and the count is unchanged. The default is the
+ * number of processors the OpenMP runtime reports. */
+ROKI_API RokStatus rokSetNumThreads(int n);
+
+/* Writes the current thread count to *pN. Null pN: rokStatusNullPtr. */
+ROKI_API RokStatus rokGetNumThreads(int* pN);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* ROKCORE_H */

@@ -1,0 +1,7 @@
+#pragma once
+
+#include "roki.h"
+
+namespace rok::frame {
+const RokLibraryVersion* lib_version();
+}
