@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Generates the export declarations, the extern "C" entry points, the linker
 export list and the export table for tests from api/manifest/*.txt and
-api/shapes.txt.
+api/shapes/*.txt.
 
 Usage: generate.py [--check]   (--check: fail if any generated file is stale)
 
@@ -14,7 +14,7 @@ a Family that starts with 'roki' is a full name pattern with {type},
 documentation copied into the header above the next entry; 'include <path>'
 names an internal header that the entry points of this manifest need.
 
-Shape section header: [shape form] where form may be '*' for any form.
+Shapes (api/shapes/*.txt, each shape defined once) have section headers [shape form] where form may be '*' for any form.
 Keys: ret (default RokStatus), args, call (default $impl($args)),
 null (status expected when every pointer argument is null; 'none' skips),
 nullargs (explicit argument list for that probe).
@@ -51,19 +51,24 @@ def split_type(token):
 
 
 def load_shapes():
-    shapes, cur = {}, None
-    for n, raw in enumerate((API / "shapes.txt").read_text().splitlines(), 1):
-        line = raw.strip()
-        if not line or line.startswith("#"):
-            continue
-        m = re.fullmatch(r"\[(\S+)\s+(\S+)\]", line)
-        if m:
-            cur = shapes.setdefault((m.group(1), m.group(2)), {})
-            continue
-        key, _, value = line.partition(" ")
-        if cur is None or key not in ("ret", "args", "call", "null", "nullargs"):
-            raise SystemExit(f"shapes.txt:{n}: cannot read {raw!r}")
-        cur[key] = value.strip()
+    shapes = {}
+    for path in sorted((API / "shapes").glob("*.txt")):
+        cur = None
+        for n, raw in enumerate(path.read_text().splitlines(), 1):
+            line = raw.strip()
+            if not line or line.startswith("#"):
+                continue
+            m = re.fullmatch(r"\[(\S+)\s+(\S+)\]", line)
+            if m:
+                key = (m.group(1), m.group(2))
+                if key in shapes:
+                    raise SystemExit(f"{path.name}:{n}: shape [{key[0]} {key[1]}] is defined twice")
+                cur = shapes[key] = {}
+                continue
+            key, _, value = line.partition(" ")
+            if cur is None or key not in ("ret", "args", "call", "null", "nullargs"):
+                raise SystemExit(f"{path.name}:{n}: cannot read {raw!r}")
+            cur[key] = value.strip()
     return shapes
 
 

@@ -1,0 +1,84 @@
+#include "harness.h"
+
+#include <benchmark/benchmark.h>
+#include <omp.h>
+#include <opencv2/core/utility.hpp>
+
+#include <memory>
+#include <vector>
+
+#include "rokcore.h"
+
+namespace rokbench {
+
+namespace {
+
+struct Size {
+    int width, height;
+};
+constexpr Size kSizes[] = {{1920, 1080}, {3840, 2160}};
+
+void run_timed(benchmark::State& state, const std::function<void()>& fn, int threads, std::size_t bytes) {
+    rokSetNumThreads(threads);
+    cv::setNumThreads(threads);
+    fn();  // warm the caches and page in the images
+    for (auto _ : state) fn();
+    state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(bytes));
+}
+
+}  // namespace
+
+void register_case(const std::string& name, CaseFactory make) {
+    const int all = omp_get_num_procs();
+    std::vector<int> threadCounts = {1};
+    if (all > 1) threadCounts.push_back(all);
+    for (Size size : kSizes) {
+        // Built on first use so that unselected cases allocate nothing.
+        auto shared = std::make_shared<std::unique_ptr<Case>>();
+        auto get = [shared, make, size]() -> Case& {
+            if (!*shared) *shared = std::make_unique<Case>(make(size.width, size.height));
+            return **shared;
+        };
+        for (int t : threadCounts) {
+            const std::string base =
+                name + "/" + std::to_string(size.width) + "x" + std::to_string(size.height) + "/t" + std::to_string(t);
+            benchmark::RegisterBenchmark((base + "/rok").c_str(), [get, t](benchmark::State& s) {
+                Case& c = get();
+                if (!c.same()) {
+                    s.SkipWithError("rokIP and OpenCV outputs differ");
+                    return;
+                }
+                run_timed(s, c.rok, t, c.bytes);
+            })->UseRealTime()->Unit(benchmark::kMicrosecond);
+            benchmark::RegisterBenchmark((base + "/cv").c_str(), [get, t](benchmark::State& s) {
+                Case& c = get();
+                run_timed(s, c.cv, t, c.bytes);
+            })->UseRealTime()->Unit(benchmark::kMicrosecond);
+            if (t == 1) {
+                benchmark::RegisterBenchmark((base + "/memcpy").c_str(), [get](benchmark::State& s) {
+                    const std::size_t half = get().bytes / 2;
+                    std::vector<char> from(half, 1), to(half, 0);
+                    auto copy = [&] {
+                        std::memcpy(to.data(), from.data(), half);
+                        benchmark::DoNotOptimize(to.data());
+                    };
+                    run_timed(s, copy, 1, get().bytes);
+                })->UseRealTime()->Unit(benchmark::kMicrosecond);
+            }
+        }
+    }
+}
+
+cv::Mat random_mat(int width, int height, int cvType, double lo, double hi) {
+    cv::Mat m(height, width, cvType);
+    cv::RNG rng(12345);
+    rng.fill(m, cv::RNG::UNIFORM, lo, hi);
+    return m;
+}
+
+bool equal_mats(const cv::Mat& a, const cv::Mat& b, double tolerance) {
+    if (a.size() != b.size() || a.type() != b.type()) return false;
+    return cv::norm(a, b, cv::NORM_INF) <= tolerance;
+}
+
+}  // namespace rokbench

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Installs what the build and the tests need from Debian's packages; with
+# --bench also Google Benchmark and OpenCV for the side-by-side benchmarks.
+set -euo pipefail
+packages=(cmake g++ make libgtest-dev pkg-config binutils)
+command -v python3 >/dev/null || packages+=(python3)
+if [ "${1:-}" = "--bench" ]; then
+  packages+=(libbenchmark-dev libopencv-core-dev libopencv-imgproc-dev)
+fi
+missing=()
+for p in "${packages[@]}"; do
+  dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  sudo=""
+  [ "$(id -u)" = 0 ] || sudo=sudo
+  $sudo apt-get update -q
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q "${missing[@]}"
+fi

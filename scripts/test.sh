@@ -1,0 +1,27 @@
+#!/usr/bin/env bash
+# Sets up, builds and passes every test: the release build, the same tests
+# under AddressSanitizer and UndefinedBehaviorSanitizer, and an installed
+# package used from CMake and from pkg-config by the example consumer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+jobs=$(nproc)
+bash scripts/setup.sh
+
+cmake -S . -B build -DCMAKE_BUILD_TYPE=Release
+cmake --build build -j"$jobs"
+ctest --test-dir build --output-on-failure -j"$jobs"
+
+cmake -S . -B build-sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_SANITIZE=ON -DROKIP_BUILD_DEMO=OFF
+cmake --build build-sanitize -j"$jobs"
+ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-sanitize --output-on-failure -j"$jobs"
+
+prefix=$(mktemp -d)
+cmake --install build --prefix "$prefix"
+cmake -S examples/consumer -B build-consumer -DCMAKE_PREFIX_PATH="$prefix"
+cmake --build build-consumer
+LD_LIBRARY_PATH="$prefix/lib" ./build-consumer/consumer
+PKG_CONFIG_PATH="$prefix/lib/pkgconfig" \
+  cc -std=c99 -pedantic -Wall -Werror examples/consumer/consumer.c \
+  $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs rokip) -o build-consumer/consumer_pc
+LD_LIBRARY_PATH="$prefix/lib" ./build-consumer/consumer_pc
+echo "installed package used from CMake and pkg-config"
