@@ -287,6 +287,24 @@ ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16u_AC4R(RokiSize kernelSize, in
 /* The 64f filter needs no work buffer: checks as above, then writes 0. */
 ROKI_API RokStatus rokiFilterGetBufSize_64f_C1R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
 
+/* ---- filter_decimate ---- */
+
+/* Filters the source ROI with the row kernel of rokiFilterRow_8u_C1R (same */
+/* flip, anchor, neighbourhood and divisor rules) and keeps every factor-th */
+/* column: the destination is ceil(srcW / factor) x srcH pixels and its pixel */
+/* (x, y) is the filtered source pixel (x * factor, y). Any factor of 2 or more */
+/* is accepted. Checks: null pointers (-8); source ROI or kernel size below 1 */
+/* (-6); divisor 0 (-51); factor below 2 (-212); source step below */
+/* srcW + kernelSize - 1 or destination step below the destination width */
+/* (-14); scratch allocation (-9). Runs on the calling thread. */
+ROKI_API RokStatus rokiDecimateFilterRow_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor, int factor);
+
+/* The column counterpart: the column kernel of rokiFilterColumn_8u_C1R, every */
+/* factor-th row kept; the destination is srcW x ceil(srcH / factor) pixels and */
+/* its pixel (x, y) is the filtered source pixel (x, y * factor). Source step */
+/* at least srcW; otherwise checks as rokiDecimateFilterRow_8u_C1R. */
+ROKI_API RokStatus rokiDecimateFilterColumn_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor, int factor);
+
 /* ---- filter_general ---- */
 
 /* Convolves the ROI with a kernel of kernelSize.width x kernelSize.height */

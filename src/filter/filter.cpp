@@ -263,6 +263,49 @@ RokStatus round_buffer_size(RoundBuf kind, Layout layout, RokiSize ks, int roiWi
     return rokStatusOk;
 }
 
+RokStatus decimate(const Rok8u* src, int srcStep, RokiSize srcRoi, Rok8u* dst, int dstStep, const Rok32s* kernel,
+                   int kernelSize, int anchor, int divisor, int factor, bool rows) {
+    if (src == nullptr || dst == nullptr || kernel == nullptr) return rokStatusNullPtr;
+    if (bad_size(srcRoi) || kernelSize < 1) return rokStatusBadSize;
+    if (divisor == 0) return rokStatusBadFilterDivisor;
+    if (factor < 2) return rokStatusBadDecimation;
+    const int w = srcRoi.width, h = srcRoi.height;
+    const int dstW = rows ? (w + factor - 1) / factor : w;
+    const int dstH = rows ? h : (h + factor - 1) / factor;
+    const long long srcRow = (long long)w + (rows ? kernelSize - 1 : 0);
+    if (srcStep < srcRow || dstStep < dstW) return rokStatusBadStep;
+
+    Spec s = make_spec<Rok8u, Rok8u, Rok32s, Layout::C1>(src, srcStep, dst, dstStep, srcRoi, kernel,
+                                                         rows ? RokiSize{kernelSize, 1} : RokiSize{1, kernelSize},
+                                                         rows ? RokiPoint{anchor, 0} : RokiPoint{0, anchor});
+    // Taps, a row of sums and the kept sums of a row.
+    const long long bytes = 16 * (long long)kernelSize + 8 * (long long)w + 64;
+    if (bytes > INT_MAX) return rokStatusNoMemory;
+    void* owned = rokMalloc(int(bytes));
+    if (owned == nullptr) return rokStatusNoMemory;
+    auto* offs = static_cast<std::ptrdiff_t*>(owned);
+    auto* coefs = reinterpret_cast<std::int32_t*>(offs + kernelSize);
+    std::int32_t* acc = coefs + kernelSize;
+    std::int32_t* kept = acc + w;
+    const bool packed = prepare_taps(s, offs, coefs);
+    const kernels::IntRule rule = int_rule(divisor, -1);
+    for (int y = 0; y < dstH; ++y) {
+        const Rok8u* base = row(src, srcStep, rows ? y : y * factor);
+        if (packed)
+            kernels::filter_sum_pairs(base, offs, coefs, kernelSize, w, acc);
+        else
+            kernels::filter_sum(base, offs, coefs, kernelSize, w, acc);
+        const std::int32_t* sums = acc;
+        if (rows) {
+            for (int x = 0; x < dstW; ++x) kept[x] = acc[std::size_t(x) * factor];
+            sums = kept;
+        }
+        kernels::filter_finish(sums, dstW, rule, row(dst, dstStep, y));
+    }
+    rokFree(owned);
+    return rokStatusOk;
+}
+
 RokStatus zero_buffer_size(RokiSize ks, int roiWidth, int* pSize) {
     if (pSize == nullptr) return rokStatusNullPtr;
     if (ks.width < 1 || ks.height < 1 || roiWidth < 1) return rokStatusBadSize;

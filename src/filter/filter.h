@@ -150,4 +150,19 @@ RokStatus column_plain(const T* src, int srcStep, T* dst, int dstStep, RokiSize 
                                     RokiPoint{0, yAnchor});
 }
 
+// Row (rows = true) or column filter with an integer kernel and divisor that
+// keeps every factor-th result: output (x, y) is the filtered pixel at
+// source column x * factor (row form) or source row y * factor (column form).
+RokStatus decimate(const Rok8u* src, int srcStep, RokiSize srcRoi, Rok8u* dst, int dstStep, const Rok32s* kernel,
+                   int kernelSize, int anchor, int divisor, int factor, bool rows);
+
+inline RokStatus decimate_row(const Rok8u* src, int srcStep, RokiSize srcRoi, Rok8u* dst, int dstStep,
+                              const Rok32s* kernel, int kernelSize, int xAnchor, int divisor, int factor) {
+    return decimate(src, srcStep, srcRoi, dst, dstStep, kernel, kernelSize, xAnchor, divisor, factor, true);
+}
+inline RokStatus decimate_column(const Rok8u* src, int srcStep, RokiSize srcRoi, Rok8u* dst, int dstStep,
+                                 const Rok32s* kernel, int kernelSize, int yAnchor, int divisor, int factor) {
+    return decimate(src, srcStep, srcRoi, dst, dstStep, kernel, kernelSize, yAnchor, divisor, factor, false);
+}
+
 }  // namespace rok::filter

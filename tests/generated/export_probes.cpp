@@ -94,6 +94,8 @@ const std::vector<ExportProbe>& export_probes() {
     {"rokiFilterRoundGetBufSize32f_16s_AC4R", [] { return (int)rokiFilterRoundGetBufSize32f_16s_AC4R(RokiSize{1, 1}, {1}, nullptr); }, -8},
     {"rokiFilterRoundGetBufSize32f_16u_AC4R", [] { return (int)rokiFilterRoundGetBufSize32f_16u_AC4R(RokiSize{1, 1}, {1}, nullptr); }, -8},
     {"rokiFilterGetBufSize_64f_C1R", [] { return (int)rokiFilterGetBufSize_64f_C1R(RokiSize{1, 1}, {1}, nullptr); }, -8},
+    {"rokiDecimateFilterRow_8u_C1R", [] { return (int)rokiDecimateFilterRow_8u_C1R(nullptr, {1}, RokiSize{1, 1}, nullptr, {1}, nullptr, {1}, {1}, {1}, {1}); }, -8},
+    {"rokiDecimateFilterColumn_8u_C1R", [] { return (int)rokiDecimateFilterColumn_8u_C1R(nullptr, {1}, RokiSize{1, 1}, nullptr, {1}, nullptr, {1}, {1}, {1}, {1}); }, -8},
     {"rokiFilter_8u_C1R", [] { return (int)rokiFilter_8u_C1R(nullptr, {1}, nullptr, {1}, RokiSize{1, 1}, nullptr, RokiSize{1, 1}, RokiPoint{0, 0}, {1}); }, -8},
     {"rokiFilter_8u_C3R", [] { return (int)rokiFilter_8u_C3R(nullptr, {1}, nullptr, {1}, RokiSize{1, 1}, nullptr, RokiSize{1, 1}, RokiPoint{0, 0}, {1}); }, -8},
     {"rokiFilter_8u_C4R", [] { return (int)rokiFilter_8u_C4R(nullptr, {1}, nullptr, {1}, RokiSize{1, 1}, nullptr, RokiSize{1, 1}, RokiPoint{0, 0}, {1}); }, -8},
