@@ -192,8 +192,9 @@ RokStatus run(const Spec& s) {
         base = static_cast<char*>(s.buffer);
         sliceBytes = s.bufferPerThread;
     } else {
-        sliceBytes = (long long)align_up(std::size_t(accBytes), 64) + 64;
-        const long long total = (long long)align_up(std::size_t(tapBytes), 64) + 64 + sliceBytes * slices;
+        // Every slice is laid out like the first, as in a caller's buffer.
+        sliceBytes = (long long)align_up(std::size_t(tapBytes + accBytes + 16), 64);
+        const long long total = sliceBytes * slices;
         if (total > INT_MAX) return rokStatusNoMemory;
         owned = rokMalloc(int(total));
         if (owned == nullptr) return rokStatusNoMemory;

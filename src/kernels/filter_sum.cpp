@@ -1,3 +1,7 @@
+// The sums must equal the plain multiply-then-add loop lane for lane, so no
+// multiply and add may be fused.
+#pragma GCC optimize("fp-contract=off")
+
 #include "kernels/filter_sum.h"
 
 #include <immintrin.h>
