@@ -160,6 +160,324 @@ typedef struct {
     const char* BuildDate;
 } RokLibraryVersion;
 
+/* ---- border_copy ---- */
+
+/* Copies the source ROI to (leftBorderWidth, topBorderHeight) of the */
+/* destination image and fills the border with the nearest edge pixel (corners */
+/* take the corner pixel). Bottom height and right width are what dstRoiSize */
+/* leaves over. Checks: equal source and destination pointers forward the */
+/* call to the in-place form with dstStep first; then null pointers (-8), */
+/* steps below 1 (-14), sizes below 1, negative borders or a destination too */
+/* small for source plus border (-6). AC4 never writes the destination alpha. */
+/* The in-place form takes the pointer to the source ROI inside the larger */
+/* image and fills the border round it, reading no border pixel before it is */
+/* written. */
+ROKI_API RokStatus rokiCopyReplicateBorder_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize srcRoiSize, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize srcRoiSize, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize srcRoiSize, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize srcRoiSize, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize srcRoiSize, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize srcRoiSize, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize srcRoiSize, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize srcRoiSize, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32s_C1R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32s_C3R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32s_C4R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32s_AC4R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32s_C1IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32s_C3IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32s_C4IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32s_AC4IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyReplicateBorder_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+
+/* As CopyReplicateBorder, but every border pixel takes the constant value */
+/* (C1: a value; C3 and AC4: three values; C4: four values). The value pointer */
+/* is tested after the size checks. AC4 writes channels 0..2 of the border and */
+/* leaves its alpha untouched. */
+ROKI_API RokStatus rokiCopyConstBorder_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Rok8u value);
+ROKI_API RokStatus rokiCopyConstBorder_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize srcRoiSize, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Rok16s value);
+ROKI_API RokStatus rokiCopyConstBorder_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize srcRoiSize, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Rok16u value);
+ROKI_API RokStatus rokiCopyConstBorder_32s_C1R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Rok32s value);
+ROKI_API RokStatus rokiCopyConstBorder_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, Rok32f value);
+ROKI_API RokStatus rokiCopyConstBorder_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok8u value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok8u value[4]);
+ROKI_API RokStatus rokiCopyConstBorder_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok8u value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize srcRoiSize, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok16s value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize srcRoiSize, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok16s value[4]);
+ROKI_API RokStatus rokiCopyConstBorder_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize srcRoiSize, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok16s value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize srcRoiSize, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok16u value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize srcRoiSize, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok16u value[4]);
+ROKI_API RokStatus rokiCopyConstBorder_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize srcRoiSize, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok16u value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_32s_C3R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok32s value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_32s_C4R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok32s value[4]);
+ROKI_API RokStatus rokiCopyConstBorder_32s_AC4R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok32s value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok32f value[3]);
+ROKI_API RokStatus rokiCopyConstBorder_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok32f value[4]);
+ROKI_API RokStatus rokiCopyConstBorder_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth, const Rok32f value[3]);
+
+/* Periodic extension: destination pixel (X, Y) takes source pixel */
+/* ((X - leftBorderWidth) mod srcW, (Y - topBorderHeight) mod srcH), modulo */
+/* non-negative; borders wider or taller than the source repeat it as often as */
+/* needed. Checks as CopyReplicateBorder (no pointer forwarding). */
+ROKI_API RokStatus rokiCopyWrapBorder_32s_C1R(const Rok32s* pSrc, int srcStep, RokiSize srcRoiSize, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyWrapBorder_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyWrapBorder_32s_C1IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+ROKI_API RokStatus rokiCopyWrapBorder_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
+
+/* ---- filter_bufsize ---- */
+
+/* Bytes of work buffer that rokiFilter_Round16s_8u_* needs for a kernel of */
+/* kernelSize and a ROI roiWidth pixels wide, with T the current thread */
+/* count: C1 ((4*kw*kh + w)*4 + 15)*T; C3 ((4*kw*kh + 3w)*4 + 15)*T; C4 and */
+/* AC4 ((kw*kh + w)*16 + 15)*T. Null pBufferSize: -8; kernel width, kernel */
+/* height or roiWidth below 1: -6; a size beyond 2^31 - 1 bytes: -6. */
+ROKI_API RokStatus rokiFilterRoundGetBufSize16s_8u_C1R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize16s_8u_C3R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize16s_8u_C4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize16s_8u_AC4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+
+/* For rokiFilter_Round32s_*: as the 16s sizes with 31 in place of 15. */
+ROKI_API RokStatus rokiFilterRoundGetBufSize32s_16s_C1R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32s_16u_C1R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32s_16s_C3R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32s_16u_C3R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32s_16s_C4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32s_16u_C4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32s_16s_AC4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32s_16u_AC4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+
+/* For rokiFilter_Round32f_*: C1 ((4*kw*kh + w)*4 + 15)*T; C3 */
+/* ((4*kw*kh + 3w)*4 + 15)*T; C4 and AC4 ((4*kw*kh + 8w)*4 + 15)*T. */
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_8u_C1R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16s_C1R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16u_C1R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_8u_C3R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16s_C3R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16u_C3R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_8u_C4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16s_C4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16u_C4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_8u_AC4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16s_AC4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+ROKI_API RokStatus rokiFilterRoundGetBufSize32f_16u_AC4R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+
+/* The 64f filter needs no work buffer: checks as above, then writes 0. */
+ROKI_API RokStatus rokiFilterGetBufSize_64f_C1R(RokiSize kernelSize, int roiWidth, int* pBufferSize);
+
+/* ---- filter_decimate ---- */
+
+/* Filters the source ROI with the row kernel of rokiFilterRow_8u_C1R (same */
+/* flip, anchor, neighbourhood and divisor rules) and keeps every factor-th */
+/* column: the destination is ceil(srcW / factor) x srcH pixels and its pixel */
+/* (x, y) is the filtered source pixel (x * factor, y). Any factor of 2 or more */
+/* is accepted. Checks: null pointers (-8); source ROI or kernel size below 1 */
+/* (-6); divisor 0 (-51); factor below 2 (-212); source step below */
+/* srcW + kernelSize - 1 or destination step below the destination width */
+/* (-14); scratch allocation (-9). Runs on the calling thread. */
+ROKI_API RokStatus rokiDecimateFilterRow_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor, int factor);
+
+/* The column counterpart: the column kernel of rokiFilterColumn_8u_C1R, every */
+/* factor-th row kept; the destination is srcW x ceil(srcH / factor) pixels and */
+/* its pixel (x, y) is the filtered source pixel (x, y * factor). Source step */
+/* at least srcW; otherwise checks as rokiDecimateFilterRow_8u_C1R. */
+ROKI_API RokStatus rokiDecimateFilterColumn_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor, int factor);
+
+/* ---- filter_general ---- */
+
+/* Convolves the ROI with a kernel of kernelSize.width x kernelSize.height */
+/* 32-bit coefficients stored row after row. The kernel is applied flipped: */
+/* dst(x, y) = sum over j, i of K[j][i] * src(x + anchor.x - i, y + anchor.y - j), */
+/* so the caller provides kw-1-anchor.x columns left of the ROI, anchor.x */
+/* right of it, kh-1-anchor.y rows above and anchor.y below (the anchor is not */
+/* checked and may lie outside the kernel). The exact 32-bit sum is finished */
+/* by the divisor D, chosen once per call: D = 1 saturates; D = 2^k (k >= 1) */
+/* divides with ties to even in integers (arithmetic shift, so negative sums */
+/* of 16s round the same way); any other D (negative ones too) multiplies the */
+/* sum, as a float, by the float 1/D and rounds to nearest, ties to even, then */
+/* saturates to the destination range (the 16-bit forms use their own range). */
+/* Checks: null pointers (-8); ROI or kernel size below 1 (-6); D = 0 (-51); */
+/* source step below (w + kw - 1) x channels x sample bytes or destination */
+/* step below w x channels x sample bytes (-14); scratch allocation (-9). */
+/* AC4 leaves the destination alpha untouched. Rows are split among threads */
+/* for ROIs wider and higher than 63 pixels; results do not depend on it. */
+ROKI_API RokStatus rokiFilter_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+ROKI_API RokStatus rokiFilter_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
+
+/* Float data: as the integer form with a float (or double) kernel and no */
+/* divisor; the sum, formed in the data's precision with the taps added */
+/* top-left of the neighbourhood first, is stored as it is. */
+ROKI_API RokStatus rokiFilter_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, const Rok64f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+
+/* Float kernel on integer data: products and sums in single precision, the */
+/* sum rounded to nearest (ties to even) and saturated to the destination */
+/* type (16s for 8u16s and 8s16s). Checks as rokiFilter_8u_C1R, no divisor. */
+ROKI_API RokStatus rokiFilter32f_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_32s_C3R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_32s_C4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8s_C1R(const Rok8s* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8s_C3R(const Rok8s* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8s_C4R(const Rok8s* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8u16s_C3R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8u16s_C4R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8s16s_C3R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilter32f_8s16s_C4R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor);
+
+/* Rounding-mode forms: the convolution of rokiFilter with the finishing rule */
+/* taken from roundMode. 0 (toward zero): s / D truncated (s / 2^k toward zero */
+/* for a power of two); 1 (nearest, ties to even): as rokiFilter, except that */
+/* a divisor that is not a power of two divides in double precision; 2 */
+/* (nearest, ties away from zero): s / D in double precision, or */
+/* (|s| + 2^(k-1)) >> k with the sign of s for D = 2^k. Then saturation. On */
+/* 8u every negative result gives 0, so these agree with the unsigned rules. */
+/* After the step checks: roundMode outside 0..2 (-213), then a null pBuffer */
+/* (-8). pBuffer holds at least what the matching */
+/* rokiFilterRoundGetBufSize* reports; nothing is allocated. */
+ROKI_API RokStatus rokiFilter_Round16s_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok16s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round16s_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok16s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round16s_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok16s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round16s_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok16s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32s_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32s_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32s_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32s_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32s_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32s_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32s_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32s_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor, int roundMode, Rok8u* pBuffer);
+
+/* Float kernel with a rounding mode (no divisor): the single-precision sum is */
+/* truncated (0), rounded to nearest with ties to even (1) or with ties away */
+/* from zero (2), then saturated. Checks as the other rounding forms. */
+ROKI_API RokStatus rokiFilter_Round32f_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilter_Round32f_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+
+/* ---- filter_rowcol ---- */
+
+/* The two-dimensional filter with a kernel of kernelSize x 1 (row) or 1 x */
+/* kernelSize (column) and the anchor xAnchor or yAnchor: the same flip, */
+/* divisor rules, checks and threading as rokiFilter. */
+ROKI_API RokStatus rokiFilterRow_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int xAnchor, int divisor);
+ROKI_API RokStatus rokiFilterRow_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, const Rok64f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterColumn_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor);
+ROKI_API RokStatus rokiFilterColumn_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, const Rok64f* pKernel, int kernelSize, int yAnchor);
+
+/* Float kernel on integer data, one-dimensional: as rokiFilter32f. */
+ROKI_API RokStatus rokiFilterRow32f_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterRow32f_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int xAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+ROKI_API RokStatus rokiFilterColumn32f_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, int kernelSize, int yAnchor);
+
 /* ---- frame ---- */
 
 /* Returns the library's static version record (owned by the library, never */

@@ -1,0 +1,317 @@
+#include "filter/filter.h"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstring>
+
+#include "core/core.h"
+#include "frame/ac4.h"
+#include "frame/image.h"
+#include "kernels/channels.h"
+#include "kernels/filter_finish.h"
+#include "kernels/filter_sum.h"
+
+namespace rok::filter {
+
+struct RowJob {
+    const void* src;
+    int srcStep;
+    void* dst;
+    int dstStep;
+    int width;    // ROI pixels
+    int samples;  // samples per row, alpha included
+    bool ac4;
+    const std::ptrdiff_t* offs;
+    const void* coefs;
+    int ntaps;
+    bool packed;
+    kernels::IntRule intRule;
+    kernels::FloatFinish floatMode;
+};
+
+template <class S, class D, class A>
+void filter_row(const RowJob& job, int y, void* scratch) {
+    const S* base = row(static_cast<const S*>(job.src), job.srcStep, y);
+    D* out = row(static_cast<D*>(job.dst), job.dstStep, y);
+    if constexpr (std::is_floating_point_v<D>) {
+        // Float data: the sums are the results.
+        A* acc = job.ac4 ? static_cast<A*>(scratch) : reinterpret_cast<A*>(out);
+        kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps, job.samples, acc);
+        if (job.ac4) kernels::copy_ac4(acc, out, job.width, sizeof(D));
+    } else {
+        A* acc = static_cast<A*>(scratch);
+        if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<A, std::int32_t>) {
+            if (job.packed) {
+                kernels::filter_sum_pairs(base, job.offs, static_cast<const std::int32_t*>(job.coefs), job.ntaps,
+                                          job.samples, acc);
+            } else {
+                kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps, job.samples, acc);
+            }
+        } else {
+            kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps, job.samples, acc);
+        }
+        auto finish = [&](const A* sums, int n, D* to) {
+            if constexpr (std::is_same_v<A, std::int32_t>)
+                kernels::filter_finish(sums, n, job.intRule, to);
+            else
+                kernels::filter_finish(sums, n, job.floatMode, to);
+        };
+        if (job.ac4)
+            ac4_row(out, job.width, [&](D* block, int x0, int n) { finish(acc + 4 * std::size_t(x0), 4 * n, block); });
+        else
+            finish(acc, job.samples, out);
+    }
+}
+
+template void filter_row<Rok8u, Rok8u, std::int32_t>(const RowJob&, int, void*);
+template void filter_row<Rok16s, Rok16s, std::int32_t>(const RowJob&, int, void*);
+template void filter_row<Rok16u, Rok16u, std::int32_t>(const RowJob&, int, void*);
+template void filter_row<Rok8u, Rok8u, float>(const RowJob&, int, void*);
+template void filter_row<Rok8s, Rok8s, float>(const RowJob&, int, void*);
+template void filter_row<Rok16s, Rok16s, float>(const RowJob&, int, void*);
+template void filter_row<Rok16u, Rok16u, float>(const RowJob&, int, void*);
+template void filter_row<Rok32s, Rok32s, float>(const RowJob&, int, void*);
+template void filter_row<Rok8u, Rok16s, float>(const RowJob&, int, void*);
+template void filter_row<Rok8s, Rok16s, float>(const RowJob&, int, void*);
+template void filter_row<Rok32f, Rok32f, float>(const RowJob&, int, void*);
+template void filter_row<Rok64f, Rok64f, double>(const RowJob&, int, void*);
+
+namespace {
+
+// The fast path multiplies two taps at once in 16-bit lanes.
+constexpr std::int32_t kPairMin = -32767, kPairMax = 32766;
+
+std::int32_t int_coef(const Spec& s, long long i) {
+    return s.coef == Coef::I16 ? static_cast<const Rok16s*>(s.kernel)[i] : static_cast<const Rok32s*>(s.kernel)[i];
+}
+
+// The finishing rule is chosen once per call from the divisor (and mode).
+kernels::IntRule int_rule(int divisor, int mode) {
+    using kernels::IntFinish;
+    kernels::IntRule r;
+    r.divisor = divisor;
+    if (divisor == 1) {
+        r.kind = IntFinish::Saturate;
+    } else if (divisor > 1 && (divisor & (divisor - 1)) == 0) {
+        r.shift = __builtin_ctz(unsigned(divisor));
+        r.kind = mode == 0 ? IntFinish::TruncShift : mode == 2 ? IntFinish::HalfAwayShift : IntFinish::ShiftEven;
+    } else if (mode < 0) {
+        r.kind = IntFinish::Reciprocal;
+        r.reciprocal = 1.0f / float(divisor);
+    } else {
+        r.kind = mode == 0 ? IntFinish::TruncDivide : mode == 1 ? IntFinish::DoubleEven : IntFinish::HalfAwayDivide;
+    }
+    return r;
+}
+
+std::size_t align_up(std::size_t v, std::size_t a) { return (v + a - 1) / a * a; }
+
+template <class P>
+P* align_ptr(void* p, std::size_t a) {
+    return reinterpret_cast<P*>(align_up(reinterpret_cast<std::uintptr_t>(p), a));
+}
+
+// Fills the tap offsets and coefficients: tap t = j * kw + i reads the
+// neighbourhood pixel (i, j) counted from its top-left corner and takes the
+// kernel's coefficient stored at kw*kh - 1 - t (the kernel is applied flipped).
+// Returns whether the coefficients were packed in pairs.
+bool prepare_taps(const Spec& s, std::ptrdiff_t* offs, void* coefs) {
+    const int kw = s.kernelSize.width, kh = s.kernelSize.height;
+    const long long ntaps = (long long)kw * kh;
+    const std::ptrdiff_t pixelBytes = std::ptrdiff_t(channels(s.layout)) * s.srcBytes;
+    const long long left = kw - 1 - (long long)s.anchor.x, up = kh - 1 - (long long)s.anchor.y;
+    for (int j = 0; j < kh; ++j)
+        for (int i = 0; i < kw; ++i)
+            offs[(long long)j * kw + i] = std::ptrdiff_t(j - up) * s.srcStep + std::ptrdiff_t(i - left) * pixelBytes;
+    switch (s.coef) {
+        case Coef::F32: {
+            const auto* k = static_cast<const Rok32f*>(s.kernel);
+            for (long long t = 0; t < ntaps; ++t) static_cast<float*>(coefs)[t] = k[ntaps - 1 - t];
+            return false;
+        }
+        case Coef::F64: {
+            const auto* k = static_cast<const Rok64f*>(s.kernel);
+            for (long long t = 0; t < ntaps; ++t) static_cast<double*>(coefs)[t] = k[ntaps - 1 - t];
+            return false;
+        }
+        default:
+            break;
+    }
+    auto* c = static_cast<std::int32_t*>(coefs);
+    bool fits = s.packable;
+    for (long long t = 0; t < ntaps && fits; ++t) {
+        const std::int32_t v = int_coef(s, t);
+        fits = v >= kPairMin && v <= kPairMax;
+    }
+    if (!fits) {
+        for (long long t = 0; t < ntaps; ++t) c[t] = int_coef(s, ntaps - 1 - t);
+        return false;
+    }
+    for (long long t = 0; t < ntaps; t += 2) {
+        const std::uint32_t lo = std::uint16_t(int_coef(s, ntaps - 1 - t));
+        const std::uint32_t hi = t + 1 < ntaps ? std::uint16_t(int_coef(s, ntaps - 2 - t)) : 0u;
+        c[t / 2] = std::int32_t(lo | (hi << 16));
+    }
+    return true;
+}
+
+}  // namespace
+
+RokStatus run(const Spec& s) {
+    if (s.src == nullptr || s.dst == nullptr || s.kernel == nullptr) return rokStatusNullPtr;
+    if (bad_size(s.roi) || bad_size(s.kernelSize)) return rokStatusBadSize;
+    if (s.hasDivisor && s.divisor == 0) return rokStatusBadFilterDivisor;
+    const int nc = channels(s.layout);
+    const long long srcRow = ((long long)s.roi.width + s.kernelSize.width - 1) * nc * s.srcBytes;
+    const long long dstRow = (long long)s.roi.width * nc * s.dstBytes;
+    if (s.srcStep < srcRow || s.dstStep < dstRow) return rokStatusBadStep;
+    if (s.rounding) {
+        if (s.mode < 0 || s.mode > 2) return rokStatusBadRoundMode;
+        if (s.buffer == nullptr) return rokStatusNullPtr;
+    }
+
+    const long long ntaps = (long long)s.kernelSize.width * s.kernelSize.height;
+    const long long samples = (long long)s.roi.width * nc;
+    const int coefBytes = s.coef == Coef::F64 ? 8 : 4;
+    const int team = ownGetNumThreads();
+    const bool threaded = team > 1 && s.roi.width > 63 && s.roi.height > 63;
+    const int slices = threaded ? team : 1;
+
+    // Scratch: the taps (shared, read-only) and one row of sums per thread,
+    // from the caller's buffer (the _Round forms; slice t starts at
+    // t * bufferPerThread) or from the core library.
+    void* owned = nullptr;
+    char* base;
+    long long sliceBytes;
+    const long long tapBytes = 8 * ntaps + coefBytes * ntaps;
+    const long long accBytes = (long long)s.accBytes * samples;
+    if (s.rounding) {
+        base = static_cast<char*>(s.buffer);
+        sliceBytes = s.bufferPerThread;
+    } else {
+        // Every slice is laid out like the first, as in a caller's buffer.
+        sliceBytes = (long long)align_up(std::size_t(tapBytes + accBytes + 16), 64);
+        const long long total = sliceBytes * slices;
+        if (total > INT_MAX) return rokStatusNoMemory;
+        owned = rokMalloc(int(total));
+        if (owned == nullptr) return rokStatusNoMemory;
+        base = static_cast<char*>(owned);
+    }
+    // Slice 0 begins with the taps; every slice then holds its row of sums.
+    auto* offs = align_ptr<std::ptrdiff_t>(base, 8);
+    void* coefs = offs + ntaps;
+    char* firstAcc = static_cast<char*>(coefs) + coefBytes * ntaps;
+    auto acc_of = [&](int t) -> void* {
+        if (t == 0) return align_ptr<char>(firstAcc, 8);
+        return align_ptr<char>(base + sliceBytes * t, 8);
+    };
+
+    RowJob job{};
+    job.src = s.src;
+    job.srcStep = s.srcStep;
+    job.dst = s.dst;
+    job.dstStep = s.dstStep;
+    job.width = s.roi.width;
+    job.samples = int(samples);
+    job.ac4 = s.layout == Layout::AC4;
+    job.offs = offs;
+    job.coefs = coefs;
+    job.ntaps = int(ntaps);
+    job.packed = prepare_taps(s, offs, coefs);
+    job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
+    job.floatMode = s.rounding ? kernels::FloatFinish(s.mode) : kernels::FloatFinish::NearestEven;
+
+    const int height = s.roi.height;
+    if (!threaded) {
+        void* acc = acc_of(0);
+        for (int y = 0; y < height; ++y) s.row(job, y, acc);
+    } else {
+#pragma omp parallel num_threads(team)
+        {
+            // Equal stripes of height / T rows; the last thread also takes
+            // the remainder.
+            const int t = omp_get_thread_num(), size = omp_get_num_threads();
+            const int stripe = height / size;
+            const int first = t * stripe;
+            const int last = t == size - 1 ? height : first + stripe;
+            void* acc = acc_of(t);
+            for (int y = first; y < last; ++y) s.row(job, y, acc);
+        }
+    }
+    rokFree(owned);
+    return rokStatusOk;
+}
+
+long long round_buffer_per_thread(RoundBuf kind, Layout layout, long long area, long long w) {
+    const long long pad = kind == RoundBuf::S32 ? 31 : 15;
+    switch (layout) {
+        case Layout::C1: return (4 * area + w) * 4 + pad;
+        case Layout::C3: return (4 * area + 3 * w) * 4 + pad;
+        default: return kind == RoundBuf::F32 ? (4 * area + 8 * w) * 4 + 15 : (area + w) * 16 + pad;
+    }
+}
+
+RokStatus round_buffer_size(RoundBuf kind, Layout layout, RokiSize ks, int roiWidth, int* pSize) {
+    if (pSize == nullptr) return rokStatusNullPtr;
+    if (ks.width < 1 || ks.height < 1 || roiWidth < 1) return rokStatusBadSize;
+    const long long bytes =
+        round_buffer_per_thread(kind, layout, (long long)ks.width * ks.height, roiWidth) * ownGetNumThreads();
+    if (bytes > INT_MAX) return rokStatusBadSize;
+    *pSize = int(bytes);
+    return rokStatusOk;
+}
+
+RokStatus decimate(const Rok8u* src, int srcStep, RokiSize srcRoi, Rok8u* dst, int dstStep, const Rok32s* kernel,
+                   int kernelSize, int anchor, int divisor, int factor, bool rows) {
+    if (src == nullptr || dst == nullptr || kernel == nullptr) return rokStatusNullPtr;
+    if (bad_size(srcRoi) || kernelSize < 1) return rokStatusBadSize;
+    if (divisor == 0) return rokStatusBadFilterDivisor;
+    if (factor < 2) return rokStatusBadDecimation;
+    const int w = srcRoi.width, h = srcRoi.height;
+    const int dstW = rows ? (w + factor - 1) / factor : w;
+    const int dstH = rows ? h : (h + factor - 1) / factor;
+    const long long srcRow = (long long)w + (rows ? kernelSize - 1 : 0);
+    if (srcStep < srcRow || dstStep < dstW) return rokStatusBadStep;
+
+    Spec s = make_spec<Rok8u, Rok8u, Rok32s, Layout::C1>(src, srcStep, dst, dstStep, srcRoi, kernel,
+                                                         rows ? RokiSize{kernelSize, 1} : RokiSize{1, kernelSize},
+                                                         rows ? RokiPoint{anchor, 0} : RokiPoint{0, anchor});
+    // Taps, a row of sums and the kept sums of a row.
+    const long long bytes = 16 * (long long)kernelSize + 8 * (long long)w + 64;
+    if (bytes > INT_MAX) return rokStatusNoMemory;
+    void* owned = rokMalloc(int(bytes));
+    if (owned == nullptr) return rokStatusNoMemory;
+    auto* offs = static_cast<std::ptrdiff_t*>(owned);
+    auto* coefs = reinterpret_cast<std::int32_t*>(offs + kernelSize);
+    std::int32_t* acc = coefs + kernelSize;
+    std::int32_t* kept = acc + w;
+    const bool packed = prepare_taps(s, offs, coefs);
+    const kernels::IntRule rule = int_rule(divisor, -1);
+    for (int y = 0; y < dstH; ++y) {
+        const Rok8u* base = row(src, srcStep, rows ? y : y * factor);
+        if (packed)
+            kernels::filter_sum_pairs(base, offs, coefs, kernelSize, w, acc);
+        else
+            kernels::filter_sum(base, offs, coefs, kernelSize, w, acc);
+        const std::int32_t* sums = acc;
+        if (rows) {
+            for (int x = 0; x < dstW; ++x) kept[x] = acc[std::size_t(x) * factor];
+            sums = kept;
+        }
+        kernels::filter_finish(sums, dstW, rule, row(dst, dstStep, y));
+    }
+    rokFree(owned);
+    return rokStatusOk;
+}
+
+RokStatus zero_buffer_size(RokiSize ks, int roiWidth, int* pSize) {
+    if (pSize == nullptr) return rokStatusNullPtr;
+    if (ks.width < 1 || ks.height < 1 || roiWidth < 1) return rokStatusBadSize;
+    *pSize = 0;
+    return rokStatusOk;
+}
+
+}  // namespace rok::filter

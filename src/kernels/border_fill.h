@@ -1,0 +1,13 @@
+// Pixel-repeating fill used by the border extension.
+#pragma once
+
+namespace rok::kernels {
+
+// Writes `count` copies of the pixel at `pixel` (pixelBytes bytes, at most 16)
+// to dst, one after the other. Only the first writeBytes bytes of each pixel
+// are written (writeBytes < pixelBytes leaves the tail of every destination
+// pixel untouched: the alpha of AC4). `pixel` may lie in the same row as dst
+// but must not overlap the run being written.
+void fill_pixels(void* dst, const void* pixel, int pixelBytes, int writeBytes, int count);
+
+}  // namespace rok::kernels

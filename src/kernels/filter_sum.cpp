@@ -1,0 +1,169 @@
+// The sums must equal the plain multiply-then-add loop lane for lane, so no
+// multiply and add may be fused.
+#pragma GCC optimize("fp-contract=off")
+
+#include "kernels/filter_sum.h"
+
+#include <immintrin.h>
+
+#include <type_traits>
+
+namespace rok::kernels {
+
+namespace {
+
+template <class T>
+const T* tap(const T* base, std::ptrdiff_t off) {
+    return reinterpret_cast<const T*>(reinterpret_cast<const char*>(base) + off);
+}
+
+// The readable rule for one output sample; integer sums wrap like the
+// vector lanes.
+template <class T, class C, class A>
+A scalar_sum(const T* base, const std::ptrdiff_t* offs, const C* coef, int ntaps, int x) {
+    if constexpr (std::is_same_v<A, std::int32_t>) {
+        std::uint32_t s = 0;
+        for (int t = 0; t < ntaps; ++t) s += std::uint32_t(coef[t]) * std::uint32_t(std::int32_t(tap(base, offs[t])[x]));
+        return std::int32_t(s);
+    } else {
+        A s = 0;
+        for (int t = 0; t < ntaps; ++t) s = s + A(coef[t]) * A(tap(base, offs[t])[x]);
+        return s;
+    }
+}
+
+// Eight samples widened to 32-bit lanes.
+inline __m256i widen8(const Rok8u* p) { return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+inline __m256i widen8(const Rok8s* p) { return _mm256_cvtepi8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+inline __m256i widen8(const Rok16s* p) { return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); }
+inline __m256i widen8(const Rok16u* p) { return _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); }
+inline __m256i widen8(const Rok32s* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+
+template <class T>
+inline __m256 float8(const T* p) {
+    if constexpr (std::is_same_v<T, Rok32f>)
+        return _mm256_loadu_ps(p);
+    else
+        return _mm256_cvtepi32_ps(widen8(p));
+}
+
+template <class T>
+void sum_int32(const T* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
+               std::int32_t* acc) {
+    int x = 0;
+    for (; x + 16 <= n; x += 16) {
+        __m256i a0 = _mm256_setzero_si256(), a1 = _mm256_setzero_si256();
+        for (int t = 0; t < ntaps; ++t) {
+            const T* p = tap(base, offs[t]) + x;
+            const __m256i c = _mm256_set1_epi32(coef[t]);
+            a0 = _mm256_add_epi32(a0, _mm256_mullo_epi32(widen8(p), c));
+            a1 = _mm256_add_epi32(a1, _mm256_mullo_epi32(widen8(p + 8), c));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc + x), a0);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc + x + 8), a1);
+    }
+    for (; x < n; ++x) acc[x] = scalar_sum<T, std::int32_t, std::int32_t>(base, offs, coef, ntaps, x);
+}
+
+template <class T>
+void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc) {
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        __m256 a0 = _mm256_setzero_ps(), a1 = a0, a2 = a0, a3 = a0;
+        for (int t = 0; t < ntaps; ++t) {
+            const T* p = tap(base, offs[t]) + x;
+            const __m256 c = _mm256_set1_ps(coef[t]);
+            a0 = _mm256_add_ps(a0, _mm256_mul_ps(float8(p), c));
+            a1 = _mm256_add_ps(a1, _mm256_mul_ps(float8(p + 8), c));
+            a2 = _mm256_add_ps(a2, _mm256_mul_ps(float8(p + 16), c));
+            a3 = _mm256_add_ps(a3, _mm256_mul_ps(float8(p + 24), c));
+        }
+        _mm256_storeu_ps(acc + x, a0);
+        _mm256_storeu_ps(acc + x + 8, a1);
+        _mm256_storeu_ps(acc + x + 16, a2);
+        _mm256_storeu_ps(acc + x + 24, a3);
+    }
+    for (; x + 8 <= n; x += 8) {
+        __m256 a = _mm256_setzero_ps();
+        for (int t = 0; t < ntaps; ++t)
+            a = _mm256_add_ps(a, _mm256_mul_ps(float8(tap(base, offs[t]) + x), _mm256_set1_ps(coef[t])));
+        _mm256_storeu_ps(acc + x, a);
+    }
+    for (; x < n; ++x) acc[x] = scalar_sum<T, float, float>(base, offs, coef, ntaps, x);
+}
+
+}  // namespace
+
+void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* packed, int ntaps, int n,
+                      std::int32_t* acc) {
+    const int pairs = ntaps / 2;
+    const bool odd = (ntaps & 1) != 0;
+    const __m256i zero = _mm256_setzero_si256();
+    auto load16 = [](const Rok8u* p) {
+        return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    };
+    int x = 0;
+    // Sixteen samples widen to 16 bits; interleaving the two taps' samples
+    // lets one multiply-add form c0*s0 + c1*s1 per 32-bit lane. The in-lane
+    // interleave leaves lo with samples 0-3 | 8-11 and hi with 4-7 | 12-15,
+    // which the final lane swap puts back in order.
+    for (; x + 16 <= n; x += 16) {
+        __m256i lo = zero, hi = zero;
+        for (int p = 0; p < pairs; ++p) {
+            const __m256i a = load16(tap(base, offs[2 * p]) + x);
+            const __m256i b = load16(tap(base, offs[2 * p + 1]) + x);
+            const __m256i c = _mm256_set1_epi32(packed[p]);
+            lo = _mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(a, b), c));
+            hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(a, b), c));
+        }
+        if (odd) {
+            const __m256i a = load16(tap(base, offs[ntaps - 1]) + x);
+            const __m256i c = _mm256_set1_epi32(packed[pairs]);
+            lo = _mm256_add_epi32(lo, _mm256_madd_epi16(_mm256_unpacklo_epi16(a, zero), c));
+            hi = _mm256_add_epi32(hi, _mm256_madd_epi16(_mm256_unpackhi_epi16(a, zero), c));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc + x), _mm256_permute2x128_si256(lo, hi, 0x20));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc + x + 8), _mm256_permute2x128_si256(lo, hi, 0x31));
+    }
+    for (; x < n; ++x) {
+        std::uint32_t s = 0;
+        for (int t = 0; t < ntaps; ++t) {
+            const std::int32_t c = std::int16_t(std::uint32_t(packed[t / 2]) >> (16 * (t & 1)));
+            s += std::uint32_t(c) * tap(base, offs[t])[x];
+        }
+        acc[x] = std::int32_t(s);
+    }
+}
+
+void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
+void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
+void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
+
+void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
+void filter_sum(const Rok8s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
+void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
+void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
+void filter_sum(const Rok32s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
+void filter_sum(const Rok32f* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
+
+void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc) {
+    int x = 0;
+    for (; x + 16 <= n; x += 16) {
+        __m256d a0 = _mm256_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
+        for (int t = 0; t < ntaps; ++t) {
+            const Rok64f* p = tap(base, offs[t]) + x;
+            const __m256d c = _mm256_set1_pd(coef[t]);
+            a0 = _mm256_add_pd(a0, _mm256_mul_pd(_mm256_loadu_pd(p), c));
+            a1 = _mm256_add_pd(a1, _mm256_mul_pd(_mm256_loadu_pd(p + 4), c));
+            a2 = _mm256_add_pd(a2, _mm256_mul_pd(_mm256_loadu_pd(p + 8), c));
+            a3 = _mm256_add_pd(a3, _mm256_mul_pd(_mm256_loadu_pd(p + 12), c));
+        }
+        _mm256_storeu_pd(acc + x, a0);
+        _mm256_storeu_pd(acc + x + 4, a1);
+        _mm256_storeu_pd(acc + x + 8, a2);
+        _mm256_storeu_pd(acc + x + 12, a3);
+    }
+    for (; x < n; ++x) acc[x] = scalar_sum<Rok64f, double, double>(base, offs, coef, ntaps, x);
+}
+
+}  // namespace rok::kernels

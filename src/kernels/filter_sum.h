@@ -1,0 +1,41 @@
+// Tap sums of the general linear filters. A filter is given as `ntaps` taps,
+// each a byte offset (from the source pixel under the output) and a
+// coefficient, in the order in which the sum is formed: the neighbourhood's
+// rows top to bottom, each left to right, against the kernel walked backward.
+// For output sample x the kernel forms
+//     acc[x] = sum over t of coef[t] * src(base + offs[t])[x]
+// starting from 0 and adding the taps in order. Integer sums wrap modulo 2^32
+// (the sums are 32-bit by definition); float and double sums are formed with
+// separate multiplies and adds, so every lane equals the plain scalar loop.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "roki.h"
+
+namespace rok::kernels {
+
+// Two taps per 32-bit word: coefficient 2p in the low half, 2p+1 in the high
+// half; an odd last tap holds its coefficient in the low half alone. Every
+// coefficient must fit in 16 bits. The result equals the plain int32 sum.
+void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* packed, int ntaps, int n,
+                      std::int32_t* acc);
+
+void filter_sum(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
+                std::int32_t* acc);
+void filter_sum(const Rok16s* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
+                std::int32_t* acc);
+void filter_sum(const Rok16u* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
+                std::int32_t* acc);
+
+void filter_sum(const Rok8u* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
+void filter_sum(const Rok8s* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
+void filter_sum(const Rok16s* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
+void filter_sum(const Rok16u* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
+void filter_sum(const Rok32s* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
+void filter_sum(const Rok32f* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
+
+void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc);
+
+}  // namespace rok::kernels
