@@ -247,6 +247,202 @@ ROKI_API RokStatus rokiCopyWrapBorder_32f_C1R(const Rok32f* pSrc, int srcStep, R
 ROKI_API RokStatus rokiCopyWrapBorder_32s_C1IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
 ROKI_API RokStatus rokiCopyWrapBorder_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcRoiSize, RokiSize dstRoiSize, int topBorderHeight, int leftBorderWidth);
 
+/* ---- convert_round ---- */
+
+/* Float to integer. roundMode 0 (rokRoundTruncate) truncates and 1 */
+/* (rokRoundNearestEven) rounds to nearest even, both by the processor's */
+/* rounding control, set for the call and restored before returning; the */
+/* result is then saturated. Any other roundMode saturates first and then */
+/* rounds ties away from zero. NaN gives 0 in every mode. Null -8, size -6, */
+/* step below 1 -14. AC4 leaves the destination alpha untouched. */
+ROKI_API RokStatus rokiConvert_32f8u_C1R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f8u_C3R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f8u_C4R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f8u_AC4R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f8s_C1R(const Rok32f* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f8s_C3R(const Rok32f* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f8s_C4R(const Rok32f* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f8s_AC4R(const Rok32f* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f16u_C1R(const Rok32f* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f16u_C3R(const Rok32f* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f16u_C4R(const Rok32f* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f16u_AC4R(const Rok32f* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f16s_C1R(const Rok32f* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f16s_C3R(const Rok32f* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f16s_C4R(const Rok32f* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode);
+ROKI_API RokStatus rokiConvert_32f16s_AC4R(const Rok32f* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode);
+
+/* Scaled conversion: the value times 2^-scaleFactor, rounded, saturated. */
+/* Integer sources, scaleFactor > 0: the magnitude is shifted right with */
+/* roundMode 0 toward zero, 1 ties to even, other ties away from zero, then */
+/* the sign restored; scaleFactor < 0: shifted left and saturated (0 stays */
+/* 0). Float sources: the product is formed exactly, then rounded as the */
+/* 32f to integer conversion (rounding control set for modes 0 and 1 and */
+/* restored; NaN gives 0). Any scaleFactor is accepted. Null -8, size -6; */
+/* steps are not checked. */
+ROKI_API RokStatus rokiConvert_8u8s_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_16u8s_C1RSfs(const Rok16u* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_16u16s_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_16s8s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32s16s_C1RSfs(const Rok32s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32s16u_C1RSfs(const Rok32s* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32u8u_C1RSfs(const Rok32u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32u8s_C1RSfs(const Rok32u* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32u16u_C1RSfs(const Rok32u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32u16s_C1RSfs(const Rok32u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32u32s_C1RSfs(const Rok32u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32f8u_C1RSfs(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32f8s_C1RSfs(const Rok32f* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32f16u_C1RSfs(const Rok32f* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32f16s_C1RSfs(const Rok32f* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32f32s_C1RSfs(const Rok32f* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiConvert_32f32u_C1RSfs(const Rok32f* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+
+/* In place: the 32u results replace the 32f samples they come from. */
+ROKI_API RokStatus rokiConvert_32f32u_C1IRSfs(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+
+/* Bits to bytes, most significant bit first: a set bit gives 255, a clear */
+/* bit 0. Each source row starts srcBitOffset bits after the most */
+/* significant bit of its first byte; an offset of 8 or more starts in a */
+/* later byte. Null -8, size -6, step below 1 -14, then a negative */
+/* srcBitOffset -6. */
+ROKI_API RokStatus rokiConvert_1u8u_C1R(const Rok8u* pSrc, int srcStep, int srcBitOffset, Rok8u* pDst, int dstStep, RokiSize roiSize);
+
+/* ---- convert_scale ---- */
+
+/* Maps 0..255 onto the destination's whole range: 8u16u x*257, 8u16s */
+/* x*257-32768, 8u32s x*16843009-2^31. Null -8, size -6, step below 1 -14. */
+/* AC4 leaves the destination alpha untouched. */
+ROKI_API RokStatus rokiScale_8u16u_C1R(const Rok8u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u16u_C3R(const Rok8u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u16u_C4R(const Rok8u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u16u_AC4R(const Rok8u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u16s_C3R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u16s_C4R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u16s_AC4R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u32s_C1R(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u32s_C3R(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u32s_C4R(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiScale_8u32s_AC4R(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+
+/* vMin + x*((vMax - vMin)/255), the quotient in single precision. vMax - */
+/* vMin not above 0 (or NaN) returns -13 before any other check; then null */
+/* -8, size -6, step below 1 -14. */
+ROKI_API RokStatus rokiScale_8u32f_C1R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
+ROKI_API RokStatus rokiScale_8u32f_C3R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
+ROKI_API RokStatus rokiScale_8u32f_C4R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
+ROKI_API RokStatus rokiScale_8u32f_AC4R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
+
+/* Maps the source's whole range onto 0..255. hint rokHintAccurate (2): */
+/* nearest-even of x*255/65535 (16u; 16s after adding 32768) in single */
+/* precision, of x*255/(2^32-1) + 255*2^31/(2^32-1) in double for 32s, with */
+/* the rounding control set to nearest for the call and restored. Any other */
+/* hint: the fixed-point form ((x - (x>>8)) >> 8) + 128 (16s; 16u after */
+/* subtracting 32768; 32s shifts by 24), at most one unit away. Null -8, */
+/* size -6, step below 1 -14. */
+ROKI_API RokStatus rokiScale_16u8u_C1R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_16u8u_C3R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_16u8u_C4R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_16u8u_AC4R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_16s8u_C1R(const Rok16s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_16s8u_C3R(const Rok16s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_16s8u_C4R(const Rok16s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_16s8u_AC4R(const Rok16s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_32s8u_C1R(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_32s8u_C3R(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_32s8u_C4R(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiScale_32s8u_AC4R(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int hint);
+
+/* Clamps to [vMin, vMax] (upper bound first), then stores nearest-even of */
+/* x*k + b, k = 255/(vMax - vMin), b = -k*vMin, in single precision with the */
+/* rounding control set to nearest for the call and restored. NaN gives 0. */
+/* vMax - vMin not above 0 (or NaN) returns -13 before any other check. */
+ROKI_API RokStatus rokiScale_32f8u_C1R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
+ROKI_API RokStatus rokiScale_32f8u_C3R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
+ROKI_API RokStatus rokiScale_32f8u_C4R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
+ROKI_API RokStatus rokiScale_32f8u_AC4R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
+
+/* ---- convert_value ---- */
+
+/* Converts each sample to the wider type; the value is kept exactly (32s32f */
+/* and 32u32f round values above 2^24 to the nearest float in the current */
+/* rounding mode). Multi-layout members: null -8, size -6, step below 1 -14; */
+/* 16u32s and 16s32s and the one-layout members do not check steps. AC4 */
+/* leaves the destination alpha untouched. Contiguous rows run as one row. */
+ROKI_API RokStatus rokiConvert_8u16u_C1R(const Rok8u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u16u_C3R(const Rok8u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u16u_C4R(const Rok8u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u16u_AC4R(const Rok8u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u16s_C3R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u16s_C4R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u16s_AC4R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u32s_C1R(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u32s_C3R(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u32s_C4R(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u32s_AC4R(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u32f_C1R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u32f_C3R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u32f_C4R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8u32f_AC4R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32s_C1R(const Rok8s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32s_C3R(const Rok8s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32s_C4R(const Rok8s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32s_AC4R(const Rok8s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32f_C1R(const Rok8s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32f_C3R(const Rok8s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32f_C4R(const Rok8s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32f_AC4R(const Rok8s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32f_C1R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32f_C3R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32f_C4R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32f_AC4R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32f_C1R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32f_C3R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32f_C4R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32f_AC4R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32s_C1R(const Rok16u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32s_C3R(const Rok16u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32s_C4R(const Rok16u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32s_AC4R(const Rok16u* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32s_C1R(const Rok16s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32s_C3R(const Rok16s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32s_C4R(const Rok16s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32s_AC4R(const Rok16s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u32u_C1R(const Rok16u* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s32f_C1R(const Rok32s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32u32f_C1R(const Rok32u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* Converts to the narrower type, saturating to its range. Null -8, size -6, */
+/* step below 1 -14. AC4 leaves the destination alpha untouched. */
+ROKI_API RokStatus rokiConvert_16u8u_C1R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u8u_C3R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u8u_C4R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16u8u_AC4R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s8u_C1R(const Rok16s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s8u_C3R(const Rok16s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s8u_C4R(const Rok16s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s8u_AC4R(const Rok16s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s8u_C1R(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s8u_C3R(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s8u_C4R(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s8u_AC4R(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s8s_C1R(const Rok32s* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s8s_C3R(const Rok32s* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s8s_C4R(const Rok32s* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s8s_AC4R(const Rok32s* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize);
+
+/* Sign change: negative values become 0, others are kept (saturated to the */
+/* destination maximum where it is narrower). Steps are not checked. */
+ROKI_API RokStatus rokiConvert_8s8u_C1Rs(const Rok8s* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s16u_C1Rs(const Rok8s* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_8s32u_C1Rs(const Rok8s* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s16u_C1Rs(const Rok16s* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_16s32u_C1Rs(const Rok16s* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiConvert_32s32u_C1Rs(const Rok32s* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize);
+
 /* ---- filter_bufsize ---- */
 
 /* Bytes of work buffer that rokiFilter_Round16s_8u_* needs for a kernel of */

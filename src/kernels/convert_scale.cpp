@@ -1,0 +1,92 @@
+// Range-mapping conversions between 8u and the wider types.
+#include <cmath>
+#include <cstdint>
+#include <type_traits>
+
+// The linear maps are a multiply and an add, each rounded: contracting them
+// into one fused multiply-add would move results across rounding ties.
+#pragma GCC optimize("fp-contract=off")
+
+#include "kernels/convert.h"
+#include "kernels/convert_engine.h"
+
+namespace rok::kernels {
+
+template <class D>
+void scale_up(const std::uint8_t* src, D* dst, int n, bool stream) {
+    engine::run(dst, n, stream, [src](int i) {
+        const std::uint32_t x = src[i];
+        if constexpr (sizeof(D) == 4) return D((x * 0x01010101u) ^ 0x80000000u);
+        else if constexpr (std::is_signed_v<D>) return D(int(x * 257) - 32768);
+        else return D(x * 257);
+    });
+}
+
+void scale_up_float(const std::uint8_t* src, float* dst, int n, float vMin, float step, bool stream) {
+    engine::run(dst, n, stream, [=](int i) {
+        const float product = float(src[i]) * step;
+        return vMin + product;
+    });
+}
+
+namespace {
+inline std::uint8_t to_8u(float r) {
+    r = r > 0.0f ? r : 0.0f;  // also sends NaN to 0
+    r = r < 255.0f ? r : 255.0f;
+    return std::uint8_t(r);
+}
+inline std::uint8_t to_8u(double r) {
+    r = r > 0.0 ? r : 0.0;
+    r = r < 255.0 ? r : 255.0;
+    return std::uint8_t(r);
+}
+}  // namespace
+
+template <class S>
+void scale_down_accurate(const S* src, std::uint8_t* dst, int n) {
+    engine::run(dst, n, false, [src](int i) {
+        if constexpr (sizeof(S) == 4) {
+            const double product = double(src[i]) * 5.937181414556033e-8;
+            return to_8u(std::nearbyint(product + 127.5000000296859));
+        } else if constexpr (std::is_signed_v<S>) {
+            return to_8u(std::nearbyint(float(int(src[i]) + 32768) * 0.0038910506f));
+        } else {
+            return to_8u(std::nearbyint(float(src[i]) * 0.0038910506f));
+        }
+    });
+}
+
+template <class S>
+void scale_down_fast(const S* src, std::uint8_t* dst, int n, bool stream) {
+    engine::run(dst, n, stream, [src](int i) {
+        if constexpr (sizeof(S) == 4) {
+            const std::int32_t x = src[i];
+            return std::uint8_t(((x - (x >> 8)) >> 24) + 128);
+        } else {
+            const int x = std::is_signed_v<S> ? int(src[i]) : int(src[i]) - 32768;
+            return std::uint8_t(((x - (x >> 8)) >> 8) + 128);
+        }
+    });
+}
+
+void scale_down_float(const float* src, std::uint8_t* dst, int n, float vMin, float vMax, float k, float b) {
+    engine::run(dst, n, false, [=](int i) {
+        float x = src[i];
+        x = x > vMax ? vMax : x;
+        x = x < vMin ? vMin : x;
+        const float product = x * k;
+        return to_8u(std::nearbyint(product + b));
+    });
+}
+
+template void scale_up<std::uint16_t>(const std::uint8_t*, std::uint16_t*, int, bool);
+template void scale_up<std::int16_t>(const std::uint8_t*, std::int16_t*, int, bool);
+template void scale_up<std::int32_t>(const std::uint8_t*, std::int32_t*, int, bool);
+template void scale_down_accurate<std::uint16_t>(const std::uint16_t*, std::uint8_t*, int);
+template void scale_down_accurate<std::int16_t>(const std::int16_t*, std::uint8_t*, int);
+template void scale_down_accurate<std::int32_t>(const std::int32_t*, std::uint8_t*, int);
+template void scale_down_fast<std::uint16_t>(const std::uint16_t*, std::uint8_t*, int, bool);
+template void scale_down_fast<std::int16_t>(const std::int16_t*, std::uint8_t*, int, bool);
+template void scale_down_fast<std::int32_t>(const std::int32_t*, std::uint8_t*, int, bool);
+
+}  // namespace rok::kernels
