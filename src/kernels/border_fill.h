@@ -1,6 +1,8 @@
 // Pixel-repeating fill used by the border extension.
 #pragma once
 
+#include <cstddef>
+
 namespace rok::kernels {
 
 // Writes `count` copies of the pixel at `pixel` (pixelBytes bytes, at most 16)
@@ -9,5 +11,8 @@ namespace rok::kernels {
 // pixel untouched: the alpha of AC4). `pixel` may lie in the same row as dst
 // but must not overlap the run being written.
 void fill_pixels(void* dst, const void* pixel, int pixelBytes, int writeBytes, int count);
+
+// Copies n bytes between non-overlapping ranges (one image row).
+void copy_row_bytes(void* dst, const void* src, std::size_t n);
 
 }  // namespace rok::kernels
