@@ -90,6 +90,13 @@ RokStatus extend(Fill fill, const void* src, int srcStep, RokiSize srcSize, void
     // read only the source part of the same row.
     for (int y = 0; y < srcSize.height; ++y) {
         Byte* d = dstRow(top + y);
+        if (fill == Fill::Replicate && g.writeBytes == g.pixelBytes) {
+            kernels::replicate_row(d, inPlace ? nullptr : row(static_cast<const Byte*>(src), srcStep, y), left,
+                                   srcSize.width, right, g.pixelBytes);
+            if (y == 0)
+                for (int t = 0; t < top; ++t) outer_row(t);
+            continue;
+        }
         Byte* part = d + std::size_t(left) * ps;
         if (!inPlace) copy_pixels(part, row(static_cast<const Byte*>(src), srcStep, y), srcSize.width, g);
         Byte* rightPart = part + std::size_t(srcSize.width) * ps;

@@ -1,3 +1,7 @@
+// Borders are usually a few pixels wide: the short fill loops must stay
+// plain stores rather than become library calls.
+#pragma GCC optimize("no-tree-loop-distribute-patterns")
+
 #include "kernels/border_fill.h"
 
 #include <immintrin.h>
@@ -88,6 +92,13 @@ void copy_row_bytes(void* dst, const void* src, std::size_t n) {
     auto* d = static_cast<std::uint8_t*>(dst);
     const auto* s = static_cast<const std::uint8_t*>(src);
     std::size_t i = 0;
+    if (n >= 64) {
+        // One unaligned vector, then aligned stores from the next 32-byte
+        // boundary of the destination (stores that split cache lines cost
+        // more than loads that do).
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)));
+        i = 32 - (reinterpret_cast<std::uintptr_t>(d) & 31);
+    }
     for (; i + 128 <= n; i += 128) {
         const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i));
         const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i + 32));
@@ -101,6 +112,15 @@ void copy_row_bytes(void* dst, const void* src, std::size_t n) {
     for (; i + 32 <= n; i += 32)
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + i), _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i)));
     std::memcpy(d + i, s + i, n - i);
+}
+
+void replicate_row(void* d, const void* src, int left, int n, int right, int pixelBytes) {
+    auto* row = static_cast<std::uint8_t*>(d);
+    std::uint8_t* part = row + std::size_t(left) * pixelBytes;
+    if (src != nullptr) copy_row_bytes(part, src, std::size_t(n) * pixelBytes);
+    std::uint8_t* rightPart = part + std::size_t(n) * pixelBytes;
+    fill_pixels(row, part, pixelBytes, pixelBytes, left);
+    fill_pixels(rightPart, rightPart - pixelBytes, pixelBytes, pixelBytes, right);
 }
 
 }  // namespace rok::kernels

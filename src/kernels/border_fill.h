@@ -15,4 +15,10 @@ void fill_pixels(void* dst, const void* pixel, int pixelBytes, int writeBytes, i
 // Copies n bytes between non-overlapping ranges (one image row).
 void copy_row_bytes(void* dst, const void* src, std::size_t n);
 
+// One middle row of a replicated border, whole pixels of pixelBytes bytes:
+// copies n pixels from src (unless src is null: already in place) to
+// d + left pixels, then repeats the first of them over the left pixels
+// and the last over the right pixels.
+void replicate_row(void* d, const void* src, int left, int n, int right, int pixelBytes);
+
 }  // namespace rok::kernels
