@@ -517,7 +517,10 @@ ROKI_API RokStatus rokiDecimateFilterColumn_8u_C1R(const Rok8u* pSrc, int srcSte
 /* Checks: null pointers (-8); ROI or kernel size below 1 (-6); D = 0 (-51); */
 /* source step below (w + kw - 1) x channels x sample bytes or destination */
 /* step below w x channels x sample bytes (-14); scratch allocation (-9). */
-/* AC4 leaves the destination alpha untouched. Rows are split among threads */
+/* AC4 leaves the destination alpha untouched. 8u data whose coefficients all */
+/* lie in -32767..32766 is summed two taps per 16-bit multiply-add (any kernel */
+/* shape and width); the result equals the plain 32-bit sum, which serves */
+/* every other kernel. Rows are split among threads */
 /* for ROIs wider and higher than 63 pixels; results do not depend on it. */
 ROKI_API RokStatus rokiFilter_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
 ROKI_API RokStatus rokiFilter_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);

@@ -1,6 +1,7 @@
 #include "border/border.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "frame/image.h"
@@ -14,13 +15,19 @@ namespace {
 using Byte = unsigned char;
 
 // Copies n pixels; AC4 moves channels 0..2 only. Rows may overlap when a
-// caller's step is shorter than a row, so whole pixels go through memmove.
+// caller's step is shorter than a row; then the copy goes through memmove.
 void copy_pixels(Byte* dst, const Byte* src, int n, Geometry g) {
     if (n <= 0 || dst == src) return;
-    if (g.writeBytes == g.pixelBytes)
-        std::memmove(dst, src, std::size_t(n) * g.pixelBytes);
-    else
+    const std::size_t bytes = std::size_t(n) * g.pixelBytes;
+    if (g.writeBytes == g.pixelBytes) {
+        const auto d = reinterpret_cast<std::uintptr_t>(dst), s = reinterpret_cast<std::uintptr_t>(src);
+        if (d + bytes <= s || s + bytes <= d)
+            kernels::copy_row_bytes(dst, src, bytes);
+        else
+            std::memmove(dst, src, bytes);
+    } else {
         kernels::copy_ac4(src, dst, n, std::size_t(g.pixelBytes / 4));
+    }
 }
 
 int positive_mod(long long a, int m) {
@@ -62,10 +69,34 @@ RokStatus extend(Fill fill, const void* src, int srcStep, RokiSize srcSize, void
     if (inPlace) image = row(image, dstStep, -top) - std::size_t(left) * ps;
     auto dstRow = [&](int y) { return row(image, dstStep, y); };
 
+    // Top and bottom rows copy completed middle rows (or take the constant),
+    // so no border pixel is read before it has been written.
+    auto outer_row = [&](int y) {
+        Byte* d = dstRow(y);
+        if (fill == Fill::Constant) {
+            kernels::fill_pixels(d, value, g.pixelBytes, g.writeBytes, dstSize.width);
+            return;
+        }
+        const int from = fill == Fill::Replicate ? (y < top ? top : top + srcSize.height - 1)
+                                                 : top + positive_mod((long long)y - top, srcSize.height);
+        copy_pixels(d, dstRow(from), dstSize.width, g);
+    };
+    // Rows are written top to bottom where the rule allows: constant top
+    // rows first; replicated top rows right after the first middle row,
+    // while it is still in cache; wrapped ones once every middle row is done.
+    if (fill == Fill::Constant)
+        for (int y = 0; y < top; ++y) outer_row(y);
     // Middle rows: the source part, then its left and right borders, which
     // read only the source part of the same row.
     for (int y = 0; y < srcSize.height; ++y) {
         Byte* d = dstRow(top + y);
+        if (fill == Fill::Replicate && g.writeBytes == g.pixelBytes) {
+            kernels::replicate_row(d, inPlace ? nullptr : row(static_cast<const Byte*>(src), srcStep, y), left,
+                                   srcSize.width, right, g.pixelBytes);
+            if (y == 0)
+                for (int t = 0; t < top; ++t) outer_row(t);
+            continue;
+        }
         Byte* part = d + std::size_t(left) * ps;
         if (!inPlace) copy_pixels(part, row(static_cast<const Byte*>(src), srcStep, y), srcSize.width, g);
         Byte* rightPart = part + std::size_t(srcSize.width) * ps;
@@ -83,21 +114,12 @@ RokStatus extend(Fill fill, const void* src, int srcStep, RokiSize srcSize, void
                 wrap_run(rightPart, left + srcSize.width, right, part, left, srcSize.width, g);
                 break;
         }
+        if (y == 0 && fill == Fill::Replicate)
+            for (int t = 0; t < top; ++t) outer_row(t);
     }
 
-    // Top and bottom rows copy completed middle rows (or take the constant),
-    // so no border pixel is read before it has been written.
-    auto outer_row = [&](int y) {
-        Byte* d = dstRow(y);
-        if (fill == Fill::Constant) {
-            kernels::fill_pixels(d, value, g.pixelBytes, g.writeBytes, dstSize.width);
-            return;
-        }
-        const int from = fill == Fill::Replicate ? (y < top ? top : top + srcSize.height - 1)
-                                                 : top + positive_mod((long long)y - top, srcSize.height);
-        copy_pixels(d, dstRow(from), dstSize.width, g);
-    };
-    for (int y = 0; y < top; ++y) outer_row(y);
+    if (fill == Fill::Wrap)
+        for (int y = 0; y < top; ++y) outer_row(y);
     for (int y = top + srcSize.height; y < top + srcSize.height + bottom; ++y) outer_row(y);
     return rokStatusOk;
 }

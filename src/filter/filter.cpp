@@ -84,7 +84,7 @@ namespace {
 // The fast path multiplies two taps at once in 16-bit lanes.
 constexpr std::int32_t kPairMin = -32767, kPairMax = 32766;
 
-std::int32_t int_coef(const Spec& s, long long i) {
+std::int32_t int_coef(const FilterCall& s, long long i) {
     return s.coef == Coef::I16 ? static_cast<const Rok16s*>(s.kernel)[i] : static_cast<const Rok32s*>(s.kernel)[i];
 }
 
@@ -118,7 +118,7 @@ P* align_ptr(void* p, std::size_t a) {
 // neighbourhood pixel (i, j) counted from its top-left corner and takes the
 // kernel's coefficient stored at kw*kh - 1 - t (the kernel is applied flipped).
 // Returns whether the coefficients were packed in pairs.
-bool prepare_taps(const Spec& s, std::ptrdiff_t* offs, void* coefs) {
+bool prepare_taps(const FilterCall& s, std::ptrdiff_t* offs, void* coefs) {
     const int kw = s.kernelSize.width, kh = s.kernelSize.height;
     const long long ntaps = (long long)kw * kh;
     const std::ptrdiff_t pixelBytes = std::ptrdiff_t(channels(s.layout)) * s.srcBytes;
@@ -160,7 +160,7 @@ bool prepare_taps(const Spec& s, std::ptrdiff_t* offs, void* coefs) {
 
 }  // namespace
 
-RokStatus run(const Spec& s) {
+RokStatus run(const FilterCall& s) {
     if (s.src == nullptr || s.dst == nullptr || s.kernel == nullptr) return rokStatusNullPtr;
     if (bad_size(s.roi) || bad_size(s.kernelSize)) return rokStatusBadSize;
     if (s.hasDivisor && s.divisor == 0) return rokStatusBadFilterDivisor;
@@ -276,7 +276,7 @@ RokStatus decimate(const Rok8u* src, int srcStep, RokiSize srcRoi, Rok8u* dst, i
     const long long srcRow = (long long)w + (rows ? kernelSize - 1 : 0);
     if (srcStep < srcRow || dstStep < dstW) return rokStatusBadStep;
 
-    Spec s = make_spec<Rok8u, Rok8u, Rok32s, Layout::C1>(src, srcStep, dst, dstStep, srcRoi, kernel,
+    FilterCall s = describe<Rok8u, Rok8u, Rok32s, Layout::C1>(src, srcStep, dst, dstStep, srcRoi, kernel,
                                                          rows ? RokiSize{kernelSize, 1} : RokiSize{1, kernelSize},
                                                          rows ? RokiPoint{anchor, 0} : RokiPoint{0, anchor});
     // Taps, a row of sums and the kept sums of a row.

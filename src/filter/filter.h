@@ -20,7 +20,7 @@ enum class Coef { I16, I32, F32, F64 };
 struct RowJob;
 using RowFn = void (*)(const RowJob&, int y, void* scratch);
 
-struct Spec {
+struct FilterCall {
     const void* src;
     int srcStep;
     void* dst;
@@ -43,7 +43,7 @@ struct Spec {
     RowFn row = nullptr;
 };
 
-RokStatus run(const Spec& spec);
+RokStatus run(const FilterCall& call);
 
 // Forms the sums of ROI row y and finishes them into the destination row.
 template <class S, class D, class A>
@@ -59,12 +59,12 @@ constexpr Coef coef_of() {
 
 // S source, D destination, K stored coefficient type.
 template <class S, class D, class K, Layout L>
-Spec make_spec(const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, const K* kernel, RokiSize ks,
+FilterCall describe(const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, const K* kernel, RokiSize ks,
                RokiPoint anchor) {
     using A = std::conditional_t<std::is_same_v<K, Rok64f>, double,
                                  std::conditional_t<std::is_floating_point_v<K>, float, std::int32_t>>;
     constexpr bool direct = std::is_floating_point_v<D> && L != Layout::AC4;
-    Spec s{src,  srcStep, dst, dstStep, roi, kernel, coef_of<K>(), ks, anchor, L, int(sizeof(S)), int(sizeof(D)),
+    FilterCall s{src,  srcStep, dst, dstStep, roi, kernel, coef_of<K>(), ks, anchor, L, int(sizeof(S)), int(sizeof(D)),
            direct ? 0 : int(sizeof(A)), std::is_same_v<S, Rok8u> && std::is_same_v<A, std::int32_t>};
     s.row = &filter_row<S, D, A>;
     return s;
@@ -74,7 +74,7 @@ Spec make_spec(const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, con
 template <class T, Layout L>
 RokStatus filter_div(const T* src, int srcStep, T* dst, int dstStep, RokiSize roi, const Rok32s* kernel,
                      RokiSize ks, RokiPoint anchor, int divisor) {
-    Spec s = make_spec<T, T, Rok32s, L>(src, srcStep, dst, dstStep, roi, kernel, ks, anchor);
+    FilterCall s = describe<T, T, Rok32s, L>(src, srcStep, dst, dstStep, roi, kernel, ks, anchor);
     s.hasDivisor = true;
     s.divisor = divisor;
     return run(s);
@@ -84,7 +84,7 @@ RokStatus filter_div(const T* src, int srcStep, T* dst, int dstStep, RokiSize ro
 template <class S, class D, class K, Layout L>
 RokStatus filter_plain(const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, const K* kernel,
                        RokiSize ks, RokiPoint anchor) {
-    return run(make_spec<S, D, K, L>(src, srcStep, dst, dstStep, roi, kernel, ks, anchor));
+    return run(describe<S, D, K, L>(src, srcStep, dst, dstStep, roi, kernel, ks, anchor));
 }
 
 // Per-thread bytes of the _Round work buffers.
@@ -103,7 +103,7 @@ RokStatus zero_buffer_size(RokiSize ks, int roiWidth, int* pSize);
 template <RoundBuf B, class T, class K, Layout L>
 RokStatus filter_round(const T* src, int srcStep, T* dst, int dstStep, RokiSize roi, const K* kernel, RokiSize ks,
                        RokiPoint anchor, int divisor, int mode, Rok8u* buffer) {
-    Spec s = make_spec<T, T, K, L>(src, srcStep, dst, dstStep, roi, kernel, ks, anchor);
+    FilterCall s = describe<T, T, K, L>(src, srcStep, dst, dstStep, roi, kernel, ks, anchor);
     s.hasDivisor = B != RoundBuf::F32;
     s.divisor = divisor;
     s.rounding = true;

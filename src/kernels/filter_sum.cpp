@@ -65,25 +65,23 @@ void sum_int32(const T* base, const std::ptrdiff_t* offs, const std::int32_t* co
     for (; x < n; ++x) acc[x] = scalar_sum<T, std::int32_t, std::int32_t>(base, offs, coef, ntaps, x);
 }
 
+// Each lane's sum is a chain of dependent adds, so a block keeps eight
+// independent accumulators in flight to hide the add latency.
 template <class T>
 void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc) {
+    constexpr int kLanes = 8, kVectors = 8, kBlock = kLanes * kVectors;
     int x = 0;
-    for (; x + 32 <= n; x += 32) {
-        __m256 a0 = _mm256_setzero_ps(), a1 = a0, a2 = a0, a3 = a0;
+    for (; x + kBlock <= n; x += kBlock) {
+        __m256 a[kVectors];
+        for (int v = 0; v < kVectors; ++v) a[v] = _mm256_setzero_ps();
         for (int t = 0; t < ntaps; ++t) {
             const T* p = tap(base, offs[t]) + x;
             const __m256 c = _mm256_set1_ps(coef[t]);
-            a0 = _mm256_add_ps(a0, _mm256_mul_ps(float8(p), c));
-            a1 = _mm256_add_ps(a1, _mm256_mul_ps(float8(p + 8), c));
-            a2 = _mm256_add_ps(a2, _mm256_mul_ps(float8(p + 16), c));
-            a3 = _mm256_add_ps(a3, _mm256_mul_ps(float8(p + 24), c));
+            for (int v = 0; v < kVectors; ++v) a[v] = _mm256_add_ps(a[v], _mm256_mul_ps(float8(p + kLanes * v), c));
         }
-        _mm256_storeu_ps(acc + x, a0);
-        _mm256_storeu_ps(acc + x + 8, a1);
-        _mm256_storeu_ps(acc + x + 16, a2);
-        _mm256_storeu_ps(acc + x + 24, a3);
+        for (int v = 0; v < kVectors; ++v) _mm256_storeu_ps(acc + x + kLanes * v, a[v]);
     }
-    for (; x + 8 <= n; x += 8) {
+    for (; x + kLanes <= n; x += kLanes) {
         __m256 a = _mm256_setzero_ps();
         for (int t = 0; t < ntaps; ++t)
             a = _mm256_add_ps(a, _mm256_mul_ps(float8(tap(base, offs[t]) + x), _mm256_set1_ps(coef[t])));
@@ -147,21 +145,18 @@ void filter_sum(const Rok32s* b, const std::ptrdiff_t* o, const float* c, int k,
 void filter_sum(const Rok32f* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
 
 void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc) {
+    constexpr int kLanes = 4, kVectors = 8, kBlock = kLanes * kVectors;
     int x = 0;
-    for (; x + 16 <= n; x += 16) {
-        __m256d a0 = _mm256_setzero_pd(), a1 = a0, a2 = a0, a3 = a0;
+    for (; x + kBlock <= n; x += kBlock) {
+        __m256d a[kVectors];
+        for (int v = 0; v < kVectors; ++v) a[v] = _mm256_setzero_pd();
         for (int t = 0; t < ntaps; ++t) {
             const Rok64f* p = tap(base, offs[t]) + x;
             const __m256d c = _mm256_set1_pd(coef[t]);
-            a0 = _mm256_add_pd(a0, _mm256_mul_pd(_mm256_loadu_pd(p), c));
-            a1 = _mm256_add_pd(a1, _mm256_mul_pd(_mm256_loadu_pd(p + 4), c));
-            a2 = _mm256_add_pd(a2, _mm256_mul_pd(_mm256_loadu_pd(p + 8), c));
-            a3 = _mm256_add_pd(a3, _mm256_mul_pd(_mm256_loadu_pd(p + 12), c));
+            for (int v = 0; v < kVectors; ++v)
+                a[v] = _mm256_add_pd(a[v], _mm256_mul_pd(_mm256_loadu_pd(p + kLanes * v), c));
         }
-        _mm256_storeu_pd(acc + x, a0);
-        _mm256_storeu_pd(acc + x + 4, a1);
-        _mm256_storeu_pd(acc + x + 8, a2);
-        _mm256_storeu_pd(acc + x + 12, a3);
+        for (int v = 0; v < kVectors; ++v) _mm256_storeu_pd(acc + x + kLanes * v, a[v]);
     }
     for (; x < n; ++x) acc[x] = scalar_sum<Rok64f, double, double>(base, offs, coef, ntaps, x);
 }

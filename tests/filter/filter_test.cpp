@@ -527,3 +527,78 @@ TEST(Filter, DecimationKeepsEveryFactorthFilteredPixel) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every member, one small case each with a tail past the vector block: the
+// layouts' channel counts and alpha handling, the types and the wiring of
+// each export.
+template <class S, class D, class K>
+void each(const char* name, int nc, int processed, Shape shape, bool rounding, FilterFn<S, D, K> fn,
+          RokStatus (*bufsize)(RokiSize, int, int*) = nullptr) {
+    const Form<S, D, K> f{name, nc, processed, shape, rounding, std::move(fn), bufsize};
+    check(f, Config{21, 3, 3, 2, 1, 0, 3, 2}, 77);
+    check(f, Config{18, 2, 2, 3, 0, 2, 4, 0}, 78, rokt::Guard::Before);
+}
+
+#define FOUR(W, SHAPE, ROUND, fam, T, S, D, K)                                       \
+    each<S, D, K>(#fam "_" #T "_C1R", 1, 1, SHAPE, ROUND, W(fam##_##T##_C1R));   \
+    each<S, D, K>(#fam "_" #T "_C3R", 3, 3, SHAPE, ROUND, W(fam##_##T##_C3R));   \
+    each<S, D, K>(#fam "_" #T "_C4R", 4, 4, SHAPE, ROUND, W(fam##_##T##_C4R));   \
+    each<S, D, K>(#fam "_" #T "_AC4R", 4, 3, SHAPE, ROUND, W(fam##_##T##_AC4R))
+#define THREE(W, fam, T, S, D, K)                                                      \
+    each<S, D, K>(#fam "_" #T "_C1R", 1, 1, Shape::TwoD, false, W(fam##_##T##_C1R)); \
+    each<S, D, K>(#fam "_" #T "_C3R", 3, 3, Shape::TwoD, false, W(fam##_##T##_C3R)); \
+    each<S, D, K>(#fam "_" #T "_C4R", 4, 4, Shape::TwoD, false, W(fam##_##T##_C4R))
+#define FOUR_ROUND(W, fam, T, S, K, kind)                                                                          \
+    each<S, S, K>(#fam "_" #T "_C1R", 1, 1, Shape::TwoD, true, W(fam##_##T##_C1R),                                \
+                  rokiFilterRoundGetBufSize##kind##_##T##_C1R);                                                    \
+    each<S, S, K>(#fam "_" #T "_C3R", 3, 3, Shape::TwoD, true, W(fam##_##T##_C3R),                                \
+                  rokiFilterRoundGetBufSize##kind##_##T##_C3R);                                                    \
+    each<S, S, K>(#fam "_" #T "_C4R", 4, 4, Shape::TwoD, true, W(fam##_##T##_C4R),                                \
+                  rokiFilterRoundGetBufSize##kind##_##T##_C4R);                                                    \
+    each<S, S, K>(#fam "_" #T "_AC4R", 4, 3, Shape::TwoD, true, W(fam##_##T##_AC4R),                              \
+                  rokiFilterRoundGetBufSize##kind##_##T##_AC4R)
+
+TEST(Filter, EveryMemberOnASmallCase) {
+    FOUR(F2_DIV, Shape::TwoD, false, rokiFilter, 8u, Rok8u, Rok8u, Rok32s);
+    FOUR(F2_DIV, Shape::TwoD, false, rokiFilter, 16s, Rok16s, Rok16s, Rok32s);
+    FOUR(F2_DIV, Shape::TwoD, false, rokiFilter, 16u, Rok16u, Rok16u, Rok32s);
+    FOUR(F2_PLAIN, Shape::TwoD, false, rokiFilter, 32f, Rok32f, Rok32f, Rok32f);
+    each<Rok64f, Rok64f, Rok64f>("rokiFilter_64f_C1R", 1, 1, Shape::TwoD, false, F2_PLAIN(rokiFilter_64f_C1R));
+    FOUR(F2_PLAIN, Shape::TwoD, false, rokiFilter32f, 8u, Rok8u, Rok8u, Rok32f);
+    FOUR(F2_PLAIN, Shape::TwoD, false, rokiFilter32f, 16s, Rok16s, Rok16s, Rok32f);
+    FOUR(F2_PLAIN, Shape::TwoD, false, rokiFilter32f, 16u, Rok16u, Rok16u, Rok32f);
+    THREE(F2_PLAIN, rokiFilter32f, 32s, Rok32s, Rok32s, Rok32f);
+    THREE(F2_PLAIN, rokiFilter32f, 8s, Rok8s, Rok8s, Rok32f);
+    THREE(F2_PLAIN, rokiFilter32f, 8u16s, Rok8u, Rok16s, Rok32f);
+    THREE(F2_PLAIN, rokiFilter32f, 8s16s, Rok8s, Rok16s, Rok32f);
+    FOUR_ROUND(F2_RDIV, rokiFilter_Round16s, 8u, Rok8u, Rok16s, 16s);
+    FOUR_ROUND(F2_RDIV, rokiFilter_Round32s, 16s, Rok16s, Rok32s, 32s);
+    FOUR_ROUND(F2_RDIV, rokiFilter_Round32s, 16u, Rok16u, Rok32s, 32s);
+    FOUR_ROUND(F2_RF, rokiFilter_Round32f, 8u, Rok8u, Rok32f, 32f);
+    FOUR_ROUND(F2_RF, rokiFilter_Round32f, 16s, Rok16s, Rok32f, 32f);
+    FOUR_ROUND(F2_RF, rokiFilter_Round32f, 16u, Rok16u, Rok32f, 32f);
+}
+
+TEST(Filter, EveryOneDimensionalMemberOnASmallCase) {
+    FOUR(ROW_DIV, Shape::Row, false, rokiFilterRow, 8u, Rok8u, Rok8u, Rok32s);
+    FOUR(ROW_DIV, Shape::Row, false, rokiFilterRow, 16s, Rok16s, Rok16s, Rok32s);
+    FOUR(ROW_DIV, Shape::Row, false, rokiFilterRow, 16u, Rok16u, Rok16u, Rok32s);
+    FOUR(ROW_PLAIN, Shape::Row, false, rokiFilterRow, 32f, Rok32f, Rok32f, Rok32f);
+    each<Rok64f, Rok64f, Rok64f>("rokiFilterRow_64f_C1R", 1, 1, Shape::Row, false, ROW_PLAIN(rokiFilterRow_64f_C1R));
+    FOUR(COL_DIV, Shape::Column, false, rokiFilterColumn, 8u, Rok8u, Rok8u, Rok32s);
+    FOUR(COL_DIV, Shape::Column, false, rokiFilterColumn, 16s, Rok16s, Rok16s, Rok32s);
+    FOUR(COL_DIV, Shape::Column, false, rokiFilterColumn, 16u, Rok16u, Rok16u, Rok32s);
+    FOUR(COL_PLAIN, Shape::Column, false, rokiFilterColumn, 32f, Rok32f, Rok32f, Rok32f);
+    each<Rok64f, Rok64f, Rok64f>("rokiFilterColumn_64f_C1R", 1, 1, Shape::Column, false,
+                                 COL_PLAIN(rokiFilterColumn_64f_C1R));
+    FOUR(ROW_PLAIN, Shape::Row, false, rokiFilterRow32f, 8u, Rok8u, Rok8u, Rok32f);
+    FOUR(ROW_PLAIN, Shape::Row, false, rokiFilterRow32f, 16s, Rok16s, Rok16s, Rok32f);
+    FOUR(ROW_PLAIN, Shape::Row, false, rokiFilterRow32f, 16u, Rok16u, Rok16u, Rok32f);
+    FOUR(COL_PLAIN, Shape::Column, false, rokiFilterColumn32f, 8u, Rok8u, Rok8u, Rok32f);
+    FOUR(COL_PLAIN, Shape::Column, false, rokiFilterColumn32f, 16s, Rok16s, Rok16s, Rok32f);
+    FOUR(COL_PLAIN, Shape::Column, false, rokiFilterColumn32f, 16u, Rok16u, Rok16u, Rok32f);
+}
+
+}  // namespace
