@@ -14,12 +14,12 @@ namespace {
 
 // Rounds v and saturates it to D; F is the width the rule is computed in
 // (float suffices for every destination of up to 16 bits, double holds every
-// 32-bit bound exactly). NaN becomes 0 in every mode.
+// 32-bit bound exactly). NaN converts as -infinity would, to D's minimum.
 template <class D, bool CurrentMode, class F>
 inline D round_to(F v) {
     constexpr F lo = F(std::numeric_limits<D>::min());
     constexpr F hi = F(std::numeric_limits<D>::max());
-    v = v == v ? v : F(0);
+    if (v != v) return std::numeric_limits<D>::min();
     if constexpr (CurrentMode) {
         // Modes 0 and 1: the processor's rounding control, which the caller
         // set to truncation or nearest-even, rounds; then saturation.
@@ -52,10 +52,10 @@ void convert_float_rows(const float* src, D* dst, int n) {
     int i = head;
     for (; i + 32 <= n; i += 32) {
         const float* s = src + i;
-        pack::store32(dst + i, pack::round_clamped<CurrentMode, std::is_unsigned_v<D>>(_mm256_loadu_ps(s), lo, hi),
-                      pack::round_clamped<CurrentMode, std::is_unsigned_v<D>>(_mm256_loadu_ps(s + 8), lo, hi),
-                      pack::round_clamped<CurrentMode, std::is_unsigned_v<D>>(_mm256_loadu_ps(s + 16), lo, hi),
-                      pack::round_clamped<CurrentMode, std::is_unsigned_v<D>>(_mm256_loadu_ps(s + 24), lo, hi));
+        pack::store32(dst + i, pack::round_clamped<CurrentMode>(_mm256_loadu_ps(s), lo, hi),
+                      pack::round_clamped<CurrentMode>(_mm256_loadu_ps(s + 8), lo, hi),
+                      pack::round_clamped<CurrentMode>(_mm256_loadu_ps(s + 16), lo, hi),
+                      pack::round_clamped<CurrentMode>(_mm256_loadu_ps(s + 24), lo, hi));
     }
     engine::plain(dst, i, n, rule);
 }

@@ -11,22 +11,18 @@
 
 namespace rok::kernels::pack {
 
-// NaN lanes become 0.
-inline __m256 zero_nan(__m256 x) { return _mm256_and_ps(x, _mm256_cmp_ps(x, x, _CMP_ORD_Q)); }
-
 // x rounded to int32 for a destination of range [lo, hi] (integers): with
 // the processor's rounding control (CurrentMode) or half away from zero.
-// Lanes below lo come out at or below lo and store32 saturates them; only
-// the upper bound needs clamping, since the conversion turns anything past
-// int32 into INT_MIN. NaN gives 0: it becomes INT_MIN (saturated to 0 for
-// unsigned destinations) unless masked first for signed ones.
-template <bool CurrentMode, bool Unsigned>
+// Only the upper bound needs clamping before the conversion: anything below
+// lo comes out at or below lo (past int32, as INT_MIN) and store32
+// saturates it. min(hi, x) passes a NaN on, so NaN ends as INT_MIN, or as
+// lo through the max of the second mode: the destination minimum either way.
+template <bool CurrentMode>
 inline __m256i round_clamped(__m256 x, __m256 lo, __m256 hi) {
-    if constexpr (!Unsigned) x = zero_nan(x);
     if constexpr (CurrentMode) {
         return _mm256_cvtps_epi32(_mm256_min_ps(hi, x));
     } else {
-        x = _mm256_max_ps(_mm256_min_ps(hi, x), lo);  // NaN (unsigned): lo = 0
+        x = _mm256_max_ps(_mm256_min_ps(hi, x), lo);
         const __m256 one = _mm256_set1_ps(1.0f);
         __m256 t = _mm256_round_ps(x, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
         const __m256 frac = _mm256_sub_ps(x, t);
