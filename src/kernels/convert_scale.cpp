@@ -111,6 +111,10 @@ void scale_down_float(const float* src, std::uint8_t* dst, int n, float vMin, fl
         return _mm256_cvtps_epi32(_mm256_add_ps(_mm256_mul_ps(x, vk), vb));
     };
     int i = head;
+    for (; i + 64 <= n; i += 64) {  // two independent 32-sample chains
+        pack::store32(dst + i, eight(src + i), eight(src + i + 8), eight(src + i + 16), eight(src + i + 24));
+        pack::store32(dst + i + 32, eight(src + i + 32), eight(src + i + 40), eight(src + i + 48), eight(src + i + 56));
+    }
     for (; i + 32 <= n; i += 32)
         pack::store32(dst + i, eight(src + i), eight(src + i + 8), eight(src + i + 16), eight(src + i + 24));
     engine::plain(dst, i, n, rule);
