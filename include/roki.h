@@ -253,7 +253,8 @@ ROKI_API RokStatus rokiCopyWrapBorder_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, 
 /* (rokRoundNearestEven) rounds to nearest even, both by the processor's */
 /* rounding control, set for the call and restored before returning; the */
 /* result is then saturated. Any other roundMode saturates first and then */
-/* rounds ties away from zero. NaN gives 0 in every mode. Null -8, size -6, */
+/* rounds ties away from zero. NaN gives the destination minimum in every */
+/* mode (as -infinity does: 0 for unsigned types). Null -8, size -6, */
 /* step below 1 -14. AC4 leaves the destination alpha untouched. */
 ROKI_API RokStatus rokiConvert_32f8u_C1R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode);
 ROKI_API RokStatus rokiConvert_32f8u_C3R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode);
@@ -278,7 +279,7 @@ ROKI_API RokStatus rokiConvert_32f16s_AC4R(const Rok32f* pSrc, int srcStep, Rok1
 /* the sign restored; scaleFactor < 0: shifted left and saturated (0 stays */
 /* 0). Float sources: the product is formed exactly, then rounded as the */
 /* 32f to integer conversion (rounding control set for modes 0 and 1 and */
-/* restored; NaN gives 0). Any scaleFactor is accepted. Null -8, size -6; */
+/* restored; NaN gives the destination minimum). Any scaleFactor is accepted. Null -8, size -6; */
 /* steps are not checked. */
 ROKI_API RokStatus rokiConvert_8u8s_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
 ROKI_API RokStatus rokiConvert_16u8s_C1RSfs(const Rok16u* pSrc, int srcStep, Rok8s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
@@ -356,7 +357,8 @@ ROKI_API RokStatus rokiScale_32s8u_AC4R(const Rok32s* pSrc, int srcStep, Rok8u* 
 
 /* Clamps to [vMin, vMax] (upper bound first), then stores nearest-even of */
 /* x*k + b, k = 255/(vMax - vMin), b = -k*vMin, in single precision with the */
-/* rounding control set to nearest for the call and restored. NaN gives 0. */
+/* rounding control set to nearest for the call and restored. NaN gives 0, */
+/* as -infinity does. */
 /* vMax - vMin not above 0 (or NaN) returns -13 before any other check. */
 ROKI_API RokStatus rokiScale_32f8u_C1R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);
 ROKI_API RokStatus rokiScale_32f8u_C3R(const Rok32f* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f vMin, Rok32f vMax);

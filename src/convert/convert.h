@@ -3,14 +3,24 @@
 // scaled integer and float pairs, bits to bytes).
 #pragma once
 
+#include <cstdint>
 #include <type_traits>
 
 #include "convert/rounding.h"
+#include "core/core.h"
 #include "convert/rows.h"
 #include "frame/image.h"
 #include "kernels/convert.h"
 
 namespace rok::convert {
+
+// Bytes moved (read and written) from which widening conversions stream
+// their output: half the largest cache, or a fixed 3.2 MB when the processor
+// does not report its caches.
+inline std::int64_t stream_bytes() {
+    const int cache = core::max_cache_bytes();
+    return cache > 0 ? cache / 2 : std::int64_t(838860) * 4;
+}
 
 // Widening, narrowing and sign change. CheckSteps: the multi-layout members
 // reject steps below 1 after the size; the one-layout members and the two
@@ -20,8 +30,12 @@ RokStatus convert_value(const S* src, int srcStep, D* dst, int dstStep, RokiSize
     if (any_null(src, dst)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
     if (CheckSteps && any_step_below_one(srcStep, dstStep)) return rokStatusBadStep;
+    // Widening that moves more than half the cache streams its output past it.
+    const bool stream = L != Layout::AC4 && sizeof(D) > sizeof(S) &&
+                        std::int64_t(roi.width) * roi.height * channels(L) * std::int64_t(sizeof(S) + sizeof(D)) >=
+                            stream_bytes();
     for_each_row<L>(src, srcStep, dst, dstStep, roi,
-                    [](const S* s, D* d, int n) { kernels::convert_value(s, d, n, false); });
+                    [stream](const S* s, D* d, int n) { kernels::convert_value(s, d, n, stream); });
     return rokStatusOk;
 }
 

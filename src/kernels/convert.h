@@ -15,7 +15,8 @@ void convert_value(const S* src, D* dst, int n, bool stream);
 
 // Float to integer. mode 0 and 1 convert with the processor's current
 // rounding (the caller sets truncation or nearest-even), then saturate; any
-// other mode saturates first and rounds ties away from zero. NaN gives 0.
+// other mode saturates first and rounds ties away from zero. NaN gives D's
+// minimum, as -infinity does.
 template <class D>
 void convert_float(const float* src, D* dst, int n, int mode);
 
@@ -59,7 +60,8 @@ template <class S>
 void scale_down_fast(const S* src, std::uint8_t* dst, int n, bool stream);
 
 // Each value clamped to vMax, then to vMin, then nearest-even of x*k + b
-// (rounding control set to nearest by the caller). NaN gives 0.
+// (rounding control set to nearest by the caller). NaN gives 0, as -infinity
+// does.
 void scale_down_float(const float* src, std::uint8_t* dst, int n, float vMin, float vMax, float k, float b);
 
 }  // namespace rok::kernels

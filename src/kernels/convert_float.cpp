@@ -6,6 +6,7 @@
 
 #include "kernels/convert.h"
 #include "kernels/convert_engine.h"
+#include "kernels/convert_pack.h"
 
 namespace rok::kernels {
 
@@ -13,12 +14,12 @@ namespace {
 
 // Rounds v and saturates it to D; F is the width the rule is computed in
 // (float suffices for every destination of up to 16 bits, double holds every
-// 32-bit bound exactly). NaN becomes 0 in every mode.
+// 32-bit bound exactly). NaN converts as -infinity would, to D's minimum.
 template <class D, bool CurrentMode, class F>
 inline D round_to(F v) {
     constexpr F lo = F(std::numeric_limits<D>::min());
     constexpr F hi = F(std::numeric_limits<D>::max());
-    v = v == v ? v : F(0);
+    if (v != v) return std::numeric_limits<D>::min();
     if constexpr (CurrentMode) {
         // Modes 0 and 1: the processor's rounding control, which the caller
         // set to truncation or nearest-even, rounds; then saturation.
@@ -38,18 +39,33 @@ inline D round_to(F v) {
     }
 }
 
-template <class D>
-using Narrow = std::conditional_t<(sizeof(D) < 4), float, double>;
-
 }  // namespace
+
+// The scalar rule for the head and tail, 32 samples per step between them.
+template <class D, bool CurrentMode>
+void convert_float_rows(const float* src, D* dst, int n) {
+    auto rule = [src](int i) { return round_to<D, CurrentMode>(src[i]); };
+    const int head = pack::head_to_boundary(dst, n);
+    engine::plain(dst, 0, head, rule);
+    const __m256 lo = _mm256_set1_ps(float(std::numeric_limits<D>::min()));
+    const __m256 hi = _mm256_set1_ps(float(std::numeric_limits<D>::max()));
+    int i = head;
+    for (; i + 32 <= n; i += 32) {
+        const float* s = src + i;
+        pack::store32(dst + i, pack::round_clamped<CurrentMode>(_mm256_loadu_ps(s), lo, hi),
+                      pack::round_clamped<CurrentMode>(_mm256_loadu_ps(s + 8), lo, hi),
+                      pack::round_clamped<CurrentMode>(_mm256_loadu_ps(s + 16), lo, hi),
+                      pack::round_clamped<CurrentMode>(_mm256_loadu_ps(s + 24), lo, hi));
+    }
+    engine::plain(dst, i, n, rule);
+}
 
 template <class D>
 void convert_float(const float* src, D* dst, int n, int mode) {
-    using F = Narrow<D>;
     if (mode == 0 || mode == 1)
-        engine::run(dst, n, false, [src](int i) { return round_to<D, true>(F(src[i])); });
+        convert_float_rows<D, true>(src, dst, n);
     else
-        engine::run(dst, n, false, [src](int i) { return round_to<D, false>(F(src[i])); });
+        convert_float_rows<D, false>(src, dst, n);
 }
 
 template <class D>

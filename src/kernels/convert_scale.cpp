@@ -9,6 +9,7 @@
 
 #include "kernels/convert.h"
 #include "kernels/convert_engine.h"
+#include "kernels/convert_pack.h"
 
 namespace rok::kernels {
 
@@ -44,7 +45,7 @@ inline std::uint8_t to_8u(double r) {
 
 template <class S>
 void scale_down_accurate(const S* src, std::uint8_t* dst, int n) {
-    engine::run(dst, n, false, [src](int i) {
+    auto rule = [src](int i) {
         if constexpr (sizeof(S) == 4) {
             const double product = double(src[i]) * 5.937181414556033e-8;
             return to_8u(std::nearbyint(product + 127.5000000296859));
@@ -53,7 +54,27 @@ void scale_down_accurate(const S* src, std::uint8_t* dst, int n) {
         } else {
             return to_8u(std::nearbyint(float(src[i]) * 0.0038910506f));
         }
-    });
+    };
+    if constexpr (sizeof(S) == 4) {
+        engine::plain(dst, 0, n, rule);
+    } else {
+        // 16-bit sources: exact in float; the product is rounded by the
+        // rounding control (nearest) in the conversion to int32.
+        const int head = pack::head_to_boundary(dst, n);
+        engine::plain(dst, 0, head, rule);
+        const __m256 c = _mm256_set1_ps(0.0038910506f);
+        const __m256i offset = _mm256_set1_epi32(std::is_signed_v<S> ? 32768 : 0);
+        auto eight = [&](const S* s) {
+            const __m128i raw = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s));
+            const __m256i wide = std::is_signed_v<S> ? _mm256_cvtepi16_epi32(raw) : _mm256_cvtepu16_epi32(raw);
+            const __m256 x = _mm256_cvtepi32_ps(_mm256_add_epi32(wide, offset));
+            return _mm256_cvtps_epi32(_mm256_mul_ps(x, c));
+        };
+        int i = head;
+        for (; i + 32 <= n; i += 32)
+            pack::store32(dst + i, eight(src + i), eight(src + i + 8), eight(src + i + 16), eight(src + i + 24));
+        engine::plain(dst, i, n, rule);
+    }
 }
 
 template <class S>
@@ -70,13 +91,33 @@ void scale_down_fast(const S* src, std::uint8_t* dst, int n, bool stream) {
 }
 
 void scale_down_float(const float* src, std::uint8_t* dst, int n, float vMin, float vMax, float k, float b) {
-    engine::run(dst, n, false, [=](int i) {
+    auto rule = [=](int i) {
         float x = src[i];
+        if (x != x) return std::uint8_t(0);
         x = x > vMax ? vMax : x;
         x = x < vMin ? vMin : x;
         const float product = x * k;
         return to_8u(std::nearbyint(product + b));
-    });
+    };
+    const int head = pack::head_to_boundary(dst, n);
+    engine::plain(dst, 0, head, rule);
+    const __m256 lo = _mm256_set1_ps(vMin), hi = _mm256_set1_ps(vMax);
+    const __m256 vk = _mm256_set1_ps(k), vb = _mm256_set1_ps(b);
+    auto eight = [&](const float* s) {
+        // Upper bound first; min passes a NaN on and max turns it into vMin,
+        // which maps to exactly 0 (vMin*k + (0 - vMin*k)). The saturating
+        // packs keep the last-bit errors of the map inside 0..255.
+        const __m256 x = _mm256_max_ps(_mm256_min_ps(hi, _mm256_loadu_ps(s)), lo);
+        return _mm256_cvtps_epi32(_mm256_add_ps(_mm256_mul_ps(x, vk), vb));
+    };
+    int i = head;
+    for (; i + 64 <= n; i += 64) {  // two independent 32-sample chains
+        pack::store32(dst + i, eight(src + i), eight(src + i + 8), eight(src + i + 16), eight(src + i + 24));
+        pack::store32(dst + i + 32, eight(src + i + 32), eight(src + i + 40), eight(src + i + 48), eight(src + i + 56));
+    }
+    for (; i + 32 <= n; i += 32)
+        pack::store32(dst + i, eight(src + i), eight(src + i + 8), eight(src + i + 16), eight(src + i + 24));
+    engine::plain(dst, i, n, rule);
 }
 
 template void scale_up<std::uint16_t>(const std::uint8_t*, std::uint16_t*, int, bool);

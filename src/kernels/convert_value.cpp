@@ -6,6 +6,7 @@
 
 #include "kernels/convert.h"
 #include "kernels/convert_engine.h"
+#include "kernels/convert_pack.h"
 
 namespace rok::kernels {
 
@@ -35,9 +36,39 @@ inline D value_of(S x) {
 
 }  // namespace
 
+// Narrowing to 8 bits by the saturating packs, 32 samples per step.
+template <class S, class D>
+void narrow_to_8(const S* src, D* dst, int n) {
+    auto rule = [src](int i) { return value_of<S, D>(src[i]); };
+    const int head = pack::head_to_boundary(dst, n);
+    engine::plain(dst, 0, head, rule);
+    int i = head;
+    for (; i + 32 <= n; i += 32) {
+        const __m256i* s = reinterpret_cast<const __m256i*>(src + i);
+        if constexpr (sizeof(S) == 4) {
+            pack::store32(dst + i, _mm256_loadu_si256(s), _mm256_loadu_si256(s + 1), _mm256_loadu_si256(s + 2),
+                          _mm256_loadu_si256(s + 3));
+        } else {
+            __m256i a = _mm256_loadu_si256(s), b = _mm256_loadu_si256(s + 1);
+            if constexpr (std::is_unsigned_v<S>) {  // above 255 would read as negative in the signed pack
+                a = _mm256_min_epu16(a, _mm256_set1_epi16(255));
+                b = _mm256_min_epu16(b, _mm256_set1_epi16(255));
+            }
+            const __m256i bytes = _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i), bytes);
+        }
+    }
+    engine::plain(dst, i, n, rule);
+}
+
 template <class S, class D>
 void convert_value(const S* src, D* dst, int n, bool stream) {
-    engine::run(dst, n, stream, [src](int i) { return value_of<S, D>(src[i]); });
+    if constexpr (sizeof(D) == 1 && sizeof(S) > 1) {
+        static_assert(sizeof(S) == 4 || std::is_unsigned_v<D>, "the 16-bit pack saturates to unsigned");
+        narrow_to_8(src, dst, n);  // outputs are small; no streaming needed
+    } else {
+        engine::run(dst, n, stream, [src](int i) { return value_of<S, D>(src[i]); });
+    }
 }
 
 #define ROK_CONVERT_VALUE(S, D) template void convert_value<S, D>(const S*, D*, int, bool);

@@ -24,10 +24,11 @@ struct CallerMode {
 };
 
 // x rounded by mode (0 toward zero, 1 ties to even, other ties away from
-// zero) and saturated to D; NaN gives 0. Every step is exact in long double.
+// zero) and saturated to D; NaN gives D's minimum, as -infinity does. Every
+// step is exact in long double.
 template <class D>
 D round_ref(long double x, int mode) {
-    if (std::isnan(x)) return D(0);
+    if (std::isnan(x)) return std::numeric_limits<D>::min();
     const long double lo = std::numeric_limits<D>::min(), hi = std::numeric_limits<D>::max();
     if (x <= lo) return std::numeric_limits<D>::min();
     if (x >= hi) return std::numeric_limits<D>::max();
@@ -103,6 +104,28 @@ TEST(ConvertRound, DocumentedValues) {
         EXPECT_EQ(std::fegetround(), caller);
         EXPECT_EQ(out, 77);
     }
+}
+
+// NaN converts as -infinity: the destination minimum, in every mode and at
+// every position of a vector block.
+TEST(ConvertRound, NaNGivesTheMinimum) {
+    std::vector<float> src(40, std::nanf(""));
+    for (int mode : {0, 1, 2}) {
+        std::vector<Rok8s> s8(40, 5);
+        std::vector<Rok16u> u16(40, 5);
+        ASSERT_EQ(rokiConvert_32f8s_C1R(src.data(), 160, s8.data(), 40, RokiSize{40, 1}, mode), rokStatusOk);
+        ASSERT_EQ(rokiConvert_32f16u_C1R(src.data(), 160, u16.data(), 80, RokiSize{40, 1}, mode), rokStatusOk);
+        for (int i = 0; i < 40; ++i) {
+            EXPECT_EQ(s8[i], -128) << i;
+            EXPECT_EQ(u16[i], 0) << i;
+        }
+        Rok32s s32 = 5;
+        ASSERT_EQ(rokiConvert_32f32s_C1RSfs(src.data(), 4, &s32, 4, RokiSize{1, 1}, mode, 0), rokStatusOk);
+        EXPECT_EQ(s32, std::numeric_limits<Rok32s>::min());
+    }
+    std::vector<Rok8u> u8(40, 5);
+    ASSERT_EQ(rokiScale_32f8u_C1R(src.data(), 160, u8.data(), 40, RokiSize{40, 1}, -1.0f, 1.0f), rokStatusOk);
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(u8[i], 0) << i;
 }
 
 // Integer scaled pairs: the magnitude shifted with the mode's rounding.
