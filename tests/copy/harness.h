@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -85,9 +86,10 @@ void check_call(const Geometry& g, int pad, bool flipSrc, Guard guard, std::uint
 // odd and zero pads, guard pages after and before the buffers. `geometry`
 // maps (w, h) to the call's geometry.
 template <class T, class Geo, class Call, class Ref>
-void sweep(Geo&& geometry, Call&& call, Ref&& ref, const std::string& what, bool allowFlip = true) {
-    for (int w = 1; w <= 70; ++w)
-        for (int h : {1, 3}) {
+void sweep(Geo&& geometry, Call&& call, Ref&& ref, const std::string& what, bool allowFlip = true,
+           std::initializer_list<int> heights = {1, 3}, int minWidth = 1) {
+    for (int w = minWidth; w <= 70; ++w)
+        for (int h : heights) {
             const Geometry g = geometry(w, h);
             const int pad = w % 3;
             const Guard guard = w % 2 ? Guard::After : Guard::Before;
