@@ -63,7 +63,26 @@ template <class U, int SC, int DC, int NP>
 void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
     int ord[NP];
     for (int k = 0; k < NP; ++k) ord[k] = order[k];
-    for (int i = 0; i < n; ++i) {
+    int i = 0;
+    if constexpr (sizeof(U) == 1 && SC == DC && DC == NP) {
+        // Whole 8-bit pixels reordered by one byte shuffle: 5 three-channel
+        // pixels (the 16th byte is the next pixel's first sample, rewritten
+        // by the next step, which always exists since 6 pixels remain) or 4
+        // four-channel ones per 16 bytes. Each block is loaded before it is
+        // stored, so src == dst works.
+        constexpr int K = SC == 3 ? 5 : 4;
+        alignas(16) std::int8_t idx[16];
+        for (int j = 0; j < 16; ++j)
+            idx[j] = std::int8_t(j / SC < K && ord[j % SC] < SC ? (j / SC) * SC + ord[j % SC] : j);
+        const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(idx));
+        bool exact = true;
+        for (int k = 0; k < NP; ++k) exact = exact && ord[k] < SC;
+        for (; exact && n - i >= K + 1; i += K) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::size_t(i) * SC));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::size_t(i) * DC), _mm_shuffle_epi8(v, shuffle));
+        }
+    }
+    for (; i < n; ++i) {
         const U* s = src + std::size_t(i) * SC;
         U* d = dst + std::size_t(i) * DC;
         U in[SC];
