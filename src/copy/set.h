@@ -3,6 +3,8 @@
 // in the argument list; only the destination and the ROI size are checked.
 #pragma once
 
+#include <climits>
+#include <cstdint>
 #include <cstring>
 
 #include "copy/engine.h"
@@ -28,6 +30,11 @@ RokStatus set(const T* values, T* pDst, int dstStep, RokiSize roi) {
     if (!values || !pDst) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
     const PixelValue<T, L> pixel(values);
+    // Rows laid end to end are filled as one run.
+    if (std::size_t(dstStep) == std::size_t(roi.width) * kPixelBytes<T, L> &&
+        std::int64_t(roi.width) * roi.height <= INT_MAX) {
+        roi = {roi.width * roi.height, 1};
+    }
     for (int y = 0; y < roi.height; ++y)
         kernels::set_pixels<kPixelBytes<T, L>, L == Layout::AC4>(pixel.bytes, bytes(row(pDst, dstStep, y)), roi.width);
     return rokStatusOk;
