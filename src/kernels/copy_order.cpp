@@ -158,8 +158,48 @@ void swap_rows_reversed(u8* a, u8* b, int n) {
     for (; i < n; ++i) swap_pixel<PB, KeepAlpha>(a + std::size_t(i) * PB, b + std::size_t(n - 1 - i) * PB);
 }
 
+// 16 x 16 bytes: four rounds of pairwise interleaving (8-, 16-, 32-, then
+// 64-bit units), each a perfect shuffle of the rows.
+inline void transpose_16x16(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m128i r[16], t[16];
+    for (int i = 0; i < 16; ++i) r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::ptrdiff_t(i) * srcStep));
+    for (int i = 0; i < 8; ++i) {
+        t[i] = _mm_unpacklo_epi8(r[2 * i], r[2 * i + 1]);
+        t[i + 8] = _mm_unpackhi_epi8(r[2 * i], r[2 * i + 1]);
+    }
+    for (int i = 0; i < 8; ++i) {
+        r[i] = _mm_unpacklo_epi16(t[2 * i], t[2 * i + 1]);
+        r[i + 8] = _mm_unpackhi_epi16(t[2 * i], t[2 * i + 1]);
+    }
+    for (int i = 0; i < 8; ++i) {
+        t[i] = _mm_unpacklo_epi32(r[2 * i], r[2 * i + 1]);
+        t[i + 8] = _mm_unpackhi_epi32(r[2 * i], r[2 * i + 1]);
+    }
+    for (int i = 0; i < 8; ++i) {
+        r[i] = _mm_unpacklo_epi64(t[2 * i], t[2 * i + 1]);
+        r[i + 8] = _mm_unpackhi_epi64(t[2 * i], t[2 * i + 1]);
+    }
+    // The shuffles leave source column bit-reverse(i) in register i.
+    static constexpr int kBitReversed[16] = {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 7, 15};
+    for (int i = 0; i < 16; ++i)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(kBitReversed[i]) * dstStep), r[i]);
+}
+
 template <int PB>
 void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
+    if constexpr (PB == 1) {
+        if (w >= 16 && h >= 16) {
+            // Whole 16 x 16 tiles by vector; the edge strips by the loop below.
+            const int w16 = w & ~15, h16 = h & ~15;
+            for (int y = 0; y < h16; y += 16)
+                for (int x = 0; x < w16; x += 16)
+                    transpose_16x16(src + std::ptrdiff_t(y) * srcStep + x, srcStep, dst + std::ptrdiff_t(x) * dstStep + y, dstStep);
+            if (w16 < w) transpose_block<1>(src + w16, srcStep, dst + std::ptrdiff_t(w16) * dstStep, dstStep, w - w16, h);
+            if (h16 < h)
+                transpose_block<1>(src + std::ptrdiff_t(h16) * srcStep, srcStep, dst + h16, dstStep, w16, h - h16);
+            return;
+        }
+    }
     // Four destination rows per pass read four neighbouring source pixels
     // of each source row together.
     int x = 0;
