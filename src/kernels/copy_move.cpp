@@ -202,11 +202,47 @@ void copy_c3_to_ac4(const U* src, U* dst, int n) {
         for (int c = 0; c < 3; ++c) dst[4 * std::size_t(i) + c] = src[3 * std::size_t(i) + c];
 }
 
+// Byte shuffles between 16 interleaved C-channel pixels (C vectors) and 16
+// samples of each plane. Split: plane k byte j is interleaved byte C*j + k.
+// Merge: interleaved byte m is plane m % C, pixel m / C. Index 0x80 gives 0,
+// so OR-ing the C shuffles assembles each vector.
+template <int C>
+struct PlaneTables {
+    alignas(16) std::int8_t split[C][C][16];  // [plane][source vector][byte]
+    alignas(16) std::int8_t merge[C][C][16];  // [output vector][plane][byte]
+    constexpr PlaneTables() : split{}, merge{} {
+        for (int a = 0; a < C; ++a)
+            for (int b = 0; b < C; ++b)
+                for (int j = 0; j < 16; ++j) {
+                    const int m = C * j + a;  // split: plane a, source vector b
+                    split[a][b][j] = std::int8_t(m / 16 == b ? m % 16 : 0x80);
+                    const int o = 16 * a + j;  // merge: output vector a, plane b
+                    merge[a][b][j] = std::int8_t(o % C == b ? o / C : 0x80);
+                }
+    }
+};
+template <int C>
+inline constexpr PlaneTables<C> kPlaneTables{};
+
 template <class U, int C>
 void split_planes(const U* src, U* const* planes, int n) {
     U* p[C];
     for (int c = 0; c < C; ++c) p[c] = planes[c];
-    for (int i = 0; i < n; ++i)
+    int i = 0;
+    if constexpr (sizeof(U) == 1) {
+        const auto& t = kPlaneTables<C>;
+        for (; i + 16 <= n; i += 16) {
+            __m128i v[C];
+            for (int b = 0; b < C; ++b) v[b] = load16(reinterpret_cast<const u8*>(src) + std::size_t(i) * C + 16 * b);
+            for (int k = 0; k < C; ++k) {
+                __m128i out = _mm_setzero_si128();
+                for (int b = 0; b < C; ++b)
+                    out = _mm_or_si128(out, _mm_shuffle_epi8(v[b], load16(reinterpret_cast<const u8*>(t.split[k][b]))));
+                store16(reinterpret_cast<u8*>(p[k] + i), out);
+            }
+        }
+    }
+    for (; i < n; ++i)
         for (int c = 0; c < C; ++c) p[c][i] = src[C * std::size_t(i) + c];
 }
 
@@ -214,7 +250,21 @@ template <class U, int C>
 void merge_planes(const U* const* planes, U* dst, int n) {
     const U* p[C];
     for (int c = 0; c < C; ++c) p[c] = planes[c];
-    for (int i = 0; i < n; ++i)
+    int i = 0;
+    if constexpr (sizeof(U) == 1) {
+        const auto& t = kPlaneTables<C>;
+        for (; i + 16 <= n; i += 16) {
+            __m128i v[C];
+            for (int b = 0; b < C; ++b) v[b] = load16(reinterpret_cast<const u8*>(p[b] + i));
+            for (int q = 0; q < C; ++q) {
+                __m128i out = _mm_setzero_si128();
+                for (int b = 0; b < C; ++b)
+                    out = _mm_or_si128(out, _mm_shuffle_epi8(v[b], load16(reinterpret_cast<const u8*>(t.merge[q][b]))));
+                store16(reinterpret_cast<u8*>(dst) + std::size_t(i) * C + 16 * q, out);
+            }
+        }
+    }
+    for (; i < n; ++i)
         for (int c = 0; c < C; ++c) dst[C * std::size_t(i) + c] = p[c][i];
 }
 
