@@ -198,18 +198,36 @@ inline void transpose_16x16(const u8* src, int srcStep, u8* dst, int dstStep) {
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(kBitReversed[i]) * dstStep), r[i]);
 }
 
+// 4 x 4 samples of 4 bytes: interleave 32-bit then 64-bit units.
+inline void transpose_4x4(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m128i r[4];
+    for (int i = 0; i < 4; ++i) r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::ptrdiff_t(i) * srcStep));
+    const __m128i t0 = _mm_unpacklo_epi32(r[0], r[1]), t1 = _mm_unpacklo_epi32(r[2], r[3]);
+    const __m128i t2 = _mm_unpackhi_epi32(r[0], r[1]), t3 = _mm_unpackhi_epi32(r[2], r[3]);
+    const __m128i o[4] = {_mm_unpacklo_epi64(t0, t1), _mm_unpackhi_epi64(t0, t1), _mm_unpacklo_epi64(t2, t3),
+                          _mm_unpackhi_epi64(t2, t3)};
+    for (int i = 0; i < 4; ++i) _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(i) * dstStep), o[i]);
+}
+
 template <int PB>
 void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
-    if constexpr (PB == 1) {
-        if (w >= 16 && h >= 16) {
-            // Whole 16 x 16 tiles by vector; the edge strips by the loop below.
-            const int w16 = w & ~15, h16 = h & ~15;
-            for (int y = 0; y < h16; y += 16)
-                for (int x = 0; x < w16; x += 16)
-                    transpose_16x16(src + std::ptrdiff_t(y) * srcStep + x, srcStep, dst + std::ptrdiff_t(x) * dstStep + y, dstStep);
-            if (w16 < w) transpose_block<1>(src + w16, srcStep, dst + std::ptrdiff_t(w16) * dstStep, dstStep, w - w16, h);
-            if (h16 < h)
-                transpose_block<1>(src + std::ptrdiff_t(h16) * srcStep, srcStep, dst + h16, dstStep, w16, h - h16);
+    if constexpr (PB == 1 || PB == 4) {
+        // Whole vector tiles (16 x 16 bytes, 4 x 4 words); the edge strips
+        // by the loop below.
+        constexpr int T = PB == 1 ? 16 : 4;
+        if (w >= T && h >= T) {
+            const int wt = w / T * T, ht = h / T * T;
+            for (int y = 0; y < ht; y += T)
+                for (int x = 0; x < wt; x += T) {
+                    const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
+                    u8* d = dst + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB;
+                    if constexpr (PB == 1) transpose_16x16(s, srcStep, d, dstStep);
+                    else transpose_4x4(s, srcStep, d, dstStep);
+                }
+            if (wt < w)
+                transpose_block<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
+            if (ht < h)
+                transpose_block<PB>(src + std::ptrdiff_t(ht) * srcStep, srcStep, dst + std::size_t(ht) * PB, dstStep, wt, h - ht);
             return;
         }
     }
