@@ -57,6 +57,17 @@ void masked_rows(const u8* src, u8* dst, const u8* mask, int n) {
     const auto& t = kMaskTables<PB, KeepAlpha>;
     const __m128i zero = _mm_setzero_si128(), ones = _mm_set1_epi8(-1);
     int x = 0;
+    if constexpr (PB == 1) {
+        // One-byte pixels: the mask bytes are the blend lanes, 32 at a time.
+        const __m256i pattern = _mm256_set1_epi8(char(src[0]));
+        for (; x + 32 <= n; x += 32) {
+            const __m256i z = _mm256_cmpeq_epi8(load32(mask + x), _mm256_setzero_si256());
+            const unsigned zeros = unsigned(_mm256_movemask_epi8(z));
+            if (zeros == 0xFFFFFFFFu) continue;
+            const __m256i s = Pattern ? pattern : load32(src + x);
+            store32(dst + x, zeros == 0 ? s : _mm256_blendv_epi8(s, load32(dst + x), z));
+        }
+    }
     for (; x + 16 <= n; x += 16) {
         const __m128i z = _mm_cmpeq_epi8(load16(mask + x), zero);
         const int zeros = _mm_movemask_epi8(z);
