@@ -445,6 +445,328 @@ ROKI_API RokStatus rokiConvert_16s16u_C1Rs(const Rok16s* pSrc, int srcStep, Rok1
 ROKI_API RokStatus rokiConvert_16s32u_C1Rs(const Rok16s* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiConvert_32s32u_C1Rs(const Rok32s* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize);
 
+/* ---- copy_copy ---- */
+
+/* Copies the ROI. Only the pointers and the ROI size are checked; any step */
+/* is accepted (zero and negative steps follow the pointer arithmetic). AC4R */
+/* leaves the destination's alpha samples as they were. Rows laid end to end */
+/* in both images are copied as one run; large copies use streaming stores. */
+ROKI_API RokStatus rokiCopy_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C3R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_AC4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* Copies the pixels whose mask byte is non-zero (all channels of the pixel; */
+/* AC4MR never touches alpha); the other destination pixels keep their value. */
+/* The mask pointer is checked for null with the images. */
+ROKI_API RokStatus rokiCopy_8u_C1MR(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_8u_C3MR(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_8u_C4MR(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_8u_AC4MR(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_16s_C1MR(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_16s_C3MR(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_16s_C4MR(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_16s_AC4MR(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_16u_C1MR(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_16u_C3MR(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_16u_C4MR(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_16u_AC4MR(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_32s_C1MR(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_32s_C3MR(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_32s_C4MR(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_32s_AC4MR(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_32f_C1MR(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_32f_C3MR(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_32f_C4MR(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiCopy_32f_AC4MR(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+
+/* C3C1R, C4C1R: pSrc addresses the chosen channel of a 3- or 4-channel image; */
+/* that channel is copied into a one-channel image. */
+ROKI_API RokStatus rokiCopy_8u_C3C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C3C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C3C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C3C1R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C3C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_C4C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C4C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C4C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C4C1R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C4C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* C1C3R, C1C4R: a one-channel image is copied into the channel of a 3- or */
+/* 4-channel image that pDst addresses; the other channels are not written. */
+ROKI_API RokStatus rokiCopy_8u_C1C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C1C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C1C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C1C3R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C1C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_C1C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C1C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C1C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C1C4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C1C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* C3CR, C4CR: one channel to the same channel of another image; both */
+/* pointers address that channel. Other channels are not written. */
+ROKI_API RokStatus rokiCopy_8u_C3CR(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C3CR(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C3CR(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C3CR(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C3CR(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_C4CR(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C4CR(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C4CR(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C4CR(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C4CR(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* AC4C3R drops the alpha position; C3AC4R writes channels 0..2 of a */
+/* four-channel destination and leaves its alpha as it was. */
+ROKI_API RokStatus rokiCopy_8u_AC4C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_AC4C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_AC4C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_AC4C3R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_AC4C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_C3AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C3AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C3AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C3AC4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C3AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* Interleaved to planar (C3P3R, C4P4R: sample k of each pixel to plane k) */
+/* and back (P3C3R, P4C4R). The planes share one step. The plane-pointer */
+/* array and each plane pointer in it must be non-null (else */
+/* rokStatusNullPtr). */
+ROKI_API RokStatus rokiCopy_8u_C3P3R(const Rok8u* pSrc, int srcStep, Rok8u* const pDst[3], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C3P3R(const Rok16s* pSrc, int srcStep, Rok16s* const pDst[3], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C3P3R(const Rok16u* pSrc, int srcStep, Rok16u* const pDst[3], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C3P3R(const Rok32s* pSrc, int srcStep, Rok32s* const pDst[3], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C3P3R(const Rok32f* pSrc, int srcStep, Rok32f* const pDst[3], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_C4P4R(const Rok8u* pSrc, int srcStep, Rok8u* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_C4P4R(const Rok16s* pSrc, int srcStep, Rok16s* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_C4P4R(const Rok16u* pSrc, int srcStep, Rok16u* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_C4P4R(const Rok32s* pSrc, int srcStep, Rok32s* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_C4P4R(const Rok32f* pSrc, int srcStep, Rok32f* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_P3C3R(const Rok8u* const pSrc[3], int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_P3C3R(const Rok16s* const pSrc[3], int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_P3C3R(const Rok16u* const pSrc[3], int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_P3C3R(const Rok32s* const pSrc[3], int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_P3C3R(const Rok32f* const pSrc[3], int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_8u_P4C4R(const Rok8u* const pSrc[4], int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16s_P4C4R(const Rok16s* const pSrc[4], int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_16u_P4C4R(const Rok16u* const pSrc[4], int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32s_P4C4R(const Rok32s* const pSrc[4], int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiCopy_32f_P4C4R(const Rok32f* const pSrc[4], int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* Copies with a chosen kind of store: flags bit value 2: streaming stores */
+/* ended by a store fence; else bit value 1: ordinary stores with the */
+/* destination brought to a 64-byte boundary first; neither: as rokiCopy. */
+/* Other bits are ignored. Only pointers and the ROI size are checked. */
+ROKI_API RokStatus rokiCopyManaged_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int flags);
+
+/* ---- copy_reorder ---- */
+
+/* Mirrors the ROI: flip 0 (rokFlipAboutHorizontal) reverses the rows, 1 */
+/* (rokFlipAboutVertical) the pixels of each row (a pixel's channels keep */
+/* their order), 2 (rokFlipBoth) both. Checks: pointers, ROI size below 1 */
+/* (rokStatusBadSize), flip outside 0..2 (rokStatusBadMirrorAxis), then fewer */
+/* than 2 rows for flips 0 and 2 or fewer than 2 columns for flips 1 and 2 */
+/* (rokStatusBadSize). Steps are not checked. AC4 leaves alpha as it was. */
+/* Equal source and destination pointers and steps run the in-place form. */
+ROKI_API RokStatus rokiMirror_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32s_C3R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32s_C4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32s_AC4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32s_C1IR(Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32s_C3IR(Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32s_C4IR(Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32s_AC4IR(Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+ROKI_API RokStatus rokiMirror_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, int flip);
+
+/* Transposes: destination pixel (y, x) = source pixel (x, y); srcRoi is the */
+/* source's size, the destination is srcRoi.height x srcRoi.width. Equal */
+/* source and destination pointers and steps run the in-place form. The */
+/* in-place form needs a square ROI (else rokStatusBadSize). */
+ROKI_API RokStatus rokiTranspose_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_32s_C3R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_32s_C4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize srcRoi);
+ROKI_API RokStatus rokiTranspose_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_32s_C1IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_32s_C3IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_32s_C4IR(Rok32s* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+ROKI_API RokStatus rokiTranspose_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
+
+/* Writes each source sample to all 3 or 4 channels of the destination pixel. */
+ROKI_API RokStatus rokiDup_8u_C1C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDup_8u_C1C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+
+/* Destination channel k = source channel dstOrder[k]. C3R, AC4R: checks */
+/* pointers, size, steps below 1 (rokStatusBadStep), then each entry in 0..2 */
+/* (else rokStatusBadChannelOrder). AC4R leaves alpha as it was. C3R with */
+/* the source equal to the destination works in place. */
+ROKI_API RokStatus rokiSwapChannels_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_32s_C3R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_32s_AC4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+
+/* C4C3R: a three-channel destination from four-channel source pixels; */
+/* entries in 0..3 (else rokStatusBadChannelOrder); steps are not checked. */
+ROKI_API RokStatus rokiSwapChannels_8u_C4C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_16s_C4C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_16u_C4C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_32s_C4C3R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_32f_C4C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const int dstOrder[3]);
+
+/* C3C4R: four destination channels from three source ones. A negative */
+/* entry gives rokStatusBadChannelOrder; 0..2 copies that source channel, 3 */
+/* writes val, above 3 leaves the destination channel as it was. Steps are */
+/* not checked. */
+ROKI_API RokStatus rokiSwapChannels_8u_C3C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const int dstOrder[4], Rok8u val);
+ROKI_API RokStatus rokiSwapChannels_16s_C3C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const int dstOrder[4], Rok16s val);
+ROKI_API RokStatus rokiSwapChannels_16u_C3C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const int dstOrder[4], Rok16u val);
+ROKI_API RokStatus rokiSwapChannels_32s_C3C4R(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, const int dstOrder[4], Rok32s val);
+ROKI_API RokStatus rokiSwapChannels_32f_C3C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const int dstOrder[4], Rok32f val);
+
+/* In place (8u). C3IR checks pointers, size, step, order (0..2); C4IR checks */
+/* pointers, step, size, order (0..3). */
+ROKI_API RokStatus rokiSwapChannels_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const int dstOrder[3]);
+ROKI_API RokStatus rokiSwapChannels_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const int dstOrder[4]);
+
+/* ---- copy_set ---- */
+
+/* Writes the value(s) into every pixel of the ROI; the value comes first. */
+/* C3R/C4R take one value per channel, AC4R three and leaves alpha as it was. */
+/* Only pDst (and the value array) and the ROI size are checked. */
+ROKI_API RokStatus rokiSet_8u_C1R(Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16s_C1R(Rok16s value, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16u_C1R(Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32s_C1R(Rok32s value, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32f_C1R(Rok32f value, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_8u_C3R(const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_8u_C4R(const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_8u_AC4R(const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16s_C3R(const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16s_C4R(const Rok16s value[4], Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16s_AC4R(const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16u_C3R(const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16u_C4R(const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16u_AC4R(const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32s_C3R(const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32s_C4R(const Rok32s value[4], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32s_AC4R(const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32f_C3R(const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32f_C4R(const Rok32f value[4], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32f_AC4R(const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* C3CR, C4CR: writes the value into the channel that pDst addresses; the */
+/* other channels are not written. */
+ROKI_API RokStatus rokiSet_8u_C3CR(Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16s_C3CR(Rok16s value, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16u_C3CR(Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32s_C3CR(Rok32s value, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32f_C3CR(Rok32f value, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_8u_C4CR(Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16s_C4CR(Rok16s value, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_16u_C4CR(Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32s_C4CR(Rok32s value, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSet_32f_C4CR(Rok32f value, Rok32f* pDst, int dstStep, RokiSize roiSize);
+
+/* Sets the pixels whose mask byte is non-zero; the others keep their value. */
+ROKI_API RokStatus rokiSet_8u_C1MR(Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_16s_C1MR(Rok16s value, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_16u_C1MR(Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_32s_C1MR(Rok32s value, Rok32s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_32f_C1MR(Rok32f value, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_8u_C3MR(const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_8u_C4MR(const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_8u_AC4MR(const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_16s_C3MR(const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_16s_C4MR(const Rok16s value[4], Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_16s_AC4MR(const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_16u_C3MR(const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_16u_C4MR(const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_16u_AC4MR(const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_32s_C3MR(const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_32s_C4MR(const Rok32s value[4], Rok32s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_32s_AC4MR(const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_32f_C3MR(const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_32f_C4MR(const Rok32f value[4], Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+ROKI_API RokStatus rokiSet_32f_AC4MR(const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
+
 /* ---- filter_bufsize ---- */
 
 /* Bytes of work buffer that rokiFilter_Round16s_8u_* needs for a kernel of */

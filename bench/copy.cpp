@@ -1,0 +1,170 @@
+// Copy, set, channel and reordering cases beside their OpenCV equivalents.
+#include <opencv2/core.hpp>
+
+#include <memory>
+#include <vector>
+
+#include "harness.h"
+
+namespace {
+
+using rokbench::Case;
+using rokbench::random_mat;
+using rokbench::roi_of;
+using rokbench::step_of;
+
+struct Images {
+    cv::Mat src, dst, ref, mask;
+    std::vector<cv::Mat> planes, refPlanes;
+};
+
+std::shared_ptr<Images> images(int w, int h, int type, int dstType = -1) {
+    auto m = std::make_shared<Images>();
+    m->src = random_mat(w, h, type);
+    m->dst = cv::Mat::zeros(h, w, dstType < 0 ? type : dstType);
+    m->ref = m->dst.clone();
+    return m;
+}
+
+std::size_t bytes_of(const cv::Mat& m) { return m.total() * m.elemSize(); }
+
+// Whole-pixel copy beside copyTo.
+template <class T>
+Case copy_case(int w, int h, int type, RokStatus (*fn)(const T*, int, T*, int, RokiSize)) {
+    auto m = images(w, h, type);
+    Case c;
+    c.rok = [m, fn] { fn(m->src.ptr<T>(), step_of(m->src), m->dst.ptr<T>(), step_of(m->dst), roi_of(m->src)); };
+    c.cv = [m] { m->src.copyTo(m->ref); };
+    c.bytes = 2 * bytes_of(m->src);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+}
+
+const bool copy8 = rokbench::add("Copy_8u_C1R", [](int w, int h) { return copy_case<Rok8u>(w, h, CV_8UC1, rokiCopy_8u_C1R); });
+const bool copy8c3 = rokbench::add("Copy_8u_C3R", [](int w, int h) { return copy_case<Rok8u>(w, h, CV_8UC3, rokiCopy_8u_C3R); });
+const bool copy32c4 = rokbench::add("Copy_32f_C4R", [](int w, int h) { return copy_case<Rok32f>(w, h, CV_32FC4, rokiCopy_32f_C4R); });
+
+// Masked copy: a mask of random 0/1 bytes, so most 16-byte blocks are mixed.
+template <class T>
+Case masked_case(int w, int h, int type, RokStatus (*fn)(const T*, int, T*, int, RokiSize, const Rok8u*, int)) {
+    auto m = images(w, h, type);
+    m->mask = random_mat(w, h, CV_8UC1, 0, 2);
+    Case c;
+    c.rok = [m, fn] {
+        fn(m->src.ptr<T>(), step_of(m->src), m->dst.ptr<T>(), step_of(m->dst), roi_of(m->src), m->mask.ptr<Rok8u>(), step_of(m->mask));
+    };
+    c.cv = [m] { m->src.copyTo(m->ref, m->mask); };
+    c.bytes = 3 * bytes_of(m->src) + bytes_of(m->mask);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+}
+
+const bool masked8 = rokbench::add("Copy_8u_C1MR", [](int w, int h) { return masked_case<Rok8u>(w, h, CV_8UC1, rokiCopy_8u_C1MR); });
+const bool masked8c3 = rokbench::add("Copy_8u_C3MR", [](int w, int h) { return masked_case<Rok8u>(w, h, CV_8UC3, rokiCopy_8u_C3MR); });
+
+const bool set8c3 = rokbench::add("Set_8u_C3R", [](int w, int h) {
+    auto m = images(w, h, CV_8UC3);
+    Case c;
+    c.rok = [m] { const Rok8u v[3] = {10, 20, 30}; rokiSet_8u_C3R(v, m->dst.ptr<Rok8u>(), step_of(m->dst), roi_of(m->dst)); };
+    c.cv = [m] { m->ref.setTo(cv::Scalar(10, 20, 30)); };
+    c.bytes = 2 * bytes_of(m->dst);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+});
+
+const bool set32mask = rokbench::add("Set_32f_C1MR", [](int w, int h) {
+    auto m = images(w, h, CV_32FC1);
+    m->mask = random_mat(w, h, CV_8UC1, 0, 2);
+    Case c;
+    c.rok = [m] { rokiSet_32f_C1MR(2.5f, m->dst.ptr<Rok32f>(), step_of(m->dst), roi_of(m->dst), m->mask.ptr<Rok8u>(), step_of(m->mask)); };
+    c.cv = [m] { m->ref.setTo(cv::Scalar(2.5), m->mask); };
+    c.bytes = 2 * bytes_of(m->dst) + bytes_of(m->mask);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+});
+
+const bool split8 = rokbench::add("Copy_8u_C3P3R", [](int w, int h) {
+    auto m = images(w, h, CV_8UC3);
+    for (int k = 0; k < 3; ++k) {
+        m->planes.push_back(cv::Mat::zeros(h, w, CV_8UC1));
+        m->refPlanes.push_back(cv::Mat::zeros(h, w, CV_8UC1));
+    }
+    Case c;
+    c.rok = [m] {
+        Rok8u* const p[3] = {m->planes[0].ptr<Rok8u>(), m->planes[1].ptr<Rok8u>(), m->planes[2].ptr<Rok8u>()};
+        rokiCopy_8u_C3P3R(m->src.ptr<Rok8u>(), step_of(m->src), p, step_of(m->planes[0]), roi_of(m->src));
+    };
+    c.cv = [m] { cv::split(m->src, m->refPlanes); };
+    c.bytes = 2 * bytes_of(m->src);
+    c.same = [m, c] {
+        c.rok(); c.cv();
+        for (int k = 0; k < 3; ++k)
+            if (!rokbench::equal_mats(m->planes[k], m->refPlanes[k])) return false;
+        return true;
+    };
+    return c;
+});
+
+const bool merge8 = rokbench::add("Copy_8u_P3C3R", [](int w, int h) {
+    auto m = images(w, h, CV_8UC1, CV_8UC3);
+    for (int k = 0; k < 3; ++k) m->planes.push_back(random_mat(w, h, CV_8UC1));
+    Case c;
+    c.rok = [m] {
+        const Rok8u* const p[3] = {m->planes[0].ptr<Rok8u>(), m->planes[1].ptr<Rok8u>(), m->planes[2].ptr<Rok8u>()};
+        rokiCopy_8u_P3C3R(p, step_of(m->planes[0]), m->dst.ptr<Rok8u>(), step_of(m->dst), roi_of(m->dst));
+    };
+    c.cv = [m] { cv::merge(m->planes, m->ref); };
+    c.bytes = 2 * bytes_of(m->dst);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+});
+
+const bool swap8 = rokbench::add("SwapChannels_8u_C3R", [](int w, int h) {
+    auto m = images(w, h, CV_8UC3);
+    Case c;
+    c.rok = [m] {
+        const int order[3] = {2, 1, 0};
+        rokiSwapChannels_8u_C3R(m->src.ptr<Rok8u>(), step_of(m->src), m->dst.ptr<Rok8u>(), step_of(m->dst), roi_of(m->src), order);
+    };
+    c.cv = [m] { const int pairs[] = {0, 2, 1, 1, 2, 0}; cv::mixChannels(&m->src, 1, &m->ref, 1, pairs, 3); };
+    c.bytes = 2 * bytes_of(m->src);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+});
+
+template <class T>
+Case transpose_case(int w, int h, int type, RokStatus (*fn)(const T*, int, T*, int, RokiSize)) {
+    auto m = std::make_shared<Images>();
+    m->src = random_mat(w, h, type);
+    m->dst = cv::Mat::zeros(w, h, type);
+    m->ref = m->dst.clone();
+    Case c;
+    c.rok = [m, fn] { fn(m->src.ptr<T>(), step_of(m->src), m->dst.ptr<T>(), step_of(m->dst), roi_of(m->src)); };
+    c.cv = [m] { cv::transpose(m->src, m->ref); };
+    c.bytes = 2 * bytes_of(m->src);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+}
+
+const bool tr8 = rokbench::add("Transpose_8u_C1R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC1, rokiTranspose_8u_C1R); });
+const bool tr32 = rokbench::add("Transpose_32f_C1R", [](int w, int h) { return transpose_case<Rok32f>(w, h, CV_32FC1, rokiTranspose_32f_C1R); });
+
+template <class T>
+Case mirror_case(int w, int h, int type, int axis, RokStatus (*fn)(const T*, int, T*, int, RokiSize, int)) {
+    auto m = images(w, h, type);
+    Case c;
+    c.rok = [m, fn, axis] { fn(m->src.ptr<T>(), step_of(m->src), m->dst.ptr<T>(), step_of(m->dst), roi_of(m->src), axis); };
+    // OpenCV's flip codes: 0 about the x axis, 1 about the y axis, -1 both.
+    const int code = axis == 0 ? 0 : axis == 1 ? 1 : -1;
+    c.cv = [m, code] { cv::flip(m->src, m->ref, code); };
+    c.bytes = 2 * bytes_of(m->src);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+}
+
+const bool mir0 = rokbench::add("Mirror_8u_C1R_axis0", [](int w, int h) { return mirror_case<Rok8u>(w, h, CV_8UC1, 0, rokiMirror_8u_C1R); });
+const bool mir1 = rokbench::add("Mirror_8u_C1R_axis1", [](int w, int h) { return mirror_case<Rok8u>(w, h, CV_8UC1, 1, rokiMirror_8u_C1R); });
+const bool mir3 = rokbench::add("Mirror_8u_C3R_axis1", [](int w, int h) { return mirror_case<Rok8u>(w, h, CV_8UC3, 1, rokiMirror_8u_C3R); });
+const bool mir4 = rokbench::add("Mirror_8u_C4R_axis2", [](int w, int h) { return mirror_case<Rok8u>(w, h, CV_8UC4, 2, rokiMirror_8u_C4R); });
+
+}  // namespace

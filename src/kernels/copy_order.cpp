@@ -1,0 +1,314 @@
+#include "kernels/copy_order.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+namespace rok::kernels {
+
+namespace {
+
+using u8 = std::uint8_t;
+
+inline __m256i load32(const u8* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
+inline void store32(u8* p, __m256i v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
+
+template <int PB>
+constexpr bool is_colour_byte(int b) { return b % PB < PB * 3 / 4; }
+
+template <int PB, bool KeepAlpha>
+inline void put_pixel(const u8* s, u8* d) {
+    for (int b = 0; b < (KeepAlpha ? PB * 3 / 4 : PB); ++b) d[b] = s[b];
+}
+
+template <int PB, bool KeepAlpha>
+inline void swap_pixel(u8* a, u8* b) {
+    for (int i = 0; i < (KeepAlpha ? PB * 3 / 4 : PB); ++i) std::swap(a[i], b[i]);
+}
+
+// Power-of-two pixels fill a 32-byte register exactly; the register's pixels
+// are reversed by an in-lane byte shuffle and a swap of the two halves.
+template <int PB>
+constexpr bool kVectorPixel = PB == 1 || PB == 2 || PB == 4 || PB == 8 || PB == 16;
+
+template <int PB>
+struct Reverser {
+    static constexpr int kPixels = 32 / PB;
+    __m256i shuffle, keep;
+    Reverser() {
+        alignas(32) u8 idx[32], colour[32];
+        for (int j = 0; j < 32; ++j) {
+            const int lane = j % 16, p = lane / PB, b = lane % PB;
+            idx[j] = PB >= 16 ? u8(lane) : u8((16 / PB - 1 - p) * PB + b);
+            colour[j] = is_colour_byte<PB>(j) ? 0xFF : 0x00;
+        }
+        shuffle = load32(idx);
+        keep = load32(colour);
+    }
+    __m256i operator()(__m256i v) const {
+        return _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, shuffle), 0x4E);
+    }
+    // Stores v at d, keeping d's alpha bytes when asked.
+    template <bool KeepAlpha>
+    void put(u8* d, __m256i v) const {
+        store32(d, KeepAlpha ? _mm256_blendv_epi8(load32(d), v, keep) : v);
+    }
+};
+
+}  // namespace
+
+template <class U, int SC, int DC, int NP>
+void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
+    int ord[NP];
+    for (int k = 0; k < NP; ++k) ord[k] = order[k];
+    int i = 0;
+    if constexpr (sizeof(U) == 1 && SC == DC && DC == NP) {
+        // Whole 8-bit pixels reordered by one byte shuffle: 5 three-channel
+        // pixels (the 16th byte is the next pixel's first sample, rewritten
+        // by the next step, which always exists since 6 pixels remain) or 4
+        // four-channel ones per 16 bytes. Each block is loaded before it is
+        // stored, so src == dst works.
+        constexpr int K = SC == 3 ? 5 : 4;
+        alignas(16) std::int8_t idx[16];
+        for (int j = 0; j < 16; ++j)
+            idx[j] = std::int8_t(j / SC < K && ord[j % SC] < SC ? (j / SC) * SC + ord[j % SC] : j);
+        const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(idx));
+        bool exact = true;
+        for (int k = 0; k < NP; ++k) exact = exact && ord[k] < SC;
+        for (; exact && n - i >= K + 1; i += K) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::size_t(i) * SC));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::size_t(i) * DC), _mm_shuffle_epi8(v, shuffle));
+        }
+    }
+    for (; i < n; ++i) {
+        const U* s = src + std::size_t(i) * SC;
+        U* d = dst + std::size_t(i) * DC;
+        U in[SC];
+        for (int c = 0; c < SC; ++c) in[c] = s[c];
+        for (int k = 0; k < NP; ++k) {
+            if (ord[k] < SC) d[k] = in[ord[k]];
+            else if (ord[k] == SC) d[k] = fill;
+        }
+    }
+}
+
+template <int PB, bool KeepAlpha>
+void reverse_pixels(const u8* src, u8* dst, int n) {
+    int i = 0;
+    if constexpr (PB == 3) {
+        // Five 3-byte pixels per 16 bytes. The load starts one byte early
+        // (a sixth source pixel precedes the five), and the 16th byte stored
+        // belongs to destination pixel i+5, which the next step rewrites.
+        alignas(16) std::int8_t idx[16];
+        for (int j = 0; j < 15; ++j) idx[j] = std::int8_t(1 + 3 * (4 - j / 3) + j % 3);
+        idx[15] = std::int8_t(0x80);
+        const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(idx));
+        for (; n - i >= 6; i += 5) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::size_t(n - i - 5) * 3 - 1));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::size_t(i) * 3), _mm_shuffle_epi8(v, shuffle));
+        }
+    }
+    if constexpr (kVectorPixel<PB>) {
+        const Reverser<PB> rev;
+        constexpr int K = Reverser<PB>::kPixels;
+        for (; i + K <= n; i += K)
+            rev.template put<KeepAlpha>(dst + std::size_t(i) * PB, rev(load32(src + std::size_t(n - i - K) * PB)));
+    }
+    for (; i < n; ++i) put_pixel<PB, KeepAlpha>(src + std::size_t(n - 1 - i) * PB, dst + std::size_t(i) * PB);
+}
+
+template <int PB, bool KeepAlpha>
+void reverse_pixels_inplace(u8* row, int n) {
+    int l = 0, r = n;  // pixels [l, r) still to reverse
+    if constexpr (kVectorPixel<PB>) {
+        const Reverser<PB> rev;
+        constexpr int K = Reverser<PB>::kPixels;
+        for (; r - l >= 2 * K; l += K, r -= K) {
+            u8* a = row + std::size_t(l) * PB;
+            u8* b = row + std::size_t(r - K) * PB;
+            const __m256i va = load32(a), vb = load32(b);
+            rev.template put<KeepAlpha>(a, rev(vb));
+            rev.template put<KeepAlpha>(b, rev(va));
+        }
+    }
+    for (; r - l >= 2; ++l, --r) swap_pixel<PB, KeepAlpha>(row + std::size_t(l) * PB, row + std::size_t(r - 1) * PB);
+}
+
+template <int PB, bool KeepAlpha>
+void swap_rows(u8* a, u8* b, int n) {
+    const std::size_t bytes = std::size_t(n) * PB;
+    std::size_t i = 0;
+    if constexpr (kVectorPixel<PB> || !KeepAlpha) {
+        alignas(32) u8 colour[32];
+        for (int j = 0; j < 32; ++j) colour[j] = (!KeepAlpha || is_colour_byte<PB>(j)) ? 0xFF : 0x00;
+        const __m256i keep = load32(colour);
+        for (; i + 32 <= bytes; i += 32) {
+            const __m256i va = load32(a + i), vb = load32(b + i);
+            store32(a + i, KeepAlpha ? _mm256_blendv_epi8(va, vb, keep) : vb);
+            store32(b + i, KeepAlpha ? _mm256_blendv_epi8(vb, va, keep) : va);
+        }
+    }
+    for (; i < bytes; ++i)
+        if (!KeepAlpha || is_colour_byte<PB>(int(i % PB))) std::swap(a[i], b[i]);
+}
+
+template <int PB, bool KeepAlpha>
+void swap_rows_reversed(u8* a, u8* b, int n) {
+    int i = 0;
+    if constexpr (kVectorPixel<PB>) {
+        const Reverser<PB> rev;
+        constexpr int K = Reverser<PB>::kPixels;
+        for (; i + K <= n; i += K) {
+            u8* pa = a + std::size_t(i) * PB;
+            u8* pb = b + std::size_t(n - i - K) * PB;
+            const __m256i va = load32(pa), vb = load32(pb);
+            rev.template put<KeepAlpha>(pa, rev(vb));
+            rev.template put<KeepAlpha>(pb, rev(va));
+        }
+    }
+    for (; i < n; ++i) swap_pixel<PB, KeepAlpha>(a + std::size_t(i) * PB, b + std::size_t(n - 1 - i) * PB);
+}
+
+// 16 x 16 bytes: four rounds of pairwise interleaving (8-, 16-, 32-, then
+// 64-bit units), each a perfect shuffle of the rows.
+inline void transpose_16x16(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m128i r[16], t[16];
+    for (int i = 0; i < 16; ++i) r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::ptrdiff_t(i) * srcStep));
+    for (int i = 0; i < 8; ++i) {
+        t[i] = _mm_unpacklo_epi8(r[2 * i], r[2 * i + 1]);
+        t[i + 8] = _mm_unpackhi_epi8(r[2 * i], r[2 * i + 1]);
+    }
+    for (int i = 0; i < 8; ++i) {
+        r[i] = _mm_unpacklo_epi16(t[2 * i], t[2 * i + 1]);
+        r[i + 8] = _mm_unpackhi_epi16(t[2 * i], t[2 * i + 1]);
+    }
+    for (int i = 0; i < 8; ++i) {
+        t[i] = _mm_unpacklo_epi32(r[2 * i], r[2 * i + 1]);
+        t[i + 8] = _mm_unpackhi_epi32(r[2 * i], r[2 * i + 1]);
+    }
+    for (int i = 0; i < 8; ++i) {
+        r[i] = _mm_unpacklo_epi64(t[2 * i], t[2 * i + 1]);
+        r[i + 8] = _mm_unpackhi_epi64(t[2 * i], t[2 * i + 1]);
+    }
+    // The shuffles leave source column bit-reverse(i) in register i.
+    static constexpr int kBitReversed[16] = {0, 8, 4, 12, 2, 10, 6, 14, 1, 9, 5, 13, 3, 11, 7, 15};
+    for (int i = 0; i < 16; ++i)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(kBitReversed[i]) * dstStep), r[i]);
+}
+
+// 4 x 4 samples of 4 bytes: interleave 32-bit then 64-bit units.
+inline void transpose_4x4(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m128i r[4];
+    for (int i = 0; i < 4; ++i) r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::ptrdiff_t(i) * srcStep));
+    const __m128i t0 = _mm_unpacklo_epi32(r[0], r[1]), t1 = _mm_unpacklo_epi32(r[2], r[3]);
+    const __m128i t2 = _mm_unpackhi_epi32(r[0], r[1]), t3 = _mm_unpackhi_epi32(r[2], r[3]);
+    const __m128i o[4] = {_mm_unpacklo_epi64(t0, t1), _mm_unpackhi_epi64(t0, t1), _mm_unpacklo_epi64(t2, t3),
+                          _mm_unpackhi_epi64(t2, t3)};
+    for (int i = 0; i < 4; ++i) _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(i) * dstStep), o[i]);
+}
+
+template <int PB>
+void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
+    if constexpr (PB == 1 || PB == 4) {
+        // Whole vector tiles (16 x 16 bytes, 4 x 4 words); the edge strips
+        // by the loop below.
+        constexpr int T = PB == 1 ? 16 : 4;
+        if (w >= T && h >= T) {
+            const int wt = w / T * T, ht = h / T * T;
+            for (int y = 0; y < ht; y += T)
+                for (int x = 0; x < wt; x += T) {
+                    const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
+                    u8* d = dst + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB;
+                    if constexpr (PB == 1) transpose_16x16(s, srcStep, d, dstStep);
+                    else transpose_4x4(s, srcStep, d, dstStep);
+                }
+            if (wt < w)
+                transpose_block<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
+            if (ht < h)
+                transpose_block<PB>(src + std::ptrdiff_t(ht) * srcStep, srcStep, dst + std::size_t(ht) * PB, dstStep, wt, h - ht);
+            return;
+        }
+    }
+    // Four destination rows per pass read four neighbouring source pixels
+    // of each source row together.
+    int x = 0;
+    for (; x + 4 <= w; x += 4) {
+        u8* d0 = dst + std::ptrdiff_t(x) * dstStep;
+        for (int y = 0; y < h; ++y) {
+            const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
+            std::memcpy(d0 + std::size_t(y) * PB, s, PB);
+            std::memcpy(d0 + dstStep + std::size_t(y) * PB, s + PB, PB);
+            std::memcpy(d0 + 2 * std::ptrdiff_t(dstStep) + std::size_t(y) * PB, s + 2 * PB, PB);
+            std::memcpy(d0 + 3 * std::ptrdiff_t(dstStep) + std::size_t(y) * PB, s + 3 * PB, PB);
+        }
+    }
+    for (; x < w; ++x) {
+        u8* d = dst + std::ptrdiff_t(x) * dstStep;
+        for (int y = 0; y < h; ++y) std::memcpy(d + std::size_t(y) * PB, src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, PB);
+    }
+}
+
+template <int PB>
+void transpose_recursive(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
+    if (w <= 32 && h <= 32) return transpose_block<PB>(src, srcStep, dst, dstStep, w, h);
+    if (w >= h) {
+        const int half = w / 2;
+        transpose_recursive<PB>(src, srcStep, dst, dstStep, half, h);
+        transpose_recursive<PB>(src + std::size_t(half) * PB, srcStep, dst + std::ptrdiff_t(half) * dstStep, dstStep, w - half, h);
+    } else {
+        const int half = h / 2;
+        transpose_recursive<PB>(src, srcStep, dst, dstStep, w, half);
+        transpose_recursive<PB>(src + std::ptrdiff_t(half) * srcStep, srcStep, dst + std::size_t(half) * PB, dstStep, w, h - half);
+    }
+}
+
+template <int PB>
+void transpose_swap_blocks(u8* a, u8* b, int step, int rows, int cols) {
+    for (int r = 0; r < rows; ++r) {
+        u8* ar = a + std::ptrdiff_t(r) * step;
+        for (int c = a == b ? r + 1 : 0; c < cols; ++c) {
+            u8 tmp[PB];
+            u8* pa = ar + std::size_t(c) * PB;
+            u8* pb = b + std::ptrdiff_t(c) * step + std::size_t(r) * PB;
+            std::memcpy(tmp, pa, PB);
+            std::memcpy(pa, pb, PB);
+            std::memcpy(pb, tmp, PB);
+        }
+    }
+}
+
+#define ROK_REORDER(U)                                                                 \
+    template void reorder_channels<U, 3, 3, 3>(const U*, U*, int, const int*, U);      \
+    template void reorder_channels<U, 4, 4, 3>(const U*, U*, int, const int*, U);      \
+    template void reorder_channels<U, 4, 4, 4>(const U*, U*, int, const int*, U);      \
+    template void reorder_channels<U, 3, 4, 4>(const U*, U*, int, const int*, U);      \
+    template void reorder_channels<U, 4, 3, 3>(const U*, U*, int, const int*, U);
+ROK_REORDER(std::uint8_t)
+ROK_REORDER(std::uint16_t)
+ROK_REORDER(std::uint32_t)
+
+#define ROK_MIRROR(PB, KA)                                             \
+    template void reverse_pixels<PB, KA>(const u8*, u8*, int);        \
+    template void reverse_pixels_inplace<PB, KA>(u8*, int);           \
+    template void swap_rows<PB, KA>(u8*, u8*, int);                   \
+    template void swap_rows_reversed<PB, KA>(u8*, u8*, int);
+#define ROK_TRANSPOSE(PB)                                                          \
+    template void transpose_block<PB>(const u8*, int, u8*, int, int, int);        \
+    template void transpose_recursive<PB>(const u8*, int, u8*, int, int, int);    \
+    template void transpose_swap_blocks<PB>(u8*, u8*, int, int, int);
+#define ROK_PIXEL(PB) ROK_MIRROR(PB, false) ROK_TRANSPOSE(PB)
+ROK_PIXEL(1)
+ROK_PIXEL(2)
+ROK_PIXEL(3)
+ROK_PIXEL(4)
+ROK_PIXEL(6)
+ROK_PIXEL(8)
+ROK_PIXEL(12)
+ROK_PIXEL(16)
+ROK_MIRROR(4, true)
+ROK_MIRROR(8, true)
+ROK_MIRROR(16, true)
+
+}  // namespace rok::kernels
