@@ -283,7 +283,8 @@ ROKI_API RokStatus rokiAddC_32fc_AC4IR(const Rok32fc value[3], Rok32fc* pSrcDst,
 /* saturated sign of the dividend (0 for a zero dividend; complex: per part of the */
 /* dividend) and warning 6 once the whole ROI is done. Float: reciprocal estimate */
 /* refined once; a zero divisor gives infinity with the dividend's sign, or */
-/* 0x7FBFFFFF for a zero or NaN dividend (32fc: each part of b*conj(a) over |a|^2). */
+/* 0x7FBFFFFF for a zero or NaN dividend (32fc: each part of b*conj(a) over |a|^2 */
+/* by that rule, so a zero divisor gives 0x7FBFFFFF in both parts). */
 /* AC4: only channels 0..2 of the divisor count for the warning. */
 ROKI_API RokStatus rokiDiv_8u_C1RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
 ROKI_API RokStatus rokiDiv_8u_C1IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);

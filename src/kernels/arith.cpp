@@ -247,11 +247,15 @@ RokStatus float_row(const float* a, const float* b, float* d, int n) {
                 r = _mm256_add_ps(q0, _mm256_mul_ps(_mm256_add_ps(_mm256_mul_ps(q0, e), q0), e));
                 const __m256 z = _mm256_cmp_ps(x, zeros, _CMP_EQ_OQ);
                 if (!_mm256_testz_ps(z, z)) {
+                    // Patch from register copies: in place, d is the dividend.
                     zero = true;
-                    _mm256_store_ps(d + i, r);
-                    for (int k = i; k < i + 8; ++k)
-                        if (a[k] == 0.0f) d[k] = zero_divisor_result(b[k]);
-                    continue;
+                    alignas(32) float divisor[8], dividend[8], quotient[8];
+                    _mm256_store_ps(divisor, x);
+                    _mm256_store_ps(dividend, y);
+                    _mm256_store_ps(quotient, r);
+                    for (int k = 0; k < 8; ++k)
+                        if (divisor[k] == 0.0f) quotient[k] = zero_divisor_result(dividend[k]);
+                    r = _mm256_load_ps(quotient);
                 }
             }
             _mm256_store_ps(d + i, r);
