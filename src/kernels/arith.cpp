@@ -79,13 +79,6 @@ P divide_scaled(bool negative, U num, U den, int sf, int mode) {
     return saturate<P>(negative ? -m : m);
 }
 
-template <class P>
-P divide_int(P dividend, P divisor, int sf, int mode) {
-    const std::int64_t a = dividend, b = divisor;
-    return divide_scaled<P, std::uint64_t>((a < 0) != (b < 0) && a != 0, std::uint64_t(a < 0 ? -a : a),
-                                           std::uint64_t(b < 0 ? -b : b), sf, mode);
-}
-
 // Float division by the reciprocal estimate refined once; a zero divisor
 // gives infinity with the dividend's sign, or the quiet-NaN-like pattern
 // 0x7FBFFFFF for a zero or NaN dividend.
@@ -175,14 +168,32 @@ void integer_row(const P* a, const P* b, P* d, int n, int sf) {
     }
 }
 
+// Real integer division through double precision, which is exact here: the
+// scaled dividend b * 2^-sf and the divisor are exact doubles, their quotient
+// is correctly rounded, and an unsaturated quotient (below 2^17) lies at
+// least 2^-17 from any other rounding boundary while the double's error is
+// below 2^-35, so truncation, half-even and half-away all land where the
+// exact rational would. Beyond -32 or 40 the scale changes no result.
+template <class P, class Round>
+RokStatus integer_div_loop(const P* a, const P* b, P* d, int n, int sf, Round round) {
+    constexpr double hi = std::numeric_limits<P>::max(), lo = std::numeric_limits<P>::min();
+    const double scale = std::ldexp(1.0, -std::clamp(sf, -32, 40));
+    int zeros = 0;
+    for (int i = 0; i < n; ++i) {
+        const double dividend = double(b[i]) * scale, divisor = double(a[i]);
+        zeros += a[i] == 0;
+        // 0 / 0 is NaN: a zero dividend gives 0 whatever the divisor.
+        const double q = std::min(std::max(round(dividend / divisor), lo), hi);
+        d[i] = P(b[i] == 0 ? 0.0 : q);
+    }
+    return zeros ? rokStatusDivByZero : rokStatusOk;
+}
+
 template <class P>
 RokStatus integer_div_row(const P* a, const P* b, P* d, int n, int sf, int mode) {
-    bool zero = false;
-    for (int i = 0; i < n; ++i) {
-        zero |= a[i] == 0;
-        d[i] = divide_int<P>(b[i], a[i], sf, mode);
-    }
-    return zero ? rokStatusDivByZero : rokStatusOk;
+    if (mode == rokRoundTruncate) return integer_div_loop(a, b, d, n, sf, [](double x) { return std::trunc(x); });
+    if (mode == rokRoundHalfAway) return integer_div_loop(a, b, d, n, sf, [](double x) { return std::round(x); });
+    return integer_div_loop(a, b, d, n, sf, [](double x) { return std::nearbyint(x); });
 }
 
 // ---- integer, complex ---------------------------------------------------
