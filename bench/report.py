@@ -18,7 +18,8 @@ def main():
     times = defaultdict(dict)
     errors = []
     for b in data["benchmarks"]:
-        case, _, impl = b["name"].rpartition("/")
+        name = b["name"].removesuffix("/real_time")  # added by UseRealTime()
+        case, _, impl = name.rpartition("/")
         if b.get("error_occurred"):
             errors.append(f"{case}: {b.get('error_message')}")
             continue

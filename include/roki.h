@@ -160,6 +160,532 @@ typedef struct {
     const char* BuildDate;
 } RokLibraryVersion;
 
+/* ---- arith_add ---- */
+
+/* dst = src1 + src2 (in place: srcDst + src). Steps are not checked: zero and */
+/* negative steps are accepted (negative walks bottom-up). */
+/* Integer results are exact, scaled by 2^-scaleFactor (half to even above 0, */
+/* saturating left shift below), then saturated; complex parts saturate separately. */
+/* Any scaleFactor is accepted; where every result is 0 the ROI is filled without */
+/* computing. AC4 forms leave the destination's fourth channel untouched. */
+ROKI_API RokStatus rokiAdd_8u_C1RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_8u_C1IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_8u_C3RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_8u_C3IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_8u_C4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_8u_C4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_8u_AC4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_8u_AC4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16u_C1RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16u_C1IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16u_C3RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16u_C3IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16u_C4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16u_C4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16u_AC4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16u_AC4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16s_C1RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16s_C1IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16s_C3RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16s_C3IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16s_C4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16s_C4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16s_AC4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16s_AC4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16sc_C1RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16sc_C1IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16sc_C3RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16sc_C3IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16sc_AC4RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_16sc_AC4IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_32sc_C1RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_32sc_C1IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_32sc_C3RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_32sc_C3IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_32sc_AC4RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_32sc_AC4IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAdd_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32f_C1IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32f_C3IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32f_C4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32f_AC4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32fc_C1R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32fc_C1IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32fc_C3R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32fc_C3IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32fc_AC4R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAdd_32fc_AC4IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = src + value (channel k uses value[k]). Steps are not checked. */
+/* Integer results are exact, scaled by 2^-scaleFactor (half to even above 0, */
+/* saturating left shift below), then saturated; complex parts saturate separately. */
+/* Any scaleFactor is accepted; where every result is 0 the ROI is filled without */
+/* computing. AC4 forms leave the destination's fourth channel untouched. */
+ROKI_API RokStatus rokiAddC_8u_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_8u_C1IRSfs(Rok8u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16u_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16u_C1IRSfs(Rok16u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s value, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16s_C1IRSfs(Rok16s value, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_8u_C3RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_8u_C3IRSfs(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_8u_C4RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_8u_C4IRSfs(const Rok8u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_8u_AC4RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_8u_AC4IRSfs(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16u_C3RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16u_C3IRSfs(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16u_C4RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16u_C4IRSfs(const Rok16u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16u_AC4RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16u_AC4IRSfs(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16s_C3RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16s_C3IRSfs(const Rok16s value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16s_C4RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[4], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16s_C4IRSfs(const Rok16s value[4], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16s_AC4RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16s_AC4IRSfs(const Rok16s value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16sc_C1RSfs(const Rok16sc* pSrc, int srcStep, Rok16sc value, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16sc_C1IRSfs(Rok16sc value, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_32sc_C1RSfs(const Rok32sc* pSrc, int srcStep, Rok32sc value, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_32sc_C1IRSfs(Rok32sc value, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16sc_C3RSfs(const Rok16sc* pSrc, int srcStep, const Rok16sc value[3], Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16sc_C3IRSfs(const Rok16sc value[3], Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16sc_AC4RSfs(const Rok16sc* pSrc, int srcStep, const Rok16sc value[3], Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_16sc_AC4IRSfs(const Rok16sc value[3], Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_32sc_C3RSfs(const Rok32sc* pSrc, int srcStep, const Rok32sc value[3], Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_32sc_C3IRSfs(const Rok32sc value[3], Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_32sc_AC4RSfs(const Rok32sc* pSrc, int srcStep, const Rok32sc value[3], Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_32sc_AC4IRSfs(const Rok32sc value[3], Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiAddC_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f value, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32f_C1IR(Rok32f value, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32f_C3R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32f_C3IR(const Rok32f value[3], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32f_C4R(const Rok32f* pSrc, int srcStep, const Rok32f value[4], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32f_C4IR(const Rok32f value[4], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32f_AC4R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32f_AC4IR(const Rok32f value[3], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32fc_C1R(const Rok32fc* pSrc, int srcStep, Rok32fc value, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32fc_C1IR(Rok32fc value, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32fc_C3R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32fc_C3IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32fc_AC4R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAddC_32fc_AC4IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* ---- arith_div ---- */
+
+/* dst = src2 / src1: the first image is the divisor (in place: srcDst / src). */
+/* Checks: null -8, size -6, any step below 1 -14. Integers: the exact quotient */
+/* times 2^-scaleFactor, half to even, saturated. A zero divisor gives the */
+/* saturated sign of the dividend (0 for a zero dividend; complex: per part of the */
+/* dividend) and warning 6 once the whole ROI is done. Float: reciprocal estimate */
+/* refined once; a zero divisor gives infinity with the dividend's sign, or */
+/* 0x7FBFFFFF for a zero or NaN dividend (32fc: each part of b*conj(a) over |a|^2 */
+/* by that rule, so a zero divisor gives 0x7FBFFFFF in both parts). */
+/* AC4: only channels 0..2 of the divisor count for the warning. */
+ROKI_API RokStatus rokiDiv_8u_C1RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_8u_C1IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_8u_C3RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_8u_C3IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_8u_C4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_8u_C4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_8u_AC4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_8u_AC4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16u_C1RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16u_C1IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16u_C3RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16u_C3IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16u_C4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16u_C4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16u_AC4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16u_AC4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16s_C1RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16s_C1IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16s_C3RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16s_C3IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16s_C4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16s_C4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16s_AC4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16s_AC4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16sc_C1RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16sc_C1IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16sc_C3RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16sc_C3IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16sc_AC4RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_16sc_AC4IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_32sc_C1RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_32sc_C1IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_32sc_C3RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_32sc_C3IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_32sc_AC4RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_32sc_AC4IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDiv_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32f_C1IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32f_C3IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32f_C4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32f_AC4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32fc_C1R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32fc_C1IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32fc_C3R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32fc_C3IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32fc_AC4R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDiv_32fc_AC4IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = src / value (channel k uses value[k]). Checks: null -8, size -6, step -14, */
+/* then any zero constant (complex: re^2 + im^2 == 0 in the sample type) -10 */
+/* before anything is written. Rounding as Div. */
+ROKI_API RokStatus rokiDivC_8u_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_8u_C1IRSfs(Rok8u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16u_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16u_C1IRSfs(Rok16u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s value, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16s_C1IRSfs(Rok16s value, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_8u_C3RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_8u_C3IRSfs(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_8u_C4RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_8u_C4IRSfs(const Rok8u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_8u_AC4RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_8u_AC4IRSfs(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16u_C3RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16u_C3IRSfs(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16u_C4RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16u_C4IRSfs(const Rok16u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16u_AC4RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16u_AC4IRSfs(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16s_C3RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16s_C3IRSfs(const Rok16s value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16s_C4RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[4], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16s_C4IRSfs(const Rok16s value[4], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16s_AC4RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16s_AC4IRSfs(const Rok16s value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16sc_C1RSfs(const Rok16sc* pSrc, int srcStep, Rok16sc value, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16sc_C1IRSfs(Rok16sc value, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_32sc_C1RSfs(const Rok32sc* pSrc, int srcStep, Rok32sc value, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_32sc_C1IRSfs(Rok32sc value, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16sc_C3RSfs(const Rok16sc* pSrc, int srcStep, const Rok16sc value[3], Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16sc_C3IRSfs(const Rok16sc value[3], Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16sc_AC4RSfs(const Rok16sc* pSrc, int srcStep, const Rok16sc value[3], Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_16sc_AC4IRSfs(const Rok16sc value[3], Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_32sc_C3RSfs(const Rok32sc* pSrc, int srcStep, const Rok32sc value[3], Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_32sc_C3IRSfs(const Rok32sc value[3], Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_32sc_AC4RSfs(const Rok32sc* pSrc, int srcStep, const Rok32sc value[3], Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_32sc_AC4IRSfs(const Rok32sc value[3], Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiDivC_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f value, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32f_C1IR(Rok32f value, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32f_C3R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32f_C3IR(const Rok32f value[3], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32f_C4R(const Rok32f* pSrc, int srcStep, const Rok32f value[4], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32f_C4IR(const Rok32f value[4], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32f_AC4R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32f_AC4IR(const Rok32f value[3], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32fc_C1R(const Rok32fc* pSrc, int srcStep, Rok32fc value, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32fc_C1IR(Rok32fc value, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32fc_C3R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32fc_C3IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32fc_AC4R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDivC_32fc_AC4IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* As Div, with roundMode 0 truncate toward zero, 1 nearest with ties to even, */
+/* 2 nearest with ties away from zero, applied to the exact scaled quotient (not a */
+/* single-precision one, so every mode is exact). Other modes -213, checked after */
+/* the steps. */
+ROKI_API RokStatus rokiDiv_Round_8u_C1RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_8u_C1IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_8u_C3RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_8u_C3IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_8u_C4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_8u_C4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_8u_AC4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_8u_AC4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16u_C1RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16u_C1IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16u_C3RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16u_C3IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16u_C4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16u_C4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16u_AC4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16u_AC4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16s_C1RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16s_C1IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16s_C3RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16s_C3IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16s_C4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16s_C4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16s_AC4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+ROKI_API RokStatus rokiDiv_Round_16s_AC4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
+
+/* ---- arith_mul ---- */
+
+/* dst = src1 * src2 (complex: full complex product). Steps are not checked. */
+/* Integer results are exact, scaled by 2^-scaleFactor (half to even above 0, */
+/* saturating left shift below), then saturated; complex parts saturate separately. */
+/* Any scaleFactor is accepted; where every result is 0 the ROI is filled without */
+/* computing. AC4 forms leave the destination's fourth channel untouched. */
+ROKI_API RokStatus rokiMul_8u_C1RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_8u_C1IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_8u_C3RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_8u_C3IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_8u_C4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_8u_C4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_8u_AC4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_8u_AC4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16u_C1RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16u_C1IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16u_C3RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16u_C3IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16u_C4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16u_C4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16u_AC4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16u_AC4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16s_C1RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16s_C1IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16s_C3RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16s_C3IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16s_C4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16s_C4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16s_AC4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16s_AC4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16sc_C1RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16sc_C1IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16sc_C3RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16sc_C3IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16sc_AC4RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_16sc_AC4IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_32sc_C1RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_32sc_C1IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_32sc_C3RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_32sc_C3IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_32sc_AC4RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_32sc_AC4IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMul_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32f_C1IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32f_C3IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32f_C4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32f_AC4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32fc_C1R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32fc_C1IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32fc_C3R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32fc_C3IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32fc_AC4R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMul_32fc_AC4IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = src * value (channel k uses value[k]). Steps are not checked. */
+/* Integer results are exact, scaled by 2^-scaleFactor (half to even above 0, */
+/* saturating left shift below), then saturated; complex parts saturate separately. */
+/* Any scaleFactor is accepted; where every result is 0 the ROI is filled without */
+/* computing. AC4 forms leave the destination's fourth channel untouched. */
+ROKI_API RokStatus rokiMulC_8u_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_8u_C1IRSfs(Rok8u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16u_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16u_C1IRSfs(Rok16u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s value, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16s_C1IRSfs(Rok16s value, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_8u_C3RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_8u_C3IRSfs(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_8u_C4RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_8u_C4IRSfs(const Rok8u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_8u_AC4RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_8u_AC4IRSfs(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16u_C3RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16u_C3IRSfs(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16u_C4RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16u_C4IRSfs(const Rok16u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16u_AC4RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16u_AC4IRSfs(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16s_C3RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16s_C3IRSfs(const Rok16s value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16s_C4RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[4], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16s_C4IRSfs(const Rok16s value[4], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16s_AC4RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16s_AC4IRSfs(const Rok16s value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16sc_C1RSfs(const Rok16sc* pSrc, int srcStep, Rok16sc value, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16sc_C1IRSfs(Rok16sc value, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_32sc_C1RSfs(const Rok32sc* pSrc, int srcStep, Rok32sc value, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_32sc_C1IRSfs(Rok32sc value, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16sc_C3RSfs(const Rok16sc* pSrc, int srcStep, const Rok16sc value[3], Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16sc_C3IRSfs(const Rok16sc value[3], Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16sc_AC4RSfs(const Rok16sc* pSrc, int srcStep, const Rok16sc value[3], Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_16sc_AC4IRSfs(const Rok16sc value[3], Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_32sc_C3RSfs(const Rok32sc* pSrc, int srcStep, const Rok32sc value[3], Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_32sc_C3IRSfs(const Rok32sc value[3], Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_32sc_AC4RSfs(const Rok32sc* pSrc, int srcStep, const Rok32sc value[3], Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_32sc_AC4IRSfs(const Rok32sc value[3], Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulC_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f value, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32f_C1IR(Rok32f value, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32f_C3R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32f_C3IR(const Rok32f value[3], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32f_C4R(const Rok32f* pSrc, int srcStep, const Rok32f value[4], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32f_C4IR(const Rok32f value[4], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32f_AC4R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32f_AC4IR(const Rok32f value[3], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32fc_C1R(const Rok32fc* pSrc, int srcStep, Rok32fc value, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32fc_C1IR(Rok32fc value, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32fc_C3R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32fc_C3IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32fc_AC4R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulC_32fc_AC4IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = (p + 1 + (p >> b)) >> b with p = src1 * src2 and b the sample bits (8 or 16): */
+/* p / max, exact at the ends. Checks: null -8, step below 1 -14, size -6. */
+ROKI_API RokStatus rokiMulScale_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_8u_C1IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_8u_C3IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_8u_C4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_8u_AC4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_16u_C1IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_16u_C3IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_16u_C4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulScale_16u_AC4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* MulScale with the constant (channel k uses value[k]) as the second factor. */
+ROKI_API RokStatus rokiMulCScale_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_8u_C1IR(Rok8u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_16u_C1IR(Rok16u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_8u_C3R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_8u_C3IR(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_8u_C4R(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_8u_C4IR(const Rok8u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_8u_AC4R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_8u_AC4IR(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_16u_C3R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_16u_C3IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_16u_C4R(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_16u_C4IR(const Rok16u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_16u_AC4R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulCScale_16u_AC4IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* ---- arith_sub ---- */
+
+/* dst = src2 - src1: the first image is subtracted from the second (in place: */
+/* srcDst - src). Steps are not checked. */
+/* Integer results are exact, scaled by 2^-scaleFactor (half to even above 0, */
+/* saturating left shift below), then saturated; complex parts saturate separately. */
+/* Any scaleFactor is accepted; where every result is 0 the ROI is filled without */
+/* computing. AC4 forms leave the destination's fourth channel untouched. */
+ROKI_API RokStatus rokiSub_8u_C1RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_8u_C1IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_8u_C3RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_8u_C3IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_8u_C4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_8u_C4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_8u_AC4RSfs(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_8u_AC4IRSfs(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16u_C1RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16u_C1IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16u_C3RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16u_C3IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16u_C4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16u_C4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16u_AC4RSfs(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16u_AC4IRSfs(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16s_C1RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16s_C1IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16s_C3RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16s_C3IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16s_C4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16s_C4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16s_AC4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16s_AC4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16sc_C1RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16sc_C1IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16sc_C3RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16sc_C3IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16sc_AC4RSfs(const Rok16sc* pSrc1, int src1Step, const Rok16sc* pSrc2, int src2Step, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_16sc_AC4IRSfs(const Rok16sc* pSrc, int srcStep, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_32sc_C1RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_32sc_C1IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_32sc_C3RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_32sc_C3IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_32sc_AC4RSfs(const Rok32sc* pSrc1, int src1Step, const Rok32sc* pSrc2, int src2Step, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_32sc_AC4IRSfs(const Rok32sc* pSrc, int srcStep, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSub_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32f_C1IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32f_C3IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32f_C4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32f_AC4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32fc_C1R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32fc_C1IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32fc_C3R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32fc_C3IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32fc_AC4R(const Rok32fc* pSrc1, int src1Step, const Rok32fc* pSrc2, int src2Step, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSub_32fc_AC4IR(const Rok32fc* pSrc, int srcStep, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = src - value (channel k uses value[k]). Steps are not checked. */
+/* Integer results are exact, scaled by 2^-scaleFactor (half to even above 0, */
+/* saturating left shift below), then saturated; complex parts saturate separately. */
+/* Any scaleFactor is accepted; where every result is 0 the ROI is filled without */
+/* computing. AC4 forms leave the destination's fourth channel untouched. */
+ROKI_API RokStatus rokiSubC_8u_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_8u_C1IRSfs(Rok8u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16u_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16u_C1IRSfs(Rok16u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s value, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16s_C1IRSfs(Rok16s value, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_8u_C3RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_8u_C3IRSfs(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_8u_C4RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_8u_C4IRSfs(const Rok8u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_8u_AC4RSfs(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_8u_AC4IRSfs(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16u_C3RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16u_C3IRSfs(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16u_C4RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16u_C4IRSfs(const Rok16u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16u_AC4RSfs(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16u_AC4IRSfs(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16s_C3RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16s_C3IRSfs(const Rok16s value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16s_C4RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[4], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16s_C4IRSfs(const Rok16s value[4], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16s_AC4RSfs(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16s_AC4IRSfs(const Rok16s value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16sc_C1RSfs(const Rok16sc* pSrc, int srcStep, Rok16sc value, Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16sc_C1IRSfs(Rok16sc value, Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_32sc_C1RSfs(const Rok32sc* pSrc, int srcStep, Rok32sc value, Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_32sc_C1IRSfs(Rok32sc value, Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16sc_C3RSfs(const Rok16sc* pSrc, int srcStep, const Rok16sc value[3], Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16sc_C3IRSfs(const Rok16sc value[3], Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16sc_AC4RSfs(const Rok16sc* pSrc, int srcStep, const Rok16sc value[3], Rok16sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_16sc_AC4IRSfs(const Rok16sc value[3], Rok16sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_32sc_C3RSfs(const Rok32sc* pSrc, int srcStep, const Rok32sc value[3], Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_32sc_C3IRSfs(const Rok32sc value[3], Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_32sc_AC4RSfs(const Rok32sc* pSrc, int srcStep, const Rok32sc value[3], Rok32sc* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_32sc_AC4IRSfs(const Rok32sc value[3], Rok32sc* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSubC_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f value, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32f_C1IR(Rok32f value, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32f_C3R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32f_C3IR(const Rok32f value[3], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32f_C4R(const Rok32f* pSrc, int srcStep, const Rok32f value[4], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32f_C4IR(const Rok32f value[4], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32f_AC4R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32f_AC4IR(const Rok32f value[3], Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32fc_C1R(const Rok32fc* pSrc, int srcStep, Rok32fc value, Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32fc_C1IR(Rok32fc value, Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32fc_C3R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32fc_C3IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32fc_AC4R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSubC_32fc_AC4IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
+
 /* ---- border_copy ---- */
 
 /* Copies the source ROI to (leftBorderWidth, topBorderHeight) of the */

@@ -1,0 +1,22 @@
+// Row kernels of the pixel arithmetic: one template per operation, explicitly
+// instantiated for the sample types that use it.
+#pragma once
+
+#include "roki.h"
+
+namespace rok::kernels {
+
+enum class ArithOp { Add, Sub, Mul, Div, MulScale };
+
+// Computes n samples (complex types: n complex samples):
+//   Add d = s1 + s2, Sub d = s2 - s1, Mul d = s1 * s2, Div d = s2 / s1,
+//   MulScale d = s1 * s2 / max (integer approximation, see the kernel).
+// Integer results are scaled by 2^-sf and saturated; Div rounds with `mode`
+// (rokRoundTruncate, rokRoundNearestEven, rokRoundHalfAway), the other
+// operations round half to even. Float types ignore sf and mode.
+// Returns rokStatusDivByZero when a divisor was zero, else rokStatusOk.
+// s2 may equal d (in place).
+template <ArithOp Op, class T>
+RokStatus arith_row(const T* s1, const T* s2, T* d, int n, int sf, int mode);
+
+}  // namespace rok::kernels
