@@ -18,22 +18,13 @@
 #include "reference.h"
 #include "rokcore.h"
 #include "roki.h"
+#include "threads.h"
 
 namespace {
 
 using rokt::GuardedImage;
 
-class WithThreads {
-public:
-    explicit WithThreads(int n) {
-        rokGetNumThreads(&saved_);
-        rokSetNumThreads(n);
-    }
-    ~WithThreads() { rokSetNumThreads(saved_); }
-
-private:
-    int saved_ = 1;
-};
+using rokt::WithThreads;
 
 // ---- reference finishing rules -------------------------------------------
 

@@ -6,20 +6,11 @@
 
 #include "core/core.h"
 #include "frame/parallel.h"
+#include "threads.h"
 
 namespace {
 
-class WithThreads {
-public:
-    explicit WithThreads(int n) {
-        rokGetNumThreads(&saved_);
-        rokSetNumThreads(n);
-    }
-    ~WithThreads() { rokSetNumThreads(saved_); }
-
-private:
-    int saved_ = 1;
-};
+using rokt::WithThreads;
 
 TEST(Threading, ParallelRowsCoverEveryRowOnceAndUseTheTeamSize) {
     for (int threads : {1, 2, 7}) {
