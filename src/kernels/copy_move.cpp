@@ -91,12 +91,15 @@ void masked_rows(const u8* src, u8* dst, const u8* mask, int n) {
 
 }  // namespace
 
-void copy_bytes(const void* src, void* dst, std::size_t n) {
+namespace {
+
+// One unaligned move covers the bytes up to the destination's next 32-byte
+// boundary; the body then stores aligned, ordinary or streaming.
+template <bool kStream>
+void copy_bytes_with(const void* src, void* dst, std::size_t n) {
     const u8* s = static_cast<const u8*>(src);
     u8* d = static_cast<u8*>(dst);
     if (n < 64) return copy_short(s, d, n);
-    // One unaligned move covers the bytes up to the destination's next
-    // 32-byte boundary; the body then stores aligned.
     store32(d, load32(s));
     const std::size_t head = 32 - (reinterpret_cast<std::uintptr_t>(d) & 31);
     s += head;
@@ -104,28 +107,22 @@ void copy_bytes(const void* src, void* dst, std::size_t n) {
     n -= head;
     for (; n >= 64; n -= 64, s += 64, d += 64) {
         const __m256i a = load32(s), b = load32(s + 32);
-        _mm256_store_si256(reinterpret_cast<__m256i*>(d), a);
-        _mm256_store_si256(reinterpret_cast<__m256i*>(d + 32), b);
+        if constexpr (kStream) {
+            _mm256_stream_si256(reinterpret_cast<__m256i*>(d), a);
+            _mm256_stream_si256(reinterpret_cast<__m256i*>(d + 32), b);
+        } else {
+            _mm256_store_si256(reinterpret_cast<__m256i*>(d), a);
+            _mm256_store_si256(reinterpret_cast<__m256i*>(d + 32), b);
+        }
     }
     copy_short(s, d, n);
 }
 
-void copy_bytes_streaming(const void* src, void* dst, std::size_t n) {
-    const u8* s = static_cast<const u8*>(src);
-    u8* d = static_cast<u8*>(dst);
-    if (n < 64) return copy_short(s, d, n);
-    store32(d, load32(s));
-    const std::size_t head = 32 - (reinterpret_cast<std::uintptr_t>(d) & 31);
-    s += head;
-    d += head;
-    n -= head;
-    for (; n >= 64; n -= 64, s += 64, d += 64) {
-        const __m256i a = load32(s), b = load32(s + 32);
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(d), a);
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(d + 32), b);
-    }
-    copy_short(s, d, n);
-}
+}  // namespace
+
+void copy_bytes(const void* src, void* dst, std::size_t n) { copy_bytes_with<false>(src, dst, n); }
+
+void copy_bytes_streaming(const void* src, void* dst, std::size_t n) { copy_bytes_with<true>(src, dst, n); }
 
 void copy_bytes_aligned64(const void* src, void* dst, std::size_t n) {
     const u8* s = static_cast<const u8*>(src);
