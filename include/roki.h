@@ -1579,6 +1579,405 @@ ROKI_API Rok32fc* rokiMalloc_32fc_AC4(int widthPixels, int heightPixels, int* pS
 /* Releases an image from any rokiMalloc_* function; null is accepted. */
 ROKI_API void rokiFree(void* ptr);
 
+/* ---- stats_count ---- */
+
+/* Counts the samples of each channel with lower <= x <= upper (both */
+/* inclusive; AC4 never counts alpha). Checks, in order: null pointers */
+/* (-8), a step below 1 (-14), ROI size (-6), then an upper bound below its */
+/* lower bound in any channel (rokStatusBadRange, -7). A count that would */
+/* exceed 2^31 - 1 wraps. */
+ROKI_API RokStatus rokiCountInRange_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, int* pCounts, Rok8u lowerBound, Rok8u upperBound);
+ROKI_API RokStatus rokiCountInRange_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, int* pCounts, Rok32f lowerBound, Rok32f upperBound);
+ROKI_API RokStatus rokiCountInRange_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, int counts[3], const Rok8u lowerBound[3], const Rok8u upperBound[3]);
+ROKI_API RokStatus rokiCountInRange_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, int counts[3], const Rok8u lowerBound[3], const Rok8u upperBound[3]);
+ROKI_API RokStatus rokiCountInRange_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, int counts[3], const Rok32f lowerBound[3], const Rok32f upperBound[3]);
+ROKI_API RokStatus rokiCountInRange_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, int counts[3], const Rok32f lowerBound[3], const Rok32f upperBound[3]);
+
+/* ---- stats_dot ---- */
+
+/* The sum of src1 x src2 per channel. Data of up to 16 bits is summed */
+/* exactly in 64-bit integers and converted at the end (the same as a */
+/* double-precision sum while the total stays below 2^53); 32-bit data is */
+/* converted to double and each product is fused into one of eight */
+/* double-precision partials per channel (pixel x mod 8), added in order at */
+/* the end. Checks: null pointers (-8); width or height below 1, or a zero */
+/* step, give rokStatusBadSize (-6); negative steps are allowed. */
+ROKI_API RokStatus rokiDotProd_8u64f_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiDotProd_8s64f_C1R(const Rok8s* pSrc1, int src1Step, const Rok8s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiDotProd_16u64f_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiDotProd_16s64f_C1R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiDotProd_32u64f_C1R(const Rok32u* pSrc1, int src1Step, const Rok32u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiDotProd_32s64f_C1R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiDotProd_32f64f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiDotProd_8u64f_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_8u64f_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiDotProd_8u64f_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_8s64f_C3R(const Rok8s* pSrc1, int src1Step, const Rok8s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_8s64f_C4R(const Rok8s* pSrc1, int src1Step, const Rok8s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiDotProd_8s64f_AC4R(const Rok8s* pSrc1, int src1Step, const Rok8s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_16u64f_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_16u64f_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiDotProd_16u64f_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_16s64f_C3R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_16s64f_C4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiDotProd_16s64f_AC4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_32u64f_C3R(const Rok32u* pSrc1, int src1Step, const Rok32u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_32u64f_C4R(const Rok32u* pSrc1, int src1Step, const Rok32u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiDotProd_32u64f_AC4R(const Rok32u* pSrc1, int src1Step, const Rok32u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_32s64f_C3R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_32s64f_C4R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiDotProd_32s64f_AC4R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_32f64f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiDotProd_32f64f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiDotProd_32f64f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+
+/* ---- stats_every ---- */
+
+/* pSrcDst = min (max) of pSrc and pSrcDst, sample by sample, in place; */
+/* AC4 leaves the destination's alpha as it was. Checks: null pointers */
+/* (-8), ROI size (-6), a step below 1 (-14). */
+ROKI_API RokStatus rokiMinEvery_8u_C1IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_8u_C3IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_8u_C4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_8u_AC4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_16s_C1IR(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_16s_C3IR(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_16s_C4IR(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_16s_AC4IR(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_16u_C1IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_16u_C3IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_16u_C4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_16u_AC4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_32f_C1IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_32f_C3IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_32f_C4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMinEvery_32f_AC4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_8u_C1IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_8u_C3IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_8u_C4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_8u_AC4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_16s_C1IR(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_16s_C3IR(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_16s_C4IR(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_16s_AC4IR(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_16u_C1IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_16u_C3IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_16u_C4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_16u_AC4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_32f_C1IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_32f_C3IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_32f_C4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMaxEvery_32f_AC4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* ---- stats_extrema ---- */
+
+/* The smallest (largest) sample of each channel. Checks: null pointers */
+/* (-8), ROI size (-6); the step is not checked. A NaN never replaces a */
+/* number; a channel of nothing but NaNs gives +inf (Min) or -inf (Max). */
+ROKI_API RokStatus rokiMin_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u* pValue);
+ROKI_API RokStatus rokiMin_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s* pValue);
+ROKI_API RokStatus rokiMin_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u* pValue);
+ROKI_API RokStatus rokiMin_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f* pValue);
+ROKI_API RokStatus rokiMin_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[3]);
+ROKI_API RokStatus rokiMin_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[4]);
+ROKI_API RokStatus rokiMin_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[3]);
+ROKI_API RokStatus rokiMin_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[3]);
+ROKI_API RokStatus rokiMin_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[4]);
+ROKI_API RokStatus rokiMin_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[3]);
+ROKI_API RokStatus rokiMin_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[3]);
+ROKI_API RokStatus rokiMin_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[4]);
+ROKI_API RokStatus rokiMin_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[3]);
+ROKI_API RokStatus rokiMin_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3]);
+ROKI_API RokStatus rokiMin_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[4]);
+ROKI_API RokStatus rokiMin_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3]);
+ROKI_API RokStatus rokiMax_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u* pValue);
+ROKI_API RokStatus rokiMax_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s* pValue);
+ROKI_API RokStatus rokiMax_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u* pValue);
+ROKI_API RokStatus rokiMax_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f* pValue);
+ROKI_API RokStatus rokiMax_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[3]);
+ROKI_API RokStatus rokiMax_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[4]);
+ROKI_API RokStatus rokiMax_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[3]);
+ROKI_API RokStatus rokiMax_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[3]);
+ROKI_API RokStatus rokiMax_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[4]);
+ROKI_API RokStatus rokiMax_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[3]);
+ROKI_API RokStatus rokiMax_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[3]);
+ROKI_API RokStatus rokiMax_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[4]);
+ROKI_API RokStatus rokiMax_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[3]);
+ROKI_API RokStatus rokiMax_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3]);
+ROKI_API RokStatus rokiMax_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[4]);
+ROKI_API RokStatus rokiMax_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3]);
+
+/* Both extremes in one pass; checks as rokiMin. */
+ROKI_API RokStatus rokiMinMax_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u* pMin, Rok8u* pMax);
+ROKI_API RokStatus rokiMinMax_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s* pMin, Rok16s* pMax);
+ROKI_API RokStatus rokiMinMax_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u* pMin, Rok16u* pMax);
+ROKI_API RokStatus rokiMinMax_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f* pMin, Rok32f* pMax);
+ROKI_API RokStatus rokiMinMax_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u min[3], Rok8u max[3]);
+ROKI_API RokStatus rokiMinMax_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u min[4], Rok8u max[4]);
+ROKI_API RokStatus rokiMinMax_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u min[3], Rok8u max[3]);
+ROKI_API RokStatus rokiMinMax_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s min[3], Rok16s max[3]);
+ROKI_API RokStatus rokiMinMax_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s min[4], Rok16s max[4]);
+ROKI_API RokStatus rokiMinMax_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s min[3], Rok16s max[3]);
+ROKI_API RokStatus rokiMinMax_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u min[3], Rok16u max[3]);
+ROKI_API RokStatus rokiMinMax_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u min[4], Rok16u max[4]);
+ROKI_API RokStatus rokiMinMax_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u min[3], Rok16u max[3]);
+ROKI_API RokStatus rokiMinMax_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f min[3], Rok32f max[3]);
+ROKI_API RokStatus rokiMinMax_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f min[4], Rok32f max[4]);
+ROKI_API RokStatus rokiMinMax_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f min[3], Rok32f max[3]);
+
+/* The extreme of each channel and its first position in raster order */
+/* (smallest y, then smallest x). Rows are searched top to bottom and the */
+/* search of a channel ends at the first row holding the type's extreme (0 */
+/* or 255 for 8u, -inf or +inf for 32f). Checks as rokiMin. */
+ROKI_API RokStatus rokiMinIndx_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u* pValue, int* pIndexX, int* pIndexY);
+ROKI_API RokStatus rokiMinIndx_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s* pValue, int* pIndexX, int* pIndexY);
+ROKI_API RokStatus rokiMinIndx_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u* pValue, int* pIndexX, int* pIndexY);
+ROKI_API RokStatus rokiMinIndx_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f* pValue, int* pIndexX, int* pIndexY);
+ROKI_API RokStatus rokiMinIndx_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMinIndx_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[4], int indexX[4], int indexY[4]);
+ROKI_API RokStatus rokiMinIndx_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMinIndx_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMinIndx_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[4], int indexX[4], int indexY[4]);
+ROKI_API RokStatus rokiMinIndx_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMinIndx_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMinIndx_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[4], int indexX[4], int indexY[4]);
+ROKI_API RokStatus rokiMinIndx_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMinIndx_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMinIndx_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[4], int indexX[4], int indexY[4]);
+ROKI_API RokStatus rokiMinIndx_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMaxIndx_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u* pValue, int* pIndexX, int* pIndexY);
+ROKI_API RokStatus rokiMaxIndx_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s* pValue, int* pIndexX, int* pIndexY);
+ROKI_API RokStatus rokiMaxIndx_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u* pValue, int* pIndexX, int* pIndexY);
+ROKI_API RokStatus rokiMaxIndx_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f* pValue, int* pIndexX, int* pIndexY);
+ROKI_API RokStatus rokiMaxIndx_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMaxIndx_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[4], int indexX[4], int indexY[4]);
+ROKI_API RokStatus rokiMaxIndx_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMaxIndx_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMaxIndx_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[4], int indexX[4], int indexY[4]);
+ROKI_API RokStatus rokiMaxIndx_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok16s value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMaxIndx_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMaxIndx_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[4], int indexX[4], int indexY[4]);
+ROKI_API RokStatus rokiMaxIndx_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok16u value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMaxIndx_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3], int indexX[3], int indexY[3]);
+ROKI_API RokStatus rokiMaxIndx_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[4], int indexX[4], int indexY[4]);
+ROKI_API RokStatus rokiMaxIndx_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3], int indexX[3], int indexY[3]);
+
+/* ---- stats_norm ---- */
+
+/* Inf: the largest |x| per channel (|-32768| is 32768). L1: the sum of |x|, */
+/* L2: the square root of the sum of x^2, accumulated as rokiSum does */
+/* (exact integers; float data by the hint: squares are fused into the */
+/* single- or double-precision additions). Checks: null pointers (-8), ROI */
+/* size (-6), step below 1 (-14). */
+ROKI_API RokStatus rokiNorm_Inf_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_Inf_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_Inf_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_Inf_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_Inf_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_Inf_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_Inf_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_Inf_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_Inf_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_Inf_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_Inf_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_Inf_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_Inf_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_Inf_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_Inf_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_Inf_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_Inf_32s_C1R(const Rok32s* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_L1_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_L1_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_L1_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_L1_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L1_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_L1_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L1_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L1_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_L1_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L1_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L1_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_L1_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L1_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue, int hint);
+ROKI_API RokStatus rokiNorm_L1_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNorm_L1_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4], int hint);
+ROKI_API RokStatus rokiNorm_L1_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNorm_L2_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_L2_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_L2_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNorm_L2_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L2_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_L2_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L2_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L2_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_L2_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L2_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L2_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNorm_L2_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNorm_L2_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue, int hint);
+ROKI_API RokStatus rokiNorm_L2_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNorm_L2_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4], int hint);
+ROKI_API RokStatus rokiNorm_L2_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+
+/* ---- stats_normdiff ---- */
+
+/* The norms of rokiNorm applied to src1 - src2 (the difference of 8u and */
+/* 16-bit data is exact; float data subtracts in the accumulation's */
+/* precision). Checks: null pointers (-8), ROI size (-6), a step below 1 */
+/* (-14). */
+ROKI_API RokStatus rokiNormDiff_Inf_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_Inf_16s_C1R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_Inf_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_Inf_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_Inf_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_Inf_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_Inf_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_Inf_16s_C3R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_Inf_16s_C4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_Inf_16s_AC4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_Inf_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_Inf_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_Inf_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_Inf_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_Inf_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_Inf_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L1_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_L1_16s_C1R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_L1_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_L1_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L1_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_L1_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L1_16s_C3R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L1_16s_C4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_L1_16s_AC4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L1_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L1_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_L1_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L1_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue, int hint);
+ROKI_API RokStatus rokiNormDiff_L1_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNormDiff_L1_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4], int hint);
+ROKI_API RokStatus rokiNormDiff_L1_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNormDiff_L2_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_L2_16s_C1R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_L2_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormDiff_L2_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L2_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_L2_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L2_16s_C3R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L2_16s_C4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_L2_16s_AC4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L2_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L2_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormDiff_L2_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormDiff_L2_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue, int hint);
+ROKI_API RokStatus rokiNormDiff_L2_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNormDiff_L2_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4], int hint);
+ROKI_API RokStatus rokiNormDiff_L2_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3], int hint);
+
+/* NormDiff(src1, src2) / Norm(src2) of the same kind, per channel. A */
+/* denominator of 0 (float data: below 2.2250738585072014e-308, the */
+/* smallest normal double) leaves the numerator as that channel's result, */
+/* and the call returns the warning rokStatusDivByZero (6). Checks as */
+/* rokiNormDiff. */
+ROKI_API RokStatus rokiNormRel_Inf_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_Inf_16s_C1R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_Inf_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_Inf_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_Inf_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_Inf_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_Inf_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_Inf_16s_C3R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_Inf_16s_C4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_Inf_16s_AC4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_Inf_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_Inf_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_Inf_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_Inf_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_Inf_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_Inf_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L1_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_L1_16s_C1R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_L1_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_L1_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L1_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_L1_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L1_16s_C3R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L1_16s_C4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_L1_16s_AC4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L1_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L1_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_L1_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L1_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue, int hint);
+ROKI_API RokStatus rokiNormRel_L1_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNormRel_L1_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4], int hint);
+ROKI_API RokStatus rokiNormRel_L1_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNormRel_L2_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_L2_16s_C1R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_L2_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiNormRel_L2_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L2_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_L2_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L2_16s_C3R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L2_16s_C4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_L2_16s_AC4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L2_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L2_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiNormRel_L2_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiNormRel_L2_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue, int hint);
+ROKI_API RokStatus rokiNormRel_L2_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiNormRel_L2_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[4], int hint);
+ROKI_API RokStatus rokiNormRel_L2_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, RokiSize roiSize, Rok64f value[3], int hint);
+
+/* ---- stats_sum ---- */
+
+/* Sum of each channel (C3 and AC4 write 3 values, C4 writes 4; AC4 never */
+/* uses the alpha samples). Integer data is summed exactly in 64-bit */
+/* integers and converted to double at the end. Float data: for ROIs up to */
+/* 16 pixels wide, or hint rokHintAccurate, every channel has eight */
+/* double-precision partial sums (pixel x of each row feeds partial x mod 8), */
+/* added in order at the end; otherwise sample i of each row (i counted in */
+/* samples from the row's start) is added in single precision to partial */
+/* i mod 48, and each channel's partials are converted and added in double */
+/* precision in index order. Checks: null pointers (-8), ROI size (-6); the */
+/* step is not checked and may be zero or negative. Runs on the calling */
+/* thread. */
+ROKI_API RokStatus rokiSum_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiSum_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiSum_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiSum_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiSum_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiSum_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiSum_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiSum_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiSum_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiSum_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiSum_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiSum_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiSum_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue, int hint);
+ROKI_API RokStatus rokiSum_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiSum_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4], int hint);
+ROKI_API RokStatus rokiSum_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+
+/* The sum divided by width x height, that count formed as a signed 32-bit */
+/* product (it wraps for ROIs of 2^31 pixels or more). The result pointer is */
+/* checked first, then everything Sum checks. */
+ROKI_API RokStatus rokiMean_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiMean_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiMean_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue);
+ROKI_API RokStatus rokiMean_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiMean_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiMean_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiMean_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiMean_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiMean_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiMean_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiMean_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4]);
+ROKI_API RokStatus rokiMean_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3]);
+ROKI_API RokStatus rokiMean_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f* pValue, int hint);
+ROKI_API RokStatus rokiMean_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+ROKI_API RokStatus rokiMean_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4], int hint);
+ROKI_API RokStatus rokiMean_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,155 @@
+// Walkers shared by the reduction kernels (AVX2; included by kernel sources
+// only). A row is cut into vectors of L samples; vector k of a row feeds
+// accumulator k mod P, and P x L is a multiple of the channel count, so each
+// accumulator lane always sees the same channel. The last, partial vector of
+// a row is read from a padded copy, never past the row's end.
+#pragma once
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "frame/image.h"
+
+namespace rok::kernels::stats_engine {
+
+// Calls body(k, i, n) for every vector of a row of m samples: k its
+// accumulator, i its first sample, n its length (L, or fewer for the last).
+// Whole rounds of P vectors pass k as a compile-time constant so that the
+// accumulators can live in registers.
+template <int P, std::size_t L, class Body>
+inline void walk_row(std::size_t m, Body&& body) {
+    std::size_t i = 0;
+    for (; i + P * L <= m; i += P * L)
+        [&]<int... K>(std::integer_sequence<int, K...>) {
+            (body(std::integral_constant<int, K>{}, i + K * L, std::integral_constant<std::size_t, L>{}), ...);
+        }(std::make_integer_sequence<int, P>{});
+    for (int k = 0; i < m; ++k, i += L) body(k, i, std::min(L, m - i));
+}
+
+// A copy of the n < L samples at p, padded up to L samples. Pad lanes repeat
+// the same channel's sample of the row's last pixel (row[m - nc + channel]),
+// which leaves any minimum or maximum unchanged.
+template <class T, std::size_t L>
+struct Padded {
+    alignas(32) T v[L];
+    Padded(const T* row, std::size_t i, std::size_t n, std::size_t m, int nc) {
+        std::memcpy(v, row + i, n * sizeof(T));
+        for (std::size_t k = n; k < L; ++k) v[k] = row[m - std::size_t(nc) + (i + k) % std::size_t(nc)];
+    }
+};
+
+// As Padded, with zeros.
+template <class T, std::size_t L>
+struct Zeroed {
+    alignas(32) T v[L] = {};
+    Zeroed(const T* p, std::size_t n) { std::memcpy(v, p, n * sizeof(T)); }
+};
+
+// Lanes where index < n.
+inline __m256i lanes_below(std::size_t n) {
+    return _mm256_cmpgt_epi32(_mm256_set1_epi32(int(n)), _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7));
+}
+
+// Eight samples as 32-bit lanes (32-bit types are loaded as they are).
+inline __m256i widen8(const Rok8u* p) { return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+inline __m256i widen8(const Rok8s* p) { return _mm256_cvtepi8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))); }
+inline __m256i widen8(const Rok16u* p) { return _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); }
+inline __m256i widen8(const Rok16s* p) { return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); }
+inline __m256i widen8(const Rok32f* p) { return _mm256_castps_si256(_mm256_loadu_ps(p)); }
+
+// Adds each channel's lanes: out[c] += lanes[j] for j mod nc == c.
+template <class A, class B>
+inline void lanes_to_channels(const A* lanes, int count, int nc, B* out) {
+    for (int j = 0; j < count; ++j) out[j % nc] += B(lanes[j]);
+}
+
+// Totals of 32-bit terms term(x, y, k) of eight samples (y is x's partner
+// in the second source, or x itself). Each term must lie within +-65535;
+// the 32-bit lanes are moved into 64-bit totals before 16384 additions, so
+// no lane can overflow.
+template <int P, class T, class Term>
+void sum_terms32(const T* a, int as, const T* b, int bs, std::size_t m, int h, int nc, Term term,
+                 std::int64_t* out) {
+    constexpr int kFlushEvery = 16384;
+    __m256i acc[P], lo[P], hi[P];
+    for (int k = 0; k < P; ++k) acc[k] = lo[k] = hi[k] = _mm256_setzero_si256();
+    int pending = 0;
+    auto flush = [&] {
+        for (int k = 0; k < P; ++k) {
+            lo[k] = _mm256_add_epi64(lo[k], _mm256_cvtepi32_epi64(_mm256_castsi256_si128(acc[k])));
+            hi[k] = _mm256_add_epi64(hi[k], _mm256_cvtepi32_epi64(_mm256_extracti128_si256(acc[k], 1)));
+            acc[k] = _mm256_setzero_si256();
+        }
+        pending = 0;
+    };
+    for (int y = 0; y < h; ++y) {
+        const T* ra = row(a, as, y);
+        const T* rb = b ? row(b, bs, y) : ra;
+        walk_row<P, 8>(m, [&](auto k, std::size_t i, auto n) {
+            __m256i t;
+            if (n < 8) {
+                const Zeroed<T, 8> za(ra + i, n), zb(rb + i, n);
+                t = _mm256_and_si256(term(widen8(za.v), widen8(zb.v), int(k)), lanes_below(n));
+            } else {
+                t = term(widen8(ra + i), widen8(rb + i), int(k));
+            }
+            acc[k] = _mm256_add_epi32(acc[k], t);
+            if (++pending == kFlushEvery) flush();
+        });
+    }
+    flush();
+    alignas(32) std::int64_t lanes[8 * P];
+    for (int k = 0; k < P; ++k) {
+        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes + 8 * k), lo[k]);
+        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes + 8 * k + 4), hi[k]);
+    }
+    lanes_to_channels(lanes, 8 * P, nc, out);
+}
+
+// Totals of 64-bit products u * v, where factors(x, y) gives the two
+// 32-bit factors of eight samples (|u|, |v| < 2^31).
+template <int P, class T, class Factors>
+void sum_products64(const T* a, int as, const T* b, int bs, std::size_t m, int h, int nc, Factors factors,
+                    std::int64_t* out) {
+    __m256i even[P], odd[P];
+    for (int k = 0; k < P; ++k) even[k] = odd[k] = _mm256_setzero_si256();
+    for (int y = 0; y < h; ++y) {
+        const T* ra = row(a, as, y);
+        const T* rb = b ? row(b, bs, y) : ra;
+        walk_row<P, 8>(m, [&](auto k, std::size_t i, auto n) {
+            __m256i u, v;
+            if (n < 8) {
+                const Zeroed<T, 8> za(ra + i, n), zb(rb + i, n);
+                std::tie(u, v) = factors(widen8(za.v), widen8(zb.v));
+                u = _mm256_and_si256(u, lanes_below(n));
+            } else {
+                std::tie(u, v) = factors(widen8(ra + i), widen8(rb + i));
+            }
+            even[k] = _mm256_add_epi64(even[k], _mm256_mul_epi32(u, v));
+            odd[k] = _mm256_add_epi64(odd[k], _mm256_mul_epi32(_mm256_srli_epi64(u, 32), _mm256_srli_epi64(v, 32)));
+        });
+    }
+    alignas(32) std::int64_t e[4], o[4];
+    std::int64_t lanes[8 * P];
+    for (int k = 0; k < P; ++k) {
+        _mm256_store_si256(reinterpret_cast<__m256i*>(e), even[k]);
+        _mm256_store_si256(reinterpret_cast<__m256i*>(o), odd[k]);
+        for (int j = 0; j < 4; ++j) {
+            lanes[8 * k + 2 * j] = e[j];
+            lanes[8 * k + 2 * j + 1] = o[j];
+        }
+    }
+    lanes_to_channels(lanes, 8 * P, nc, out);
+}
+
+// Accumulator count that keeps 8-lane blocks on one channel each.
+constexpr int blocks_for(int nc) { return nc == 3 ? 3 : 1; }
+
+}  // namespace rok::kernels::stats_engine
