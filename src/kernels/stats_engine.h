@@ -149,6 +149,98 @@ void sum_products64(const T* a, int as, const T* b, int bs, std::size_t m, int h
     lanes_to_channels(lanes, 8 * P, nc, out);
 }
 
+// Bytes where index < n.
+inline __m256i bytes_below(std::size_t n) {
+    const __m256i idx = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20,
+                                         21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31);
+    return _mm256_cmpgt_epi8(_mm256_set1_epi8(char(n)), idx);
+}
+
+// Totals of byte terms term(x, y, k) of 32 samples of 8-bit data, summed
+// per channel with sum-of-absolute-differences against zero (64-bit lanes,
+// no overflow): one channel needs no mask, others mask each channel's bytes.
+template <int P, class Term>
+void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, Term term,
+                    std::int64_t* out) {
+    const __m256i zero = _mm256_setzero_si256();
+    __m256i acc[4], mask[P][4];
+    for (int c = 0; c < 4; ++c) acc[c] = zero;
+    for (int k = 0; k < P; ++k)
+        for (int c = 0; c < nc; ++c) {
+            alignas(32) std::uint8_t bytes[32];
+            for (int j = 0; j < 32; ++j) bytes[j] = (32 * k + j) % nc == c ? 0xFF : 0;
+            mask[k][c] = _mm256_load_si256(reinterpret_cast<const __m256i*>(bytes));
+        }
+    for (int y = 0; y < h; ++y) {
+        const Rok8u* ra = row(a, as, y);
+        const Rok8u* rb = b ? row(b, bs, y) : ra;
+        walk_row<P, 32>(m, [&](auto k, std::size_t i, auto n) {
+            __m256i t;
+            if (n < 32) {
+                const Zeroed<Rok8u, 32> za(ra + i, n), zb(rb + i, n);
+                t = _mm256_and_si256(term(_mm256_load_si256(reinterpret_cast<const __m256i*>(za.v)),
+                                          _mm256_load_si256(reinterpret_cast<const __m256i*>(zb.v)), int(k)),
+                                     bytes_below(n));
+            } else {
+                t = term(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(ra + i)),
+                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rb + i)), int(k));
+            }
+            if (nc == 1) {
+                acc[0] = _mm256_add_epi64(acc[0], _mm256_sad_epu8(t, zero));
+            } else {
+                for (int c = 0; c < nc; ++c)
+                    acc[c] = _mm256_add_epi64(acc[c], _mm256_sad_epu8(_mm256_and_si256(t, mask[k][c]), zero));
+            }
+        });
+    }
+    for (int c = 0; c < nc; ++c) {
+        alignas(32) std::int64_t lanes[4];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), acc[c]);
+        out[c] += lanes[0] + lanes[1] + lanes[2] + lanes[3];
+    }
+}
+
+// Totals of products of 16-bit pairs over one-channel 8-bit rows: madd of
+// 16 samples gives 8 pair sums below 2^17, moved to 64-bit lanes every 8192
+// steps. diff = true multiplies a - b by itself.
+template <bool Diff>
+std::int64_t sum_pair_products(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h) {
+    constexpr int kFlushEvery = 8192;
+    __m256i acc = _mm256_setzero_si256(), wide = _mm256_setzero_si256();
+    int pending = 0;
+    const auto flush = [&] {
+        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(acc)));
+        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(acc, 1)));
+        acc = _mm256_setzero_si256();
+        pending = 0;
+    };
+    for (int y = 0; y < h; ++y) {
+        const Rok8u* ra = row(a, as, y);
+        const Rok8u* rb = row(b, bs, y);
+        walk_row<1, 16>(m, [&](auto, std::size_t i, auto n) {
+            __m256i x, z;
+            if (n < 16) {
+                const Zeroed<Rok8u, 16> za(ra + i, n), zb(rb + i, n);
+                x = _mm256_cvtepu8_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(za.v)));
+                z = _mm256_cvtepu8_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(zb.v)));
+            } else {
+                x = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ra + i)));
+                z = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rb + i)));
+            }
+            if constexpr (Diff) {
+                x = _mm256_sub_epi16(x, z);
+                z = x;
+            }
+            acc = _mm256_add_epi32(acc, _mm256_madd_epi16(x, z));
+            if (++pending == kFlushEvery) flush();
+        });
+    }
+    flush();
+    alignas(32) std::int64_t lanes[4];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), wide);
+    return lanes[0] + lanes[1] + lanes[2] + lanes[3];
+}
+
 // Accumulator count that keeps 8-lane blocks on one channel each.
 constexpr int blocks_for(int nc) { return nc == 3 ? 3 : 1; }
 

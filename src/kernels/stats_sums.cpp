@@ -37,6 +37,19 @@ struct Products64 {
     }
 };
 
+template <int P>
+struct ByteTerms {
+    template <class Term>
+    static void run(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, Term term,
+                    std::int64_t* out) {
+        sum_byte_terms<P>(a, as, b, bs, m, h, nc, term, out);
+    }
+};
+
+const auto kByteValue = [](__m256i x, __m256i, int) { return x; };
+const auto kByteDistance = [](__m256i x, __m256i y, int) {
+    return _mm256_or_si256(_mm256_subs_epu8(x, y), _mm256_subs_epu8(y, x));
+};
 const auto kValue = [](__m256i x, __m256i, int) { return x; };
 const auto kAbs = [](__m256i x, __m256i, int) { return _mm256_abs_epi32(x); };
 const auto kSquare = [](__m256i x, __m256i, int) { return _mm256_mullo_epi32(x, x); };
@@ -56,7 +69,7 @@ const auto kProductFactors = [](__m256i x, __m256i y) { return std::pair{x, y}; 
 }  // namespace
 
 void sum(const Rok8u* p, int step, std::size_t m, int h, int nc, std::int64_t* out) {
-    by_channels<Terms32>(nc, p, step, decltype(p){}, 0, m, h, nc, kValue, out);
+    by_channels<ByteTerms>(nc, p, step, decltype(p){}, 0, m, h, nc, kByteValue, out);
 }
 void sum(const Rok16s* p, int step, std::size_t m, int h, int nc, std::int64_t* out) {
     by_channels<Terms32>(nc, p, step, decltype(p){}, 0, m, h, nc, kValue, out);
@@ -68,6 +81,10 @@ void abs_sum(const Rok16s* p, int step, std::size_t m, int h, int nc, std::int64
     by_channels<Terms32>(nc, p, step, decltype(p){}, 0, m, h, nc, kAbs, out);
 }
 void sq_sum(const Rok8u* p, int step, std::size_t m, int h, int nc, std::int64_t* out) {
+    if (nc == 1) {
+        out[0] += sum_pair_products<false>(p, step, p, step, m, h);
+        return;
+    }
     by_channels<Terms32>(nc, p, step, decltype(p){}, 0, m, h, nc, kSquare, out);
 }
 void sq_sum(const Rok16s* p, int step, std::size_t m, int h, int nc, std::int64_t* out) {
@@ -78,7 +95,7 @@ void sq_sum(const Rok16u* p, int step, std::size_t m, int h, int nc, std::int64_
 }
 
 void diff_abs_sum(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, std::int64_t* out) {
-    by_channels<Terms32>(nc, a, as, b, bs, m, h, nc, kDiffAbs, out);
+    by_channels<ByteTerms>(nc, a, as, b, bs, m, h, nc, kByteDistance, out);
 }
 void diff_abs_sum(const Rok16s* a, int as, const Rok16s* b, int bs, std::size_t m, int h, int nc,
                   std::int64_t* out) {
@@ -89,6 +106,10 @@ void diff_abs_sum(const Rok16u* a, int as, const Rok16u* b, int bs, std::size_t 
     by_channels<Terms32>(nc, a, as, b, bs, m, h, nc, kDiffAbs, out);
 }
 void diff_sq_sum(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, std::int64_t* out) {
+    if (nc == 1) {
+        out[0] += sum_pair_products<true>(a, as, b, bs, m, h);
+        return;
+    }
     by_channels<Terms32>(nc, a, as, b, bs, m, h, nc, kDiffSquare, out);
 }
 void diff_sq_sum(const Rok16s* a, int as, const Rok16s* b, int bs, std::size_t m, int h, int nc,
@@ -101,6 +122,10 @@ void diff_sq_sum(const Rok16u* a, int as, const Rok16u* b, int bs, std::size_t m
 }
 
 void dot(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, std::int64_t* out) {
+    if (nc == 1) {
+        out[0] += sum_pair_products<false>(a, as, b, bs, m, h);
+        return;
+    }
     by_channels<Terms32>(nc, a, as, b, bs, m, h, nc, kProduct, out);
 }
 void dot(const Rok8s* a, int as, const Rok8s* b, int bs, std::size_t m, int h, int nc, std::int64_t* out) {
@@ -127,20 +152,24 @@ void bound_lanes(const T* bounds, int nc, V* lanes, int blocks) {
 
 void count_in_range(const Rok8u* p, int step, std::size_t m, int h, int nc, const Rok8u* lo, const Rok8u* hi,
                     std::int64_t* out) {
-    alignas(32) std::int32_t l[24], u[24];
-    bound_lanes(lo, nc, l, 3);
-    bound_lanes(hi, nc, u, 3);
-    __m256i lv[3], uv[3];
+    // Byte j of accumulator k is sample 32k + j of its block. A sample is in
+    // range when x - lo (wrapping) is at most hi - lo; the term is 1.
+    __m256i lv[3], span[3];
     for (int k = 0; k < 3; ++k) {
-        lv[k] = _mm256_load_si256(reinterpret_cast<const __m256i*>(l + 8 * k));
-        uv[k] = _mm256_load_si256(reinterpret_cast<const __m256i*>(u + 8 * k));
+        alignas(32) std::uint8_t l[32], s[32];
+        for (int j = 0; j < 32; ++j) {
+            const int c = (32 * k + j) % nc;
+            l[j] = lo[c];
+            s[j] = std::uint8_t(hi[c] - lo[c]);
+        }
+        lv[k] = _mm256_load_si256(reinterpret_cast<const __m256i*>(l));
+        span[k] = _mm256_load_si256(reinterpret_cast<const __m256i*>(s));
     }
-    // A sample is in range when neither bound excludes it; the term is 1.
     const auto inside = [&](__m256i x, __m256i, int k) {
-        const __m256i out_of = _mm256_or_si256(_mm256_cmpgt_epi32(lv[k], x), _mm256_cmpgt_epi32(x, uv[k]));
-        return _mm256_andnot_si256(out_of, _mm256_set1_epi32(1));
+        const __m256i d = _mm256_sub_epi8(x, lv[k]);
+        return _mm256_and_si256(_mm256_cmpeq_epi8(_mm256_min_epu8(d, span[k]), d), _mm256_set1_epi8(1));
     };
-    by_channels<Terms32>(nc, p, step, static_cast<const Rok8u*>(nullptr), 0, m, h, nc, inside, out);
+    by_channels<ByteTerms>(nc, p, step, static_cast<const Rok8u*>(nullptr), 0, m, h, nc, inside, out);
 }
 
 void count_in_range(const Rok32f* p, int step, std::size_t m, int h, int nc, const Rok32f* lo, const Rok32f* hi,
