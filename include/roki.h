@@ -1598,9 +1598,9 @@ ROKI_API RokStatus rokiCountInRange_32f_AC4R(const Rok32f* pSrc, int srcStep, Ro
 /* The sum of src1 x src2 per channel. Data of up to 16 bits is summed */
 /* exactly in 64-bit integers and converted at the end (the same as a */
 /* double-precision sum while the total stays below 2^53); 32-bit data is */
-/* converted to double and each product is fused into one of eight */
-/* double-precision partials per channel (pixel x mod 8), added in order at */
-/* the end. Checks: null pointers (-8); width or height below 1, or a zero */
+/* converted to double and each product is fused into one of the */
+/* double-precision partials of its channel, added in order at the end: 16 */
+/* partials for C1 (pixel x mod 16), 8 per channel otherwise (x mod 8). Checks: null pointers (-8); width or height below 1, or a zero */
 /* step, give rokStatusBadSize (-6); negative steps are allowed. */
 ROKI_API RokStatus rokiDotProd_8u64f_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);
 ROKI_API RokStatus rokiDotProd_8s64f_C1R(const Rok8s* pSrc1, int src1Step, const Rok8s* pSrc2, int src2Step, RokiSize roiSize, Rok64f* pValue);

@@ -53,6 +53,10 @@ void float_partials(const Rok32f* a, int as, const Rok32f* b, int bs, std::size_
 // difference is formed in double precision). b may be null for one source.
 void double_partials(const Rok32f* a, int as, const Rok32f* b, int bs, std::size_t m, int h, int nc,
                      FloatTerm term, double* part);
+// The products of 32-bit data go the same way, into dot_partials(nc)
+// partials per channel (sixteen for one channel keep more additions in
+// flight; pixel x feeds partial x mod that count).
+constexpr int dot_partials(int nc) { return nc == 1 ? 16 : 8; }
 void double_dot(const Rok32f* a, int as, const Rok32f* b, int bs, std::size_t m, int h, int nc, double* part);
 void double_dot(const Rok32s* a, int as, const Rok32s* b, int bs, std::size_t m, int h, int nc, double* part);
 void double_dot(const Rok32u* a, int as, const Rok32u* b, int bs, std::size_t m, int h, int nc, double* part);

@@ -200,38 +200,46 @@ void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t 
     }
 }
 
-// Totals of products of 16-bit pairs over one-channel 8-bit rows: madd of
-// 16 samples gives 8 pair sums below 2^17, moved to 64-bit lanes every 8192
-// steps. diff = true multiplies a - b by itself.
+// Totals of products of 16-bit pairs over one-channel 8-bit rows: 32
+// samples are widened in two halves and each madd gives 8 pair sums below
+// 2^17; both accumulators move to 64-bit lanes every 8192 steps, before
+// any lane can reach 2^31. Diff multiplies a - b by
+// itself.
 template <bool Diff>
 std::int64_t sum_pair_products(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h) {
     constexpr int kFlushEvery = 8192;
-    __m256i acc = _mm256_setzero_si256(), wide = _mm256_setzero_si256();
+    const __m256i zero = _mm256_setzero_si256();
+    __m256i lo = zero, hi = zero, wide = zero;
     int pending = 0;
     const auto flush = [&] {
-        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(acc)));
-        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(acc, 1)));
-        acc = _mm256_setzero_si256();
+        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(lo)));
+        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(lo, 1)));
+        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(hi)));
+        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(hi, 1)));
+        lo = hi = zero;
         pending = 0;
     };
     for (int y = 0; y < h; ++y) {
         const Rok8u* ra = row(a, as, y);
         const Rok8u* rb = row(b, bs, y);
-        walk_row<1, 16>(m, [&](auto, std::size_t i, auto n) {
+        walk_row<1, 32>(m, [&](auto, std::size_t i, auto n) {
             __m256i x, z;
-            if (n < 16) {
-                const Zeroed<Rok8u, 16> za(ra + i, n), zb(rb + i, n);
-                x = _mm256_cvtepu8_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(za.v)));
-                z = _mm256_cvtepu8_epi16(_mm_load_si128(reinterpret_cast<const __m128i*>(zb.v)));
+            if (n < 32) {
+                const Zeroed<Rok8u, 32> za(ra + i, n), zb(rb + i, n);
+                x = _mm256_load_si256(reinterpret_cast<const __m256i*>(za.v));
+                z = _mm256_load_si256(reinterpret_cast<const __m256i*>(zb.v));
             } else {
-                x = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(ra + i)));
-                z = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(rb + i)));
+                x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ra + i));
+                z = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rb + i));
             }
+            __m256i xl = _mm256_unpacklo_epi8(x, zero), xh = _mm256_unpackhi_epi8(x, zero);
+            __m256i zl = _mm256_unpacklo_epi8(z, zero), zh = _mm256_unpackhi_epi8(z, zero);
             if constexpr (Diff) {
-                x = _mm256_sub_epi16(x, z);
-                z = x;
+                zl = xl = _mm256_sub_epi16(xl, zl);
+                zh = xh = _mm256_sub_epi16(xh, zh);
             }
-            acc = _mm256_add_epi32(acc, _mm256_madd_epi16(x, z));
+            lo = _mm256_add_epi32(lo, _mm256_madd_epi16(xl, zl));
+            hi = _mm256_add_epi32(hi, _mm256_madd_epi16(xh, zh));
             if (++pending == kFlushEvery) flush();
         });
     }

@@ -110,11 +110,10 @@ void min_max_walk(const T* p, int step, std::size_t m, int h, int nc, T* mn, T* 
         store(a + k * L, lo[k]);
         store(b + k * L, hi[k]);
     }
-    for (std::size_t j = 0; j < P * L; ++j) {
-        T& lo_c = mn[j % std::size_t(nc)];
-        T& hi_c = mx[j % std::size_t(nc)];
-        if (a[j] < lo_c) lo_c = a[j];
-        if (b[j] > hi_c) hi_c = b[j];
+    // Called once per row by the index searches: no division per lane.
+    for (std::size_t j = 0, c = 0; j < P * L; ++j, c = c + 1 == std::size_t(nc) ? 0 : c + 1) {
+        if (a[j] < mn[c]) mn[c] = a[j];
+        if (b[j] > mx[c]) mx[c] = b[j];
     }
 }
 
@@ -148,8 +147,8 @@ void max_abs_walk(const T* a, int as, const T* b, int bs, std::size_t m, int h, 
     }
     U lanes[P * L];
     for (int k = 0; k < P; ++k) store(lanes + k * L, best[k]);
-    for (std::size_t j = 0; j < P * L; ++j)
-        if (lanes[j] > out[j % std::size_t(nc)]) out[j % std::size_t(nc)] = lanes[j];
+    for (std::size_t j = 0, c = 0; j < P * L; ++j, c = c + 1 == std::size_t(nc) ? 0 : c + 1)
+        if (lanes[j] > out[c]) out[c] = lanes[j];
 }
 
 template <bool Two, class T, class U>

@@ -64,11 +64,12 @@ inline __m256d load4_pd(const T* p, std::size_t n) {
     }
 }
 
-// Eight partials per channel: vector k of four samples feeds accumulator
-// k mod 2nc, i.e. sample i feeds partial i mod 8nc.
+// Eight partials per channel (sixteen for one-channel products): vector k
+// of four samples feeds accumulator k mod P, i.e. sample i feeds partial
+// i mod 4P.
 template <int NC, FloatTerm Term, bool Two, bool Product, class T>
 void double_walk(const T* a, int as, const T* b, int bs, std::size_t m, int h, double* part) {
-    constexpr int P = 2 * NC;
+    constexpr int P = (Product ? dot_partials(NC) : 8) * NC / 4;
     __m256d acc[P];
     for (int k = 0; k < P; ++k) acc[k] = _mm256_loadu_pd(part + 4 * k);
     for (int y = 0; y < h; ++y) {

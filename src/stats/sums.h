@@ -101,7 +101,8 @@ RokStatus norm_rel(const T* a, int as, const T* b, int bs, RokiSize roi, Rok64f*
 }
 
 // Integer data up to 16 bits: exact 64-bit totals converted at the end;
-// 32-bit data: double-precision partials with fused products.
+// 32-bit data: double-precision partials with fused products (sixteen for
+// one channel, eight per channel otherwise).
 template <class T, Layout L>
 RokStatus dot_prod(const T* a, int as, const T* b, int bs, RokiSize roi, Rok64f* out) {
     if (any_null(a, b, out)) return rokStatusNullPtr;
@@ -115,7 +116,7 @@ RokStatus dot_prod(const T* a, int as, const T* b, int bs, RokiSize roi, Rok64f*
     } else {
         double part[32] = {};
         kernels::double_dot(a, as, b, bs, m, roi.height, nc, part);
-        combine_double(part, nc, outs, out);
+        combine_double(part, nc, outs, out, kernels::dot_partials(nc));
     }
     return rokStatusOk;
 }

@@ -17,12 +17,12 @@ using kernels::FloatTerm;
 // Float data accumulates in double precision for narrow ROIs or on request.
 inline bool double_precision(RokiSize roi, int hint) { return hint == rokHintAccurate || roi.width <= 16; }
 
-// Channel c of double partials laid out as sample i -> partial i mod 8nc:
-// its eight partials added in order.
-inline void combine_double(const double* part, int nc, int outs, Rok64f* out) {
+// Channel c of double partials laid out as sample i -> partial i mod
+// (count x nc): its `count` partials added in order.
+inline void combine_double(const double* part, int nc, int outs, Rok64f* out, int count = 8) {
     for (int c = 0; c < outs; ++c) {
         double s = 0;
-        for (int k = 0; k < 8; ++k) s += part[k * nc + c];
+        for (int k = 0; k < count; ++k) s += part[k * nc + c];
         out[c] = s;
     }
 }

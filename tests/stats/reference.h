@@ -46,16 +46,18 @@ inline std::vector<double> float_totals(const GuardedImage<float>& a, const Guar
     return out;
 }
 
-// Double partials: pixel x of each channel into that channel's partial x mod 8.
+// Double partials: pixel x of each channel into that channel's partial x mod
+// 8 (products of one-channel data: x mod 16).
 template <class T>
 std::vector<double> double_totals(const GuardedImage<T>& a, const GuardedImage<T>* b, Term t, int outs,
                                   bool product = false) {
-    double part[4][8] = {};
+    double part[4][16] = {};
+    const int count = product && a.channels() == 1 ? 16 : 8;
     for (int y = 0; y < a.height(); ++y)
         for (int x = 0; x < a.width(); ++x)
             for (int c = 0; c < a.channels(); ++c) {
                 double v = double(a.at(x, y, c));
-                double& p = part[c][x % 8];
+                double& p = part[c][x % count];
                 if (product) {
                     p = std::fma(v, double(b->at(x, y, c)), p);
                     continue;
@@ -66,7 +68,7 @@ std::vector<double> double_totals(const GuardedImage<T>& a, const GuardedImage<T
     std::vector<double> out(static_cast<std::size_t>(outs));
     for (int c = 0; c < outs; ++c) {
         double s = 0;
-        for (int k = 0; k < 8; ++k) s += part[c][k];
+        for (int k = 0; k < count; ++k) s += part[c][k];
         out[std::size_t(c)] = s;
     }
     return out;
