@@ -82,6 +82,19 @@ void min_max(const Rok16s* p, int step, std::size_t m, int h, int nc, Rok16s* mn
 void min_max(const Rok16u* p, int step, std::size_t m, int h, int nc, Rok16u* mn, Rok16u* mx);
 void min_max(const Rok32f* p, int step, std::size_t m, int h, int nc, Rok32f* mn, Rok32f* mx);
 
+// Index searches, rows top to bottom: a row whose smallest (largest) sample
+// of channel c is strictly better than best[c] sets best[c] and best_row[c]
+// = y. The walk ends once every channel's best is the type's extreme
+// (infinities for 32f). The caller starts best[] at the opposite extreme.
+void min_rows(const Rok8u* p, int step, std::size_t m, int h, int nc, Rok8u* best, int* best_row);
+void min_rows(const Rok16s* p, int step, std::size_t m, int h, int nc, Rok16s* best, int* best_row);
+void min_rows(const Rok16u* p, int step, std::size_t m, int h, int nc, Rok16u* best, int* best_row);
+void min_rows(const Rok32f* p, int step, std::size_t m, int h, int nc, Rok32f* best, int* best_row);
+void max_rows(const Rok8u* p, int step, std::size_t m, int h, int nc, Rok8u* best, int* best_row);
+void max_rows(const Rok16s* p, int step, std::size_t m, int h, int nc, Rok16s* best, int* best_row);
+void max_rows(const Rok16u* p, int step, std::size_t m, int h, int nc, Rok16u* best, int* best_row);
+void max_rows(const Rok32f* p, int step, std::size_t m, int h, int nc, Rok32f* best, int* best_row);
+
 // d[i] = min(s[i], d[i]) or max(s[i], d[i]) over n samples.
 void min_every(const Rok8u* s, Rok8u* d, std::size_t n);
 void min_every(const Rok16s* s, Rok16s* d, std::size_t n);

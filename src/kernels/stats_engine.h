@@ -209,20 +209,21 @@ template <bool Diff>
 std::int64_t sum_pair_products(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h) {
     constexpr int kFlushEvery = 8192;
     const __m256i zero = _mm256_setzero_si256();
-    __m256i lo = zero, hi = zero, wide = zero;
+    __m256i lo[2] = {zero, zero}, hi[2] = {zero, zero}, wide = zero;
     int pending = 0;
     const auto flush = [&] {
-        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(lo)));
-        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(lo, 1)));
-        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(hi)));
-        wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(hi, 1)));
-        lo = hi = zero;
+        for (int k = 0; k < 2; ++k)
+            for (const __m256i* v : {&lo[k], &hi[k]}) {
+                wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_castsi256_si128(*v)));
+                wide = _mm256_add_epi64(wide, _mm256_cvtepi32_epi64(_mm256_extracti128_si256(*v, 1)));
+            }
+        lo[0] = lo[1] = hi[0] = hi[1] = zero;
         pending = 0;
     };
     for (int y = 0; y < h; ++y) {
         const Rok8u* ra = row(a, as, y);
         const Rok8u* rb = row(b, bs, y);
-        walk_row<1, 32>(m, [&](auto, std::size_t i, auto n) {
+        walk_row<2, 32>(m, [&](auto k, std::size_t i, auto n) {
             __m256i x, z;
             if (n < 32) {
                 const Zeroed<Rok8u, 32> za(ra + i, n), zb(rb + i, n);
@@ -238,8 +239,8 @@ std::int64_t sum_pair_products(const Rok8u* a, int as, const Rok8u* b, int bs, s
                 zl = xl = _mm256_sub_epi16(xl, zl);
                 zh = xh = _mm256_sub_epi16(xh, zh);
             }
-            lo = _mm256_add_epi32(lo, _mm256_madd_epi16(xl, zl));
-            hi = _mm256_add_epi32(hi, _mm256_madd_epi16(xh, zh));
+            lo[k] = _mm256_add_epi32(lo[k], _mm256_madd_epi16(xl, zl));
+            hi[k] = _mm256_add_epi32(hi[k], _mm256_madd_epi16(xh, zh));
             if (++pending == kFlushEvery) flush();
         });
     }

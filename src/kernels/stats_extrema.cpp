@@ -23,6 +23,7 @@ struct Vec<Rok8u> {
     static V min(V a, V b) { return _mm256_min_epu8(a, b); }
     static V max(V a, V b) { return _mm256_max_epu8(a, b); }
     static V set(Rok8u v) { return _mm256_set1_epi8(char(v)); }
+    static bool same(V a, V b) { return _mm256_movemask_epi8(_mm256_cmpeq_epi8(a, b)) == -1; }
     static V magnitude(V x) { return x; }
     static V distance(V a, V b) { return _mm256_or_si256(_mm256_subs_epu8(a, b), _mm256_subs_epu8(b, a)); }
 };
@@ -34,6 +35,7 @@ struct Vec<Rok16u> {
     static V min(V a, V b) { return _mm256_min_epu16(a, b); }
     static V max(V a, V b) { return _mm256_max_epu16(a, b); }
     static V set(Rok16u v) { return _mm256_set1_epi16(short(v)); }
+    static bool same(V a, V b) { return _mm256_movemask_epi8(_mm256_cmpeq_epi16(a, b)) == -1; }
     static V magnitude(V x) { return x; }
     static V distance(V a, V b) { return _mm256_or_si256(_mm256_subs_epu16(a, b), _mm256_subs_epu16(b, a)); }
 };
@@ -45,6 +47,7 @@ struct Vec<Rok16s> {
     static V min(V a, V b) { return _mm256_min_epi16(a, b); }
     static V max(V a, V b) { return _mm256_max_epi16(a, b); }
     static V set(Rok16s v) { return _mm256_set1_epi16(v); }
+    static bool same(V a, V b) { return _mm256_movemask_epi8(_mm256_cmpeq_epi16(a, b)) == -1; }
     // |x| and |a - b| as unsigned 16-bit values (32768 and 65535 fit).
     static V magnitude(V x) { return _mm256_abs_epi16(x); }
     static V distance(V a, V b) { return _mm256_sub_epi16(_mm256_max_epi16(a, b), _mm256_min_epi16(a, b)); }
@@ -72,6 +75,11 @@ struct Vec<Rok32f> {
     static V min(V a, V b) { return _mm256_min_ps(a, b); }
     static V max(V a, V b) { return _mm256_max_ps(a, b); }
     static V set(Rok32f v) { return _mm256_set1_ps(v); }
+    // Bitwise, so -0 and +0 differ and a lane equal to its target is "same".
+    static bool same(V a, V b) {
+        const __m256i x = _mm256_castps_si256(a), y = _mm256_castps_si256(b);
+        return _mm256_movemask_epi8(_mm256_cmpeq_epi32(x, y)) == -1;
+    }
     static V magnitude(V x) { return _mm256_andnot_ps(_mm256_set1_ps(-0.0f), x); }
     static V distance(V a, V b) { return magnitude(_mm256_sub_ps(a, b)); }
 };
@@ -151,6 +159,53 @@ void max_abs_walk(const T* a, int as, const T* b, int bs, std::size_t m, int h, 
         if (lanes[j] > out[c]) out[c] = lanes[j];
 }
 
+// Rows top to bottom. Each row's lanes are folded into P vectors; only a
+// row with a lane strictly better than its channel's best so far is folded
+// to per-channel values, so most rows cost one compare.
+template <int P, bool Max, class T>
+void extreme_rows_walk(const T* p, int step, std::size_t m, int h, int nc, T* best, int* best_row) {
+    using W = Vec<T>;
+    using V = typename W::V;
+    constexpr std::size_t L = 32 / sizeof(T);
+    const T settled = Max ? highest<T>() : lowest<T>();
+    const T worst = Max ? lowest<T>() : highest<T>();
+    T pattern[P * L];
+    V target[P];
+    const auto set_targets = [&] {
+        for (std::size_t j = 0, c = 0; j < P * L; ++j, c = c + 1 == std::size_t(nc) ? 0 : c + 1) pattern[j] = best[c];
+        for (int k = 0; k < P; ++k) target[k] = W::load(pattern + k * L);
+    };
+    set_targets();
+    int open = 0;
+    for (int c = 0; c < nc; ++c) open += best[c] != settled;
+    for (int y = 0; y < h && open > 0; ++y) {
+        const T* r = row(p, step, y);
+        V acc[P];
+        for (int k = 0; k < P; ++k) acc[k] = W::set(worst);
+        walk_row<P, L>(m, [&](auto k, std::size_t i, auto n) {
+            const V x = n < L ? W::load(Padded<T, L>(r, i, n, m, nc).v) : W::load(r + i);
+            acc[k] = Max ? W::max(x, acc[k]) : W::min(x, acc[k]);
+        });
+        // A lane beats its target exactly when the better of the two is not
+        // the target.
+        bool better = false;
+        for (int k = 0; k < P; ++k) {
+            const V b = Max ? W::max(acc[k], target[k]) : W::min(acc[k], target[k]);
+            better |= !W::same(b, target[k]);
+        }
+        if (!better) continue;
+        T lanes[P * L];
+        for (int k = 0; k < P; ++k) store(lanes + k * L, acc[k]);
+        for (std::size_t j = 0, c = 0; j < P * L; ++j, c = c + 1 == std::size_t(nc) ? 0 : c + 1) {
+            if (best[c] == settled || !(Max ? lanes[j] > best[c] : lanes[j] < best[c])) continue;
+            best[c] = lanes[j];
+            best_row[c] = y;
+            open -= lanes[j] == settled;
+        }
+        set_targets();
+    }
+}
+
 template <bool Two, class T, class U>
 void max_abs_by_channels(const T* a, int as, const T* b, int bs, std::size_t m, int h, int nc, U* out) {
     if (nc == 3)
@@ -167,7 +222,28 @@ void min_max_by_channels(const T* p, int step, std::size_t m, int h, int nc, T* 
         min_max_walk<1>(p, step, m, h, nc, mn, mx);
 }
 
+template <bool Max, class T>
+void extreme_rows_by_channels(const T* p, int step, std::size_t m, int h, int nc, T* best, int* best_row) {
+    if (nc == 3)
+        extreme_rows_walk<3, Max>(p, step, m, h, nc, best, best_row);
+    else
+        extreme_rows_walk<1, Max>(p, step, m, h, nc, best, best_row);
+}
+
 }  // namespace
+
+#define ROK_EXTREME_ROWS(T)                                                                          \
+    void min_rows(const T* p, int step, std::size_t m, int h, int nc, T* best, int* best_row) {     \
+        extreme_rows_by_channels<false>(p, step, m, h, nc, best, best_row);                          \
+    }                                                                                                \
+    void max_rows(const T* p, int step, std::size_t m, int h, int nc, T* best, int* best_row) {     \
+        extreme_rows_by_channels<true>(p, step, m, h, nc, best, best_row);                           \
+    }
+ROK_EXTREME_ROWS(Rok8u)
+ROK_EXTREME_ROWS(Rok16s)
+ROK_EXTREME_ROWS(Rok16u)
+ROK_EXTREME_ROWS(Rok32f)
+#undef ROK_EXTREME_ROWS
 
 void max_abs(const Rok8u* p, int step, std::size_t m, int h, int nc, Rok8u* out) {
     max_abs_by_channels<false>(p, step, p, step, m, h, nc, out);

@@ -10,13 +10,14 @@ namespace {
 
 using namespace stats_engine;
 
-// Runs one walker with the accumulator count the channel count needs.
-template <template <int> class Walker, class... Args>
+// Runs one walker with the accumulator count the channel count needs (a
+// multiple of 3 for three channels; `Other` for one or four).
+template <template <int> class Walker, int Other = 1, class... Args>
 void by_channels(int nc, Args&&... args) {
     if (nc == 3)
         Walker<3>::run(std::forward<Args>(args)...);
     else
-        Walker<1>::run(std::forward<Args>(args)...);
+        Walker<Other>::run(std::forward<Args>(args)...);
 }
 
 template <int P>
@@ -69,7 +70,7 @@ const auto kProductFactors = [](__m256i x, __m256i y) { return std::pair{x, y}; 
 }  // namespace
 
 void sum(const Rok8u* p, int step, std::size_t m, int h, int nc, std::int64_t* out) {
-    by_channels<ByteTerms>(nc, p, step, decltype(p){}, 0, m, h, nc, kByteValue, out);
+    by_channels<ByteTerms, 4>(nc, p, step, decltype(p){}, 0, m, h, nc, kByteValue, out);
 }
 void sum(const Rok16s* p, int step, std::size_t m, int h, int nc, std::int64_t* out) {
     by_channels<Terms32>(nc, p, step, decltype(p){}, 0, m, h, nc, kValue, out);
@@ -95,7 +96,7 @@ void sq_sum(const Rok16u* p, int step, std::size_t m, int h, int nc, std::int64_
 }
 
 void diff_abs_sum(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, std::int64_t* out) {
-    by_channels<ByteTerms>(nc, a, as, b, bs, m, h, nc, kByteDistance, out);
+    by_channels<ByteTerms, 4>(nc, a, as, b, bs, m, h, nc, kByteDistance, out);
 }
 void diff_abs_sum(const Rok16s* a, int as, const Rok16s* b, int bs, std::size_t m, int h, int nc,
                   std::int64_t* out) {
@@ -154,8 +155,8 @@ void count_in_range(const Rok8u* p, int step, std::size_t m, int h, int nc, cons
                     std::int64_t* out) {
     // Byte j of accumulator k is sample 32k + j of its block. A sample is in
     // range when x - lo (wrapping) is at most hi - lo; the term is 1.
-    __m256i lv[3], span[3];
-    for (int k = 0; k < 3; ++k) {
+    __m256i lv[4], span[4];
+    for (int k = 0; k < 4; ++k) {
         alignas(32) std::uint8_t l[32], s[32];
         for (int j = 0; j < 32; ++j) {
             const int c = (32 * k + j) % nc;
@@ -169,7 +170,7 @@ void count_in_range(const Rok8u* p, int step, std::size_t m, int h, int nc, cons
         const __m256i d = _mm256_sub_epi8(x, lv[k]);
         return _mm256_and_si256(_mm256_cmpeq_epi8(_mm256_min_epu8(d, span[k]), d), _mm256_set1_epi8(1));
     };
-    by_channels<ByteTerms>(nc, p, step, static_cast<const Rok8u*>(nullptr), 0, m, h, nc, inside, out);
+    by_channels<ByteTerms, 4>(nc, p, step, static_cast<const Rok8u*>(nullptr), 0, m, h, nc, inside, out);
 }
 
 void count_in_range(const Rok32f* p, int step, std::size_t m, int h, int nc, const Rok32f* lo, const Rok32f* hi,

@@ -68,26 +68,15 @@ RokStatus extreme_index(const T* src, int step, RokiSize roi, T* value, int* xs,
     if (any_null(src, value, xs, ys)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
     constexpr int nc = channels(L), outs = processed_channels(L);
-    constexpr T settled = Max ? highest_value<T>() : lowest_value<T>();
+    // AC4's alpha lanes start settled, so they never keep the walk going.
     T best[4];
     int best_row[4] = {};
-    bool done[4] = {};
-    for (int c = 0; c < outs; ++c) best[c] = Max ? lowest_value<T>() : highest_value<T>();
-    int open = outs;
-    for (int y = 0; y < roi.height && open > 0; ++y) {
-        T mn[4], mx[4];
-        extremes<T, L>(row(src, step, y), step, roi, 1, mn, mx);
-        for (int c = 0; c < outs; ++c) {
-            const T v = Max ? mx[c] : mn[c];
-            if (done[c] || !(Max ? v > best[c] : v < best[c])) continue;
-            best[c] = v;
-            best_row[c] = y;
-            if (v == settled) {
-                done[c] = true;
-                --open;
-            }
-        }
-    }
+    for (int c = 0; c < nc; ++c) best[c] = (c < outs) == Max ? lowest_value<T>() : highest_value<T>();
+    const std::size_t m = std::size_t(roi.width) * nc;
+    if constexpr (Max)
+        kernels::max_rows(src, step, m, roi.height, nc, best, best_row);
+    else
+        kernels::min_rows(src, step, m, roi.height, nc, best, best_row);
     for (int c = 0; c < outs; ++c) {
         const T* r = row(src, step, best_row[c]);
         int x = 0;
