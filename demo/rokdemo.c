@@ -102,6 +102,24 @@ int main(void) {
         printf("mirror both axes in place: %.3f ms (status %d); twice restores the image: %s (status %d)\n",
                1e3 * (t1 - t0), (int)st1, checksum(src, step) == before ? "yes" : "NO", (int)st2);
     }
+    {   /* statistics: sum, mean, extremes and where the darkest pixel first occurs */
+        RokiSize roi = {kWidth, kHeight};
+        Rok64f sum = 0, mean = 0, l2 = 0;
+        Rok8u lo = 0, hi = 0, darkest = 0;
+        int x = 0, y = 0, inside = 0;
+        RokStatus st;
+        t0 = seconds_now();
+        st = rokiSum_8u_C1R(src, step, roi, &sum);
+        if (st == rokStatusOk) st = rokiMean_8u_C1R(src, step, roi, &mean);
+        if (st == rokStatusOk) st = rokiNorm_L2_8u_C1R(src, step, roi, &l2);
+        if (st == rokStatusOk) st = rokiMinMax_8u_C1R(src, step, roi, &lo, &hi);
+        if (st == rokStatusOk) st = rokiMinIndx_8u_C1R(src, step, roi, &darkest, &x, &y);
+        if (st == rokStatusOk) st = rokiCountInRange_8u_C1R(src, step, roi, &inside, 64, 191);
+        t1 = seconds_now();
+        printf("statistics: sum %.0f, mean %.3f, L2 norm %.1f, min %d at (%d, %d), max %d, %d pixels in 64..191: "
+               "%.3f ms (status %d)\n",
+               sum, mean, l2, (int)lo, x, y, (int)hi, inside, 1e3 * (t1 - t0), (int)st);
+    }
     {   /* a replicated border of 2 pixels, then a 5x5 binomial smoothing */
         static const Rok32s k5[25] = {1, 4, 6, 4, 1, 4, 16, 24, 16, 4, 6, 24, 36, 24, 6,
                                       4, 16, 24, 16, 4, 1, 4, 6, 4, 1};
