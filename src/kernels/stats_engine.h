@@ -156,48 +156,85 @@ inline __m256i bytes_below(std::size_t n) {
     return _mm256_cmpgt_epi8(_mm256_set1_epi8(char(n)), idx);
 }
 
-// Totals of byte terms term(x, y, k) of 32 samples of 8-bit data, summed
-// per channel with sum-of-absolute-differences against zero (64-bit lanes,
-// no overflow): one channel needs no mask, others mask each channel's bytes.
+// Totals of byte terms term(x, y, k) of 32 samples of 8-bit data. One
+// channel: sum of absolute differences against zero into 64-bit lanes.
+// Several: every byte position of the P-vector block keeps its own 16-bit
+// lane (bytes widened in two halves), moved into 64-bit lanes before any
+// reaches 256 additions, and positions are folded to channels at the end.
 template <int P, class Term>
 void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, Term term,
                     std::int64_t* out) {
     const __m256i zero = _mm256_setzero_si256();
-    __m256i acc[4], mask[P][4];
-    for (int c = 0; c < 4; ++c) acc[c] = zero;
-    for (int k = 0; k < P; ++k)
-        for (int c = 0; c < nc; ++c) {
-            alignas(32) std::uint8_t bytes[32];
-            for (int j = 0; j < 32; ++j) bytes[j] = (32 * k + j) % nc == c ? 0xFF : 0;
-            mask[k][c] = _mm256_load_si256(reinterpret_cast<const __m256i*>(bytes));
+    const auto terms = [&](const Rok8u* ra, const Rok8u* rb, auto k, std::size_t i, auto n) {
+        if (n < 32) {
+            const Zeroed<Rok8u, 32> za(ra + i, n), zb(rb + i, n);
+            return _mm256_and_si256(term(_mm256_load_si256(reinterpret_cast<const __m256i*>(za.v)),
+                                         _mm256_load_si256(reinterpret_cast<const __m256i*>(zb.v)), int(k)),
+                                    bytes_below(n));
         }
+        return term(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(ra + i)),
+                    _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rb + i)), int(k));
+    };
+    if (nc == 1) {
+        __m256i acc = zero;
+        for (int y = 0; y < h; ++y) {
+            const Rok8u* ra = row(a, as, y);
+            const Rok8u* rb = b ? row(b, bs, y) : ra;
+            walk_row<P, 32>(m, [&](auto k, std::size_t i, auto n) {
+                acc = _mm256_add_epi64(acc, _mm256_sad_epu8(terms(ra, rb, k, i, n), zero));
+            });
+        }
+        alignas(32) std::int64_t lanes[4];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), acc);
+        out[0] += lanes[0] + lanes[1] + lanes[2] + lanes[3];
+        return;
+    }
+    // lo[k] holds bytes 0-7 and 16-23 of vector k, hi[k] bytes 8-15 and 24-31.
+    __m256i lo[P], hi[P], wide[P][2][4];
+    for (int k = 0; k < P; ++k) {
+        lo[k] = hi[k] = zero;
+        for (auto& half : wide[k])
+            for (__m256i& g : half) g = zero;
+    }
+    int adds = 0;  // to accumulator 0, which every row starts with
+    const auto flush = [&] {
+        for (int k = 0; k < P; ++k) {
+            const __m256i* acc[2] = {&lo[k], &hi[k]};
+            for (int s = 0; s < 2; ++s) {
+                const __m128i l = _mm256_castsi256_si128(*acc[s]), u = _mm256_extracti128_si256(*acc[s], 1);
+                __m256i* w = wide[k][s];
+                w[0] = _mm256_add_epi64(w[0], _mm256_cvtepu16_epi64(l));
+                w[1] = _mm256_add_epi64(w[1], _mm256_cvtepu16_epi64(_mm_srli_si128(l, 8)));
+                w[2] = _mm256_add_epi64(w[2], _mm256_cvtepu16_epi64(u));
+                w[3] = _mm256_add_epi64(w[3], _mm256_cvtepu16_epi64(_mm_srli_si128(u, 8)));
+            }
+            lo[k] = hi[k] = zero;
+        }
+        adds = 0;
+    };
     for (int y = 0; y < h; ++y) {
         const Rok8u* ra = row(a, as, y);
         const Rok8u* rb = b ? row(b, bs, y) : ra;
         walk_row<P, 32>(m, [&](auto k, std::size_t i, auto n) {
-            __m256i t;
-            if (n < 32) {
-                const Zeroed<Rok8u, 32> za(ra + i, n), zb(rb + i, n);
-                t = _mm256_and_si256(term(_mm256_load_si256(reinterpret_cast<const __m256i*>(za.v)),
-                                          _mm256_load_si256(reinterpret_cast<const __m256i*>(zb.v)), int(k)),
-                                     bytes_below(n));
-            } else {
-                t = term(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(ra + i)),
-                         _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rb + i)), int(k));
-            }
-            if (nc == 1) {
-                acc[0] = _mm256_add_epi64(acc[0], _mm256_sad_epu8(t, zero));
-            } else {
-                for (int c = 0; c < nc; ++c)
-                    acc[c] = _mm256_add_epi64(acc[c], _mm256_sad_epu8(_mm256_and_si256(t, mask[k][c]), zero));
-            }
+            const __m256i t = terms(ra, rb, k, i, n);
+            lo[k] = _mm256_add_epi16(lo[k], _mm256_unpacklo_epi8(t, zero));
+            hi[k] = _mm256_add_epi16(hi[k], _mm256_unpackhi_epi8(t, zero));
+            if (int(k) == 0 && ++adds == 255) flush();
         });
     }
-    for (int c = 0; c < nc; ++c) {
-        alignas(32) std::int64_t lanes[4];
-        _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), acc[c]);
-        out[c] += lanes[0] + lanes[1] + lanes[2] + lanes[3];
-    }
+    flush();
+    for (int k = 0; k < P; ++k)
+        for (int s = 0; s < 2; ++s)
+            for (int g = 0; g < 4; ++g) {
+                alignas(32) std::int64_t lanes[4];
+                _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), wide[k][s][g]);
+                // Group g holds 16-bit lanes 4g..4g+3 of lo (s = 0) or hi.
+                for (int j = 0; j < 4; ++j) {
+                    const int lane = 4 * g + j;
+                    const int byte = (lane < 8 ? lane : lane + 8) + 8 * s;
+                    out[(32 * k + byte) % nc] += lanes[j];
+                }
+            }
 }
 
 // Totals of products of 16-bit pairs over one-channel 8-bit rows: 32
