@@ -250,3 +250,26 @@ TEST(Reductions8u, MeanDividesByThe32BitCount) {
 }
 
 }  // namespace
+
+namespace {
+
+// Many rows of the largest byte: the per-position 16-bit lanes of the
+// multi-channel 8u sums must be emptied before they overflow.
+TEST(Reductions8u, LongMultiChannelSumsAreExact) {
+    const int w = 45, h = 700;
+    std::vector<Rok8u> full(std::size_t(w) * 4 * h, 255), none(full.size(), 0);
+    const double want = 255.0 * w * h;
+    Rok64f s[4];
+    ASSERT_EQ(rokiSum_8u_C3R(full.data(), 3 * w, {w, h}, s), rokStatusOk);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(s[c], want);
+    ASSERT_EQ(rokiSum_8u_C4R(full.data(), 4 * w, {w, h}, s), rokStatusOk);
+    for (int c = 0; c < 4; ++c) EXPECT_EQ(s[c], want);
+    ASSERT_EQ(rokiNormDiff_L1_8u_AC4R(full.data(), 4 * w, none.data(), 4 * w, {w, h}, s), rokStatusOk);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(s[c], want);
+    const Rok8u lo[3] = {255, 0, 200}, hi[3] = {255, 255, 255};
+    int counts[3];
+    ASSERT_EQ(rokiCountInRange_8u_C3R(full.data(), 3 * w, {w, h}, counts, lo, hi), rokStatusOk);
+    for (int c = 0; c < 3; ++c) EXPECT_EQ(counts[c], w * h);
+}
+
+}  // namespace
