@@ -28,12 +28,12 @@ constexpr T highest_value() {
 }
 
 template <class T, Layout L>
-void extremes(const T* src, int step, RokiSize roi, int rows, T* mn, T* mx) {
+void extremes(const T* src, int step, RokiSize roi, T* mn, T* mx) {
     for (int c = 0; c < 4; ++c) {
         mn[c] = highest_value<T>();
         mx[c] = lowest_value<T>();
     }
-    kernels::min_max(src, step, std::size_t(roi.width) * channels(L), rows, channels(L), mn, mx);
+    kernels::min_max(src, step, std::size_t(roi.width) * channels(L), roi.height, channels(L), mn, mx);
 }
 
 template <class T, Layout L>
@@ -41,7 +41,7 @@ RokStatus min_max(const T* src, int step, RokiSize roi, T* outMin, T* outMax) {
     if (any_null(src, outMin, outMax)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
     T mn[4], mx[4];
-    extremes<T, L>(src, step, roi, roi.height, mn, mx);
+    extremes<T, L>(src, step, roi, mn, mx);
     for (int c = 0; c < processed_channels(L); ++c) {
         outMin[c] = mn[c];
         outMax[c] = mx[c];
@@ -54,7 +54,7 @@ RokStatus extreme(const T* src, int step, RokiSize roi, T* out) {
     if (any_null(src, out)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
     T mn[4], mx[4];
-    extremes<T, L>(src, step, roi, roi.height, mn, mx);
+    extremes<T, L>(src, step, roi, mn, mx);
     for (int c = 0; c < processed_channels(L); ++c) out[c] = Max ? mx[c] : mn[c];
     return rokStatusOk;
 }

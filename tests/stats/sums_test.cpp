@@ -249,10 +249,6 @@ TEST(Reductions8u, MeanDividesByThe32BitCount) {
     EXPECT_EQ(mean, sum / double(std::int32_t(std::uint32_t(65536u * 32769u))));
 }
 
-}  // namespace
-
-namespace {
-
 // Many rows of the largest byte: the per-position 16-bit lanes of the
 // multi-channel 8u sums must be emptied before they overflow.
 TEST(Reductions8u, LongMultiChannelSumsAreExact) {
