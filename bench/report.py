@@ -3,6 +3,9 @@
 time, memcpy bound, and the ratios rok/cv and rok/memcpy, with geometric means.
 
 Usage: report.py BUILD_DIR [extra rokbench arguments, e.g. --benchmark_filter=Add]
+
+Each timing is the median of three repetitions (pass --benchmark_repetitions=N
+to change it), so one disturbed repetition does not decide a ratio.
 """
 import json
 import math
@@ -13,12 +16,15 @@ from collections import defaultdict
 
 def main():
     build = sys.argv[1] if len(sys.argv) > 1 else "build-bench"
-    cmd = [f"{build}/bench/rokbench", "--benchmark_format=json", "--benchmark_min_time=0.2"] + sys.argv[2:]
+    cmd = [f"{build}/bench/rokbench", "--benchmark_format=json", "--benchmark_min_time=0.1",
+           "--benchmark_repetitions=3", "--benchmark_report_aggregates_only=true"] + sys.argv[2:]
     data = json.loads(subprocess.run(cmd, check=True, capture_output=True, text=True).stdout)
     times = defaultdict(dict)
     errors = []
     for b in data["benchmarks"]:
-        name = b["name"].removesuffix("/real_time")  # added by UseRealTime()
+        if b.get("aggregate_name", "median") != "median":
+            continue
+        name = b.get("run_name", b["name"]).removesuffix("/real_time")  # added by UseRealTime()
         case, _, impl = name.rpartition("/")
         if b.get("error_occurred"):
             errors.append(f"{case}: {b.get('error_message')}")
