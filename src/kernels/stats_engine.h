@@ -240,9 +240,10 @@ void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t 
 // Totals of products of 16-bit pairs over one-channel 8-bit rows: 32
 // samples are widened in two halves and each madd gives 8 pair sums below
 // 2^17; both accumulators move to 64-bit lanes every 8192 steps, before
-// any lane can reach 2^31. Diff multiplies a - b by
-// itself.
-template <bool Diff>
+// any lane can reach 2^31.
+enum class Pairs { Product, Square, DiffSquare };
+
+template <Pairs Mode>
 std::int64_t sum_pair_products(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h) {
     constexpr int kFlushEvery = 8192;
     const __m256i zero = _mm256_setzero_si256();
@@ -259,20 +260,23 @@ std::int64_t sum_pair_products(const Rok8u* a, int as, const Rok8u* b, int bs, s
     };
     for (int y = 0; y < h; ++y) {
         const Rok8u* ra = row(a, as, y);
-        const Rok8u* rb = row(b, bs, y);
-        walk_row<2, 32>(m, [&](auto k, std::size_t i, auto n) {
-            __m256i x, z;
+        const Rok8u* rb = Mode == Pairs::Square ? ra : row(b, bs, y);
+        const auto load = [](const Rok8u* r, std::size_t i, auto n) {
             if (n < 32) {
-                const Zeroed<Rok8u, 32> za(ra + i, n), zb(rb + i, n);
-                x = _mm256_load_si256(reinterpret_cast<const __m256i*>(za.v));
-                z = _mm256_load_si256(reinterpret_cast<const __m256i*>(zb.v));
-            } else {
-                x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(ra + i));
-                z = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rb + i));
+                const Zeroed<Rok8u, 32> z(r + i, n);
+                return _mm256_load_si256(reinterpret_cast<const __m256i*>(z.v));
             }
-            __m256i xl = _mm256_unpacklo_epi8(x, zero), xh = _mm256_unpackhi_epi8(x, zero);
-            __m256i zl = _mm256_unpacklo_epi8(z, zero), zh = _mm256_unpackhi_epi8(z, zero);
-            if constexpr (Diff) {
+            return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r + i));
+        };
+        walk_row<2, 32>(m, [&](auto k, std::size_t i, auto n) {
+            const __m256i x = load(ra, i, n);
+            __m256i xl = _mm256_unpacklo_epi8(x, zero), xh = _mm256_unpackhi_epi8(x, zero), zl = xl, zh = xh;
+            if constexpr (Mode != Pairs::Square) {
+                const __m256i z = load(rb, i, n);
+                zl = _mm256_unpacklo_epi8(z, zero);
+                zh = _mm256_unpackhi_epi8(z, zero);
+            }
+            if constexpr (Mode == Pairs::DiffSquare) {
                 zl = xl = _mm256_sub_epi16(xl, zl);
                 zh = xh = _mm256_sub_epi16(xh, zh);
             }
@@ -286,8 +290,5 @@ std::int64_t sum_pair_products(const Rok8u* a, int as, const Rok8u* b, int bs, s
     _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), wide);
     return lanes[0] + lanes[1] + lanes[2] + lanes[3];
 }
-
-// Accumulator count that keeps 8-lane blocks on one channel each.
-constexpr int blocks_for(int nc) { return nc == 3 ? 3 : 1; }
 
 }  // namespace rok::kernels::stats_engine

@@ -83,7 +83,7 @@ void abs_sum(const Rok16s* p, int step, std::size_t m, int h, int nc, std::int64
 }
 void sq_sum(const Rok8u* p, int step, std::size_t m, int h, int nc, std::int64_t* out) {
     if (nc == 1) {
-        out[0] += sum_pair_products<false>(p, step, p, step, m, h);
+        out[0] += sum_pair_products<Pairs::Square>(p, step, p, step, m, h);
         return;
     }
     by_channels<Terms32>(nc, p, step, decltype(p){}, 0, m, h, nc, kSquare, out);
@@ -108,7 +108,7 @@ void diff_abs_sum(const Rok16u* a, int as, const Rok16u* b, int bs, std::size_t 
 }
 void diff_sq_sum(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, std::int64_t* out) {
     if (nc == 1) {
-        out[0] += sum_pair_products<true>(a, as, b, bs, m, h);
+        out[0] += sum_pair_products<Pairs::DiffSquare>(a, as, b, bs, m, h);
         return;
     }
     by_channels<Terms32>(nc, a, as, b, bs, m, h, nc, kDiffSquare, out);
@@ -124,7 +124,7 @@ void diff_sq_sum(const Rok16u* a, int as, const Rok16u* b, int bs, std::size_t m
 
 void dot(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, std::int64_t* out) {
     if (nc == 1) {
-        out[0] += sum_pair_products<false>(a, as, b, bs, m, h);
+        out[0] += sum_pair_products<Pairs::Product>(a, as, b, bs, m, h);
         return;
     }
     by_channels<Terms32>(nc, a, as, b, bs, m, h, nc, kProduct, out);
