@@ -159,7 +159,7 @@ inline __m256i bytes_below(std::size_t n) {
 // Totals of byte terms term(x, y, k) of 32 samples of 8-bit data. One
 // channel: sum of absolute differences against zero into 64-bit lanes.
 // Several: every byte position of the P-vector block keeps its own 16-bit
-// lane (bytes widened in two halves), moved into 64-bit lanes before any
+// lane (even and odd bytes apart), moved into 64-bit lanes before any
 // reaches 256 additions, and positions are folded to channels at the end.
 template <int P, class Term>
 void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, Term term,
@@ -189,7 +189,8 @@ void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t 
         out[0] += lanes[0] + lanes[1] + lanes[2] + lanes[3];
         return;
     }
-    // lo[k] holds bytes 0-7 and 16-23 of vector k, hi[k] bytes 8-15 and 24-31.
+    // 16-bit lane j of lo[k] holds byte 2j of vector k, of hi[k] byte 2j + 1.
+    const __m256i low_byte = _mm256_set1_epi16(0xFF);
     __m256i lo[P], hi[P], wide[P][2][4];
     for (int k = 0; k < P; ++k) {
         lo[k] = hi[k] = zero;
@@ -217,8 +218,8 @@ void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t 
         const Rok8u* rb = b ? row(b, bs, y) : ra;
         walk_row<P, 32>(m, [&](auto k, std::size_t i, auto n) {
             const __m256i t = terms(ra, rb, k, i, n);
-            lo[k] = _mm256_add_epi16(lo[k], _mm256_unpacklo_epi8(t, zero));
-            hi[k] = _mm256_add_epi16(hi[k], _mm256_unpackhi_epi8(t, zero));
+            lo[k] = _mm256_add_epi16(lo[k], _mm256_and_si256(t, low_byte));
+            hi[k] = _mm256_add_epi16(hi[k], _mm256_srli_epi16(t, 8));
             if (int(k) == 0 && ++adds == 255) flush();
         });
     }
@@ -229,16 +230,12 @@ void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t 
                 alignas(32) std::int64_t lanes[4];
                 _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), wide[k][s][g]);
                 // Group g holds 16-bit lanes 4g..4g+3 of lo (s = 0) or hi.
-                for (int j = 0; j < 4; ++j) {
-                    const int lane = 4 * g + j;
-                    const int byte = (lane < 8 ? lane : lane + 8) + 8 * s;
-                    out[(32 * k + byte) % nc] += lanes[j];
-                }
+                for (int j = 0; j < 4; ++j) out[(32 * k + 2 * (4 * g + j) + s) % nc] += lanes[j];
             }
 }
 
 // Totals of products of 16-bit pairs over one-channel 8-bit rows: 32
-// samples are widened in two halves and each madd gives 8 pair sums below
+// samples are widened as even and odd bytes and each madd gives 8 pair sums below
 // 2^17; both accumulators move to 64-bit lanes every 8192 steps, before
 // any lane can reach 2^31.
 enum class Pairs { Product, Square, DiffSquare };
@@ -268,13 +265,15 @@ std::int64_t sum_pair_products(const Rok8u* a, int as, const Rok8u* b, int bs, s
             }
             return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r + i));
         };
+        // Even and odd bytes as 16-bit lanes, by mask and shift (no shuffles).
+        const __m256i low_byte = _mm256_set1_epi16(0xFF);
         walk_row<2, 32>(m, [&](auto k, std::size_t i, auto n) {
             const __m256i x = load(ra, i, n);
-            __m256i xl = _mm256_unpacklo_epi8(x, zero), xh = _mm256_unpackhi_epi8(x, zero), zl = xl, zh = xh;
+            __m256i xl = _mm256_and_si256(x, low_byte), xh = _mm256_srli_epi16(x, 8), zl = xl, zh = xh;
             if constexpr (Mode != Pairs::Square) {
                 const __m256i z = load(rb, i, n);
-                zl = _mm256_unpacklo_epi8(z, zero);
-                zh = _mm256_unpackhi_epi8(z, zero);
+                zl = _mm256_and_si256(z, low_byte);
+                zh = _mm256_srli_epi16(z, 8);
             }
             if constexpr (Mode == Pairs::DiffSquare) {
                 zl = xl = _mm256_sub_epi16(xl, zl);
