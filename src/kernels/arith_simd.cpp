@@ -1,0 +1,282 @@
+#include "kernels/arith_simd.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <type_traits>
+
+namespace rok::kernels {
+
+namespace {
+
+inline __m256i load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+
+// The aligned whole-vector span of a row of n samples, or an empty one.
+template <class P>
+Span vector_span(const P* d, int n) {
+    constexpr int lanes = 32 / sizeof(P);
+    const auto mis = reinterpret_cast<std::uintptr_t>(d) & 31;
+    if (n < 16 || mis % sizeof(P)) return {};
+    const int begin = std::min<int>(n, int(((32 - mis) & 31) / sizeof(P)));
+    return {begin, begin + (n - begin) / lanes * lanes};
+}
+
+template <class P, class Block>
+Span each_vector(const P* a, const P* b, P* d, int n, Block block) {
+    const Span s = vector_span(d, n);
+    for (int i = s.begin; i < s.end; i += 32 / int(sizeof(P)))
+        _mm256_store_si256(reinterpret_cast<__m256i*>(d + i), block(load(a + i), load(b + i)));
+    return s;
+}
+
+// ---- exact results in wider lanes ------------------------------------------
+// 8u results live in 16-bit lanes, 16-bit results in 32-bit lanes. A block of
+// 32 bytes becomes two wide vectors: the low and the high half of each
+// 128-bit lane, the order in which the narrowing packs put them back.
+
+template <class P>
+constexpr bool kByte = std::is_same_v<P, Rok8u>;
+
+// Whether the exact result can be negative (and so is shifted arithmetically).
+template <ArithOp Op, class P>
+constexpr bool kSignedExact = std::is_signed_v<P> || Op == ArithOp::Sub;
+
+template <class P>
+inline void widen(__m256i x, __m256i& lo, __m256i& hi) {
+    if constexpr (kByte<P>) {
+        lo = _mm256_unpacklo_epi8(x, _mm256_setzero_si256());
+        hi = _mm256_unpackhi_epi8(x, _mm256_setzero_si256());
+    } else if constexpr (std::is_signed_v<P>) {
+        lo = _mm256_srai_epi32(_mm256_unpacklo_epi16(x, x), 16);
+        hi = _mm256_srai_epi32(_mm256_unpackhi_epi16(x, x), 16);
+    } else {
+        lo = _mm256_unpacklo_epi16(x, _mm256_setzero_si256());
+        hi = _mm256_unpackhi_epi16(x, _mm256_setzero_si256());
+    }
+}
+
+template <ArithOp Op, class P>
+inline void exact(__m256i x, __m256i y, __m256i& lo, __m256i& hi) {
+    if constexpr (!kByte<P> && Op == ArithOp::Mul) {
+        // Full 32-bit products from the low and high 16-bit halves.
+        const __m256i pl = _mm256_mullo_epi16(x, y);
+        const __m256i ph = std::is_signed_v<P> ? _mm256_mulhi_epi16(x, y) : _mm256_mulhi_epu16(x, y);
+        lo = _mm256_unpacklo_epi16(pl, ph);
+        hi = _mm256_unpackhi_epi16(pl, ph);
+        return;
+    }
+    __m256i xl, xh, yl, yh;
+    widen<P>(x, xl, xh);
+    widen<P>(y, yl, yh);
+    if constexpr (kByte<P>) {
+        if constexpr (Op == ArithOp::Add) lo = _mm256_add_epi16(xl, yl), hi = _mm256_add_epi16(xh, yh);
+        else if constexpr (Op == ArithOp::Sub) lo = _mm256_sub_epi16(yl, xl), hi = _mm256_sub_epi16(yh, xh);
+        else lo = _mm256_mullo_epi16(xl, yl), hi = _mm256_mullo_epi16(xh, yh);
+    } else {
+        if constexpr (Op == ArithOp::Add) lo = _mm256_add_epi32(xl, yl), hi = _mm256_add_epi32(xh, yh);
+        else lo = _mm256_sub_epi32(yl, xl), hi = _mm256_sub_epi32(yh, xh);
+    }
+}
+
+// Wide lanes back to samples with saturation. The values handed in are
+// either within the signed wide range of the pack or already clamped.
+template <class P>
+inline __m256i narrow(__m256i lo, __m256i hi) {
+    if constexpr (kByte<P>) return _mm256_packus_epi16(lo, hi);
+    else if constexpr (std::is_signed_v<P>) return _mm256_packs_epi32(lo, hi);
+    else return _mm256_packus_epi32(lo, hi);
+}
+
+// Lane-width helpers, so one body serves 16- and 32-bit lanes.
+template <class P> inline __m256i add_w(__m256i a, __m256i b) { return kByte<P> ? _mm256_add_epi16(a, b) : _mm256_add_epi32(a, b); }
+template <class P> inline __m256i set_w(int v) { return kByte<P> ? _mm256_set1_epi16(short(v)) : _mm256_set1_epi32(v); }
+template <class P> inline __m256i srl_w(__m256i a, __m128i c) { return kByte<P> ? _mm256_srl_epi16(a, c) : _mm256_srl_epi32(a, c); }
+template <class P> inline __m256i sra_w(__m256i a, __m128i c) { return kByte<P> ? _mm256_sra_epi16(a, c) : _mm256_sra_epi32(a, c); }
+template <class P> inline __m256i sll_w(__m256i a, __m128i c) { return kByte<P> ? _mm256_sll_epi16(a, c) : _mm256_sll_epi32(a, c); }
+template <class P> inline __m256i minu_w(__m256i a, __m256i b) { return kByte<P> ? _mm256_min_epu16(a, b) : _mm256_min_epu32(a, b); }
+template <class P> inline __m256i mins_w(__m256i a, __m256i b) { return kByte<P> ? _mm256_min_epi16(a, b) : _mm256_min_epi32(a, b); }
+template <class P> inline __m256i maxs_w(__m256i a, __m256i b) { return kByte<P> ? _mm256_max_epi16(a, b) : _mm256_max_epi32(a, b); }
+
+// Clamps an exact result to the sample range: its sign and saturation are
+// then all a left shift needs (any clamped-off value saturates anyway).
+template <ArithOp Op, class P>
+inline __m256i clamp_to_sample(__m256i x) {
+    if constexpr (std::is_signed_v<P>) return maxs_w<P>(mins_w<P>(x, set_w<P>(32767)), set_w<P>(-32768));
+    else if constexpr (Op == ArithOp::Sub) return maxs_w<P>(x, _mm256_setzero_si256());  // |b - a| fits already
+    else return minu_w<P>(x, set_w<P>(kByte<P> ? 255 : 65535));                           // non-negative
+}
+
+// ---- Add, Sub, Mul --------------------------------------------------------
+
+// Scale factor 0: saturating instructions where they exist.
+template <ArithOp Op, class P>
+Span unscaled(const P* a, const P* b, P* d, int n) {
+    return each_vector(a, b, d, n, [](__m256i x, __m256i y) {
+        if constexpr (Op == ArithOp::Add) {
+            if constexpr (kByte<P>) return _mm256_adds_epu8(x, y);
+            else if constexpr (std::is_signed_v<P>) return _mm256_adds_epi16(x, y);
+            else return _mm256_adds_epu16(x, y);
+        } else if constexpr (Op == ArithOp::Sub) {
+            if constexpr (kByte<P>) return _mm256_subs_epu8(y, x);
+            else if constexpr (std::is_signed_v<P>) return _mm256_subs_epi16(y, x);
+            else return _mm256_subs_epu16(y, x);
+        } else {
+            __m256i lo, hi;
+            exact<Op, P>(x, y, lo, hi);
+            if constexpr (!std::is_signed_v<P>) {  // unsigned products may use the top bit
+                lo = clamp_to_sample<Op, P>(lo);
+                hi = clamp_to_sample<Op, P>(hi);
+            }
+            return narrow<P>(lo, hi);
+        }
+    });
+}
+
+// Add with scale factor 1: the rounded-up average, less one where the sum
+// was odd and the average came out odd (half to even).
+template <class P>
+Span halved_sum(const P* a, const P* b, P* d, int n) {
+    return each_vector(a, b, d, n, [](__m256i x, __m256i y) {
+        if constexpr (kByte<P>) {
+            const __m256i avg = _mm256_avg_epu8(x, y);
+            const __m256i odd = _mm256_and_si256(_mm256_and_si256(_mm256_xor_si256(x, y), avg), _mm256_set1_epi8(1));
+            return _mm256_sub_epi8(avg, odd);
+        } else {
+            // Signed samples are averaged with the sign bit flipped (a bias
+            // of 2^15 on each operand), then flipped back.
+            const __m256i flip = _mm256_set1_epi16(std::is_signed_v<P> ? short(0x8000) : 0);
+            const __m256i avg = _mm256_xor_si256(_mm256_avg_epu16(_mm256_xor_si256(x, flip), _mm256_xor_si256(y, flip)), flip);
+            const __m256i odd = _mm256_and_si256(_mm256_and_si256(_mm256_xor_si256(x, y), avg), _mm256_set1_epi16(1));
+            return _mm256_sub_epi16(avg, odd);
+        }
+    });
+}
+
+// Whether (x + 2^(sf-1) - 1 + odd) cannot overflow the wide lane for every
+// scale factor the kernel takes; unsigned products use the top bit and
+// round from the shifted value instead.
+template <ArithOp Op, class P>
+constexpr bool kBiasFits = Op != ArithOp::Mul || std::is_signed_v<P>;
+
+// sf >= 1: x / 2^sf rounded half to even.
+template <ArithOp Op, class P>
+Span scaled_down(const P* a, const P* b, P* d, int n, int sf) {
+    const __m128i count = _mm_cvtsi32_si128(sf), count1 = _mm_cvtsi32_si128(sf - 1);
+    const __m256i bias = set_w<P>((1 << (sf - 1)) - 1), one = set_w<P>(1);
+    const __m256i below = set_w<P>(int((1u << (sf - 1)) - 1));
+    const bool short_bias = kByte<P> && Op == ArithOp::Mul && sf <= 8;  // 255 * 255 + 2^7 < 2^16
+    auto round = [&](__m256i x) {
+        if (kBiasFits<Op, P> || short_bias) {
+            const __m256i odd = _mm256_and_si256(kSignedExact<Op, P> ? sra_w<P>(x, count) : srl_w<P>(x, count), one);
+            const __m256i s = add_w<P>(add_w<P>(x, bias), odd);
+            return kSignedExact<Op, P> ? sra_w<P>(s, count) : srl_w<P>(s, count);
+        }
+        // Unsigned: t keeps the half bit; round up when it is set and either
+        // a lower bit is set or the quotient is odd.
+        const __m256i t = srl_w<P>(x, count1), q = srl_w<P>(t, _mm_cvtsi32_si128(1));
+        const __m256i sticky = minu_w<P>(_mm256_and_si256(x, below), one);
+        return add_w<P>(q, _mm256_and_si256(_mm256_and_si256(t, _mm256_or_si256(q, sticky)), one));
+    };
+    return each_vector(a, b, d, n, [&](__m256i x, __m256i y) {
+        __m256i lo, hi;
+        exact<Op, P>(x, y, lo, hi);
+        return narrow<P>(round(lo), round(hi));
+    });
+}
+
+// sf <= -1: x * 2^-sf with saturation. Clamping to the sample range first
+// keeps the shift inside the lane; a shift by the sample width saturates
+// every non-zero value, so larger ones are the same.
+template <ArithOp Op, class P>
+Span scaled_up(const P* a, const P* b, P* d, int n, int sf) {
+    const __m128i count = _mm_cvtsi32_si128(std::min(-sf, 8 * int(sizeof(P))));
+    auto shift = [&](__m256i x) {
+        const __m256i s = sll_w<P>(clamp_to_sample<Op, P>(x), count);
+        if constexpr (std::is_signed_v<P>) return s;
+        else return minu_w<P>(s, set_w<P>(kByte<P> ? 255 : 65535));
+    };
+    return each_vector(a, b, d, n, [&](__m256i x, __m256i y) {
+        __m256i lo, hi;
+        exact<Op, P>(x, y, lo, hi);
+        return narrow<P>(shift(lo), shift(hi));
+    });
+}
+
+// ---- 16s division ---------------------------------------------------------
+
+// Eight quotients round_half_even(x * 2^-sf / v), saturated later by the
+// pack. q0 is the nearest integer to a float estimate good to 2^-5, so it is
+// within 1 of the answer; the remainder N - q0 v is exact in float (an
+// integer below 2^15, or a multiple of 2^-sf below 2^15 with sf <= 7) and
+// says which way to correct. Estimates beyond +-40000 saturate whatever the
+// correction, so they are clamped there first.
+inline __m256i divide8(__m256i x, __m256i v, __m256 scale, __m256 eps) {
+    const __m256 sign = _mm256_set1_ps(-0.0f);
+    const __m256 vf = _mm256_cvtepi32_ps(v);
+    const __m256 num = _mm256_mul_ps(_mm256_cvtepi32_ps(x), scale);  // exact: a power of two
+    const __m256 r0 = _mm256_rcp_ps(vf);
+    const __m256 r1 = _mm256_mul_ps(r0, _mm256_fnmadd_ps(vf, r0, _mm256_set1_ps(2.0f)));
+    __m256 q = _mm256_mul_ps(num, r1);
+    q = _mm256_max_ps(_mm256_min_ps(q, _mm256_set1_ps(40000.0f)), _mm256_set1_ps(-40000.0f));
+    q = _mm256_round_ps(q, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+    const __m256i qi = _mm256_cvttps_epi32(q);
+    // With r = (N - q0 v) * sign(v) and D = |v|, the exact quotient is
+    // q0 + r / D: go up when 2r > D, or 2r == D and q0 is odd; down likewise.
+    // Adding eps (below the grid of 2r) for an odd q0 turns ties into
+    // strict comparisons.
+    const __m256 r = _mm256_xor_ps(_mm256_fnmadd_ps(q, vf, num), _mm256_and_ps(vf, sign));
+    const __m256 twice = _mm256_add_ps(r, r);
+    const __m256 den = _mm256_andnot_ps(sign, vf);
+    const __m256 odd = _mm256_and_ps(_mm256_castsi256_ps(_mm256_srai_epi32(_mm256_slli_epi32(qi, 31), 31)), eps);
+    const __m256 up = _mm256_cmp_ps(_mm256_add_ps(twice, odd), den, _CMP_GT_OQ);
+    const __m256 down = _mm256_cmp_ps(_mm256_sub_ps(twice, odd), _mm256_xor_ps(den, sign), _CMP_LT_OQ);
+    return _mm256_add_epi32(_mm256_sub_epi32(qi, _mm256_castps_si256(up)), _mm256_castps_si256(down));
+}
+
+}  // namespace
+
+template <ArithOp Op, class P>
+Span scaled_span(const P* a, const P* b, P* d, int n, int sf) {
+    constexpr int lane_bits = kByte<P> ? 16 : 32;
+    if (sf == 0) return unscaled<Op>(a, b, d, n);
+    if (sf == 1 && Op == ArithOp::Add) return halved_sum(a, b, d, n);
+    if (sf > 0) return sf <= lane_bits - 2 ? scaled_down<Op>(a, b, d, n, sf) : Span{};
+    return scaled_up<Op>(a, b, d, n, sf);
+}
+
+Span divide16s_span(const Rok16s* a, const Rok16s* b, Rok16s* d, int n, int sf, bool* zero) {
+    if (sf < -30 || sf > 7) return {};
+    const __m256 scale = _mm256_set1_ps(sf >= 0 ? 1.0f / float(1 << sf) : float(1 << -sf));
+    const __m256 eps = _mm256_set1_ps(sf > 0 ? 1.0f / float(1 << sf) : 1.0f);
+    bool zeros = false;
+    const Span s = each_vector(a, b, d, n, [&](__m256i v, __m256i x) {
+        __m256i xl, xh, vl, vh;
+        widen<Rok16s>(x, xl, xh);
+        widen<Rok16s>(v, vl, vh);
+        __m256i lo = divide8(xl, vl, scale, eps), hi = divide8(xh, vh, scale, eps);
+        const __m256i z = _mm256_cmpeq_epi16(v, _mm256_setzero_si256());
+        if (!_mm256_testz_si256(z, z)) {
+            // A zero divisor gives the saturated sign of the dividend.
+            zeros = true;
+            __m256i zl, zh;
+            widen<Rok16s>(z, zl, zh);
+            lo = _mm256_blendv_epi8(lo, _mm256_slli_epi32(xl, 16), zl);
+            hi = _mm256_blendv_epi8(hi, _mm256_slli_epi32(xh, 16), zh);
+        }
+        return _mm256_packs_epi32(lo, hi);
+    });
+    if (zeros) *zero = true;
+    return s;
+}
+
+#define ROK_SCALED(OP)                                                                          \
+    template Span scaled_span<ArithOp::OP, Rok8u>(const Rok8u*, const Rok8u*, Rok8u*, int, int);     \
+    template Span scaled_span<ArithOp::OP, Rok16u>(const Rok16u*, const Rok16u*, Rok16u*, int, int); \
+    template Span scaled_span<ArithOp::OP, Rok16s>(const Rok16s*, const Rok16s*, Rok16s*, int, int);
+ROK_SCALED(Add)
+ROK_SCALED(Sub)
+ROK_SCALED(Mul)
+#undef ROK_SCALED
+
+}  // namespace rok::kernels

@@ -1,0 +1,31 @@
+// AVX2 bodies of the integer arithmetic row kernels. Each computes the
+// samples of a row from the first 32-byte aligned destination address to the
+// last whole vector and reports that span; the caller runs its scalar rule
+// over the samples before and after it, so the scalar loop stays the one
+// statement of each rule. An empty span means "all scalar": rows shorter than
+// 16 samples, a destination that can never be aligned (16-bit samples at an
+// odd address), or a scale factor the vector body does not cover.
+#pragma once
+
+#include "kernels/arith.h"
+#include "roki.h"
+
+namespace rok::kernels {
+
+struct Span {
+    int begin = 0, end = 0;
+};
+
+// Add, Sub, Mul of 8u, 16u and 16s (operand order as arith_row), scaled by
+// 2^-sf with round half to even, or shifted left with saturation, exactly as
+// the scalar rule. Every scale factor below the type's zero cut-off is
+// covered.
+template <ArithOp Op, class P>
+Span scaled_span(const P* a, const P* b, P* d, int n, int sf);
+
+// 16s division d = b / a, round half to even, for -30 <= sf <= 7: a float
+// quotient estimate, then an exact correction from the remainder. Sets
+// *zero when a divisor in the span was 0.
+Span divide16s_span(const Rok16s* a, const Rok16s* b, Rok16s* d, int n, int sf, bool* zero);
+
+}  // namespace rok::kernels
