@@ -137,6 +137,9 @@ RokStatus run(const T* s1, int s1Step, const T* s2, int s2Step, T* d, int dStep,
             auto part = [&](int off, int count) -> RokStatus {
                 if constexpr (S == Source::Image) {
                     return kernels::arith_row<Op, T>(a + off, b + off, o + off, count, sf, mode);
+                } else if constexpr (Op == ArithOp::Div && std::is_same_v<T, Rok16s> && L == Layout::C1) {
+                    kernels::divide_by_constant(b + off, s1[0], o + off, count, sf);  // the constant is not 0
+                    return rokStatusOk;
                 } else {
                     RokStatus s = rokStatusOk;
                     for (int i = off; i < off + count; i += kPattern) {

@@ -342,6 +342,18 @@ RokStatus arith_row(const T* s1, const T* s2, T* d, int n, int sf, int mode) {
     return rokStatusOk;
 }
 
+void divide_by_constant(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf) {
+    const Span v = divide16s_constant_span(s, value, d, n, sf);
+    Rok16s divisor[256];
+    std::fill(divisor, divisor + 256, value);
+    auto rest = [&](int from, int to) {
+        for (int i = from; i < to; i += 256)
+            integer_div_row(divisor, s + i, d + i, std::min(256, to - i), sf, rokRoundNearestEven);
+    };
+    rest(0, v.begin);
+    rest(v.end, n);
+}
+
 #define ROK_ARITH_TYPES(OP)                                                              \
     template RokStatus arith_row<ArithOp::OP, Rok8u>(const Rok8u*, const Rok8u*, Rok8u*, int, int, int);     \
     template RokStatus arith_row<ArithOp::OP, Rok16u>(const Rok16u*, const Rok16u*, Rok16u*, int, int, int); \

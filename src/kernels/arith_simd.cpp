@@ -270,6 +270,37 @@ Span divide16s_span(const Rok16s* a, const Rok16s* b, Rok16s* d, int n, int sf, 
     return s;
 }
 
+Span divide16s_constant_span(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf) {
+    // Magnitudes are divided by D = |value| * 2^sf as unsigned 16-bit
+    // numbers, so D must fit there.
+    const int mag = value < 0 ? -int(value) : int(value);
+    if (sf < 0 || sf > 16 || (std::int64_t(mag) << sf) > 65535) return {};
+    const unsigned den = unsigned(mag) << sf;
+    // floor(x / D) = (t + ((x - t) >> s1)) >> s2 with t = mulhi(x, m), the
+    // round-up multiplier for 16-bit dividends (exact for every x < 2^16).
+    int l = 0;
+    while ((1u << l) < den) ++l;
+    const unsigned m = ((1u << 16) * ((1u << l) - den)) / den + 1;
+    const __m128i s1 = _mm_cvtsi32_si128(l > 0 ? 1 : 0), s2 = _mm_cvtsi32_si128(l > 0 ? l - 1 : 0);
+    const __m256i vm = _mm256_set1_epi16(short(m)), vden = _mm256_set1_epi16(short(den)), one = _mm256_set1_epi16(1);
+    const bool negate = value < 0;
+    return each_vector(s, s, d, n, [&](__m256i x, __m256i) {
+        const __m256i ax = _mm256_abs_epi16(x);  // -32768 gives 0x8000: 32768 unsigned
+        const __m256i t = _mm256_mulhi_epu16(ax, vm);
+        __m256i q = _mm256_srl_epi16(_mm256_add_epi16(t, _mm256_srl_epi16(_mm256_sub_epi16(ax, t), s1)), s2);
+        const __m256i r = _mm256_sub_epi16(ax, _mm256_mullo_epi16(q, vden));
+        // Half to even on magnitudes: up when r + (q odd) > D - r.
+        const __m256i rest = _mm256_sub_epi16(vden, r);
+        const __m256i r1 = _mm256_add_epi16(r, _mm256_and_si256(q, one));
+        const __m256i stays = _mm256_cmpeq_epi16(_mm256_max_epu16(r1, rest), rest);
+        q = _mm256_add_epi16(_mm256_add_epi16(q, one), stays);
+        // Back to the sign of x (a magnitude of 32768 wraps to -32768, which
+        // is right), then of the divisor, saturating -(-32768).
+        q = _mm256_sign_epi16(q, x);
+        return negate ? _mm256_subs_epi16(_mm256_setzero_si256(), q) : q;
+    });
+}
+
 #define ROK_SCALED(OP)                                                                          \
     template Span scaled_span<ArithOp::OP, Rok8u>(const Rok8u*, const Rok8u*, Rok8u*, int, int);     \
     template Span scaled_span<ArithOp::OP, Rok16u>(const Rok16u*, const Rok16u*, Rok16u*, int, int); \

@@ -154,4 +154,36 @@ TEST(ArithKernels, Divide16sEveryDividend) {
         }
 }
 
+// Division by one constant: every divisor against dividends chosen for the
+// range ends, and every dividend against divisors chosen for ties, across the
+// scale factors of the integer body and beyond; lengths and offsets cover the
+// scalar head and tail.
+TEST(ArithKernels, DivideByConstant16s) {
+    using rok::kernels::divide_by_constant;
+    std::mt19937 rng(17);
+    std::vector<Rok16s> x(65536), d(65536 + 16);
+    for (int i = 0; i < 64; ++i) x[i] = edgy<Rok16s>(rng);
+    for (int v = -32768; v <= 32767; ++v) {
+        if (v == 0) continue;
+        for (int sf : {0, 1}) {
+            divide_by_constant(x.data(), Rok16s(v), d.data(), 64, sf);
+            for (int i = 0; i < 64; ++i)
+                ASSERT_EQ(d[i], ref_div16s(Rok16s(v), x[i], sf)) << x[i] << " / " << v << " sf " << sf;
+        }
+    }
+    for (int i = 0; i < 65536; ++i) x[i] = Rok16s(i - 32768);
+    for (Rok16s v : {1, -1, 2, -2, 3, -5, 6, 7, 12, 255, -1000, 4096, 32767, -32768})
+        for (int sf : {0, 1, 2, 3, 8, 15, 16, -1, -7, -31})
+            for (int off : {0, 1, 7}) {
+                divide_by_constant(x.data(), v, d.data() + off, 65536 - 16, sf);
+                for (int i = 0; i < 65536 - 16; ++i)
+                    ASSERT_EQ(d[off + i], ref_div16s(v, x[i], sf)) << x[i] << " / " << v << " sf " << sf;
+            }
+    for (int n = 1; n <= 70; ++n) {  // in place, every length
+        std::vector<Rok16s> row(x.begin() + 1000, x.begin() + 1000 + n);
+        divide_by_constant(row.data(), -6, row.data(), n, 1);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(row[i], ref_div16s(-6, x[1000 + i], 1)) << n;
+    }
+}
+
 }  // namespace
