@@ -271,32 +271,32 @@ Span divide16s_span(const Rok16s* a, const Rok16s* b, Rok16s* d, int n, int sf, 
 }
 
 Span divide16s_constant_span(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf) {
-    // Magnitudes are divided by D = |value| * 2^sf as unsigned 16-bit
-    // numbers, so D must fit there.
-    const int mag = value < 0 ? -int(value) : int(value);
-    if (sf < 0 || sf > 16 || (std::int64_t(mag) << sf) > 65535) return {};
-    const unsigned den = unsigned(mag) << sf;
-    // floor(x / D) = (t + ((x - t) >> s1)) >> s2 with t = mulhi(x, m), the
-    // round-up multiplier for 16-bit dividends (exact for every x < 2^16).
-    int l = 0;
-    while ((1u << l) < den) ++l;
-    const unsigned m = ((1u << 16) * ((1u << l) - den)) / den + 1;
-    const __m128i s1 = _mm_cvtsi32_si128(l > 0 ? 1 : 0), s2 = _mm_cvtsi32_si128(l > 0 ? l - 1 : 0);
-    const __m256i vm = _mm256_set1_epi16(short(m)), vden = _mm256_set1_epi16(short(den)), one = _mm256_set1_epi16(1);
     const bool negate = value < 0;
+    const int mag = negate ? -int(value) : int(value);
+    if (mag == 1 && sf == 0)  // the sample itself, or its saturated negation
+        return each_vector(s, s, d, n, [&](__m256i x, __m256i) {
+            return negate ? _mm256_subs_epi16(_mm256_setzero_si256(), x) : x;
+        });
+    // Magnitudes (up to 32768) are divided by D = |value| * 2^sf, which must
+    // stay below 2^15 so that the remainders compare as signed numbers.
+    if (sf < 0 || sf > 14 || (mag << sf) > 32767) return {};
+    const int den = mag << sf;
+    // floor(x / D) = mulhi(x, m) >> (l - 1) with 2^(l-1) < D <= 2^l and
+    // m = ceil(2^(15+l) / D) < 2^16: the product overshoots x / D by
+    // x (m D - 2^(15+l)) / (D 2^(15+l)) < 1 / D for x <= 2^15, too little to
+    // reach the next integer.
+    int l = 1;
+    while ((1 << l) < den) ++l;
+    const unsigned m = unsigned(((std::uint64_t(1) << (15 + l)) + den - 1) / den);
+    const __m128i shift = _mm_cvtsi32_si128(l - 1);
+    const __m256i vm = _mm256_set1_epi16(short(m)), vden = _mm256_set1_epi16(short(den)), one = _mm256_set1_epi16(1);
     return each_vector(s, s, d, n, [&](__m256i x, __m256i) {
         const __m256i ax = _mm256_abs_epi16(x);  // -32768 gives 0x8000: 32768 unsigned
-        const __m256i t = _mm256_mulhi_epu16(ax, vm);
-        __m256i q = _mm256_srl_epi16(_mm256_add_epi16(t, _mm256_srl_epi16(_mm256_sub_epi16(ax, t), s1)), s2);
+        __m256i q = _mm256_srl_epi16(_mm256_mulhi_epu16(ax, vm), shift);
         const __m256i r = _mm256_sub_epi16(ax, _mm256_mullo_epi16(q, vden));
         // Half to even on magnitudes: up when r + (q odd) > D - r.
-        const __m256i rest = _mm256_sub_epi16(vden, r);
-        const __m256i r1 = _mm256_add_epi16(r, _mm256_and_si256(q, one));
-        const __m256i stays = _mm256_cmpeq_epi16(_mm256_max_epu16(r1, rest), rest);
-        q = _mm256_add_epi16(_mm256_add_epi16(q, one), stays);
-        // Back to the sign of x (a magnitude of 32768 wraps to -32768, which
-        // is right), then of the divisor, saturating -(-32768).
-        q = _mm256_sign_epi16(q, x);
+        const __m256i up = _mm256_cmpgt_epi16(_mm256_add_epi16(r, _mm256_and_si256(q, one)), _mm256_sub_epi16(vden, r));
+        q = _mm256_sign_epi16(_mm256_sub_epi16(q, up), x);  // back to the sign of x
         return negate ? _mm256_subs_epi16(_mm256_setzero_si256(), q) : q;
     });
 }

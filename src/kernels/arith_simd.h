@@ -29,8 +29,8 @@ Span scaled_span(const P* a, const P* b, P* d, int n, int sf);
 Span divide16s_span(const Rok16s* a, const Rok16s* b, Rok16s* d, int n, int sf, bool* zero);
 
 // 16s division by a constant, d = s / value (value != 0), round half to
-// even, for 0 <= sf with |value| * 2^sf < 2^16: exact integer division by a
-// multiplier and shifts, 16 samples per step.
+// even, for 0 <= sf with |value| * 2^sf < 2^15: exact integer division by a
+// multiplier and a shift, 16 samples per step.
 Span divide16s_constant_span(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf);
 
 }  // namespace rok::kernels
