@@ -344,9 +344,10 @@ RokStatus arith_row(const T* s1, const T* s2, T* d, int n, int sf, int mode) {
 
 void divide_by_constant(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf) {
     const Span v = divide16s_constant_span(s, value, d, n, sf);
-    Rok16s divisor[256];
-    std::fill(divisor, divisor + 256, value);
     auto rest = [&](int from, int to) {
+        if (from == to) return;  // the common case: an aligned row of whole vectors
+        Rok16s divisor[256];
+        std::fill(divisor, divisor + 256, value);
         for (int i = from; i < to; i += 256)
             integer_div_row(divisor, s + i, d + i, std::min(256, to - i), sf, rokRoundNearestEven);
     };

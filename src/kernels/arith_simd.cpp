@@ -289,16 +289,23 @@ Span divide16s_constant_span(const Rok16s* s, Rok16s value, Rok16s* d, int n, in
     while ((1 << l) < den) ++l;
     const unsigned m = unsigned(((std::uint64_t(1) << (15 + l)) + den - 1) / den);
     const __m128i shift = _mm_cvtsi32_si128(l - 1);
-    const __m256i vm = _mm256_set1_epi16(short(m)), vden = _mm256_set1_epi16(short(den)), one = _mm256_set1_epi16(1);
-    return each_vector(s, s, d, n, [&](__m256i x, __m256i) {
+    const __m256i vm = _mm256_set1_epi16(short(m)), vden = _mm256_set1_epi16(short(den));
+    const __m256i half = _mm256_set1_epi16(short(den / 2)), one = _mm256_set1_epi16(1);
+    // Half to even on magnitudes, with r the remainder: an odd D has no ties,
+    // so up when r > (D - 1) / 2; an even D goes up when r > D / 2, or
+    // r == D / 2 and q is odd, that is when r + (q odd) > D / 2.
+    auto divide = [&](__m256i x, auto odd_den) {
         const __m256i ax = _mm256_abs_epi16(x);  // -32768 gives 0x8000: 32768 unsigned
         __m256i q = _mm256_srl_epi16(_mm256_mulhi_epu16(ax, vm), shift);
-        const __m256i r = _mm256_sub_epi16(ax, _mm256_mullo_epi16(q, vden));
-        // Half to even on magnitudes: up when r + (q odd) > D - r.
-        const __m256i up = _mm256_cmpgt_epi16(_mm256_add_epi16(r, _mm256_and_si256(q, one)), _mm256_sub_epi16(vden, r));
-        q = _mm256_sign_epi16(_mm256_sub_epi16(q, up), x);  // back to the sign of x
+        __m256i r = _mm256_sub_epi16(ax, _mm256_mullo_epi16(q, vden));
+        if constexpr (!decltype(odd_den)::value) r = _mm256_add_epi16(r, _mm256_and_si256(q, one));
+        q = _mm256_sub_epi16(q, _mm256_cmpgt_epi16(r, half));
+        q = _mm256_sign_epi16(q, x);  // back to the sign of x
         return negate ? _mm256_subs_epi16(_mm256_setzero_si256(), q) : q;
-    });
+    };
+    if (den % 2)
+        return each_vector(s, s, d, n, [&](__m256i x, __m256i) { return divide(x, std::true_type{}); });
+    return each_vector(s, s, d, n, [&](__m256i x, __m256i) { return divide(x, std::false_type{}); });
 }
 
 #define ROK_SCALED(OP)                                                                          \
