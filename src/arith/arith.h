@@ -78,7 +78,9 @@ constexpr bool threaded_rows() {
                 (std::is_same_v<T, Rok32f> && (L == Layout::C3 || (L == Layout::AC4 && InPlace)));
 }
 
-// Length from which a row's division kernel splits itself over two threads.
+// Length from which a row's division kernel splits itself over two threads:
+// the 32f image division, the 16s constant division and the 8u image
+// division with scale factor (Div and Div_Round alike), in every layout.
 template <ArithOp Op, Source S, class T>
 constexpr int division_threshold() {
     if constexpr (Op != ArithOp::Div) return 0;
@@ -124,15 +126,27 @@ RokStatus run(const T* s1, int s1Step, const T* s2, int s2Step, T* d, int dStep,
         const T* b = row(s2, s2Step, y);
         T* o = row(d, dStep, y);
         if constexpr (L == Layout::AC4) {
-            ac4_row(o, roi.width, [&](T* block, int x, int n) {
-                kernels::arith_row<Op, T>(S == Source::Image ? a + 4 * x : a, b + 4 * x, block, 4 * n, sf, mode);
-            });
-            if constexpr (Op == ArithOp::Div && S == Source::Image) {
-                for (int x = 0; x < roi.width; ++x)
-                    if (detail::is_zero(a[4 * x]) || detail::is_zero(a[4 * x + 1]) || detail::is_zero(a[4 * x + 2]))
-                        return rokStatusDivByZero;
-            }
-            return rokStatusOk;
+            // Pixels [first, first + count) of the row.
+            auto pixels = [&](int first, int count) -> RokStatus {
+                ac4_row(o + 4 * first, count, [&](T* block, int x, int n) {
+                    const int at = 4 * (first + x);
+                    kernels::arith_row<Op, T>(S == Source::Image ? a + at : a, b + at, block, 4 * n, sf, mode);
+                });
+                if constexpr (Op == ArithOp::Div && S == Source::Image) {  // the alpha lane's divisor does not count
+                    for (int x = first; x < first + count; ++x)
+                        if (detail::is_zero(a[4 * x]) || detail::is_zero(a[4 * x + 1]) || detail::is_zero(a[4 * x + 2]))
+                            return rokStatusDivByZero;
+                }
+                return rokStatusOk;
+            };
+            // A division kernel's length is its four samples per pixel; the
+            // halves of a split row end on pixel boundaries.
+            constexpr int threshold = division_threshold<Op, S, T>();
+            if constexpr (threshold > 0)
+                return threaded_1d(4 * roi.width, threshold, [&](int off, int count) {
+                    return pixels(off / 4, (off + count) / 4 - off / 4);
+                });
+            else return pixels(0, roi.width);
         } else {
             auto part = [&](int off, int count) -> RokStatus {
                 if constexpr (S == Source::Image) {

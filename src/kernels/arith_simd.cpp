@@ -153,6 +153,24 @@ Span halved_sum(const P* a, const P* b, P* d, int n) {
     });
 }
 
+// 8u Mul with scale factor 1: p >> 1 for each product p, saturated by the
+// pack, plus the half-to-even step: p is odd with an odd half exactly when
+// bit 0 and bit 1 of p are set, and those two bits come from the two low bits
+// of the factors alone (p0 = x0 y0, p1 = x1 y0 ^ x0 y1), so the step is
+// computed on the bytes and added with saturation.
+Span halved_products8u(const Rok8u* a, const Rok8u* b, Rok8u* d, int n) {
+    return each_vector(a, b, d, n, [](__m256i x, __m256i y) {
+        const __m256i zero = _mm256_setzero_si256();
+        const __m256i lo = _mm256_mullo_epi16(_mm256_unpacklo_epi8(x, zero), _mm256_unpacklo_epi8(y, zero));
+        const __m256i hi = _mm256_mullo_epi16(_mm256_unpackhi_epi8(x, zero), _mm256_unpackhi_epi8(y, zero));
+        const __m256i half = _mm256_packus_epi16(_mm256_srli_epi16(lo, 1), _mm256_srli_epi16(hi, 1));
+        // x0 y0 (x1 ^ y1) = x0 y0 (x1 y0 ^ x0 y1) when x0 y0 = 1.
+        const __m256i both = _mm256_and_si256(x, y), either = _mm256_srli_epi16(_mm256_xor_si256(x, y), 1);
+        const __m256i up = _mm256_and_si256(_mm256_and_si256(both, either), _mm256_set1_epi8(1));
+        return _mm256_adds_epu8(half, up);
+    });
+}
+
 // Whether (x + 2^(sf-1) - 1 + odd) cannot overflow the wide lane for every
 // scale factor the kernel takes; unsigned products use the top bit and
 // round from the shifted value instead.
@@ -241,6 +259,8 @@ Span scaled_span(const P* a, const P* b, P* d, int n, int sf) {
     constexpr int lane_bits = kByte<P> ? 16 : 32;
     if (sf == 0) return unscaled<Op>(a, b, d, n);
     if (sf == 1 && Op == ArithOp::Add) return halved_sum(a, b, d, n);
+    if constexpr (kByte<P> && Op == ArithOp::Mul)
+        if (sf == 1) return halved_products8u(a, b, d, n);
     if (sf > 0) return sf <= lane_bits - 2 ? scaled_down<Op>(a, b, d, n, sf) : Span{};
     return scaled_up<Op>(a, b, d, n, sf);
 }
