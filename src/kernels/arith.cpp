@@ -311,10 +311,15 @@ RokStatus complex_float_row(const Rok32fc* a, const Rok32fc* b, Rok32fc* d, int 
 template <class P>
 void mul_scale_row(const P* a, const P* b, P* d, int n) {
     constexpr int bits = 8 * sizeof(P);
-    for (int i = 0; i < n; ++i) {
-        const std::uint64_t p = std::uint32_t(a[i]) * std::uint32_t(b[i]);
-        d[i] = P((p + 1 + (p >> bits)) >> bits);
-    }
+    auto scalar = [&](int from, int to) {
+        for (int i = from; i < to; ++i) {
+            const std::uint64_t p = std::uint32_t(a[i]) * std::uint32_t(b[i]);
+            d[i] = P((p + 1 + (p >> bits)) >> bits);
+        }
+    };
+    const Span v = mul_scale_span(a, b, d, n);
+    scalar(0, v.begin);
+    scalar(v.end, n);
 }
 
 }  // namespace

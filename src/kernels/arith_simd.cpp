@@ -254,6 +254,35 @@ inline __m256i divide8(__m256i x, __m256i v, __m256 scale, __m256 eps) {
 
 }  // namespace
 
+// ---- MulScale ---------------------------------------------------------------
+
+// (p + 1 + (p >> bits)) >> bits for p = a * b. 8u works on the 16-bit
+// products (p + 1 + 254 < 2^16). 16u splits p into its 16-bit halves h, l:
+// the result is h plus the carry out of l + h + 1 (h + 1 cannot wrap, since
+// p <= 0xFFFE0001).
+template <class P>
+Span mul_scale_span(const P* a, const P* b, P* d, int n) {
+    if constexpr (kByte<P>) {
+        const __m256i one = _mm256_set1_epi16(1);
+        auto scale = [&](__m256i p) {
+            return _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(p, one), _mm256_srli_epi16(p, 8)), 8);
+        };
+        return each_vector(a, b, d, n, [&](__m256i x, __m256i y) {
+            __m256i lo, hi;
+            exact<ArithOp::Mul, P>(x, y, lo, hi);
+            return _mm256_packus_epi16(scale(lo), scale(hi));
+        });
+    } else {
+        return each_vector(a, b, d, n, [](__m256i x, __m256i y) {
+            const __m256i l = _mm256_mullo_epi16(x, y), h = _mm256_mulhi_epu16(x, y);
+            // Carry when l >= 2^16 - (h + 1), a value in 1 .. 2^16 - 1.
+            const __m256i need = _mm256_sub_epi16(_mm256_setzero_si256(), _mm256_add_epi16(h, _mm256_set1_epi16(1)));
+            const __m256i carry = _mm256_cmpeq_epi16(_mm256_max_epu16(l, need), l);
+            return _mm256_sub_epi16(h, carry);
+        });
+    }
+}
+
 template <ArithOp Op, class P>
 Span scaled_span(const P* a, const P* b, P* d, int n, int sf) {
     constexpr int lane_bits = kByte<P> ? 16 : 32;
@@ -327,6 +356,9 @@ Span divide16s_constant_span(const Rok16s* s, Rok16s value, Rok16s* d, int n, in
         return each_vector(s, s, d, n, [&](__m256i x, __m256i) { return divide(x, std::true_type{}); });
     return each_vector(s, s, d, n, [&](__m256i x, __m256i) { return divide(x, std::false_type{}); });
 }
+
+template Span mul_scale_span<Rok8u>(const Rok8u*, const Rok8u*, Rok8u*, int);
+template Span mul_scale_span<Rok16u>(const Rok16u*, const Rok16u*, Rok16u*, int);
 
 #define ROK_SCALED(OP)                                                                          \
     template Span scaled_span<ArithOp::OP, Rok8u>(const Rok8u*, const Rok8u*, Rok8u*, int, int);     \

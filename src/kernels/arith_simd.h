@@ -23,6 +23,10 @@ struct Span {
 template <ArithOp Op, class P>
 Span scaled_span(const P* a, const P* b, P* d, int n, int sf);
 
+// MulScale of 8u and 16u: (p + 1 + (p >> bits)) >> bits with p = a * b.
+template <class P>
+Span mul_scale_span(const P* a, const P* b, P* d, int n);
+
 // 16s division d = b / a, round half to even, for -30 <= sf <= 7: a float
 // quotient estimate, then an exact correction from the remainder. Sets
 // *zero when a divisor in the span was 0.

@@ -112,6 +112,40 @@ TEST(ArithKernels, Scaled8uGuardedRows) { scaled_on_guarded_rows<Rok8u>(); }
 TEST(ArithKernels, Scaled16uGuardedRows) { scaled_on_guarded_rows<Rok16u>(); }
 TEST(ArithKernels, Scaled16sGuardedRows) { scaled_on_guarded_rows<Rok16s>(); }
 
+// MulScale: p = a * b mapped by (p + 1 + (p >> bits)) >> bits, every length
+// and destination offset, in place, and on rows against protected pages.
+template <class P>
+void mul_scale_every_length() {
+    std::mt19937 rng(19);
+    constexpr int bits = 8 * sizeof(P), lanes = 32 / sizeof(P);
+    auto want = [](P x, P y) {
+        const Wide p = Wide(x) * y;
+        return P((p + 1 + (p >> bits)) >> bits);
+    };
+    const auto a = edgy_row<P>(rng, 100), b = edgy_row<P>(rng, 100);
+    std::vector<P> d(120), in_place(140);
+    for (int off = 0; off < lanes; ++off)
+        for (int n = 1; n <= 70; ++n) {
+            arith_row<ArithOp::MulScale, P>(a.data() + 1, b.data() + 2, d.data() + off, n, 0, 0);
+            std::copy(b.begin(), b.end(), in_place.begin() + off);
+            arith_row<ArithOp::MulScale, P>(a.data(), in_place.data() + off, in_place.data() + off, n, 0, 0);
+            for (int i = 0; i < n; ++i) {
+                ASSERT_EQ(d[off + i], want(a[1 + i], b[2 + i])) << "off " << off << " n " << n << " i " << i;
+                ASSERT_EQ(in_place[off + i], want(a[i], b[i])) << "in place, off " << off << " n " << n << " i " << i;
+            }
+            ASSERT_EQ(in_place[off + n], b[n]) << "written past the row, n " << n;
+        }
+    for (int n = 1; n <= 70; ++n) {
+        rokt::GuardedImage<P> x(n, 1, 1, 0, rokt::Guard::Before), y(n, 1, 1), z(n, 1, 1);
+        for (int i = 0; i < n; ++i) x.data()[i] = edgy<P>(rng), y.data()[i] = edgy<P>(rng);
+        arith_row<ArithOp::MulScale, P>(x.data(), y.data(), z.data(), n, 0, 0);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(z.data()[i], want(x.data()[i], y.data()[i])) << n;
+    }
+}
+
+TEST(ArithKernels, MulScale8uEveryLength) { mul_scale_every_length<Rok8u>(); }
+TEST(ArithKernels, MulScale16uEveryLength) { mul_scale_every_length<Rok16u>(); }
+
 // Divisors where ties are common (small and powers of two), the range ends,
 // and zero.
 Rok16s divisor(std::mt19937& rng) {
