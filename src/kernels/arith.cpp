@@ -196,8 +196,7 @@ template <class P>
 RokStatus integer_div_row(const P* a, const P* b, P* d, int n, int sf, int mode) {
     bool zero = false;
     Span v;
-    if constexpr (std::is_same_v<P, Rok16s>)
-        if (mode == rokRoundNearestEven) v = divide16s_span(a, b, d, n, sf, &zero);
+    if constexpr (sizeof(P) <= 2) v = divide_span(a, b, d, n, sf, mode, &zero);
     zero |= integer_div_scalar(a, b, d, 0, v.begin, sf, mode);
     zero |= integer_div_scalar(a, b, d, v.end, n, sf, mode);
     return zero ? rokStatusDivByZero : rokStatusOk;

@@ -221,35 +221,99 @@ Span scaled_up(const P* a, const P* b, P* d, int n, int sf) {
     });
 }
 
-// ---- 16s division ---------------------------------------------------------
+// ---- integer division -----------------------------------------------------
 
-// Eight quotients round_half_even(x * 2^-sf / v), saturated later by the
-// pack. q0 is the nearest integer to a float estimate good to 2^-5, so it is
-// within 1 of the answer; the remainder N - q0 v is exact in float (an
-// integer below 2^15, or a multiple of 2^-sf below 2^15 with sf <= 7) and
-// says which way to correct. Estimates beyond +-40000 saturate whatever the
+// Eight quotients of x * 2^-sf / v rounded by Mode, saturated later by the
+// packs. q0 is the nearest integer to a float estimate good to 2^-4, so it
+// is within 1 of the answer; the remainder N - q0 v is exact in float (an
+// integer below 2^16, or a multiple of 2^-sf below 2^16 with sf <= 7) and
+// says which way to correct. Estimates beyond +-`limit` saturate whatever the
 // correction, so they are clamped there first.
-inline __m256i divide8(__m256i x, __m256i v, __m256 scale, __m256 eps) {
+template <int Mode>
+inline __m256i divide8(__m256i x, __m256i v, __m256 scale, __m256 eps, __m256 limit) {
     const __m256 sign = _mm256_set1_ps(-0.0f);
     const __m256 vf = _mm256_cvtepi32_ps(v);
     const __m256 num = _mm256_mul_ps(_mm256_cvtepi32_ps(x), scale);  // exact: a power of two
     const __m256 r0 = _mm256_rcp_ps(vf);
     const __m256 r1 = _mm256_mul_ps(r0, _mm256_fnmadd_ps(vf, r0, _mm256_set1_ps(2.0f)));
     __m256 q = _mm256_mul_ps(num, r1);
-    q = _mm256_max_ps(_mm256_min_ps(q, _mm256_set1_ps(40000.0f)), _mm256_set1_ps(-40000.0f));
+    q = _mm256_max_ps(_mm256_min_ps(q, limit), _mm256_xor_ps(limit, sign));
     q = _mm256_round_ps(q, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
     const __m256i qi = _mm256_cvttps_epi32(q);
     // With r = (N - q0 v) * sign(v) and D = |v|, the exact quotient is
-    // q0 + r / D: go up when 2r > D, or 2r == D and q0 is odd; down likewise.
-    // Adding eps (below the grid of 2r) for an odd q0 turns ties into
-    // strict comparisons.
+    // t = q0 + r / D. eps lies below the grid of 2r, so adding it to 2r turns
+    // a tie into a strict comparison.
     const __m256 r = _mm256_xor_ps(_mm256_fnmadd_ps(q, vf, num), _mm256_and_ps(vf, sign));
     const __m256 twice = _mm256_add_ps(r, r);
     const __m256 den = _mm256_andnot_ps(sign, vf);
-    const __m256 odd = _mm256_and_ps(_mm256_castsi256_ps(_mm256_srai_epi32(_mm256_slli_epi32(qi, 31), 31)), eps);
-    const __m256 up = _mm256_cmp_ps(_mm256_add_ps(twice, odd), den, _CMP_GT_OQ);
-    const __m256 down = _mm256_cmp_ps(_mm256_sub_ps(twice, odd), _mm256_xor_ps(den, sign), _CMP_LT_OQ);
+    // t < 0 where the signs of N and v differ (N == 0 gives t == 0, q0 == 0
+    // and r == 0, which no comparison below moves).
+    const __m256 negative = _mm256_castsi256_ps(_mm256_srai_epi32(_mm256_xor_si256(x, v), 31));
+    __m256 up, down;
+    if constexpr (Mode == rokRoundTruncate) {  // floor for t >= 0, ceiling for t < 0
+        up = _mm256_and_ps(negative, _mm256_cmp_ps(r, _mm256_setzero_ps(), _CMP_GT_OQ));
+        down = _mm256_andnot_ps(negative, _mm256_cmp_ps(r, _mm256_setzero_ps(), _CMP_LT_OQ));
+    } else {
+        // Half to even: a tie goes up (down) from an odd q0. Half away: a
+        // tie goes up when t >= 0 and down when t < 0.
+        __m256 tie_up, tie_down;
+        if constexpr (Mode == rokRoundHalfAway) {
+            tie_up = _mm256_andnot_ps(negative, eps);
+            tie_down = _mm256_and_ps(negative, eps);
+        } else {
+            tie_up = tie_down = _mm256_and_ps(_mm256_castsi256_ps(_mm256_srai_epi32(_mm256_slli_epi32(qi, 31), 31)), eps);
+        }
+        up = _mm256_cmp_ps(_mm256_add_ps(twice, tie_up), den, _CMP_GT_OQ);
+        down = _mm256_cmp_ps(_mm256_sub_ps(twice, tie_down), _mm256_xor_ps(den, sign), _CMP_LT_OQ);
+    }
     return _mm256_add_epi32(_mm256_sub_epi32(qi, _mm256_castps_si256(up)), _mm256_castps_si256(down));
+}
+
+// The result for a zero divisor, in 32-bit lanes that the packs saturate:
+// the saturated sign of the dividend.
+template <class P>
+inline __m256i zero_divisor8(__m256i x) {
+    if constexpr (std::is_signed_v<P>) return _mm256_slli_epi32(x, 16);
+    else return _mm256_slli_epi32(_mm256_min_epu32(x, _mm256_set1_epi32(1)), 16);
+}
+
+template <class P, int Mode>
+Span divide_body(const P* a, const P* b, P* d, int n, int sf, bool* zero) {
+    const __m256 scale = _mm256_set1_ps(sf >= 0 ? 1.0f / float(1 << sf) : float(1 << -sf));
+    const __m256 eps = _mm256_set1_ps(sf > 0 ? 1.0f / float(1 << sf) : 1.0f);
+    const __m256 limit = _mm256_set1_ps(100000.0f);  // beyond every sample range
+    bool zeros = false;
+    // Quotients of one wide vector; z marks the zero divisors.
+    auto wide = [&](__m256i x, __m256i v, __m256i z) {
+        const __m256i q = divide8<Mode>(x, v, scale, eps, limit);
+        return _mm256_blendv_epi8(q, zero_divisor8<P>(x), z);
+    };
+    const Span s = each_vector(a, b, d, n, [&](__m256i v, __m256i x) {
+        const __m256i z = kByte<P> ? _mm256_cmpeq_epi8(v, _mm256_setzero_si256()) : _mm256_cmpeq_epi16(v, _mm256_setzero_si256());
+        zeros |= !_mm256_testz_si256(z, z);
+        __m256i xl, xh, vl, vh, zl, zh;
+        if constexpr (kByte<P>) {  // bytes to 16-bit lanes, then as 16u to 32-bit lanes
+            widen<Rok8u>(x, xl, xh);
+            widen<Rok8u>(v, vl, vh);
+            __m256i a0, a1, b0, b1, c0, c1, e0, e1;
+            widen<Rok16u>(xl, a0, a1);
+            widen<Rok16u>(vl, b0, b1);
+            widen<Rok16u>(xh, c0, c1);
+            widen<Rok16u>(vh, e0, e1);
+            const __m256i zero = _mm256_setzero_si256();
+            auto zmask = [&](__m256i w) { return _mm256_cmpeq_epi32(w, zero); };
+            const __m256i lo = _mm256_packs_epi32(wide(a0, b0, zmask(b0)), wide(a1, b1, zmask(b1)));
+            const __m256i hi = _mm256_packs_epi32(wide(c0, e0, zmask(e0)), wide(c1, e1, zmask(e1)));
+            return _mm256_packus_epi16(lo, hi);
+        } else {
+            widen<P>(x, xl, xh);
+            widen<P>(v, vl, vh);
+            widen<Rok16s>(z, zl, zh);  // sign extension turns the mask into 32-bit lanes
+            return narrow<P>(wide(xl, vl, zl), wide(xh, vh, zh));
+        }
+    });
+    if (zeros) *zero = true;
+    return s;
 }
 
 }  // namespace
@@ -294,30 +358,17 @@ Span scaled_span(const P* a, const P* b, P* d, int n, int sf) {
     return scaled_up<Op>(a, b, d, n, sf);
 }
 
-Span divide16s_span(const Rok16s* a, const Rok16s* b, Rok16s* d, int n, int sf, bool* zero) {
+template <class P>
+Span divide_span(const P* a, const P* b, P* d, int n, int sf, int mode, bool* zero) {
     if (sf < -30 || sf > 7) return {};
-    const __m256 scale = _mm256_set1_ps(sf >= 0 ? 1.0f / float(1 << sf) : float(1 << -sf));
-    const __m256 eps = _mm256_set1_ps(sf > 0 ? 1.0f / float(1 << sf) : 1.0f);
-    bool zeros = false;
-    const Span s = each_vector(a, b, d, n, [&](__m256i v, __m256i x) {
-        __m256i xl, xh, vl, vh;
-        widen<Rok16s>(x, xl, xh);
-        widen<Rok16s>(v, vl, vh);
-        __m256i lo = divide8(xl, vl, scale, eps), hi = divide8(xh, vh, scale, eps);
-        const __m256i z = _mm256_cmpeq_epi16(v, _mm256_setzero_si256());
-        if (!_mm256_testz_si256(z, z)) {
-            // A zero divisor gives the saturated sign of the dividend.
-            zeros = true;
-            __m256i zl, zh;
-            widen<Rok16s>(z, zl, zh);
-            lo = _mm256_blendv_epi8(lo, _mm256_slli_epi32(xl, 16), zl);
-            hi = _mm256_blendv_epi8(hi, _mm256_slli_epi32(xh, 16), zh);
-        }
-        return _mm256_packs_epi32(lo, hi);
-    });
-    if (zeros) *zero = true;
-    return s;
+    if (mode == rokRoundTruncate) return divide_body<P, rokRoundTruncate>(a, b, d, n, sf, zero);
+    if (mode == rokRoundHalfAway) return divide_body<P, rokRoundHalfAway>(a, b, d, n, sf, zero);
+    return divide_body<P, rokRoundNearestEven>(a, b, d, n, sf, zero);
 }
+
+template Span divide_span<Rok8u>(const Rok8u*, const Rok8u*, Rok8u*, int, int, int, bool*);
+template Span divide_span<Rok16u>(const Rok16u*, const Rok16u*, Rok16u*, int, int, int, bool*);
+template Span divide_span<Rok16s>(const Rok16s*, const Rok16s*, Rok16s*, int, int, int, bool*);
 
 Span divide16s_constant_span(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf) {
     const bool negate = value < 0;

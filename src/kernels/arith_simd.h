@@ -27,10 +27,11 @@ Span scaled_span(const P* a, const P* b, P* d, int n, int sf);
 template <class P>
 Span mul_scale_span(const P* a, const P* b, P* d, int n);
 
-// 16s division d = b / a, round half to even, for -30 <= sf <= 7: a float
-// quotient estimate, then an exact correction from the remainder. Sets
-// *zero when a divisor in the span was 0.
-Span divide16s_span(const Rok16s* a, const Rok16s* b, Rok16s* d, int n, int sf, bool* zero);
+// Division d = b / a of 8u, 16u and 16s, rounded by `mode`, for
+// -30 <= sf <= 7: a float quotient estimate, then an exact correction from
+// the remainder. Sets *zero when a divisor in the span was 0.
+template <class P>
+Span divide_span(const P* a, const P* b, P* d, int n, int sf, int mode, bool* zero);
 
 // 16s division by a constant, d = s / value (value != 0), round half to
 // even, for 0 <= sf with |value| * 2^sf < 2^15: exact integer division by a

@@ -38,19 +38,23 @@ P ref_op(ArithOp op, P a, P b, int sf) {
     }
 }
 
-// round_half_even(b * 2^-sf / a), saturated; a zero divisor gives the
-// saturated sign of b.
-Rok16s ref_div16s(Rok16s a, Rok16s b, int sf) {
-    if (a == 0) return b > 0 ? 32767 : b < 0 ? -32768 : 0;
+// b * 2^-sf / a rounded by mode (0 truncate, 1 half to even, 2 half away),
+// saturated; a zero divisor gives the saturated sign of b.
+template <class P>
+P ref_div(P a, P b, int sf, int mode = 1) {
+    constexpr P lo = std::numeric_limits<P>::min(), hi = std::numeric_limits<P>::max();
+    if (a == 0) return b > 0 ? hi : b < 0 ? lo : P(0);
     Wide num = b, den = a;
     if (den < 0) num = -num, den = -den;
     if (sf < 0) num *= Wide(1) << std::min(-sf, 40);
     else den <<= std::min(sf, 40);
     const bool neg = num < 0;
     Wide q = (neg ? -num : num) / den, r = (neg ? -num : num) % den;
-    if (2 * r > den || (2 * r == den && q % 2 == 1)) ++q;
-    return rokt::ref::saturate<Rok16s>(neg ? -q : q);
+    if ((mode == 1 && (2 * r > den || (2 * r == den && q % 2 == 1))) || (mode == 2 && 2 * r >= den)) ++q;
+    return rokt::ref::saturate<P>(neg ? -q : q);
 }
+
+Rok16s ref_div16s(Rok16s a, Rok16s b, int sf) { return ref_div<Rok16s>(a, b, sf); }
 
 template <class P>
 std::vector<P> edgy_row(std::mt19937& rng, int n) {
@@ -148,43 +152,69 @@ TEST(ArithKernels, MulScale16uEveryLength) { mul_scale_every_length<Rok16u>(); }
 
 // Divisors where ties are common (small and powers of two), the range ends,
 // and zero.
-Rok16s divisor(std::mt19937& rng) {
-    const Rok16s picks[] = {1, -1, 2, -2, 3, -3, 4, 6, -8, 7, 10, -32768, 32767, 0, 255, -256};
-    return rng() % 2 ? picks[rng() % 16] : edgy<Rok16s>(rng);
+template <class P>
+P divisor(std::mt19937& rng) {
+    const int picks[] = {1, -1, 2, -2, 3, -3, 4, 6, -8, 7, 10, -32768, 32767, 0, 255, -256, 65535, 200};
+    const int v = picks[rng() % 18];
+    if (rng() % 2 && v >= std::numeric_limits<P>::min() && v <= std::numeric_limits<P>::max()) return P(v);
+    return edgy<P>(rng);
 }
 
-TEST(ArithKernels, Divide16sEveryLengthOffsetAndScale) {
+template <class P>
+void divide_every_length_offset_scale_and_mode() {
     std::mt19937 rng(13);
-    std::vector<Rok16s> a(100), b(100), d(120);
-    for (int i = 0; i < 100; ++i) a[i] = divisor(rng), b[i] = edgy<Rok16s>(rng);
+    std::vector<P> a(100), b(100), d(120);
+    for (int i = 0; i < 100; ++i) a[i] = divisor<P>(rng), b[i] = edgy<P>(rng);
     a[40] = 0;  // at least one zero divisor in the longer rows
-    for (int sf = -33; sf <= 17; ++sf)
-        for (int off = 0; off < 16; off += 3)
-            for (int n = 1; n <= 70; ++n) {
-                const RokStatus st = arith_row<ArithOp::Div, Rok16s>(a.data() + 1, b.data(), d.data() + off, n, sf, 1);
-                bool zero = false;
-                for (int i = 0; i < n; ++i) {
-                    zero |= a[1 + i] == 0;
-                    ASSERT_EQ(d[off + i], ref_div16s(a[1 + i], b[i], sf)) << "sf " << sf << " n " << n << " i " << i
-                                                                          << " " << b[i] << "/" << a[1 + i];
+    for (int mode : {0, 1, 2})
+        for (int sf = -33; sf <= 17; ++sf)
+            for (int off = 0; off < 32 / int(sizeof(P)); off += 5)
+                for (int n = 1; n <= 70; ++n) {
+                    const RokStatus st = arith_row<ArithOp::Div, P>(a.data() + 1, b.data(), d.data() + off, n, sf, mode);
+                    bool zero = false;
+                    for (int i = 0; i < n; ++i) {
+                        zero |= a[1 + i] == 0;
+                        ASSERT_EQ(d[off + i], ref_div<P>(a[1 + i], b[i], sf, mode))
+                            << "mode " << mode << " sf " << sf << " n " << n << " i " << i << " " << +b[i] << "/" << +a[1 + i];
+                    }
+                    ASSERT_EQ(st, zero ? rokStatusDivByZero : rokStatusOk) << "sf " << sf << " n " << n;
                 }
-                ASSERT_EQ(st, zero ? rokStatusDivByZero : rokStatusOk) << "sf " << sf << " n " << n;
+}
+
+TEST(ArithKernels, Divide8uEveryLengthOffsetScaleAndMode) { divide_every_length_offset_scale_and_mode<Rok8u>(); }
+TEST(ArithKernels, Divide16uEveryLengthOffsetScaleAndMode) { divide_every_length_offset_scale_and_mode<Rok16u>(); }
+TEST(ArithKernels, Divide16sEveryLengthOffsetScaleAndMode) { divide_every_length_offset_scale_and_mode<Rok16s>(); }
+
+// Every dividend against divisors chosen for ties and extremes, in place,
+// in every rounding mode, at scale factors across the range the vector body
+// takes and either side.
+template <class P>
+void divide_every_dividend(std::initializer_list<int> divisors) {
+    constexpr int lo = std::numeric_limits<P>::min(), count = 1 << (8 * sizeof(P));
+    std::vector<P> a(count), b(count), d(count);
+    for (int i = 0; i < count; ++i) b[i] = P(lo + i);
+    for (int v : divisors)
+        for (int mode : {0, 1, 2})
+            for (int sf : {0, 1, 2, 7, 8, -1, -2, -15, -30, -31}) {
+                std::fill(a.begin(), a.end(), P(v));
+                d = b;
+                const RokStatus st = arith_row<ArithOp::Div, P>(a.data(), d.data(), d.data(), count, sf, mode);
+                ASSERT_EQ(st, rokStatusOk);
+                for (int i = 0; i < count; ++i)
+                    ASSERT_EQ(d[i], ref_div<P>(P(v), b[i], sf, mode)) << +b[i] << " / " << v << " sf " << sf << " mode " << mode;
             }
 }
 
-// Every dividend against divisors chosen for ties and extremes, in place,
-// at scale factors across the range the vector body takes and either side.
-TEST(ArithKernels, Divide16sEveryDividend) {
-    std::vector<Rok16s> a(65536), b(65536), d(65536);
-    for (int i = 0; i < 65536; ++i) b[i] = Rok16s(i - 32768);
-    for (Rok16s v : {1, -1, 2, -2, 3, 5, -6, 7, 12, 100, -1000, 4096, 32767, -32768})
-        for (int sf : {0, 1, 2, 7, 8, -1, -2, -15, -30, -31}) {
-            std::fill(a.begin(), a.end(), v);
-            d = b;
-            const RokStatus st = arith_row<ArithOp::Div, Rok16s>(a.data(), d.data(), d.data(), 65536, sf, 1);
-            ASSERT_EQ(st, rokStatusOk);
+TEST(ArithKernels, Divide16sEveryDividend) { divide_every_dividend<Rok16s>({1, -1, 2, -2, 3, 5, -6, 7, 12, 100, -1000, 4096, 32767, -32768}); }
+TEST(ArithKernels, Divide16uEveryDividend) { divide_every_dividend<Rok16u>({1, 2, 3, 6, 7, 255, 1000, 32768, 65534, 65535}); }
+TEST(ArithKernels, Divide8uEveryPair) {
+    std::vector<Rok8u> a(65536), b(65536), d(65536);
+    for (int i = 0; i < 65536; ++i) a[i] = Rok8u(i >> 8), b[i] = Rok8u(i);
+    for (int mode : {0, 1, 2})
+        for (int sf = -16; sf <= 9; ++sf) {
+            arith_row<ArithOp::Div, Rok8u>(a.data(), b.data(), d.data(), 65536, sf, mode);
             for (int i = 0; i < 65536; ++i)
-                ASSERT_EQ(d[i], ref_div16s(v, b[i], sf)) << b[i] << " / " << v << " sf " << sf;
+                ASSERT_EQ(d[i], ref_div<Rok8u>(a[i], b[i], sf, mode)) << +b[i] << " / " << +a[i] << " sf " << sf << " mode " << mode;
         }
 }
 
