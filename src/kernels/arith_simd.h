@@ -18,8 +18,9 @@ struct Span {
 
 // Add, Sub, Mul of 8u, 16u and 16s (operand order as arith_row), scaled by
 // 2^-sf with round half to even, or shifted left with saturation, exactly as
-// the scalar rule. Every scale factor below the type's zero cut-off is
-// covered.
+// the scalar rule. Covers every negative scale factor and the positive ones
+// up to 14 (8u) or 30 (16-bit types): all below each zero cut-off except
+// 15 and 16 of the 8u products.
 template <ArithOp Op, class P>
 Span scaled_span(const P* a, const P* b, P* d, int n, int sf);
 
@@ -29,7 +30,8 @@ Span mul_scale_span(const P* a, const P* b, P* d, int n);
 
 // Division d = b / a of 8u, 16u and 16s, rounded by `mode`, for
 // -30 <= sf <= 7: a float quotient estimate, then an exact correction from
-// the remainder. Sets *zero when a divisor in the span was 0.
+// the remainder, so the results equal the exact rule's. Sets *zero when a
+// divisor in the span was 0.
 template <class P>
 Span divide_span(const P* a, const P* b, P* d, int n, int sf, int mode, bool* zero);
 
