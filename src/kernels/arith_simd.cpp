@@ -279,6 +279,22 @@ inline __m256i divide8(__m256i x, __m256i v, __m256 scale, __m256 eps, __m256 li
     return _mm256_add_epi32(_mm256_sub_epi32(qi, _mm256_castps_si256(up)), _mm256_castps_si256(down));
 }
 
+// 8u quotients need no correction. A quotient t = x 2^-sf / v below 256
+// that is not a tie lies at least 2^-sf / 510 from every rounding point
+// (half-integers, or integers for truncation), while the correctly rounded
+// float quotient errs by at most t 2^-24 <= 2^(-16-sf); a tie k + 1/2 and
+// an integer t are exact in float. So rounding the float quotient by the
+// mode is exact, and anything from 256 up saturates.
+template <int Mode>
+inline __m256i divide8_bytes(__m256i x, __m256i v, __m256 scale) {
+    __m256 q = _mm256_div_ps(_mm256_mul_ps(_mm256_cvtepi32_ps(x), scale), _mm256_cvtepi32_ps(v));
+    q = _mm256_min_ps(q, _mm256_set1_ps(256.0f));  // also takes the inf and NaN of zero divisors, replaced later
+    if constexpr (Mode == rokRoundTruncate) q = _mm256_round_ps(q, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
+    else if constexpr (Mode == rokRoundHalfAway) q = _mm256_floor_ps(_mm256_add_ps(q, _mm256_set1_ps(0.5f)));
+    else q = _mm256_round_ps(q, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+    return _mm256_cvttps_epi32(q);
+}
+
 // The result for a zero divisor, in 32-bit lanes that the packs saturate:
 // the saturated sign of the dividend.
 template <class P>
@@ -295,7 +311,9 @@ Span divide_body(const P* a, const P* b, P* d, int n, int sf, bool* zero) {
     bool zeros = false;
     // Quotients of one wide vector; z marks the zero divisors.
     auto wide = [&](__m256i x, __m256i v, __m256i z) {
-        const __m256i q = divide8<Mode>(x, v, scale, eps, limit);
+        __m256i q;
+        if constexpr (kByte<P>) q = divide8_bytes<Mode>(x, v, scale);
+        else q = divide8<Mode>(x, v, scale, eps, limit);
         return _mm256_blendv_epi8(q, zero_divisor8<P>(x), z);
     };
     const Span s = each_vector(a, b, d, n, [&](__m256i v, __m256i x) {
@@ -337,10 +355,12 @@ Span divide_body(const P* a, const P* b, P* d, int n, int sf, bool* zero) {
 template <class P>
 Span mul_scale_span(const P* a, const P* b, P* d, int n) {
     if constexpr (kByte<P>) {
-        const __m256i one = _mm256_set1_epi16(1);
-        auto scale = [&](__m256i p) {
-            return _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(p, one), _mm256_srli_epi16(p, 8)), 8);
-        };
+        // With p = 256 u + w: (p + 1 + u) >> 8 = u + ((u + w + 1) >> 8), and
+        // ((p + 1) * 257) >> 16 = u + ((256 (u + w + 1) + w + 1) >> 16),
+        // the same for u + w + 1 <= 511 (the second sum reaches 2^16 only
+        // from u + w + 1 >= 256). p + 1 <= 65026 fits.
+        const __m256i one = _mm256_set1_epi16(1), m257 = _mm256_set1_epi16(257);
+        auto scale = [&](__m256i p) { return _mm256_mulhi_epu16(_mm256_add_epi16(p, one), m257); };
         return each_vector(a, b, d, n, [&](__m256i x, __m256i y) {
             __m256i lo, hi;
             exact<ArithOp::Mul, P>(x, y, lo, hi);
