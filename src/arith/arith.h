@@ -121,11 +121,32 @@ RokStatus run(const T* s1, int s1Step, const T* s2, int s2Step, T* d, int dStep,
         }
     }
     const int samples = roi.width * ch;
-    auto row_fn = [&](int y) -> RokStatus {
+    // `count` samples from sample `off` of row y on; packed rows run on into
+    // the next.
+    auto samples_from = [&](int y, int off, int count) -> RokStatus {
         const T* a = S == Source::Image ? row(s1, s1Step, y) : pattern;
         const T* b = row(s2, s2Step, y);
         T* o = row(d, dStep, y);
+        if constexpr (S == Source::Image) {
+            return kernels::arith_row<Op, T>(a + off, b + off, o + off, count, sf, mode);
+        } else if constexpr (Op == ArithOp::Div && std::is_same_v<T, Rok16s> && L == Layout::C1) {
+            kernels::divide_by_constant(b + off, s1[0], o + off, count, sf);  // the constant is not 0
+            return rokStatusOk;
+        } else {
+            RokStatus s = rokStatusOk;
+            for (int i = off; i < off + count; i += kPattern) {
+                const int n = std::min(kPattern, off + count - i);
+                const RokStatus r = kernels::arith_row<Op, T>(a + i % ch, b + i, o + i, n, sf, mode);
+                if (s == rokStatusOk) s = r;
+            }
+            return s;
+        }
+    };
+    auto row_fn = [&](int y) -> RokStatus {
         if constexpr (L == Layout::AC4) {
+            const T* a = S == Source::Image ? row(s1, s1Step, y) : pattern;
+            const T* b = row(s2, s2Step, y);
+            T* o = row(d, dStep, y);
             // Pixels [first, first + count) of the row.
             auto pixels = [&](int first, int count) -> RokStatus {
                 ac4_row(o + 4 * first, count, [&](T* block, int x, int n) {
@@ -148,28 +169,33 @@ RokStatus run(const T* s1, int s1Step, const T* s2, int s2Step, T* d, int dStep,
                 });
             else return pixels(0, roi.width);
         } else {
-            auto part = [&](int off, int count) -> RokStatus {
-                if constexpr (S == Source::Image) {
-                    return kernels::arith_row<Op, T>(a + off, b + off, o + off, count, sf, mode);
-                } else if constexpr (Op == ArithOp::Div && std::is_same_v<T, Rok16s> && L == Layout::C1) {
-                    kernels::divide_by_constant(b + off, s1[0], o + off, count, sf);  // the constant is not 0
-                    return rokStatusOk;
-                } else {
-                    RokStatus s = rokStatusOk;
-                    for (int i = off; i < off + count; i += kPattern) {
-                        const int n = std::min(kPattern, off + count - i);
-                        const RokStatus r = kernels::arith_row<Op, T>(a + i % ch, b + i, o + i, n, sf, mode);
-                        if (s == rokStatusOk) s = r;
-                    }
-                    return s;
-                }
-            };
             constexpr int threshold = division_threshold<Op, S, T>();
-            if constexpr (threshold > 0) return threaded_1d(samples, threshold, part);
-            else return part(0, samples);
+            if constexpr (threshold > 0)
+                return threaded_1d(samples, threshold, [&](int off, int count) { return samples_from(y, off, count); });
+            else return samples_from(y, 0, samples);
         }
     };
-    if constexpr (threaded_rows<Op, S, T, L, InPlace>()) return parallel_rows(roi.height, row_fn);
+    constexpr bool threaded = threaded_rows<Op, S, T, L, InPlace>();
+    // Rows that follow one another without padding (the usual whole-image
+    // call) go to the kernel in bands of 16 rows, one call per band: a short
+    // row would pay a call and a loop start-up for little work. Division
+    // keeps its rows, whose length decides its threading; AC4 keeps its
+    // blocks. Results are the same either way.
+    if constexpr (L != Layout::AC4 && Op != ArithOp::Div) {
+        constexpr int kBand = 16;
+        const long long packed = static_cast<long long>(samples) * sizeof(T);
+        if (roi.height > 1 && s2Step == packed && dStep == packed && (S == Source::Constant || s1Step == packed) &&
+            static_cast<long long>(samples) * roi.height <= std::numeric_limits<int>::max()) {
+            auto band_fn = [&](int i) {
+                const int y = i * kBand;
+                return samples_from(y, 0, std::min(kBand, roi.height - y) * samples);
+            };
+            const int bands = (roi.height + kBand - 1) / kBand;
+            if constexpr (threaded) return parallel_rows(bands, band_fn);
+            else return serial_rows(bands, band_fn);
+        }
+    }
+    if constexpr (threaded) return parallel_rows(roi.height, row_fn);
     else return serial_rows(roi.height, row_fn);
 }
 
