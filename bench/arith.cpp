@@ -74,6 +74,23 @@ const bool div32 = rokbench::add("Div_32f_C1R", [](int w, int h) {
         [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) { cv::divide(b, a, d); });
 });
 
+// Divisors from 1 up: OpenCV writes 0 for a zero divisor where we saturate.
+// OpenCV rounds a float quotient, so a difference of 1 at ties is tolerated.
+const bool div8 = rokbench::add("Div_8u_C1RSfs", [](int w, int h) {
+    return binary_case(w, h, CV_8UC1, 1, 256, 1,
+        [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) {
+            rokiDiv_8u_C1RSfs(ptr<Rok8u>(a), step_of(a), ptr<Rok8u>(b), step_of(b), ptr<Rok8u>(d), step_of(d), roi_of(a), 0); },
+        [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) { cv::divide(b, a, d); });
+});
+
+// MulScale is p / 255 by an integer rule; OpenCV scales by 1/255 in float.
+const bool mulscale8 = rokbench::add("MulScale_8u_C1R", [](int w, int h) {
+    return binary_case(w, h, CV_8UC1, 0, 256, 1,
+        [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) {
+            rokiMulScale_8u_C1R(ptr<Rok8u>(a), step_of(a), ptr<Rok8u>(b), step_of(b), ptr<Rok8u>(d), step_of(d), roi_of(a)); },
+        [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) { cv::multiply(a, b, d, 1.0 / 255); });
+});
+
 template <class Rok, class Cv>
 Case constant_case(int w, int h, int type, double lo, double hi, double tolerance, Rok rok, Cv cvcall) {
     auto a = std::make_shared<cv::Mat>(random_mat(w, h, type, lo, hi));

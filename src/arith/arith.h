@@ -78,7 +78,9 @@ constexpr bool threaded_rows() {
                 (std::is_same_v<T, Rok32f> && (L == Layout::C3 || (L == Layout::AC4 && InPlace)));
 }
 
-// Length from which a row's division kernel splits itself over two threads.
+// Length from which a row's division kernel splits itself over two threads:
+// the 32f image division, the 16s constant division and the 8u image
+// division with scale factor (Div and Div_Round alike), in every layout.
 template <ArithOp Op, Source S, class T>
 constexpr int division_threshold() {
     if constexpr (Op != ArithOp::Div) return 0;
@@ -119,40 +121,81 @@ RokStatus run(const T* s1, int s1Step, const T* s2, int s2Step, T* d, int dStep,
         }
     }
     const int samples = roi.width * ch;
-    auto row_fn = [&](int y) -> RokStatus {
+    // `count` samples from sample `off` of row y on; packed rows run on into
+    // the next.
+    auto samples_from = [&](int y, int off, int count) -> RokStatus {
         const T* a = S == Source::Image ? row(s1, s1Step, y) : pattern;
         const T* b = row(s2, s2Step, y);
         T* o = row(d, dStep, y);
-        if constexpr (L == Layout::AC4) {
-            ac4_row(o, roi.width, [&](T* block, int x, int n) {
-                kernels::arith_row<Op, T>(S == Source::Image ? a + 4 * x : a, b + 4 * x, block, 4 * n, sf, mode);
-            });
-            if constexpr (Op == ArithOp::Div && S == Source::Image) {
-                for (int x = 0; x < roi.width; ++x)
-                    if (detail::is_zero(a[4 * x]) || detail::is_zero(a[4 * x + 1]) || detail::is_zero(a[4 * x + 2]))
-                        return rokStatusDivByZero;
-            }
+        if constexpr (S == Source::Image) {
+            return kernels::arith_row<Op, T>(a + off, b + off, o + off, count, sf, mode);
+        } else if constexpr (Op == ArithOp::Div && std::is_same_v<T, Rok16s> && L == Layout::C1) {
+            kernels::divide_by_constant(b + off, s1[0], o + off, count, sf);  // the constant is not 0
             return rokStatusOk;
         } else {
-            auto part = [&](int off, int count) -> RokStatus {
-                if constexpr (S == Source::Image) {
-                    return kernels::arith_row<Op, T>(a + off, b + off, o + off, count, sf, mode);
-                } else {
-                    RokStatus s = rokStatusOk;
-                    for (int i = off; i < off + count; i += kPattern) {
-                        const int n = std::min(kPattern, off + count - i);
-                        const RokStatus r = kernels::arith_row<Op, T>(a + i % ch, b + i, o + i, n, sf, mode);
-                        if (s == rokStatusOk) s = r;
-                    }
-                    return s;
-                }
-            };
-            constexpr int threshold = division_threshold<Op, S, T>();
-            if constexpr (threshold > 0) return threaded_1d(samples, threshold, part);
-            else return part(0, samples);
+            RokStatus s = rokStatusOk;
+            for (int i = off; i < off + count; i += kPattern) {
+                const int n = std::min(kPattern, off + count - i);
+                const RokStatus r = kernels::arith_row<Op, T>(a + i % ch, b + i, o + i, n, sf, mode);
+                if (s == rokStatusOk) s = r;
+            }
+            return s;
         }
     };
-    if constexpr (threaded_rows<Op, S, T, L, InPlace>()) return parallel_rows(roi.height, row_fn);
+    auto row_fn = [&](int y) -> RokStatus {
+        if constexpr (L == Layout::AC4) {
+            const T* a = S == Source::Image ? row(s1, s1Step, y) : pattern;
+            const T* b = row(s2, s2Step, y);
+            T* o = row(d, dStep, y);
+            // Pixels [first, first + count) of the row.
+            auto pixels = [&](int first, int count) -> RokStatus {
+                ac4_row(o + 4 * first, count, [&](T* block, int x, int n) {
+                    const int at = 4 * (first + x);
+                    kernels::arith_row<Op, T>(S == Source::Image ? a + at : a, b + at, block, 4 * n, sf, mode);
+                });
+                if constexpr (Op == ArithOp::Div && S == Source::Image) {  // the alpha lane's divisor does not count
+                    for (int x = first; x < first + count; ++x)
+                        if (detail::is_zero(a[4 * x]) || detail::is_zero(a[4 * x + 1]) || detail::is_zero(a[4 * x + 2]))
+                            return rokStatusDivByZero;
+                }
+                return rokStatusOk;
+            };
+            // A division kernel's length is its four samples per pixel; the
+            // halves of a split row end on pixel boundaries.
+            constexpr int threshold = division_threshold<Op, S, T>();
+            if constexpr (threshold > 0)
+                return threaded_1d(4 * roi.width, threshold, [&](int off, int count) {
+                    return pixels(off / 4, (off + count) / 4 - off / 4);
+                });
+            else return pixels(0, roi.width);
+        } else {
+            constexpr int threshold = division_threshold<Op, S, T>();
+            if constexpr (threshold > 0)
+                return threaded_1d(samples, threshold, [&](int off, int count) { return samples_from(y, off, count); });
+            else return samples_from(y, 0, samples);
+        }
+    };
+    constexpr bool threaded = threaded_rows<Op, S, T, L, InPlace>();
+    // Rows that follow one another without padding (the usual whole-image
+    // call) go to the kernel in bands of 16 rows, one call per band: a short
+    // row would pay a call and a loop start-up for little work. Division
+    // keeps its rows, whose length decides its threading; AC4 keeps its
+    // blocks. Results are the same either way.
+    if constexpr (L != Layout::AC4 && Op != ArithOp::Div) {
+        constexpr int kBand = 16;
+        const long long packed = static_cast<long long>(samples) * sizeof(T);
+        if (roi.height > 1 && s2Step == packed && dStep == packed && (S == Source::Constant || s1Step == packed) &&
+            static_cast<long long>(samples) * roi.height <= std::numeric_limits<int>::max()) {
+            auto band_fn = [&](int i) {
+                const int y = i * kBand;
+                return samples_from(y, 0, std::min(kBand, roi.height - y) * samples);
+            };
+            const int bands = (roi.height + kBand - 1) / kBand;
+            if constexpr (threaded) return parallel_rows(bands, band_fn);
+            else return serial_rows(bands, band_fn);
+        }
+    }
+    if constexpr (threaded) return parallel_rows(roi.height, row_fn);
     else return serial_rows(roi.height, row_fn);
 }
 

@@ -9,6 +9,7 @@
 #include <limits>
 #include <type_traits>
 
+#include "kernels/arith_simd.h"
 #include "kernels/rules.h"
 
 namespace rok::kernels {
@@ -116,28 +117,7 @@ inline W exact(P a, P b) {
     else return W(a) * W(b);
 }
 
-// Exactly-vectorisable saturating forms for scale factor 0 of the 8u and 16s
-// add and subtract, the most common calls.
-template <ArithOp Op, class P>
-int vector_unscaled(const P* a, const P* b, P* d, int n) {
-    constexpr int lanes = 32 / sizeof(P);
-    int i = head_to_align(d, n);
-    if (n < 16 || i == n) return 0;
-    for (int k = 0; k < i; ++k) d[k] = saturate<P>(exact<Op, std::int32_t>(a[k], b[k]));
-    for (; i + lanes <= n; i += lanes) {
-        const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + i));
-        const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
-        __m256i r;
-        if constexpr (std::is_same_v<P, Rok8u>)
-            r = Op == ArithOp::Add ? _mm256_adds_epu8(x, y) : _mm256_subs_epu8(y, x);
-        else
-            r = Op == ArithOp::Add ? _mm256_adds_epi16(x, y) : _mm256_subs_epi16(y, x);
-        _mm256_store_si256(reinterpret_cast<__m256i*>(d + i), r);
-    }
-    return i;
-}
-
-// Saturation in the exact type itself, so the vectorised loops keep lanes of
+// Saturation in the exact type itself, so the scalar loops keep lanes of
 // that width instead of widening to 64 bits.
 template <class P, class W>
 inline P clamp_to(W x) {
@@ -145,66 +125,43 @@ inline P clamp_to(W x) {
     return P(x < lo ? lo : (x > hi ? hi : x));
 }
 
-// 8u products with 1 <= sf <= 8 in 16-bit lanes: a * b + 2^(sf-1) stays
-// below 2^16, and after the shift below 2^15, so the signed pack saturates
-// correctly. Returns the samples done; the caller finishes the tail.
-int vector_mul8_scaled(const Rok8u* a, const Rok8u* b, Rok8u* d, int n, int sf) {
-    const int head = head_to_align(d, n);
-    if (n < 16 || head == n) return 0;
-    const int bias = (1 << (sf - 1)) - 1;
-    for (int k = 0; k < head; ++k) {
-        const int x = a[k] * b[k];
-        d[k] = clamp_to<Rok8u>((x + bias + ((x >> sf) & 1)) >> sf);
-    }
-    const __m128i count = _mm_cvtsi32_si128(sf);
-    const __m256i zero = _mm256_setzero_si256(), vbias = _mm256_set1_epi16(short(bias)), one = _mm256_set1_epi16(1);
-    auto scale = [&](__m256i p) {
-        const __m256i odd = _mm256_and_si256(_mm256_srl_epi16(p, count), one);
-        return _mm256_srl_epi16(_mm256_add_epi16(_mm256_add_epi16(p, vbias), odd), count);
-    };
-    int i = head;
-    for (; i + 32 <= n; i += 32) {
-        const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + i));
-        const __m256i y = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
-        const __m256i lo = scale(_mm256_mullo_epi16(_mm256_unpacklo_epi8(x, zero), _mm256_unpacklo_epi8(y, zero)));
-        const __m256i hi = scale(_mm256_mullo_epi16(_mm256_unpackhi_epi8(x, zero), _mm256_unpackhi_epi8(y, zero)));
-        _mm256_store_si256(reinterpret_cast<__m256i*>(d + i), _mm256_packus_epi16(lo, hi));
-    }
-    return i;
-}
-
+// The scalar rule over samples [from, to).
 template <ArithOp Op, class P>
-void integer_row(const P* a, const P* b, P* d, int n, int sf) {
+void integer_scalar(const P* a, const P* b, P* d, int from, int to, int sf) {
     using W = Exact<Op, P>;
     constexpr P hi = std::numeric_limits<P>::max(), lo = std::numeric_limits<P>::min();
     if (sf == 0) {
-        int i = 0;
-        if constexpr ((std::is_same_v<P, Rok8u> || std::is_same_v<P, Rok16s>) && Op != ArithOp::Mul)
-            i = vector_unscaled<Op>(a, b, d, n);
-        for (; i < n; ++i) d[i] = clamp_to<P>(exact<Op, W>(a[i], b[i]));
+        for (int i = from; i < to; ++i) d[i] = clamp_to<P>(exact<Op, W>(a[i], b[i]));
     } else if (sf > 0) {
         if (sf >= int(8 * sizeof(W)) - 1) {  // |exact| <= 2^(bits-2): every result rounds to 0
-            std::fill(d, d + n, P(0));
+            std::fill(d + from, d + to, P(0));
             return;
         }
         const W bias = (W(1) << (sf - 1)) - 1;
-        int i = 0;
-        if constexpr (std::is_same_v<P, Rok8u> && Op == ArithOp::Mul)
-            if (sf <= 8) i = vector_mul8_scaled(a, b, d, n, sf);
-        for (; i < n; ++i) {
+        for (int i = from; i < to; ++i) {
             const W x = exact<Op, W>(a[i], b[i]);
             d[i] = clamp_to<P>(W((x + bias + ((x >> sf) & 1)) >> sf));
         }
     } else if (-sf >= int(8 * sizeof(P)) - std::is_signed_v<P>) {
         // Every non-zero result saturates: only the sign matters.
-        for (int i = 0; i < n; ++i) {
+        for (int i = from; i < to; ++i) {
             const W x = exact<Op, W>(a[i], b[i]);
             d[i] = x > 0 ? hi : (x < 0 ? lo : P(0));
         }
     } else {
         const std::int64_t factor = std::int64_t(1) << -sf;
-        for (int i = 0; i < n; ++i) d[i] = saturate<P>(std::int64_t(exact<Op, W>(a[i], b[i])) * factor);
+        for (int i = from; i < to; ++i) d[i] = saturate<P>(std::int64_t(exact<Op, W>(a[i], b[i])) * factor);
     }
+}
+
+// The vector body over the aligned middle of the row, the scalar rule over
+// the rest (and over whole rows it does not cover).
+template <ArithOp Op, class P>
+void integer_row(const P* a, const P* b, P* d, int n, int sf) {
+    Span v;
+    if constexpr (sizeof(P) <= 2) v = scaled_span<Op, P>(a, b, d, n, sf);
+    integer_scalar<Op>(a, b, d, 0, v.begin, sf);
+    integer_scalar<Op>(a, b, d, v.end, n, sf);
 }
 
 // Real integer division through double precision, which is exact here: the
@@ -214,25 +171,35 @@ void integer_row(const P* a, const P* b, P* d, int n, int sf) {
 // below 2^-35, so truncation, half-even and half-away all land where the
 // exact rational would. Beyond -32 or 40 the scale changes no result.
 template <class P, class Round>
-RokStatus integer_div_loop(const P* a, const P* b, P* d, int n, int sf, Round round) {
+bool integer_div_loop(const P* a, const P* b, P* d, int from, int to, int sf, Round round) {
     constexpr double hi = std::numeric_limits<P>::max(), lo = std::numeric_limits<P>::min();
     const double scale = std::ldexp(1.0, -std::clamp(sf, -32, 40));
     int zeros = 0;
-    for (int i = 0; i < n; ++i) {
+    for (int i = from; i < to; ++i) {
         const double dividend = double(b[i]) * scale, divisor = double(a[i]);
         zeros += a[i] == 0;
         // 0 / 0 is NaN: a zero dividend gives 0 whatever the divisor.
         const double q = std::min(std::max(round(dividend / divisor), lo), hi);
         d[i] = P(b[i] == 0 ? 0.0 : q);
     }
-    return zeros ? rokStatusDivByZero : rokStatusOk;
+    return zeros != 0;
+}
+
+template <class P>
+bool integer_div_scalar(const P* a, const P* b, P* d, int from, int to, int sf, int mode) {
+    if (mode == rokRoundTruncate) return integer_div_loop(a, b, d, from, to, sf, [](double x) { return std::trunc(x); });
+    if (mode == rokRoundHalfAway) return integer_div_loop(a, b, d, from, to, sf, [](double x) { return std::round(x); });
+    return integer_div_loop(a, b, d, from, to, sf, [](double x) { return std::nearbyint(x); });
 }
 
 template <class P>
 RokStatus integer_div_row(const P* a, const P* b, P* d, int n, int sf, int mode) {
-    if (mode == rokRoundTruncate) return integer_div_loop(a, b, d, n, sf, [](double x) { return std::trunc(x); });
-    if (mode == rokRoundHalfAway) return integer_div_loop(a, b, d, n, sf, [](double x) { return std::round(x); });
-    return integer_div_loop(a, b, d, n, sf, [](double x) { return std::nearbyint(x); });
+    bool zero = false;
+    Span v;
+    if constexpr (sizeof(P) <= 2) v = divide_span(a, b, d, n, sf, mode, &zero);
+    zero |= integer_div_scalar(a, b, d, 0, v.begin, sf, mode);
+    zero |= integer_div_scalar(a, b, d, v.end, n, sf, mode);
+    return zero ? rokStatusDivByZero : rokStatusOk;
 }
 
 // ---- integer, complex ---------------------------------------------------
@@ -343,10 +310,15 @@ RokStatus complex_float_row(const Rok32fc* a, const Rok32fc* b, Rok32fc* d, int 
 template <class P>
 void mul_scale_row(const P* a, const P* b, P* d, int n) {
     constexpr int bits = 8 * sizeof(P);
-    for (int i = 0; i < n; ++i) {
-        const std::uint64_t p = std::uint32_t(a[i]) * std::uint32_t(b[i]);
-        d[i] = P((p + 1 + (p >> bits)) >> bits);
-    }
+    auto scalar = [&](int from, int to) {
+        for (int i = from; i < to; ++i) {
+            const std::uint64_t p = std::uint32_t(a[i]) * std::uint32_t(b[i]);
+            d[i] = P((p + 1 + (p >> bits)) >> bits);
+        }
+    };
+    const Span v = mul_scale_span(a, b, d, n);
+    scalar(0, v.begin);
+    scalar(v.end, n);
 }
 
 }  // namespace
@@ -372,6 +344,19 @@ RokStatus arith_row(const T* s1, const T* s2, T* d, int n, int sf, int mode) {
         integer_row<Op, P>(s1, s2, d, n, sf);
     }
     return rokStatusOk;
+}
+
+void divide_by_constant(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf) {
+    const Span v = divide16s_constant_span(s, value, d, n, sf);
+    auto rest = [&](int from, int to) {
+        if (from == to) return;  // the common case: an aligned row of whole vectors
+        Rok16s divisor[256];
+        std::fill(divisor, divisor + 256, value);
+        for (int i = from; i < to; i += 256)
+            integer_div_row(divisor, s + i, d + i, std::min(256, to - i), sf, rokRoundNearestEven);
+    };
+    rest(0, v.begin);
+    rest(v.end, n);
 }
 
 #define ROK_ARITH_TYPES(OP)                                                              \

@@ -19,4 +19,8 @@ enum class ArithOp { Add, Sub, Mul, Div, MulScale };
 template <ArithOp Op, class T>
 RokStatus arith_row(const T* s1, const T* s2, T* d, int n, int sf, int mode);
 
+// DivC of 16s samples by one constant: d = s / value, value != 0, scaled and
+// rounded as arith_row's Div. s may equal d.
+void divide_by_constant(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf);
+
 }  // namespace rok::kernels

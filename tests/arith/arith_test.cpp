@@ -137,9 +137,10 @@ void fill_operand(GuardedImage<T>& img, std::mt19937& rng, bool zeros) {
 // One call on a width x height ROI; checks every processed sample, that AC4
 // alpha and padding stay as they were, and the returned status.
 template <class T>
-void run_one(const Case<T>& c, int width, int height, int sf, int mode, std::mt19937& rng, bool bottom_up) {
+void run_one(const Case<T>& c, int width, int height, int sf, int mode, std::mt19937& rng, bool bottom_up, bool packed = false) {
     const int ch = c.channels;
-    GuardedImage<T> s1(width, height, ch, 1), s2(width, height, ch, 3, Guard::Before), d(width, height, ch, 0);
+    // Packed images (no row padding anywhere) let rows run into each other.
+    GuardedImage<T> s1(width, height, ch, packed ? 0 : 1), s2(width, height, ch, packed ? 0 : 3, Guard::Before), d(width, height, ch, 0);
     fill_operand(s1, rng, c.op == Op::Div || c.op == Op::DivRound);
     fill_operand(s2, rng, true);
     T values[4];
@@ -201,6 +202,7 @@ void run_all() {
                 }
             }
         run_one(c, 41, 4, c.scaled ? 2 : 0, 1, rng, true);
+        for (int w : {3, 37}) run_one(c, w, 35, c.scaled ? 1 : 0, 1, rng, false, true);
     }
 }
 

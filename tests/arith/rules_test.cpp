@@ -5,6 +5,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <vector>
 
@@ -12,6 +13,7 @@
 #include "random.h"
 #include "rokcore.h"
 #include "roki.h"
+#include "threads.h"
 
 namespace {
 
@@ -195,6 +197,54 @@ TEST(ArithRules, ThreadCountDoesNotChangeResults) {
     };
     EXPECT_EQ(run(1, mulc), run(2, mulc));
     rokSetNumThreads(saved);
+}
+
+// Rows long enough for the division kernels to split over two threads, with
+// the only zero divisor in the second half: its warning must come back, and
+// the results must equal one thread's. AC4 halves end on pixel boundaries.
+TEST(ArithRules, SplitDivisionRowsKeepResultsAndWarning) {
+    const int w = 1501, h = 2;  // 6004 samples: the halves split a pixel
+    rokt::GuardedImage<Rok8u> a(w, h, 4, 1), b(w, h, 4);
+    rokt::GuardedImage<Rok32f> fa(w, h, 4), fb(w, h, 4, 3);
+    rokt::fill_random(a, 5);
+    rokt::fill_random(b, 6);
+    rokt::fill_random(fa, 7);
+    rokt::fill_random(fb, 8);
+    for (int y = 0; y < h; ++y)
+        for (int i = 0; i < 4 * w; ++i) {
+            if (a.row(y)[i] == 0) a.row(y)[i] = 1;
+            if (fa.row(y)[i] == 0.0f) fa.row(y)[i] = 1.0f;
+        }
+    a.at(1400, 1, 2) = 0;
+    fa.at(1333, 0, 1) = 0.0f;
+    a.at(10, 0, 3) = 0;  // alpha divisors never warn
+    fa.at(10, 1, 3) = 0.0f;
+    struct Call { const char* name; std::function<RokStatus(void*, int)> fn; bool is8u; };
+    const Call calls[] = {
+        {"Div_8u_AC4", [&](void* d, int ds) { return rokiDiv_8u_AC4RSfs(a.data(), a.step(), b.data(), b.step(), static_cast<Rok8u*>(d), ds, {w, h}, 1); }, true},
+        {"Div_Round_8u_AC4", [&](void* d, int ds) { return rokiDiv_Round_8u_AC4RSfs(a.data(), a.step(), b.data(), b.step(), static_cast<Rok8u*>(d), ds, {w, h}, rokRoundHalfAway, -1); }, true},
+        {"Div_Round_8u_C4", [&](void* d, int ds) { return rokiDiv_Round_8u_C4RSfs(a.data(), a.step(), b.data(), b.step(), static_cast<Rok8u*>(d), ds, {w, h}, rokRoundTruncate, 2); }, true},
+        {"Div_32f_AC4", [&](void* d, int ds) { return rokiDiv_32f_AC4R(fa.data(), fa.step(), fb.data(), fb.step(), static_cast<Rok32f*>(d), ds, {w, h}); }, false},
+    };
+    for (const auto& c : calls) {
+        auto once = [&](int threads) {
+            rokt::WithThreads scope(threads);
+            std::vector<std::uint8_t> out;
+            if (c.is8u) {
+                rokt::GuardedImage<Rok8u> d(w, h, 4);
+                d.fill_bytes(0xA5);
+                EXPECT_EQ(c.fn(d.data(), d.step()), rokStatusDivByZero) << c.name << " threads " << threads;
+                out = d.bytes();
+            } else {
+                rokt::GuardedImage<Rok32f> d(w, h, 4);
+                d.fill_bytes(0xA5);
+                EXPECT_EQ(c.fn(d.data(), d.step()), rokStatusDivByZero) << c.name << " threads " << threads;
+                out = d.bytes();
+            }
+            return out;
+        };
+        EXPECT_EQ(once(1), once(2)) << c.name;
+    }
 }
 
 }  // namespace

@@ -1,0 +1,43 @@
+// AVX2 bodies of the integer arithmetic row kernels. Each computes the
+// samples of a row from the first 32-byte aligned destination address to the
+// last whole vector and reports that span; the caller runs its scalar rule
+// over the samples before and after it, so the scalar loop stays the one
+// statement of each rule. An empty span means "all scalar": rows shorter than
+// 16 samples, a destination that can never be aligned (16-bit samples at an
+// odd address), or a scale factor the vector body does not cover.
+#pragma once
+
+#include "kernels/arith.h"
+#include "roki.h"
+
+namespace rok::kernels {
+
+struct Span {
+    int begin = 0, end = 0;
+};
+
+// Add, Sub, Mul of 8u, 16u and 16s (operand order as arith_row), scaled by
+// 2^-sf with round half to even, or shifted left with saturation, exactly as
+// the scalar rule. Covers every negative scale factor and the positive ones
+// up to 14 (8u) or 30 (16-bit types): all below each zero cut-off except
+// 15 and 16 of the 8u products.
+template <ArithOp Op, class P>
+Span scaled_span(const P* a, const P* b, P* d, int n, int sf);
+
+// MulScale of 8u and 16u: (p + 1 + (p >> bits)) >> bits with p = a * b.
+template <class P>
+Span mul_scale_span(const P* a, const P* b, P* d, int n);
+
+// Division d = b / a of 8u, 16u and 16s, rounded by `mode`, for
+// -30 <= sf <= 7: a float quotient estimate, then an exact correction from
+// the remainder, so the results equal the exact rule's. Sets *zero when a
+// divisor in the span was 0.
+template <class P>
+Span divide_span(const P* a, const P* b, P* d, int n, int sf, int mode, bool* zero);
+
+// 16s division by a constant, d = s / value (value != 0), round half to
+// even, for 0 <= sf with |value| * 2^sf < 2^15: exact integer division by a
+// multiplier and a shift, 16 samples per step.
+Span divide16s_constant_span(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf);
+
+}  // namespace rok::kernels
