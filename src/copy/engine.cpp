@@ -9,13 +9,13 @@
 
 namespace rok::copy {
 
-namespace {
-
-bool stream_automatically(std::size_t total) {
+bool exceeds_cache(std::size_t total) {
     if (total < kCacheQueryBytes) return false;
     const std::size_t cache = std::size_t(core::max_cache_bytes());
     return cache > 0 && total >= cache / 2;
 }
+
+namespace {
 
 void copy_rows(const std::uint8_t* s, int srcStep, std::uint8_t* d, int dstStep, std::size_t rowBytes, int height,
                Stores stores) {
@@ -44,7 +44,7 @@ void copy_plane(const void* src, int srcStep, void* dst, int dstStep, std::size_
         height = 1;
     }
     if (stores == Stores::Automatic)
-        stores = stream_automatically(total) ? Stores::Streaming : Stores::Ordinary;
+        stores = exceeds_cache(total) ? Stores::Streaming : Stores::Ordinary;
     copy_rows(s, srcStep, d, dstStep, rowBytes, height, stores);
 }
 

@@ -34,6 +34,11 @@ constexpr std::size_t kCacheQueryBytes = 1048576;
 // Store kinds that a caller can force (CopyManaged's flags).
 enum class Stores { Automatic, Ordinary, Aligned64, Streaming };
 
+// Whether a write of `total` bytes should bypass the cache: 1 MiB or more
+// and at least half the processor's largest cache (never when that size is
+// unknown).
+bool exceeds_cache(std::size_t total);
+
 // Copies height rows of rowBytes bytes. Rows laid end to end in both images
 // (both steps equal to rowBytes, the total within a signed 32-bit count) are
 // copied as one run. With Stores::Automatic, totals of 1 MiB and more that

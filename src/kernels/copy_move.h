@@ -17,8 +17,10 @@ namespace rok::kernels {
 // blocks. src and dst must not overlap.
 void copy_bytes(const void* src, void* dst, std::size_t n);
 
-// Copy of n bytes with non-temporal (streaming) stores for the aligned body.
-// The caller ends a run of such copies with store_fence().
+// Copy of n bytes with non-temporal (streaming) stores for every 16-byte
+// aligned piece of the destination; the bytes before the first and after the
+// last 16-byte boundary (and copies below 64 bytes) use ordinary stores. The
+// caller ends a run of such copies with store_fence().
 void copy_bytes_streaming(const void* src, void* dst, std::size_t n);
 
 // Ordinary stores; the destination is first brought to a 64-byte boundary by
@@ -61,11 +63,14 @@ void copy_ac4_to_c3(const U* src, U* dst, int n);
 template <class U>
 void copy_c3_to_ac4(const U* src, U* dst, int n);
 
-// Interleaved C-channel pixels to C planes, and back.
+// Interleaved C-channel pixels to C planes, and back. With `stream` the
+// whole 64-byte lines of the destination (all planes on the same line
+// offset, for the split) are written with streaming stores; the caller
+// ends a run of such rows with store_fence(). The rest use ordinary stores.
 template <class U, int C>
-void split_planes(const U* src, U* const* planes, int n);
+void split_planes(const U* src, U* const* planes, int n, bool stream);
 template <class U, int C>
-void merge_planes(const U* const* planes, U* dst, int n);
+void merge_planes(const U* const* planes, U* dst, int n, bool stream);
 
 // Each of n samples of src written to all C channels of a destination pixel.
 template <int C>
