@@ -97,17 +97,29 @@ void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
 template <int PB, bool KeepAlpha>
 void reverse_pixels(const u8* src, u8* dst, int n) {
     int i = 0;
-    if constexpr (PB == 3) {
-        // Five 3-byte pixels per 16 bytes. The load starts one byte early
-        // (a sixth source pixel precedes the five), and the 16th byte stored
-        // belongs to destination pixel i+5, which the next step rewrites.
+    if constexpr (PB == 3 || PB == 6 || PB == 12) {
+        // K whole pixels fit in a 16-byte lane with `spare` bytes over. Each
+        // lane is loaded starting `spare` bytes before its K source pixels
+        // (an earlier source pixel is there) and reversed by one shuffle;
+        // its last `spare` bytes belong to the next destination pixels,
+        // which the next lane or step writes again, so the loop keeps one
+        // pixel in hand. Two lanes, of consecutive destination pixels, per
+        // register.
+        constexpr int K = 16 / PB, spare = 16 - K * PB;
         alignas(16) std::int8_t idx[16];
-        for (int j = 0; j < 15; ++j) idx[j] = std::int8_t(1 + 3 * (4 - j / 3) + j % 3);
-        idx[15] = std::int8_t(0x80);
-        const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(idx));
-        for (; n - i >= 6; i += 5) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::size_t(n - i - 5) * 3 - 1));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::size_t(i) * 3), _mm_shuffle_epi8(v, shuffle));
+        for (int j = 0; j < 16; ++j)
+            idx[j] = std::int8_t(j < K * PB ? spare + (K - 1 - j / PB) * PB + j % PB : 0x80);
+        const __m256i shuffle = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(idx)));
+        for (; n - i >= 2 * K + 1; i += 2 * K) {
+            const u8* s0 = src + std::size_t(n - i - K) * PB - spare;
+            const u8* s1 = src + std::size_t(n - i - 2 * K) * PB - spare;
+            const __m256i v = _mm256_inserti128_si256(
+                _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s0))),
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(s1)), 1);
+            const __m256i r = _mm256_shuffle_epi8(v, shuffle);
+            u8* d = dst + std::size_t(i) * PB;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(r));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d + K * PB), _mm256_extracti128_si256(r, 1));
         }
     }
     if constexpr (kVectorPixel<PB>) {
