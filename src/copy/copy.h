@@ -3,9 +3,6 @@
 // any step is accepted, zero and negative ones included.
 #pragma once
 
-#include <climits>
-#include <cstddef>
-
 #include "copy/engine.h"
 #include "frame/image.h"
 #include "kernels/channels.h"
@@ -84,28 +81,12 @@ bool any_null_plane(P* const* planes) {
     return false;
 }
 
-// Planar results too large for the cache are streamed past it, as the copy
-// engine does with whole-image copies. Rows laid end to end in every image
-// are handled as one row, as there.
-struct PlanarRows {
-    int width, height;
-    bool stream;
-};
-
-template <class T, int C>
-PlanarRows planar_rows(RokiSize roi, int planeStep, int pixelStep) {
-    const std::size_t n = std::size_t(roi.width) * std::size_t(roi.height);
-    const bool merged = std::size_t(planeStep) == std::size_t(roi.width) * sizeof(T) &&
-                        std::size_t(pixelStep) == std::size_t(roi.width) * C * sizeof(T) && n <= std::size_t(INT_MAX);
-    return {merged ? int(n) : roi.width, merged ? 1 : roi.height, exceeds_cache(n * C * sizeof(T))};
-}
-
 // C3P3R, C4P4R: sample k of each pixel goes to plane k.
 template <class T, int C>
 RokStatus copy_to_planes(const T* pSrc, int srcStep, T* const pDst[], int dstStep, RokiSize roi) {
     if (!pSrc || any_null_plane<T, C>(pDst)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
-    const PlanarRows rows = planar_rows<T, C>(roi, dstStep, srcStep);
+    const RowRun rows = row_run(roi, sizeof(T) * C, srcStep, sizeof(T), dstStep, C);
     for (int y = 0; y < rows.height; ++y) {
         Raw<T>* planes[C];
         for (int c = 0; c < C; ++c) planes[c] = raw(row(pDst[c], dstStep, y));
@@ -120,7 +101,7 @@ template <class T, int C>
 RokStatus copy_from_planes(const T* const pSrc[], int srcStep, T* pDst, int dstStep, RokiSize roi) {
     if (any_null_plane<const T, C>(pSrc) || !pDst) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
-    const PlanarRows rows = planar_rows<T, C>(roi, srcStep, dstStep);
+    const RowRun rows = row_run(roi, sizeof(T), srcStep, sizeof(T) * C, dstStep);
     for (int y = 0; y < rows.height; ++y) {
         const Raw<T>* planes[C];
         for (int c = 0; c < C; ++c) planes[c] = raw(row(pSrc[c], srcStep, y));

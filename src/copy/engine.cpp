@@ -15,6 +15,15 @@ bool exceeds_cache(std::size_t total) {
     return cache > 0 && total >= cache / 2;
 }
 
+RowRun row_run(RokiSize roi, std::size_t srcPixelBytes, int srcStep, std::size_t dstPixelBytes, int dstStep,
+               int dstPlanes) {
+    const std::size_t pixels = std::size_t(roi.width) * std::size_t(roi.height);
+    const bool endToEnd = std::size_t(srcStep) == std::size_t(roi.width) * srcPixelBytes &&
+                          std::size_t(dstStep) == std::size_t(roi.width) * dstPixelBytes && pixels <= std::size_t(INT_MAX);
+    return {endToEnd ? int(pixels) : roi.width, endToEnd ? 1 : roi.height,
+            exceeds_cache(pixels * dstPixelBytes * std::size_t(dstPlanes))};
+}
+
 namespace {
 
 void copy_rows(const std::uint8_t* s, int srcStep, std::uint8_t* d, int dstStep, std::size_t rowBytes, int height,

@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "frame/layout.h"
+#include "roki.h"
 
 namespace rok::copy {
 
@@ -38,6 +39,19 @@ enum class Stores { Automatic, Ordinary, Aligned64, Streaming };
 // and at least half the processor's largest cache (never when that size is
 // unknown).
 bool exceeds_cache(std::size_t total);
+
+// The rows a per-row kernel runs over, and whether its stores should stream.
+// Rows laid end to end in both images (each step equal to its row's bytes,
+// the pixel count within a signed 32-bit count) make one long row; the
+// stores stream when the destination exceeds the cache as above. Planar
+// images pass the bytes of one plane's pixel and the step shared by the
+// planes; for them the whole output is dstPixelBytes x pixels x planes.
+struct RowRun {
+    int width, height;
+    bool stream;
+};
+RowRun row_run(RokiSize roi, std::size_t srcPixelBytes, int srcStep, std::size_t dstPixelBytes, int dstStep,
+               int dstPlanes = 1);
 
 // Copies height rows of rowBytes bytes. Rows laid end to end in both images
 // (both steps equal to rowBytes, the total within a signed 32-bit count) are

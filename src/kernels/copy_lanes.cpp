@@ -364,16 +364,32 @@ inline constexpr DupTables<C> kDup{};
 }  // namespace
 
 template <int C>
-void dup_channel(const u8* src, u8* dst, int n) {
+void dup_channel(const u8* src, u8* dst, int n, bool stream) {
     const auto& t = kDup<C>;
-    int i = 0;
-    for (; i + 32 <= n; i += 32)
+    auto scalar = [&](int from, int to) {
+        for (int i = from; i < to; ++i)
+            for (int c = 0; c < C; ++c) dst[C * std::size_t(i) + c] = src[i];
+    };
+    auto step = [&](int at, auto streamed) {
         for (int q = 0; q < C; ++q) {
-            const __m256i w = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src + i + t.window[q])));
-            store32(dst + C * std::size_t(i) + 32 * q, _mm256_shuffle_epi8(w, load32(t.idx[q])));
+            const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + at + t.window[q]));
+            const __m256i v = _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(w), load32(t.idx[q]));
+            put32<decltype(streamed)::value>(dst + C * std::size_t(at) + 32 * q, v);
         }
-    for (; i < n; ++i)
-        for (int c = 0; c < C; ++c) dst[C * std::size_t(i) + c] = src[i];
+    };
+    int i = 0;
+    if (stream) {
+        const int head = pixels_to_line(dst, C, 1);
+        if (head >= 0 && head + 64 <= n) {
+            scalar(0, head);
+            for (i = head; i + 64 <= n; i += 64) {  // 2 * C registers: whole lines
+                step(i, std::true_type{});
+                step(i + 32, std::true_type{});
+            }
+        }
+    }
+    for (; i + 32 <= n; i += 32) step(i, std::false_type{});
+    scalar(i, n);
 }
 
 #define ROK_LANE_KERNELS(U)                                                     \
@@ -393,7 +409,7 @@ ROK_LANE_KERNELS(std::uint8_t)
 ROK_LANE_KERNELS(std::uint16_t)
 ROK_LANE_KERNELS(std::uint32_t)
 
-template void dup_channel<3>(const u8*, u8*, int);
-template void dup_channel<4>(const u8*, u8*, int);
+template void dup_channel<3>(const u8*, u8*, int, bool);
+template void dup_channel<4>(const u8*, u8*, int, bool);
 
 }  // namespace rok::kernels

@@ -73,7 +73,9 @@ template <class U, int C>
 void merge_planes(const U* const* planes, U* dst, int n, bool stream);
 
 // Each of n samples of src written to all C channels of a destination pixel.
+// With `stream`, whole destination lines get streaming stores, as in
+// merge_planes (the caller fences).
 template <int C>
-void dup_channel(const std::uint8_t* src, std::uint8_t* dst, int n);
+void dup_channel(const std::uint8_t* src, std::uint8_t* dst, int n, bool stream);
 
 }  // namespace rok::kernels

@@ -14,6 +14,7 @@
 
 #include "guarded.h"
 #include "kernels/copy_move.h"
+#include "roki.h"
 
 namespace {
 
@@ -120,14 +121,18 @@ void alpha_case() {
 }
 
 template <int C>
-void dup_case() {
-    each_shape("dup<" + std::to_string(C) + ">", [](int n, Placement pl, std::uint32_t seed) {
-        Samples<std::uint8_t> src(n, pl.lead, pl.guard, seed), dst(std::size_t(n) * C, 3 - pl.lead, pl.guard, seed + 1);
-        rok::kernels::dup_channel<C>(src.p, dst.p, n);
-        for (int i = 0; i < n * C; ++i)
-            if (dst.p[i] != src.p[i / C]) return false;
-        return true;
-    });
+void dup_case(bool stream) {
+    each_shape(
+        "dup<" + std::to_string(C) + (stream ? ">, streamed" : ">"),
+        [stream](int n, Placement pl, std::uint32_t seed) {
+            Samples<std::uint8_t> src(n, pl.lead, pl.guard, seed), dst(std::size_t(n) * C, 3 - pl.lead, pl.guard, seed + 1);
+            rok::kernels::dup_channel<C>(src.p, dst.p, n, stream);
+            rok::kernels::store_fence();
+            for (int i = 0; i < n * C; ++i)
+                if (dst.p[i] != src.p[i / C]) return false;
+            return true;
+        },
+        stream ? 200 : 70);
 }
 
 template <class U>
@@ -169,8 +174,25 @@ TEST(LaneKernels, Bytes) { all_lane_kernels<std::uint8_t>(); }
 TEST(LaneKernels, Words) { all_lane_kernels<std::uint16_t>(); }
 TEST(LaneKernels, DoubleWords) { all_lane_kernels<std::uint32_t>(); }
 TEST(LaneKernels, Duplication) {
-    dup_case<3>();
-    dup_case<4>();
+    for (bool stream : {false, true}) {
+        dup_case<3>(stream);
+        dup_case<4>(stream);
+    }
+}
+
+// Rows laid end to end in both images run as one long row.
+TEST(LaneKernels, DuplicationOfWholeImages) {
+    for (int w : {1, 31, 33, 70})
+        for (int C : {3, 4}) {
+            const int h = 5;
+            std::vector<std::uint8_t> src(std::size_t(w) * h), dst(std::size_t(w) * h * C + 1, 0xEE);
+            for (std::size_t i = 0; i < src.size(); ++i) src[i] = std::uint8_t(i * 37 + 11);
+            const RokStatus st = C == 3 ? rokiDup_8u_C1C3R(src.data(), w, dst.data(), w * 3, {w, h})
+                                        : rokiDup_8u_C1C4R(src.data(), w, dst.data(), w * 4, {w, h});
+            ASSERT_EQ(st, rokStatusOk);
+            for (std::size_t i = 0; i + 1 < dst.size(); ++i) ASSERT_EQ(dst[i], src[i / C]) << "w " << w << " C " << C;
+            EXPECT_EQ(dst.back(), 0xEE) << "written past the image";
+        }
 }
 
 }  // namespace
