@@ -57,6 +57,34 @@ struct Reverser {
     }
 };
 
+// Three-channel pixels have no power-of-two size, so in place they move in
+// chunks of 12 bytes (4, 2 or 1 pixels): loaded as 16 bytes that hold the
+// chunk at offset 0 ("head" chunk) or at offset 4 ("tail" chunk, loaded up
+// to its end), reversed by a shuffle into bytes 0..11 and stored as exactly
+// 12 bytes, so nothing outside the chunk is written.
+template <int PB>
+struct Chunk12 {
+    static constexpr int kPixels = 12 / PB;
+    __m128i fromHead, fromTail;
+    Chunk12() {
+        alignas(16) std::int8_t h[16], t[16];
+        for (int j = 0; j < 16; ++j) {
+            const int at = (kPixels - 1 - j / PB) * PB + j % PB;
+            h[j] = std::int8_t(j < 12 ? at : 0x80);
+            t[j] = std::int8_t(j < 12 ? 4 + at : 0x80);
+        }
+        fromHead = _mm_load_si128(reinterpret_cast<const __m128i*>(h));
+        fromTail = _mm_load_si128(reinterpret_cast<const __m128i*>(t));
+    }
+    static __m128i load_head(const u8* chunk) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(chunk)); }
+    static __m128i load_tail(const u8* chunk) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(chunk - 4)); }
+    static void store(u8* p, __m128i v) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v);
+        const int last = _mm_extract_epi32(v, 2);
+        std::memcpy(p + 8, &last, 4);
+    }
+};
+
 }  // namespace
 
 template <class U, int SC, int DC, int NP>
@@ -134,6 +162,18 @@ void reverse_pixels(const u8* src, u8* dst, int n) {
 template <int PB, bool KeepAlpha>
 void reverse_pixels_inplace(u8* row, int n) {
     int l = 0, r = n;  // pixels [l, r) still to reverse
+    if constexpr (PB == 3 || PB == 6 || PB == 12) {
+        // The 16-byte loads reach 4 bytes into the unreversed middle.
+        const Chunk12<PB> c;
+        constexpr int K = Chunk12<PB>::kPixels;
+        for (; (r - l) * PB >= 24 + 4; l += K, r -= K) {
+            u8* a = row + std::size_t(l) * PB;
+            u8* b = row + std::size_t(r - K) * PB;
+            const __m128i va = c.load_head(a), vb = c.load_tail(b);
+            c.store(a, _mm_shuffle_epi8(vb, c.fromTail));
+            c.store(b, _mm_shuffle_epi8(va, c.fromHead));
+        }
+    }
     if constexpr (kVectorPixel<PB>) {
         const Reverser<PB> rev;
         constexpr int K = Reverser<PB>::kPixels;
@@ -169,6 +209,19 @@ void swap_rows(u8* a, u8* b, int n) {
 template <int PB, bool KeepAlpha>
 void swap_rows_reversed(u8* a, u8* b, int n) {
     int i = 0;
+    if constexpr (PB == 3 || PB == 6 || PB == 12) {
+        // Pixel i of a meets pixel n-1-i of b; the 16-byte loads reach 4
+        // bytes past a's chunk and before b's, still inside the rows.
+        const Chunk12<PB> c;
+        constexpr int K = Chunk12<PB>::kPixels;
+        for (; (n - i - K) * PB >= 4; i += K) {
+            u8* pa = a + std::size_t(i) * PB;
+            u8* pb = b + std::size_t(n - i - K) * PB;
+            const __m128i va = c.load_head(pa), vb = c.load_tail(pb);
+            c.store(pa, _mm_shuffle_epi8(vb, c.fromTail));
+            c.store(pb, _mm_shuffle_epi8(va, c.fromHead));
+        }
+    }
     if constexpr (kVectorPixel<PB>) {
         const Reverser<PB> rev;
         constexpr int K = Reverser<PB>::kPixels;
