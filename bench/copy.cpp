@@ -190,6 +190,34 @@ const bool swap8 = rokbench::add("SwapChannels_8u_C3R", [](int w, int h) {
     return c;
 });
 
+const bool swap16 = rokbench::add("SwapChannels_16u_C3R", [](int w, int h) {
+    auto m = images(w, h, CV_16UC3);
+    Case c;
+    c.rok = [m] {
+        const int order[3] = {2, 1, 0};
+        rokiSwapChannels_16u_C3R(m->src.ptr<Rok16u>(), step_of(m->src), m->dst.ptr<Rok16u>(), step_of(m->dst), roi_of(m->src), order);
+    };
+    c.cv = [m] { const int pairs[] = {0, 2, 1, 1, 2, 0}; cv::mixChannels(&m->src, 1, &m->ref, 1, pairs, 3); };
+    c.bytes = 2 * bytes_of(m->src);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+});
+
+const bool swapac4 = rokbench::add("SwapChannels_8u_AC4R", [](int w, int h) {
+    auto m = images(w, h, CV_8UC4);
+    m->dst = random_mat(w, h, CV_8UC4);
+    m->ref = m->dst.clone();
+    Case c;
+    c.rok = [m] {
+        const int order[3] = {2, 1, 0};
+        rokiSwapChannels_8u_AC4R(m->src.ptr<Rok8u>(), step_of(m->src), m->dst.ptr<Rok8u>(), step_of(m->dst), roi_of(m->src), order);
+    };
+    c.cv = [m] { const int pairs[] = {0, 2, 1, 1, 2, 0}; cv::mixChannels(&m->src, 1, &m->ref, 1, pairs, 3); };
+    c.bytes = 2 * bytes_of(m->src);
+    c.same = [m, c] { c.rok(); c.cv(); return rokbench::equal_mats(m->dst, m->ref); };
+    return c;
+});
+
 template <class T>
 Case transpose_case(int w, int h, int type, RokStatus (*fn)(const T*, int, T*, int, RokiSize)) {
     auto m = std::make_shared<Images>();

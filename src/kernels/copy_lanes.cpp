@@ -285,6 +285,44 @@ void copy_channel(const U* src, U* dst, int n) {
     for (; i < n; ++i) dst[std::size_t(i) * DS] = src[std::size_t(i) * SS];
 }
 
+template <class U, int SC, int DC, int NP>
+int reorder_runs(const U* src, U* dst, int n, const int* order, U fill) {
+    constexpr int R = kRunPixels<U>;
+    constexpr int E = int(sizeof(U));
+    if (n < R) return 0;
+    // Destination samples that keep their value (channels past NP, actions
+    // above SC) are taken back from the destination by a blend.
+    __m256i keep[DC];
+    bool anyKept = false;
+    for (int q = 0; q < DC; ++q) {
+        keep[q] = _mm256_setzero_si256();
+        for (int k = 0; k < DC; ++k)
+            if (k >= NP || order[k] > SC) {
+                keep[q] = _mm256_or_si256(keep[q], both_lanes(kLanes<DC, E>.owner[q][k]));
+                anyKept = true;
+            }
+    }
+    __m256i filled;
+    if constexpr (E == 1) filled = _mm256_set1_epi8(char(fill));
+    else if constexpr (E == 2) filled = _mm256_set1_epi16(short(fill));
+    else filled = _mm256_set1_epi32(int(fill));
+    int i = 0;
+    for (; i + R <= n; i += R) {
+        __m256i in[SC], out[DC];
+        load_runs<U, SC>(src + std::size_t(i) * SC, in);
+        deinterleave<U, SC>(in);
+        for (int k = 0; k < DC; ++k) out[k] = k < NP && order[k] < SC ? in[order[k]] : filled;
+        interleave<U, DC>(out);
+        if (anyKept) {
+            __m256i old[DC];
+            load_runs<U, DC>(dst + std::size_t(i) * DC, old);
+            for (int q = 0; q < DC; ++q) out[q] = _mm256_blendv_epi8(out[q], old[q], keep[q]);
+        }
+        store_runs<U, DC>(dst + std::size_t(i) * DC, out);
+    }
+    return i;
+}
+
 namespace {
 // Colour bytes of the 4-sample pixels of one lane packed into its first 12
 // bytes (drop), and back (add; alpha positions zero).
@@ -393,6 +431,11 @@ void dup_channel(const u8* src, u8* dst, int n, bool stream) {
 }
 
 #define ROK_LANE_KERNELS(U)                                                     \
+    template int reorder_runs<U, 3, 3, 3>(const U*, U*, int, const int*, U);   \
+    template int reorder_runs<U, 4, 4, 3>(const U*, U*, int, const int*, U);   \
+    template int reorder_runs<U, 4, 4, 4>(const U*, U*, int, const int*, U);   \
+    template int reorder_runs<U, 3, 4, 4>(const U*, U*, int, const int*, U);   \
+    template int reorder_runs<U, 4, 3, 3>(const U*, U*, int, const int*, U);   \
     template void copy_channel<U, 3, 1>(const U*, U*, int);                    \
     template void copy_channel<U, 4, 1>(const U*, U*, int);                    \
     template void copy_channel<U, 1, 3>(const U*, U*, int);                    \

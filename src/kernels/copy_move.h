@@ -72,6 +72,13 @@ void split_planes(const U* src, U* const* planes, int n, bool stream);
 template <class U, int C>
 void merge_planes(const U* const* planes, U* dst, int n, bool stream);
 
+// The vector body of reorder_channels (copy_order.h): whole runs of pixels
+// from the start of the row, as many as fit; returns how many pixels it
+// reordered (the caller finishes the rest). Each run is read whole before it
+// is written, so src == dst works when SC == DC.
+template <class U, int SC, int DC, int NP>
+int reorder_runs(const U* src, U* dst, int n, const int* order, U fill);
+
 // Each of n samples of src written to all C channels of a destination pixel.
 // With `stream`, whole destination lines get streaming stores, as in
 // merge_planes (the caller fences).

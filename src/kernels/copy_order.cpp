@@ -1,5 +1,7 @@
 #include "kernels/copy_order.h"
 
+#include "kernels/copy_move.h"
+
 #include <immintrin.h>
 
 #include <algorithm>
@@ -92,6 +94,9 @@ void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
     int ord[NP];
     for (int k = 0; k < NP; ++k) ord[k] = order[k];
     int i = 0;
+    bool exact = true;
+    for (int k = 0; k < NP; ++k) exact = exact && ord[k] < SC;
+    if (sizeof(U) > 1 || SC != DC || DC != NP || !exact) i = reorder_runs<U, SC, DC, NP>(src, dst, n, ord, fill);
     if constexpr (sizeof(U) == 1 && SC == DC && DC == NP) {
         // Whole 8-bit pixels reordered by one byte shuffle: 5 three-channel
         // pixels (the 16th byte is the next pixel's first sample, rewritten
@@ -103,8 +108,6 @@ void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
         for (int j = 0; j < 16; ++j)
             idx[j] = std::int8_t(j / SC < K && ord[j % SC] < SC ? (j / SC) * SC + ord[j % SC] : j);
         const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(idx));
-        bool exact = true;
-        for (int k = 0; k < NP; ++k) exact = exact && ord[k] < SC;
         for (; exact && n - i >= K + 1; i += K) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::size_t(i) * SC));
             _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::size_t(i) * DC), _mm_shuffle_epi8(v, shuffle));
