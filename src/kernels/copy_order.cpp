@@ -277,12 +277,46 @@ inline void transpose_4x4(const u8* src, int srcStep, u8* dst, int dstStep) {
     for (int i = 0; i < 4; ++i) _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(i) * dstStep), o[i]);
 }
 
+// 8 x 8 samples of 2 bytes: interleave 16-, 32-, then 64-bit units; as in
+// the 16 x 16 case, register i ends with source column bit-reverse(i).
+inline void transpose_8x8(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m128i r[8], t[8];
+    for (int i = 0; i < 8; ++i) r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::ptrdiff_t(i) * srcStep));
+    for (int i = 0; i < 4; ++i) {
+        t[i] = _mm_unpacklo_epi16(r[2 * i], r[2 * i + 1]);
+        t[i + 4] = _mm_unpackhi_epi16(r[2 * i], r[2 * i + 1]);
+    }
+    for (int i = 0; i < 4; ++i) {
+        r[i] = _mm_unpacklo_epi32(t[2 * i], t[2 * i + 1]);
+        r[i + 4] = _mm_unpackhi_epi32(t[2 * i], t[2 * i + 1]);
+    }
+    for (int i = 0; i < 4; ++i) {
+        t[i] = _mm_unpacklo_epi64(r[2 * i], r[2 * i + 1]);
+        t[i + 4] = _mm_unpackhi_epi64(r[2 * i], r[2 * i + 1]);
+    }
+    static constexpr int kBitReversed[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+    for (int i = 0; i < 8; ++i)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(kBitReversed[i]) * dstStep), t[i]);
+}
+
+// 4 x 4 samples of 8 bytes: interleave 64-bit units, then 128-bit halves.
+inline void transpose_4x4_wide(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m256i r[4];
+    for (int i = 0; i < 4; ++i) r[i] = load32(src + std::ptrdiff_t(i) * srcStep);
+    const __m256i t0 = _mm256_unpacklo_epi64(r[0], r[1]), t1 = _mm256_unpackhi_epi64(r[0], r[1]);
+    const __m256i t2 = _mm256_unpacklo_epi64(r[2], r[3]), t3 = _mm256_unpackhi_epi64(r[2], r[3]);
+    store32(dst, _mm256_permute2x128_si256(t0, t2, 0x20));
+    store32(dst + dstStep, _mm256_permute2x128_si256(t1, t3, 0x20));
+    store32(dst + 2 * std::ptrdiff_t(dstStep), _mm256_permute2x128_si256(t0, t2, 0x31));
+    store32(dst + 3 * std::ptrdiff_t(dstStep), _mm256_permute2x128_si256(t1, t3, 0x31));
+}
+
 template <int PB>
 void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
-    if constexpr (PB == 1 || PB == 4) {
-        // Whole vector tiles (16 x 16 bytes, 4 x 4 words); the edge strips
-        // by the loop below.
-        constexpr int T = PB == 1 ? 16 : 4;
+    if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8) {
+        // Whole vector tiles (16 x 16 bytes, 8 x 8 or 4 x 4 samples); the
+        // edge strips by the loop below.
+        constexpr int T = PB == 1 ? 16 : PB == 2 ? 8 : 4;
         if (w >= T && h >= T) {
             const int wt = w / T * T, ht = h / T * T;
             for (int y = 0; y < ht; y += T)
@@ -290,7 +324,9 @@ void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, in
                     const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
                     u8* d = dst + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB;
                     if constexpr (PB == 1) transpose_16x16(s, srcStep, d, dstStep);
-                    else transpose_4x4(s, srcStep, d, dstStep);
+                    else if constexpr (PB == 2) transpose_8x8(s, srcStep, d, dstStep);
+                    else if constexpr (PB == 4) transpose_4x4(s, srcStep, d, dstStep);
+                    else transpose_4x4_wide(s, srcStep, d, dstStep);
                 }
             if (wt < w)
                 transpose_block<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
