@@ -323,6 +323,26 @@ int reorder_runs(const U* src, U* dst, int n, const int* order, U fill) {
     return i;
 }
 
+template <class U, int DS>
+void set_channel(U value, U* dst, int n) {
+    // As copy_channel: the pointer addresses the channel, so the body stops
+    // a pixel early.
+    constexpr int R = kRunPixels<U>;
+    constexpr int E = int(sizeof(U));
+    __m256i filled;
+    if constexpr (E == 1) filled = _mm256_set1_epi8(char(value));
+    else if constexpr (E == 2) filled = _mm256_set1_epi16(short(value));
+    else filled = _mm256_set1_epi32(int(value));
+    int i = 0;
+    for (; i + R < n; i += R) {
+        __m256i d[DS];
+        load_runs<U, DS>(dst + std::size_t(i) * DS, d);
+        for (int q = 0; q < DS; ++q) d[q] = _mm256_blendv_epi8(d[q], filled, both_lanes(kLanes<DS, E>.owner[q][0]));
+        store_runs<U, DS>(dst + std::size_t(i) * DS, d);
+    }
+    for (; i < n; ++i) dst[std::size_t(i) * DS] = value;
+}
+
 namespace {
 // Colour bytes of the 4-sample pixels of one lane packed into its first 12
 // bytes (drop), and back (add; alpha positions zero).
@@ -431,6 +451,8 @@ void dup_channel(const u8* src, u8* dst, int n, bool stream) {
 }
 
 #define ROK_LANE_KERNELS(U)                                                     \
+    template void set_channel<U, 3>(U, U*, int);                                \
+    template void set_channel<U, 4>(U, U*, int);                                \
     template int reorder_runs<U, 3, 3, 3>(const U*, U*, int, const int*, U);   \
     template int reorder_runs<U, 4, 4, 3>(const U*, U*, int, const int*, U);   \
     template int reorder_runs<U, 4, 4, 4>(const U*, U*, int, const int*, U);   \

@@ -171,7 +171,7 @@ void set_masked(const u8* pixel, u8* dst, const u8* mask, int n) {
 }
 
 template <int PB, bool KeepAlpha>
-void set_pixels(const u8* pixel, u8* dst, int n) {
+void set_pixels(const u8* pixel, u8* dst, int n, bool stream) {
     const std::size_t bytes = std::size_t(n) * PB;
     std::size_t i = 0;
     if constexpr (KeepAlpha) {
@@ -191,6 +191,31 @@ void set_pixels(const u8* pixel, u8* dst, int n) {
         alignas(32) u8 pattern[96];
         for (int b = 0; b < 96; ++b) pattern[b] = pixel[b % PB];
         const __m256i p0 = load32(pattern), p1 = load32(pattern + 32), p2 = load32(pattern + 64);
+        if (stream) {
+            // Streaming stores from the first pixel that starts a 64-byte
+            // line, in whole lines (two periods of three registers, or two
+            // registers), so that no line they touch gets an ordinary store.
+            constexpr std::size_t kLines = kPeriod == 96 ? 192 : 64;
+            int head = -1;
+            for (int h = 0; h < 64 && h < n && head < 0; ++h)
+                if ((reinterpret_cast<std::uintptr_t>(dst) + std::uintptr_t(h) * PB) % 64 == 0) head = h;
+            if (head >= 0 && bytes - std::size_t(head) * PB >= kLines) {
+                set_pixels<PB, false>(pixel, dst, head, false);
+                i = std::size_t(head) * PB;
+                for (; i + kLines <= bytes; i += kLines) {
+                    __m256i* d = reinterpret_cast<__m256i*>(dst + i);
+                    if constexpr (kPeriod == 96) {
+                        const __m256i run[6] = {p0, p1, p2, p0, p1, p2};
+                        for (int k = 0; k < 6; ++k) _mm256_stream_si256(d + k, run[k]);
+                    } else {
+                        _mm256_stream_si256(d, p0);
+                        _mm256_stream_si256(d + 1, p0);
+                    }
+                }
+            }
+        }
+        // Each period starts on a pixel: i is a whole number of periods or
+        // of streamed lines past a pixel boundary.
         for (; i + kPeriod <= bytes; i += kPeriod) {
             store32(dst + i, p0);
             if (kPeriod == 96) {
@@ -200,11 +225,6 @@ void set_pixels(const u8* pixel, u8* dst, int n) {
         }
         std::memcpy(dst + i, pattern, bytes - i);
     }
-}
-
-template <class U, int DS>
-void set_channel(U value, U* dst, int n) {
-    for (int i = 0; i < n; ++i) dst[std::size_t(i) * DS] = value;
 }
 
 #define ROK_PIXEL_KERNELS(PB, KA)                                               \
@@ -221,23 +241,16 @@ ROK_PIXEL_KERNELS(16, false)
 ROK_PIXEL_KERNELS(4, true)
 ROK_PIXEL_KERNELS(8, true)
 ROK_PIXEL_KERNELS(16, true)
-template void set_pixels<1, false>(const u8*, u8*, int);
-template void set_pixels<2, false>(const u8*, u8*, int);
-template void set_pixels<3, false>(const u8*, u8*, int);
-template void set_pixels<4, false>(const u8*, u8*, int);
-template void set_pixels<6, false>(const u8*, u8*, int);
-template void set_pixels<8, false>(const u8*, u8*, int);
-template void set_pixels<12, false>(const u8*, u8*, int);
-template void set_pixels<16, false>(const u8*, u8*, int);
-template void set_pixels<4, true>(const u8*, u8*, int);
-template void set_pixels<8, true>(const u8*, u8*, int);
-template void set_pixels<16, true>(const u8*, u8*, int);
-
-#define ROK_WIDTH_KERNELS(U)                                                    \
-    template void set_channel<U, 3>(U, U*, int);                                \
-    template void set_channel<U, 4>(U, U*, int);
-ROK_WIDTH_KERNELS(std::uint8_t)
-ROK_WIDTH_KERNELS(std::uint16_t)
-ROK_WIDTH_KERNELS(std::uint32_t)
+template void set_pixels<1, false>(const u8*, u8*, int, bool);
+template void set_pixels<2, false>(const u8*, u8*, int, bool);
+template void set_pixels<3, false>(const u8*, u8*, int, bool);
+template void set_pixels<4, false>(const u8*, u8*, int, bool);
+template void set_pixels<6, false>(const u8*, u8*, int, bool);
+template void set_pixels<8, false>(const u8*, u8*, int, bool);
+template void set_pixels<12, false>(const u8*, u8*, int, bool);
+template void set_pixels<16, false>(const u8*, u8*, int, bool);
+template void set_pixels<4, true>(const u8*, u8*, int, bool);
+template void set_pixels<8, true>(const u8*, u8*, int, bool);
+template void set_pixels<16, true>(const u8*, u8*, int, bool);
 
 }  // namespace rok::kernels

@@ -43,9 +43,12 @@ template <int PB, bool KeepAlpha>
 void set_masked(const std::uint8_t* pixel, std::uint8_t* dst, const std::uint8_t* mask, int n);
 
 // Writes the PB bytes at `pixel` into each of n destination pixels (the
-// destination's alpha kept when KeepAlpha).
+// destination's alpha kept when KeepAlpha). With `stream` (not with
+// KeepAlpha) the whole 64-byte lines from the first pixel that starts one
+// get streaming stores; the caller ends a run of such rows with
+// store_fence().
 template <int PB, bool KeepAlpha>
-void set_pixels(const std::uint8_t* pixel, std::uint8_t* dst, int n);
+void set_pixels(const std::uint8_t* pixel, std::uint8_t* dst, int n, bool stream);
 
 // Sample-strided copy of n samples: dst[i * DS] = src[i * SS]. Covers one
 // channel to or from a C1 image and one channel between two images.

@@ -70,6 +70,21 @@ void channel_case() {
                });
 }
 
+// dst[i*DS] = value, the other samples kept.
+template <class U, int DS>
+void set_channel_case() {
+    each_shape("set_channel<" + std::to_string(sizeof(U)) + "," + std::to_string(DS) + ">",
+               [](int n, Placement pl, std::uint32_t seed) {
+                   const std::size_t dn = std::size_t(n - 1) * DS + 1;
+                   Samples<U> dst(dn, pl.lead, pl.guard, seed);
+                   std::vector<U> want = dst.values(dn);
+                   const U value = U(0x5A5A5A5Au + seed);
+                   for (int i = 0; i < n; ++i) want[std::size_t(i) * DS] = value;
+                   rok::kernels::set_channel<U, DS>(value, dst.p, n);
+                   return dst.values(dn) == want;
+               });
+}
+
 template <class U, int C>
 void planar_case(bool stream) {
     each_shape("planes<" + std::to_string(sizeof(U)) + "," + std::to_string(C) + (stream ? ">, streamed" : ">"),
@@ -143,6 +158,8 @@ void all_lane_kernels() {
     channel_case<U, 1, 4>();
     channel_case<U, 3, 3>();
     channel_case<U, 4, 4>();
+    set_channel_case<U, 3>();
+    set_channel_case<U, 4>();
     for (bool stream : {false, true}) {
         planar_case<U, 3>(stream);
         planar_case<U, 4>(stream);
@@ -168,6 +185,40 @@ TEST(RowCopy, StreamingAndOrdinaryAgreeWithBytes) {
                 ASSERT_EQ(dst.values(n), src.values(n)) << "lead " << lead << " n " << n << (stream ? " streamed" : "");
                 ASSERT_EQ(std::vector<std::uint8_t>(dst.buf.data(), dst.p), before) << "written before the row";
             }
+}
+
+// Fills of whole pixels, ordinary and streamed: the streamed fill switches
+// store kinds at the first pixel that starts a 64-byte line and after the
+// last whole line, so every line offset and lengths past several lines.
+template <int PB>
+void fill_case() {
+    std::uint8_t pixel[PB];
+    for (int b = 0; b < PB; ++b) pixel[b] = std::uint8_t(0x31 + 7 * b);
+    const int widths[] = {1, 2, 5, 16, 31, 33, 64, 65, 70, 100, 150, 257};
+    for (int lead = 0; lead < 64; lead += 3)
+        for (int n : widths)
+            for (bool stream : {false, true})
+                for (Guard guard : {Guard::After, Guard::Before}) {
+                    Samples<std::uint8_t> dst(std::size_t(n) * PB, lead, guard, std::uint32_t(n + lead));
+                    const std::vector<std::uint8_t> before(dst.buf.data(), dst.p);
+                    rok::kernels::set_pixels<PB, false>(pixel, dst.p, n, stream);
+                    rok::kernels::store_fence();
+                    for (int i = 0; i < n * PB; ++i)
+                        ASSERT_EQ(dst.p[i], pixel[i % PB]) << "PB " << PB << " n " << n << " lead " << lead << " byte " << i
+                                                           << (stream ? " streamed" : "");
+                    ASSERT_EQ(std::vector<std::uint8_t>(dst.buf.data(), dst.p), before) << "written before the row";
+                }
+}
+
+TEST(RowFill, StreamingAndOrdinaryFillEveryPixelSize) {
+    fill_case<1>();
+    fill_case<2>();
+    fill_case<3>();
+    fill_case<4>();
+    fill_case<6>();
+    fill_case<8>();
+    fill_case<12>();
+    fill_case<16>();
 }
 
 TEST(LaneKernels, Bytes) { all_lane_kernels<std::uint8_t>(); }
