@@ -76,6 +76,25 @@ struct Lanes {
 template <int C, int E>
 inline constexpr Lanes<C, E> kLanes{};
 
+// The loop of the kernels that can stream: step(at, streamed) handles R
+// pixels from `at`, scalar(from, to) single pixels. With head >= 0 (the
+// pixels before the first line boundary) the steps after the head go in
+// pairs with streaming stores, each pair a whole number of lines, and
+// ordinary steps finish; head < 0 means ordinary steps only.
+template <int R, class Scalar, class Step>
+inline void run_steps(int n, int head, Scalar&& scalar, Step&& step) {
+    int i = 0;
+    if (head >= 0 && head + 2 * R <= n) {
+        scalar(0, head);
+        for (i = head; i + 2 * R <= n; i += 2 * R) {
+            step(i, std::true_type{});
+            step(i + R, std::true_type{});
+        }
+    }
+    for (; i + R <= n; i += R) step(i, std::false_type{});
+    scalar(i, n);
+}
+
 // a, b, c, d as rows of a 4 x 4 matrix of 32-bit units, per lane.
 inline void transpose4(__m256i (&v)[4]) {
     const __m256i t0 = _mm256_unpacklo_epi32(v[0], v[1]), t1 = _mm256_unpacklo_epi32(v[2], v[3]);
@@ -200,23 +219,12 @@ void split_planes(const U* src, U* const* planes, int n, bool stream) {
         deinterleave<U, C>(v);
         for (int c = 0; c < C; ++c) put32<decltype(streamed)::value>(p[c] + at, v[c]);
     };
-    int i = 0;
-    if (stream) {
-        // Planes on different line offsets cannot all stream whole lines.
-        int head = pixels_to_line(p[0], E, E);
-        for (int c = 1; c < C; ++c)
-            if ((reinterpret_cast<std::uintptr_t>(p[c]) - reinterpret_cast<std::uintptr_t>(p[0])) % 64 != 0) head = -1;
-        if (head >= 0 && head + 2 * R <= n) {
-            scalar(0, head);
-            // Two steps write two registers to each plane: one line.
-            for (i = head; i + 2 * R <= n; i += 2 * R) {
-                step(i, std::true_type{});
-                step(i + R, std::true_type{});
-            }
-        }
-    }
-    for (; i + R <= n; i += R) step(i, std::false_type{});
-    scalar(i, n);
+    // Two steps write two registers, one line, to each plane; planes on
+    // different line offsets cannot all stream whole lines.
+    int head = stream ? pixels_to_line(p[0], E, E) : -1;
+    for (int c = 1; c < C; ++c)
+        if ((reinterpret_cast<std::uintptr_t>(p[c]) - reinterpret_cast<std::uintptr_t>(p[0])) % 64 != 0) head = -1;
+    run_steps<R>(n, head, scalar, step);
 }
 
 template <class U, int C>
@@ -235,20 +243,8 @@ void merge_planes(const U* const* planes, U* dst, int n, bool stream) {
         interleave<U, C>(v);
         store_runs_whole<U, C, decltype(streamed)::value>(dst + std::size_t(at) * C, v);
     };
-    int i = 0;
-    if (stream) {
-        const int head = pixels_to_line(dst, C * E, E);
-        if (head >= 0 && head + 2 * R <= n) {
-            scalar(0, head);
-            // Two steps write 2 * C registers: a whole number of lines.
-            for (i = head; i + 2 * R <= n; i += 2 * R) {
-                step(i, std::true_type{});
-                step(i + R, std::true_type{});
-            }
-        }
-    }
-    for (; i + R <= n; i += R) step(i, std::false_type{});
-    scalar(i, n);
+    // Two steps write 2 * C registers: a whole number of lines.
+    run_steps<R>(n, stream ? pixels_to_line(dst, C * E, E) : -1, scalar, step);
 }
 
 // The pointers address one sample of a pixel, not its start, so a vector
@@ -435,19 +431,8 @@ void dup_channel(const u8* src, u8* dst, int n, bool stream) {
             put32<decltype(streamed)::value>(dst + C * std::size_t(at) + 32 * q, v);
         }
     };
-    int i = 0;
-    if (stream) {
-        const int head = pixels_to_line(dst, C, 1);
-        if (head >= 0 && head + 64 <= n) {
-            scalar(0, head);
-            for (i = head; i + 64 <= n; i += 64) {  // 2 * C registers: whole lines
-                step(i, std::true_type{});
-                step(i + 32, std::true_type{});
-            }
-        }
-    }
-    for (; i + 32 <= n; i += 32) step(i, std::false_type{});
-    scalar(i, n);
+    // Two steps write 2 * C registers: whole lines.
+    run_steps<32>(n, stream ? pixels_to_line(dst, C, 1) : -1, scalar, step);
 }
 
 #define ROK_LANE_KERNELS(U)                                                     \
