@@ -21,9 +21,10 @@ inline void plain(D* dst, int begin, int end, Op& op) {
 
 // Non-temporal path for outputs far larger than the cache: a scalar head up
 // to a 64-byte destination boundary (so that no cache line gets both kinds
-// of store, which costs a read of the line and a piecemeal write), then blocks computed into an aligned
-// stack block and streamed out, then the scalar tail. The store fence makes
-// the streamed data visible to other threads before the kernel returns.
+// of store, which costs a read of the line and a piecemeal write), then
+// blocks computed into an aligned stack block and streamed out, then the
+// scalar tail. The store fence makes the streamed data visible to other
+// threads before the kernel returns.
 template <class D, class Op>
 inline void streamed(D* dst, int n, Op& op) {
     const std::uintptr_t addr = reinterpret_cast<std::uintptr_t>(dst);

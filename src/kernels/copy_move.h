@@ -3,7 +3,9 @@
 // conversions and duplication. Samples are addressed by width only (1, 2 or
 // 4 bytes), so one kernel serves every type of that width. A pixel of PB
 // bytes is a run of PB bytes; "keep alpha" means the last quarter of each
-// pixel (the fourth sample) is never changed.
+// pixel (the fourth sample) is never changed. Whole-pixel copies, masks and
+// fills are in copy_move.cpp; the kernels that move single channels (one
+// channel, planes, alpha, reorders, duplication) in copy_lanes.cpp.
 #pragma once
 
 #include <cstddef>
