@@ -76,20 +76,18 @@ struct Lanes {
 template <int C, int E>
 inline constexpr Lanes<C, E> kLanes{};
 
-// The loop of the kernels that can stream: step(at, streamed) handles R
-// pixels from `at`, scalar(from, to) single pixels. With head >= 0 (the
-// pixels before the first line boundary) the steps after the head go in
-// pairs with streaming stores, each pair a whole number of lines, and
-// ordinary steps finish; head < 0 means ordinary steps only.
+// The loop of the kernels that can stream: step(at, false_type) handles R
+// pixels from `at` with ordinary stores, step(at, true_type) 2R pixels with
+// streaming stores (a whole number of lines), scalar(from, to) single
+// pixels. With head >= 0 (the pixels before the first line boundary) the
+// streamed steps follow the head and ordinary steps finish; head < 0 means
+// ordinary steps only.
 template <int R, class Scalar, class Step>
 inline void run_steps(int n, int head, Scalar&& scalar, Step&& step) {
     int i = 0;
     if (head >= 0 && head + 2 * R <= n) {
         scalar(0, head);
-        for (i = head; i + 2 * R <= n; i += 2 * R) {
-            step(i, std::true_type{});
-            step(i + R, std::true_type{});
-        }
+        for (i = head; i + 2 * R <= n; i += 2 * R) step(i, std::true_type{});
     }
     for (; i + R <= n; i += R) step(i, std::false_type{});
     scalar(i, n);
@@ -214,12 +212,26 @@ void split_planes(const U* src, U* const* planes, int n, bool stream) {
             for (int c = 0; c < C; ++c) p[c][i] = src[C * std::size_t(i) + c];
     };
     auto step = [&](int at, auto streamed) {
-        __m256i v[C];
-        load_runs<U, C>(src + std::size_t(at) * C, v);
-        deinterleave<U, C>(v);
-        for (int c = 0; c < C; ++c) put32<decltype(streamed)::value>(p[c] + at, v[c]);
+        if constexpr (decltype(streamed)::value) {
+            // Both halves of each plane's line are gathered first, so that
+            // the line is written by two stores in a row.
+            __m256i v[C], w[C];
+            load_runs<U, C>(src + std::size_t(at) * C, v);
+            load_runs<U, C>(src + std::size_t(at + R) * C, w);
+            deinterleave<U, C>(v);
+            deinterleave<U, C>(w);
+            for (int c = 0; c < C; ++c) {
+                put32<true>(p[c] + at, v[c]);
+                put32<true>(p[c] + at + R, w[c]);
+            }
+        } else {
+            __m256i v[C];
+            load_runs<U, C>(src + std::size_t(at) * C, v);
+            deinterleave<U, C>(v);
+            for (int c = 0; c < C; ++c) store32(p[c] + at, v[c]);
+        }
     };
-    // Two steps write two registers, one line, to each plane; planes on
+    // A streamed step writes two registers, one line, to each plane; planes on
     // different line offsets cannot all stream whole lines.
     int head = stream ? pixels_to_line(p[0], E, E) : -1;
     for (int c = 1; c < C; ++c)
@@ -238,12 +250,15 @@ void merge_planes(const U* const* planes, U* dst, int n, bool stream) {
             for (int c = 0; c < C; ++c) dst[C * std::size_t(i) + c] = p[c][i];
     };
     auto step = [&](int at, auto streamed) {
-        __m256i v[C];
-        for (int c = 0; c < C; ++c) v[c] = load32(p[c] + at);
-        interleave<U, C>(v);
-        store_runs_whole<U, C, decltype(streamed)::value>(dst + std::size_t(at) * C, v);
+        constexpr bool S = decltype(streamed)::value;
+        for (int k = 0; k < (S ? 2 : 1); ++k, at += R) {
+            __m256i v[C];
+            for (int c = 0; c < C; ++c) v[c] = load32(p[c] + at);
+            interleave<U, C>(v);
+            store_runs_whole<U, C, S>(dst + std::size_t(at) * C, v);
+        }
     };
-    // Two steps write 2 * C registers: a whole number of lines.
+    // A streamed step writes 2 * C registers: a whole number of lines.
     run_steps<R>(n, stream ? pixels_to_line(dst, C * E, E) : -1, scalar, step);
 }
 
@@ -425,13 +440,15 @@ void dup_channel(const u8* src, u8* dst, int n, bool stream) {
             for (int c = 0; c < C; ++c) dst[C * std::size_t(i) + c] = src[i];
     };
     auto step = [&](int at, auto streamed) {
-        for (int q = 0; q < C; ++q) {
-            const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + at + t.window[q]));
-            const __m256i v = _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(w), load32(t.idx[q]));
-            put32<decltype(streamed)::value>(dst + C * std::size_t(at) + 32 * q, v);
-        }
+        constexpr bool S = decltype(streamed)::value;
+        for (int k = 0; k < (S ? 2 : 1); ++k, at += 32)
+            for (int q = 0; q < C; ++q) {
+                const __m128i w = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + at + t.window[q]));
+                const __m256i v = _mm256_shuffle_epi8(_mm256_broadcastsi128_si256(w), load32(t.idx[q]));
+                put32<S>(dst + C * std::size_t(at) + 32 * q, v);
+            }
     };
-    // Two steps write 2 * C registers: whole lines.
+    // A streamed step writes 2 * C registers: whole lines.
     run_steps<32>(n, stream ? pixels_to_line(dst, C, 1) : -1, scalar, step);
 }
 
