@@ -86,7 +86,7 @@ template <class T, int C>
 RokStatus copy_to_planes(const T* pSrc, int srcStep, T* const pDst[], int dstStep, RokiSize roi) {
     if (!pSrc || any_null_plane<T, C>(pDst)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
-    const RowRun rows = row_run(roi, sizeof(T) * C, srcStep, sizeof(T), dstStep, C);
+    const RowRun rows = row_run(roi, sizeof(T) * C, srcStep, sizeof(T), dstStep, 2 * C * sizeof(T));
     for (int y = 0; y < rows.height; ++y) {
         Raw<T>* planes[C];
         for (int c = 0; c < C; ++c) planes[c] = raw(row(pDst[c], dstStep, y));
@@ -101,7 +101,7 @@ template <class T, int C>
 RokStatus copy_from_planes(const T* const pSrc[], int srcStep, T* pDst, int dstStep, RokiSize roi) {
     if (any_null_plane<const T, C>(pSrc) || !pDst) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
-    const RowRun rows = row_run(roi, sizeof(T), srcStep, sizeof(T) * C, dstStep);
+    const RowRun rows = row_run(roi, sizeof(T), srcStep, sizeof(T) * C, dstStep, 2 * C * sizeof(T));
     for (int y = 0; y < rows.height; ++y) {
         const Raw<T>* planes[C];
         for (int c = 0; c < C; ++c) planes[c] = raw(row(pSrc[c], srcStep, y));

@@ -16,12 +16,12 @@ bool exceeds_cache(std::size_t total) {
 }
 
 RowRun row_run(RokiSize roi, std::size_t srcPixelBytes, int srcStep, std::size_t dstPixelBytes, int dstStep,
-               int dstPlanes) {
+               std::size_t movedPerPixel) {
     const std::size_t pixels = std::size_t(roi.width) * std::size_t(roi.height);
     const bool endToEnd = std::size_t(srcStep) == std::size_t(roi.width) * srcPixelBytes &&
                           std::size_t(dstStep) == std::size_t(roi.width) * dstPixelBytes && pixels <= std::size_t(INT_MAX);
     return {endToEnd ? int(pixels) : roi.width, endToEnd ? 1 : roi.height,
-            exceeds_cache(pixels * dstPixelBytes * std::size_t(dstPlanes))};
+            exceeds_cache(pixels * movedPerPixel)};
 }
 
 namespace {

@@ -32,7 +32,7 @@ RokStatus set(const T* values, T* pDst, int dstStep, RokiSize roi) {
     const PixelValue<T, L> pixel(values);
     // Rows laid end to end are filled as one run; fills too large for the
     // cache are streamed past it, as whole-image copies are.
-    const RowRun rows = row_run(roi, kPixelBytes<T, L>, dstStep, kPixelBytes<T, L>, dstStep);
+    const RowRun rows = row_run(roi, kPixelBytes<T, L>, dstStep, kPixelBytes<T, L>, dstStep, kPixelBytes<T, L>);
     const bool stream = L != Layout::AC4 && rows.stream;
     for (int y = 0; y < rows.height; ++y)
         kernels::set_pixels<kPixelBytes<T, L>, L == Layout::AC4>(pixel.bytes, bytes(row(pDst, dstStep, y)), rows.width,

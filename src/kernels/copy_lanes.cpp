@@ -5,9 +5,9 @@
 //
 // The vector bodies of the planar and one-channel kernels work on 16-byte
 // lanes. A 256-bit register holds two lanes that belong to two consecutive
-// runs of N = 16 / sample-bytes pixels; each lane is loaded and stored on
-// its own, so the in-lane byte shuffles of AVX2 apply and one table serves
-// both lanes. For three channels a run is three lanes of interleaved samples
+// runs of N = 16 / sample-bytes pixels; each lane is loaded on its own (and
+// stored after a 128-bit permute puts lanes in memory order), so the in-lane
+// byte shuffles of AVX2 apply and one table serves both lanes. For three channels a run is three lanes of interleaved samples
 // and, since 3 has no common factor with N, the samples of one channel sit
 // at distinct positions of the three lanes: two blends and one shuffle
 // gather a channel, and the reverse scatters it. For four channels each lane
