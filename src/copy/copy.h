@@ -86,11 +86,13 @@ template <class T, int C>
 RokStatus copy_to_planes(const T* pSrc, int srcStep, T* const pDst[], int dstStep, RokiSize roi) {
     if (!pSrc || any_null_plane<T, C>(pDst)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
-    for (int y = 0; y < roi.height; ++y) {
+    const RowRun rows = row_run(roi, sizeof(T) * C, srcStep, sizeof(T), dstStep, 2 * C * sizeof(T));
+    for (int y = 0; y < rows.height; ++y) {
         Raw<T>* planes[C];
         for (int c = 0; c < C; ++c) planes[c] = raw(row(pDst[c], dstStep, y));
-        kernels::split_planes<Raw<T>, C>(raw(row(pSrc, srcStep, y)), planes, roi.width);
+        kernels::split_planes<Raw<T>, C>(raw(row(pSrc, srcStep, y)), planes, rows.width, rows.stream);
     }
+    if (rows.stream) kernels::store_fence();
     return rokStatusOk;
 }
 
@@ -99,11 +101,13 @@ template <class T, int C>
 RokStatus copy_from_planes(const T* const pSrc[], int srcStep, T* pDst, int dstStep, RokiSize roi) {
     if (any_null_plane<const T, C>(pSrc) || !pDst) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
-    for (int y = 0; y < roi.height; ++y) {
+    const RowRun rows = row_run(roi, sizeof(T), srcStep, sizeof(T) * C, dstStep, 2 * C * sizeof(T));
+    for (int y = 0; y < rows.height; ++y) {
         const Raw<T>* planes[C];
         for (int c = 0; c < C; ++c) planes[c] = raw(row(pSrc[c], srcStep, y));
-        kernels::merge_planes<Raw<T>, C>(planes, raw(row(pDst, dstStep, y)), roi.width);
+        kernels::merge_planes<Raw<T>, C>(planes, raw(row(pDst, dstStep, y)), rows.width, rows.stream);
     }
+    if (rows.stream) kernels::store_fence();
     return rokStatusOk;
 }
 

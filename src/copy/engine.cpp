@@ -9,13 +9,22 @@
 
 namespace rok::copy {
 
-namespace {
-
-bool stream_automatically(std::size_t total) {
+bool exceeds_cache(std::size_t total) {
     if (total < kCacheQueryBytes) return false;
     const std::size_t cache = std::size_t(core::max_cache_bytes());
     return cache > 0 && total >= cache / 2;
 }
+
+RowRun row_run(RokiSize roi, std::size_t srcPixelBytes, int srcStep, std::size_t dstPixelBytes, int dstStep,
+               std::size_t movedPerPixel) {
+    const std::size_t pixels = std::size_t(roi.width) * std::size_t(roi.height);
+    const bool endToEnd = std::size_t(srcStep) == std::size_t(roi.width) * srcPixelBytes &&
+                          std::size_t(dstStep) == std::size_t(roi.width) * dstPixelBytes && pixels <= std::size_t(INT_MAX);
+    return {endToEnd ? int(pixels) : roi.width, endToEnd ? 1 : roi.height,
+            exceeds_cache(pixels * movedPerPixel)};
+}
+
+namespace {
 
 void copy_rows(const std::uint8_t* s, int srcStep, std::uint8_t* d, int dstStep, std::size_t rowBytes, int height,
                Stores stores) {
@@ -44,7 +53,7 @@ void copy_plane(const void* src, int srcStep, void* dst, int dstStep, std::size_
         height = 1;
     }
     if (stores == Stores::Automatic)
-        stores = stream_automatically(total) ? Stores::Streaming : Stores::Ordinary;
+        stores = exceeds_cache(total) ? Stores::Streaming : Stores::Ordinary;
     copy_rows(s, srcStep, d, dstStep, rowBytes, height, stores);
 }
 

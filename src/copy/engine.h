@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "frame/layout.h"
+#include "roki.h"
 
 namespace rok::copy {
 
@@ -33,6 +34,26 @@ constexpr std::size_t kCacheQueryBytes = 1048576;
 
 // Store kinds that a caller can force (CopyManaged's flags).
 enum class Stores { Automatic, Ordinary, Aligned64, Streaming };
+
+// Whether `total` bytes are too many for the cache: 1 MiB or more and at
+// least half the processor's largest cache (never when that size is
+// unknown). The copy engine asks it of the bytes it copies.
+bool exceeds_cache(std::size_t total);
+
+// The rows a per-row kernel runs over, and whether its stores should stream.
+// Rows laid end to end in both images (each step equal to its row's bytes,
+// the pixel count within a signed 32-bit count) make one long row. Planar
+// images pass the bytes of one plane's pixel and the step the planes share.
+// The stores stream when the bytes the call reads and writes, movedPerPixel
+// for each pixel, exceed the cache as above: then source and destination
+// together cannot stay in the cache, and writing the destination past it
+// saves reading its lines first.
+struct RowRun {
+    int width, height;
+    bool stream;
+};
+RowRun row_run(RokiSize roi, std::size_t srcPixelBytes, int srcStep, std::size_t dstPixelBytes, int dstStep,
+               std::size_t movedPerPixel);
 
 // Copies height rows of rowBytes bytes. Rows laid end to end in both images
 // (both steps equal to rowBytes, the total within a signed 32-bit count) are

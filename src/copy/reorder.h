@@ -128,7 +128,10 @@ template <int C>
 RokStatus dup(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roi) {
     if (!pSrc || !pDst) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
-    for (int y = 0; y < roi.height; ++y) kernels::dup_channel<C>(row(pSrc, srcStep, y), row(pDst, dstStep, y), roi.width);
+    const RowRun rows = row_run(roi, 1, srcStep, C, dstStep, 1 + C);
+    for (int y = 0; y < rows.height; ++y)
+        kernels::dup_channel<C>(row(pSrc, srcStep, y), row(pDst, dstStep, y), rows.width, rows.stream);
+    if (rows.stream) kernels::store_fence();
     return rokStatusOk;
 }
 

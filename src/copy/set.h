@@ -30,13 +30,14 @@ RokStatus set(const T* values, T* pDst, int dstStep, RokiSize roi) {
     if (!values || !pDst) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
     const PixelValue<T, L> pixel(values);
-    // Rows laid end to end are filled as one run.
-    if (std::size_t(dstStep) == std::size_t(roi.width) * kPixelBytes<T, L> &&
-        std::int64_t(roi.width) * roi.height <= INT_MAX) {
-        roi = {roi.width * roi.height, 1};
-    }
-    for (int y = 0; y < roi.height; ++y)
-        kernels::set_pixels<kPixelBytes<T, L>, L == Layout::AC4>(pixel.bytes, bytes(row(pDst, dstStep, y)), roi.width);
+    // Rows laid end to end are filled as one run; fills too large for the
+    // cache are streamed past it, as whole-image copies are.
+    const RowRun rows = row_run(roi, kPixelBytes<T, L>, dstStep, kPixelBytes<T, L>, dstStep, kPixelBytes<T, L>);
+    const bool stream = L != Layout::AC4 && rows.stream;
+    for (int y = 0; y < rows.height; ++y)
+        kernels::set_pixels<kPixelBytes<T, L>, L == Layout::AC4>(pixel.bytes, bytes(row(pDst, dstStep, y)), rows.width,
+                                                                 stream);
+    if (stream) kernels::store_fence();
     return rokStatusOk;
 }
 

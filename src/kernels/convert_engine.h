@@ -20,14 +20,16 @@ inline void plain(D* dst, int begin, int end, Op& op) {
 }
 
 // Non-temporal path for outputs far larger than the cache: a scalar head up
-// to a 32-byte destination boundary, then blocks computed into an aligned
-// stack block and streamed out, then the scalar tail. The store fence makes
-// the streamed data visible to other threads before the kernel returns.
+// to a 64-byte destination boundary (so that no cache line gets both kinds
+// of store, which costs a read of the line and a piecemeal write), then
+// blocks computed into an aligned stack block and streamed out, then the
+// scalar tail. The store fence makes the streamed data visible to other
+// threads before the kernel returns.
 template <class D, class Op>
 inline void streamed(D* dst, int n, Op& op) {
     const std::uintptr_t addr = reinterpret_cast<std::uintptr_t>(dst);
     if (addr % sizeof(D) != 0) return plain(dst, 0, n, op);  // can never reach a boundary
-    int head = int(((32 - addr % 32) % 32) / sizeof(D));
+    int head = int(((64 - addr % 64) % 64) / sizeof(D));
     if (head > n) head = n;
     plain(dst, 0, head, op);
     int i = head;

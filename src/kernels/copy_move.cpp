@@ -91,15 +91,12 @@ void masked_rows(const u8* src, u8* dst, const u8* mask, int n) {
 
 }  // namespace
 
-namespace {
-
-// One unaligned move covers the bytes up to the destination's next 32-byte
-// boundary; the body then stores aligned, ordinary or streaming.
-template <bool kStream>
-void copy_bytes_with(const void* src, void* dst, std::size_t n) {
+void copy_bytes(const void* src, void* dst, std::size_t n) {
     const u8* s = static_cast<const u8*>(src);
     u8* d = static_cast<u8*>(dst);
     if (n < 64) return copy_short(s, d, n);
+    // One unaligned move covers the bytes up to the destination's next
+    // 32-byte boundary; the body then stores aligned.
     store32(d, load32(s));
     const std::size_t head = 32 - (reinterpret_cast<std::uintptr_t>(d) & 31);
     s += head;
@@ -107,22 +104,39 @@ void copy_bytes_with(const void* src, void* dst, std::size_t n) {
     n -= head;
     for (; n >= 64; n -= 64, s += 64, d += 64) {
         const __m256i a = load32(s), b = load32(s + 32);
-        if constexpr (kStream) {
-            _mm256_stream_si256(reinterpret_cast<__m256i*>(d), a);
-            _mm256_stream_si256(reinterpret_cast<__m256i*>(d + 32), b);
-        } else {
-            _mm256_store_si256(reinterpret_cast<__m256i*>(d), a);
-            _mm256_store_si256(reinterpret_cast<__m256i*>(d + 32), b);
-        }
+        _mm256_store_si256(reinterpret_cast<__m256i*>(d), a);
+        _mm256_store_si256(reinterpret_cast<__m256i*>(d + 32), b);
     }
     copy_short(s, d, n);
 }
 
-}  // namespace
-
-void copy_bytes(const void* src, void* dst, std::size_t n) { copy_bytes_with<false>(src, dst, n); }
-
-void copy_bytes_streaming(const void* src, void* dst, std::size_t n) { copy_bytes_with<true>(src, dst, n); }
+// Streaming stores only pay when they fill whole 64-byte lines: an ordinary
+// store into a line first reads it from memory, and a line that gets both
+// kinds, or is streamed in part, is written back piecemeal, which made a
+// streamed row copy several times slower than an ordinary one. So only the
+// bytes before the first 16-byte boundary and after the last one use
+// ordinary stores; 16-byte streaming stores reach the first line boundary
+// and finish the last partial line, and the body streams whole lines.
+void copy_bytes_streaming(const void* src, void* dst, std::size_t n) {
+    const u8* s = static_cast<const u8*>(src);
+    u8* d = static_cast<u8*>(dst);
+    if (n < 64) return copy_short(s, d, n);
+    const std::size_t lead = (0 - reinterpret_cast<std::uintptr_t>(d)) & 15;
+    copy_short(s, d, lead);
+    s += lead;
+    d += lead;
+    n -= lead;
+    for (; n >= 16 && (reinterpret_cast<std::uintptr_t>(d) & 63) != 0; n -= 16, s += 16, d += 16)
+        _mm_stream_si128(reinterpret_cast<__m128i*>(d), load16(s));
+    for (; n >= 64; n -= 64, s += 64, d += 64) {
+        _mm_prefetch(reinterpret_cast<const char*>(s) + 512, _MM_HINT_T0);
+        const __m256i a = load32(s), b = load32(s + 32);
+        _mm256_stream_si256(reinterpret_cast<__m256i*>(d), a);
+        _mm256_stream_si256(reinterpret_cast<__m256i*>(d + 32), b);
+    }
+    for (; n >= 16; n -= 16, s += 16, d += 16) _mm_stream_si128(reinterpret_cast<__m128i*>(d), load16(s));
+    copy_short(s, d, n);
+}
 
 void copy_bytes_aligned64(const void* src, void* dst, std::size_t n) {
     const u8* s = static_cast<const u8*>(src);
@@ -157,7 +171,7 @@ void set_masked(const u8* pixel, u8* dst, const u8* mask, int n) {
 }
 
 template <int PB, bool KeepAlpha>
-void set_pixels(const u8* pixel, u8* dst, int n) {
+void set_pixels(const u8* pixel, u8* dst, int n, bool stream) {
     const std::size_t bytes = std::size_t(n) * PB;
     std::size_t i = 0;
     if constexpr (KeepAlpha) {
@@ -177,6 +191,31 @@ void set_pixels(const u8* pixel, u8* dst, int n) {
         alignas(32) u8 pattern[96];
         for (int b = 0; b < 96; ++b) pattern[b] = pixel[b % PB];
         const __m256i p0 = load32(pattern), p1 = load32(pattern + 32), p2 = load32(pattern + 64);
+        if (stream) {
+            // Streaming stores from the first pixel that starts a 64-byte
+            // line, in whole lines (two periods of three registers, or two
+            // registers), so that no line they touch gets an ordinary store.
+            constexpr std::size_t kLines = kPeriod == 96 ? 192 : 64;
+            int head = -1;
+            for (int h = 0; h < 64 && h < n && head < 0; ++h)
+                if ((reinterpret_cast<std::uintptr_t>(dst) + std::uintptr_t(h) * PB) % 64 == 0) head = h;
+            if (head >= 0 && bytes - std::size_t(head) * PB >= kLines) {
+                set_pixels<PB, false>(pixel, dst, head, false);
+                i = std::size_t(head) * PB;
+                for (; i + kLines <= bytes; i += kLines) {
+                    __m256i* d = reinterpret_cast<__m256i*>(dst + i);
+                    if constexpr (kPeriod == 96) {
+                        const __m256i run[6] = {p0, p1, p2, p0, p1, p2};
+                        for (int k = 0; k < 6; ++k) _mm256_stream_si256(d + k, run[k]);
+                    } else {
+                        _mm256_stream_si256(d, p0);
+                        _mm256_stream_si256(d + 1, p0);
+                    }
+                }
+            }
+        }
+        // Each period starts on a pixel: i is a whole number of periods or
+        // of streamed lines past a pixel boundary.
         for (; i + kPeriod <= bytes; i += kPeriod) {
             store32(dst + i, p0);
             if (kPeriod == 96) {
@@ -186,100 +225,6 @@ void set_pixels(const u8* pixel, u8* dst, int n) {
         }
         std::memcpy(dst + i, pattern, bytes - i);
     }
-}
-
-template <class U, int SS, int DS>
-void copy_channel(const U* src, U* dst, int n) {
-    for (int i = 0; i < n; ++i) dst[std::size_t(i) * DS] = src[std::size_t(i) * SS];
-}
-
-template <class U, int DS>
-void set_channel(U value, U* dst, int n) {
-    for (int i = 0; i < n; ++i) dst[std::size_t(i) * DS] = value;
-}
-
-template <class U>
-void copy_ac4_to_c3(const U* src, U* dst, int n) {
-    for (int i = 0; i < n; ++i)
-        for (int c = 0; c < 3; ++c) dst[3 * std::size_t(i) + c] = src[4 * std::size_t(i) + c];
-}
-
-template <class U>
-void copy_c3_to_ac4(const U* src, U* dst, int n) {
-    for (int i = 0; i < n; ++i)
-        for (int c = 0; c < 3; ++c) dst[4 * std::size_t(i) + c] = src[3 * std::size_t(i) + c];
-}
-
-// Byte shuffles between 16 interleaved C-channel pixels (C vectors) and 16
-// samples of each plane. Split: plane k byte j is interleaved byte C*j + k.
-// Merge: interleaved byte m is plane m % C, pixel m / C. Index 0x80 gives 0,
-// so OR-ing the C shuffles assembles each vector.
-template <int C>
-struct PlaneTables {
-    alignas(16) std::int8_t split[C][C][16];  // [plane][source vector][byte]
-    alignas(16) std::int8_t merge[C][C][16];  // [output vector][plane][byte]
-    constexpr PlaneTables() : split{}, merge{} {
-        for (int a = 0; a < C; ++a)
-            for (int b = 0; b < C; ++b)
-                for (int j = 0; j < 16; ++j) {
-                    const int m = C * j + a;  // split: plane a, source vector b
-                    split[a][b][j] = std::int8_t(m / 16 == b ? m % 16 : 0x80);
-                    const int o = 16 * a + j;  // merge: output vector a, plane b
-                    merge[a][b][j] = std::int8_t(o % C == b ? o / C : 0x80);
-                }
-    }
-};
-template <int C>
-inline constexpr PlaneTables<C> kPlaneTables{};
-
-template <class U, int C>
-void split_planes(const U* src, U* const* planes, int n) {
-    U* p[C];
-    for (int c = 0; c < C; ++c) p[c] = planes[c];
-    int i = 0;
-    if constexpr (sizeof(U) == 1) {
-        const auto& t = kPlaneTables<C>;
-        for (; i + 16 <= n; i += 16) {
-            __m128i v[C];
-            for (int b = 0; b < C; ++b) v[b] = load16(reinterpret_cast<const u8*>(src) + std::size_t(i) * C + 16 * b);
-            for (int k = 0; k < C; ++k) {
-                __m128i out = _mm_setzero_si128();
-                for (int b = 0; b < C; ++b)
-                    out = _mm_or_si128(out, _mm_shuffle_epi8(v[b], load16(reinterpret_cast<const u8*>(t.split[k][b]))));
-                store16(reinterpret_cast<u8*>(p[k] + i), out);
-            }
-        }
-    }
-    for (; i < n; ++i)
-        for (int c = 0; c < C; ++c) p[c][i] = src[C * std::size_t(i) + c];
-}
-
-template <class U, int C>
-void merge_planes(const U* const* planes, U* dst, int n) {
-    const U* p[C];
-    for (int c = 0; c < C; ++c) p[c] = planes[c];
-    int i = 0;
-    if constexpr (sizeof(U) == 1) {
-        const auto& t = kPlaneTables<C>;
-        for (; i + 16 <= n; i += 16) {
-            __m128i v[C];
-            for (int b = 0; b < C; ++b) v[b] = load16(reinterpret_cast<const u8*>(p[b] + i));
-            for (int q = 0; q < C; ++q) {
-                __m128i out = _mm_setzero_si128();
-                for (int b = 0; b < C; ++b)
-                    out = _mm_or_si128(out, _mm_shuffle_epi8(v[b], load16(reinterpret_cast<const u8*>(t.merge[q][b]))));
-                store16(reinterpret_cast<u8*>(dst) + std::size_t(i) * C + 16 * q, out);
-            }
-        }
-    }
-    for (; i < n; ++i)
-        for (int c = 0; c < C; ++c) dst[C * std::size_t(i) + c] = p[c][i];
-}
-
-template <int C>
-void dup_channel(const u8* src, u8* dst, int n) {
-    for (int i = 0; i < n; ++i)
-        for (int c = 0; c < C; ++c) dst[C * std::size_t(i) + c] = src[i];
 }
 
 #define ROK_PIXEL_KERNELS(PB, KA)                                               \
@@ -296,38 +241,16 @@ ROK_PIXEL_KERNELS(16, false)
 ROK_PIXEL_KERNELS(4, true)
 ROK_PIXEL_KERNELS(8, true)
 ROK_PIXEL_KERNELS(16, true)
-template void set_pixels<1, false>(const u8*, u8*, int);
-template void set_pixels<2, false>(const u8*, u8*, int);
-template void set_pixels<3, false>(const u8*, u8*, int);
-template void set_pixels<4, false>(const u8*, u8*, int);
-template void set_pixels<6, false>(const u8*, u8*, int);
-template void set_pixels<8, false>(const u8*, u8*, int);
-template void set_pixels<12, false>(const u8*, u8*, int);
-template void set_pixels<16, false>(const u8*, u8*, int);
-template void set_pixels<4, true>(const u8*, u8*, int);
-template void set_pixels<8, true>(const u8*, u8*, int);
-template void set_pixels<16, true>(const u8*, u8*, int);
-
-#define ROK_WIDTH_KERNELS(U)                                                    \
-    template void copy_channel<U, 3, 1>(const U*, U*, int);                    \
-    template void copy_channel<U, 4, 1>(const U*, U*, int);                    \
-    template void copy_channel<U, 1, 3>(const U*, U*, int);                    \
-    template void copy_channel<U, 1, 4>(const U*, U*, int);                    \
-    template void copy_channel<U, 3, 3>(const U*, U*, int);                    \
-    template void copy_channel<U, 4, 4>(const U*, U*, int);                    \
-    template void set_channel<U, 3>(U, U*, int);                                \
-    template void set_channel<U, 4>(U, U*, int);                                \
-    template void copy_ac4_to_c3<U>(const U*, U*, int);                        \
-    template void copy_c3_to_ac4<U>(const U*, U*, int);                        \
-    template void split_planes<U, 3>(const U*, U* const*, int);                \
-    template void split_planes<U, 4>(const U*, U* const*, int);                \
-    template void merge_planes<U, 3>(const U* const*, U*, int);                \
-    template void merge_planes<U, 4>(const U* const*, U*, int);
-ROK_WIDTH_KERNELS(std::uint8_t)
-ROK_WIDTH_KERNELS(std::uint16_t)
-ROK_WIDTH_KERNELS(std::uint32_t)
-
-template void dup_channel<3>(const u8*, u8*, int);
-template void dup_channel<4>(const u8*, u8*, int);
+template void set_pixels<1, false>(const u8*, u8*, int, bool);
+template void set_pixels<2, false>(const u8*, u8*, int, bool);
+template void set_pixels<3, false>(const u8*, u8*, int, bool);
+template void set_pixels<4, false>(const u8*, u8*, int, bool);
+template void set_pixels<6, false>(const u8*, u8*, int, bool);
+template void set_pixels<8, false>(const u8*, u8*, int, bool);
+template void set_pixels<12, false>(const u8*, u8*, int, bool);
+template void set_pixels<16, false>(const u8*, u8*, int, bool);
+template void set_pixels<4, true>(const u8*, u8*, int, bool);
+template void set_pixels<8, true>(const u8*, u8*, int, bool);
+template void set_pixels<16, true>(const u8*, u8*, int, bool);
 
 }  // namespace rok::kernels

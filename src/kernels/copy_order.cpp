@@ -1,5 +1,7 @@
 #include "kernels/copy_order.h"
 
+#include "kernels/copy_move.h"
+
 #include <immintrin.h>
 
 #include <algorithm>
@@ -57,6 +59,34 @@ struct Reverser {
     }
 };
 
+// Three-channel pixels have no power-of-two size, so in place they move in
+// chunks of 12 bytes (4, 2 or 1 pixels): loaded as 16 bytes that hold the
+// chunk at offset 0 ("head" chunk) or at offset 4 ("tail" chunk, loaded up
+// to its end), reversed by a shuffle into bytes 0..11 and stored as exactly
+// 12 bytes, so nothing outside the chunk is written.
+template <int PB>
+struct Chunk12 {
+    static constexpr int kPixels = 12 / PB;
+    __m128i fromHead, fromTail;
+    Chunk12() {
+        alignas(16) std::int8_t h[16], t[16];
+        for (int j = 0; j < 16; ++j) {
+            const int at = (kPixels - 1 - j / PB) * PB + j % PB;
+            h[j] = std::int8_t(j < 12 ? at : 0x80);
+            t[j] = std::int8_t(j < 12 ? 4 + at : 0x80);
+        }
+        fromHead = _mm_load_si128(reinterpret_cast<const __m128i*>(h));
+        fromTail = _mm_load_si128(reinterpret_cast<const __m128i*>(t));
+    }
+    static __m128i load_head(const u8* chunk) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(chunk)); }
+    static __m128i load_tail(const u8* chunk) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(chunk - 4)); }
+    static void store(u8* p, __m128i v) {
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(p), v);
+        const int last = _mm_extract_epi32(v, 2);
+        std::memcpy(p + 8, &last, 4);
+    }
+};
+
 }  // namespace
 
 template <class U, int SC, int DC, int NP>
@@ -64,6 +94,9 @@ void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
     int ord[NP];
     for (int k = 0; k < NP; ++k) ord[k] = order[k];
     int i = 0;
+    bool exact = true;
+    for (int k = 0; k < NP; ++k) exact = exact && ord[k] < SC;
+    if (sizeof(U) > 1 || SC != DC || DC != NP || !exact) i = reorder_runs<U, SC, DC, NP>(src, dst, n, ord, fill);
     if constexpr (sizeof(U) == 1 && SC == DC && DC == NP) {
         // Whole 8-bit pixels reordered by one byte shuffle: 5 three-channel
         // pixels (the 16th byte is the next pixel's first sample, rewritten
@@ -75,8 +108,6 @@ void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
         for (int j = 0; j < 16; ++j)
             idx[j] = std::int8_t(j / SC < K && ord[j % SC] < SC ? (j / SC) * SC + ord[j % SC] : j);
         const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(idx));
-        bool exact = true;
-        for (int k = 0; k < NP; ++k) exact = exact && ord[k] < SC;
         for (; exact && n - i >= K + 1; i += K) {
             const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::size_t(i) * SC));
             _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::size_t(i) * DC), _mm_shuffle_epi8(v, shuffle));
@@ -97,17 +128,29 @@ void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
 template <int PB, bool KeepAlpha>
 void reverse_pixels(const u8* src, u8* dst, int n) {
     int i = 0;
-    if constexpr (PB == 3) {
-        // Five 3-byte pixels per 16 bytes. The load starts one byte early
-        // (a sixth source pixel precedes the five), and the 16th byte stored
-        // belongs to destination pixel i+5, which the next step rewrites.
+    if constexpr (PB == 3 || PB == 6 || PB == 12) {
+        // K whole pixels fit in a 16-byte lane with `spare` bytes over. Each
+        // lane is loaded starting `spare` bytes before its K source pixels
+        // (an earlier source pixel is there) and reversed by one shuffle;
+        // its last `spare` bytes belong to the next destination pixels,
+        // which the next lane or step writes again, so the loop keeps one
+        // pixel in hand. Two lanes, of consecutive destination pixels, per
+        // register.
+        constexpr int K = 16 / PB, spare = 16 - K * PB;
         alignas(16) std::int8_t idx[16];
-        for (int j = 0; j < 15; ++j) idx[j] = std::int8_t(1 + 3 * (4 - j / 3) + j % 3);
-        idx[15] = std::int8_t(0x80);
-        const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(idx));
-        for (; n - i >= 6; i += 5) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::size_t(n - i - 5) * 3 - 1));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::size_t(i) * 3), _mm_shuffle_epi8(v, shuffle));
+        for (int j = 0; j < 16; ++j)
+            idx[j] = std::int8_t(j < K * PB ? spare + (K - 1 - j / PB) * PB + j % PB : 0x80);
+        const __m256i shuffle = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(idx)));
+        for (; n - i >= 2 * K + 1; i += 2 * K) {
+            const u8* s0 = src + std::size_t(n - i - K) * PB - spare;
+            const u8* s1 = src + std::size_t(n - i - 2 * K) * PB - spare;
+            const __m256i v = _mm256_inserti128_si256(
+                _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s0))),
+                _mm_loadu_si128(reinterpret_cast<const __m128i*>(s1)), 1);
+            const __m256i r = _mm256_shuffle_epi8(v, shuffle);
+            u8* d = dst + std::size_t(i) * PB;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(r));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d + K * PB), _mm256_extracti128_si256(r, 1));
         }
     }
     if constexpr (kVectorPixel<PB>) {
@@ -122,6 +165,18 @@ void reverse_pixels(const u8* src, u8* dst, int n) {
 template <int PB, bool KeepAlpha>
 void reverse_pixels_inplace(u8* row, int n) {
     int l = 0, r = n;  // pixels [l, r) still to reverse
+    if constexpr (PB == 3 || PB == 6 || PB == 12) {
+        // The 16-byte loads reach 4 bytes into the unreversed middle.
+        const Chunk12<PB> c;
+        constexpr int K = Chunk12<PB>::kPixels;
+        for (; (r - l) * PB >= 24 + 4; l += K, r -= K) {
+            u8* a = row + std::size_t(l) * PB;
+            u8* b = row + std::size_t(r - K) * PB;
+            const __m128i va = c.load_head(a), vb = c.load_tail(b);
+            c.store(a, _mm_shuffle_epi8(vb, c.fromTail));
+            c.store(b, _mm_shuffle_epi8(va, c.fromHead));
+        }
+    }
     if constexpr (kVectorPixel<PB>) {
         const Reverser<PB> rev;
         constexpr int K = Reverser<PB>::kPixels;
@@ -157,6 +212,19 @@ void swap_rows(u8* a, u8* b, int n) {
 template <int PB, bool KeepAlpha>
 void swap_rows_reversed(u8* a, u8* b, int n) {
     int i = 0;
+    if constexpr (PB == 3 || PB == 6 || PB == 12) {
+        // Pixel i of a meets pixel n-1-i of b; the 16-byte loads reach 4
+        // bytes past a's chunk and before b's, still inside the rows.
+        const Chunk12<PB> c;
+        constexpr int K = Chunk12<PB>::kPixels;
+        for (; (n - i - K) * PB >= 4; i += K) {
+            u8* pa = a + std::size_t(i) * PB;
+            u8* pb = b + std::size_t(n - i - K) * PB;
+            const __m128i va = c.load_head(pa), vb = c.load_tail(pb);
+            c.store(pa, _mm_shuffle_epi8(vb, c.fromTail));
+            c.store(pb, _mm_shuffle_epi8(va, c.fromHead));
+        }
+    }
     if constexpr (kVectorPixel<PB>) {
         const Reverser<PB> rev;
         constexpr int K = Reverser<PB>::kPixels;
@@ -209,12 +277,46 @@ inline void transpose_4x4(const u8* src, int srcStep, u8* dst, int dstStep) {
     for (int i = 0; i < 4; ++i) _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(i) * dstStep), o[i]);
 }
 
+// 8 x 8 samples of 2 bytes: interleave 16-, 32-, then 64-bit units; as in
+// the 16 x 16 case, register i ends with source column bit-reverse(i).
+inline void transpose_8x8(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m128i r[8], t[8];
+    for (int i = 0; i < 8; ++i) r[i] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::ptrdiff_t(i) * srcStep));
+    for (int i = 0; i < 4; ++i) {
+        t[i] = _mm_unpacklo_epi16(r[2 * i], r[2 * i + 1]);
+        t[i + 4] = _mm_unpackhi_epi16(r[2 * i], r[2 * i + 1]);
+    }
+    for (int i = 0; i < 4; ++i) {
+        r[i] = _mm_unpacklo_epi32(t[2 * i], t[2 * i + 1]);
+        r[i + 4] = _mm_unpackhi_epi32(t[2 * i], t[2 * i + 1]);
+    }
+    for (int i = 0; i < 4; ++i) {
+        t[i] = _mm_unpacklo_epi64(r[2 * i], r[2 * i + 1]);
+        t[i + 4] = _mm_unpackhi_epi64(r[2 * i], r[2 * i + 1]);
+    }
+    static constexpr int kBitReversed[8] = {0, 4, 2, 6, 1, 5, 3, 7};
+    for (int i = 0; i < 8; ++i)
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(kBitReversed[i]) * dstStep), t[i]);
+}
+
+// 4 x 4 samples of 8 bytes: interleave 64-bit units, then 128-bit halves.
+inline void transpose_4x4_wide(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m256i r[4];
+    for (int i = 0; i < 4; ++i) r[i] = load32(src + std::ptrdiff_t(i) * srcStep);
+    const __m256i t0 = _mm256_unpacklo_epi64(r[0], r[1]), t1 = _mm256_unpackhi_epi64(r[0], r[1]);
+    const __m256i t2 = _mm256_unpacklo_epi64(r[2], r[3]), t3 = _mm256_unpackhi_epi64(r[2], r[3]);
+    store32(dst, _mm256_permute2x128_si256(t0, t2, 0x20));
+    store32(dst + dstStep, _mm256_permute2x128_si256(t1, t3, 0x20));
+    store32(dst + 2 * std::ptrdiff_t(dstStep), _mm256_permute2x128_si256(t0, t2, 0x31));
+    store32(dst + 3 * std::ptrdiff_t(dstStep), _mm256_permute2x128_si256(t1, t3, 0x31));
+}
+
 template <int PB>
 void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
-    if constexpr (PB == 1 || PB == 4) {
-        // Whole vector tiles (16 x 16 bytes, 4 x 4 words); the edge strips
-        // by the loop below.
-        constexpr int T = PB == 1 ? 16 : 4;
+    if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8) {
+        // Whole vector tiles (16 x 16 bytes, 8 x 8 or 4 x 4 samples); the
+        // edge strips by the loop below.
+        constexpr int T = PB == 1 ? 16 : PB == 2 ? 8 : 4;
         if (w >= T && h >= T) {
             const int wt = w / T * T, ht = h / T * T;
             for (int y = 0; y < ht; y += T)
@@ -222,7 +324,9 @@ void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, in
                     const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
                     u8* d = dst + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB;
                     if constexpr (PB == 1) transpose_16x16(s, srcStep, d, dstStep);
-                    else transpose_4x4(s, srcStep, d, dstStep);
+                    else if constexpr (PB == 2) transpose_8x8(s, srcStep, d, dstStep);
+                    else if constexpr (PB == 4) transpose_4x4(s, srcStep, d, dstStep);
+                    else transpose_4x4_wide(s, srcStep, d, dstStep);
                 }
             if (wt < w)
                 transpose_block<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
