@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "guarded.h"
+#include "members.h"
 #include "random.h"
 #include "roki.h"
 
@@ -34,19 +35,7 @@ struct Members {
             rokiMinIndx_##t##_##l##R, rokiMaxIndx_##t##_##l##R, rokiMinEvery_##t##_##l##IR,                   \
             rokiMaxEvery_##t##_##l##IR                                                                        \
     }
-#define ROK_LAYOUTS(t, T) \
-    ROK_MEMBERS(t, T, C1, 1, 1), ROK_MEMBERS(t, T, C3, 3, 3), ROK_MEMBERS(t, T, C4, 4, 4), ROK_MEMBERS(t, T, AC4, 4, 3)
-
-template <class T>
-std::vector<Members<T>> members();
-template <>
-std::vector<Members<Rok8u>> members() { return {ROK_LAYOUTS(8u, Rok8u)}; }
-template <>
-std::vector<Members<Rok16s>> members() { return {ROK_LAYOUTS(16s, Rok16s)}; }
-template <>
-std::vector<Members<Rok16u>> members() { return {ROK_LAYOUTS(16u, Rok16u)}; }
-template <>
-std::vector<Members<Rok32f>> members() { return {ROK_LAYOUTS(32f, Rok32f)}; }
+ROK_MEMBER_TABLES
 
 template <class T>
 class Extrema : public ::testing::Test {};
