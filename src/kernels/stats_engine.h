@@ -161,7 +161,7 @@ inline __m256i bytes_below(std::size_t n) {
 // Several: every byte position of the P-vector block keeps its own 16-bit
 // lane (even and odd bytes apart), moved into 64-bit lanes before any
 // reaches 256 additions, and positions are folded to channels at the end.
-template <int P, class Term>
+template <int P, bool Unit = false, class Term>
 void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, Term term,
                     std::int64_t* out) {
     const __m256i zero = _mm256_setzero_si256();
@@ -176,14 +176,26 @@ void sum_byte_terms(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t 
                     _mm256_loadu_si256(reinterpret_cast<const __m256i*>(rb + i)), int(k));
     };
     if (nc == 1) {
-        __m256i acc = zero;
+        // Terms of 0 or 1 (Unit) first gather in byte counters, summed
+        // every 255 steps.
+        __m256i acc = zero, counts = zero;
+        int steps = 0;
         for (int y = 0; y < h; ++y) {
             const Rok8u* ra = row(a, as, y);
             const Rok8u* rb = b ? row(b, bs, y) : ra;
             walk_row<P, 32>(m, [&](auto k, std::size_t i, auto n) {
-                acc = _mm256_add_epi64(acc, _mm256_sad_epu8(terms(ra, rb, k, i, n), zero));
+                if constexpr (Unit) {
+                    counts = _mm256_add_epi8(counts, terms(ra, rb, k, i, n));
+                    if (++steps < 255) return;
+                    acc = _mm256_add_epi64(acc, _mm256_sad_epu8(counts, zero));
+                    counts = zero;
+                    steps = 0;
+                } else {
+                    acc = _mm256_add_epi64(acc, _mm256_sad_epu8(terms(ra, rb, k, i, n), zero));
+                }
             });
         }
+        acc = _mm256_add_epi64(acc, _mm256_sad_epu8(counts, zero));
         alignas(32) std::int64_t lanes[4];
         _mm256_store_si256(reinterpret_cast<__m256i*>(lanes), acc);
         out[0] += lanes[0] + lanes[1] + lanes[2] + lanes[3];

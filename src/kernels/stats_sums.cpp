@@ -47,6 +47,16 @@ struct ByteTerms {
     }
 };
 
+// Terms that are 0 or 1.
+template <int P>
+struct UnitByteTerms {
+    template <class Term>
+    static void run(const Rok8u* a, int as, const Rok8u* b, int bs, std::size_t m, int h, int nc, Term term,
+                    std::int64_t* out) {
+        sum_byte_terms<P, true>(a, as, b, bs, m, h, nc, term, out);
+    }
+};
+
 const auto kByteValue = [](__m256i x, __m256i, int) { return x; };
 const auto kByteDistance = [](__m256i x, __m256i y, int) {
     return _mm256_or_si256(_mm256_subs_epu8(x, y), _mm256_subs_epu8(y, x));
@@ -170,7 +180,7 @@ void count_in_range(const Rok8u* p, int step, std::size_t m, int h, int nc, cons
         const __m256i d = _mm256_sub_epi8(x, lv[k]);
         return _mm256_and_si256(_mm256_cmpeq_epi8(_mm256_min_epu8(d, span[k]), d), _mm256_set1_epi8(1));
     };
-    by_channels<ByteTerms, 4>(nc, p, step, static_cast<const Rok8u*>(nullptr), 0, m, h, nc, inside, out);
+    by_channels<UnitByteTerms, 4>(nc, p, step, static_cast<const Rok8u*>(nullptr), 0, m, h, nc, inside, out);
 }
 
 void count_in_range(const Rok32f* p, int step, std::size_t m, int h, int nc, const Rok32f* lo, const Rok32f* hi,

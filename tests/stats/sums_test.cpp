@@ -239,7 +239,8 @@ TEST(Reductions8u, MeanDividesByThe32BitCount) {
 }
 
 // Many rows of the largest byte: the per-position 16-bit lanes of the
-// multi-channel 8u sums must be emptied before they overflow.
+// multi-channel 8u sums and the byte counters of one-channel range counts
+// must be emptied before they overflow.
 TEST(Reductions8u, LongMultiChannelSumsAreExact) {
     const int w = 45, h = 700;
     std::vector<Rok8u> full(std::size_t(w) * 4 * h, 255), none(full.size(), 0);
@@ -255,6 +256,9 @@ TEST(Reductions8u, LongMultiChannelSumsAreExact) {
     int counts[3];
     ASSERT_EQ(rokiCountInRange_8u_C3R(full.data(), 3 * w, {w, h}, counts, lo, hi), rokStatusOk);
     for (int c = 0; c < 3; ++c) EXPECT_EQ(counts[c], w * h);
+    // One channel gathers counts in bytes, emptied before they wrap.
+    ASSERT_EQ(rokiCountInRange_8u_C1R(full.data(), 4 * w, {4 * w, h}, counts, 255, 255), rokStatusOk);
+    EXPECT_EQ(counts[0], 4 * w * h);
 }
 
 }  // namespace
