@@ -4,7 +4,9 @@
 #include <omp.h>
 #include <opencv2/core/utility.hpp>
 
+#include <chrono>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "rokcore.h"
@@ -22,6 +24,9 @@ void run_timed(benchmark::State& state, const std::function<void()>& fn, int thr
     rokSetNumThreads(threads);
     cv::setNumThreads(threads);
     fn();  // warm the caches and page in the images
+    // Let pool threads left spinning by the previous case (OpenMP's or
+    // OpenCV's) go to sleep, so they take no issue slots from this one.
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
     for (auto _ : state) fn();
     state.SetBytesProcessed(std::int64_t(state.iterations()) * std::int64_t(bytes));
 }
