@@ -40,4 +40,25 @@ Span divide_span(const P* a, const P* b, P* d, int n, int sf, int mode, bool* ze
 // multiplier and a shift, 16 samples per step.
 Span divide16s_constant_span(const Rok16s* s, Rok16s value, Rok16s* d, int n, int sf);
 
+// 32fc Mul and Div (d = b / a), four complex samples a vector, with the
+// products, sums and reciprocal-estimate division of the scalar rule in the
+// same order, so results are bit-identical. Sets *zero when a divisor in the
+// span was 0.
+template <ArithOp Op>
+Span complex_float_span(const Rok32fc* a, const Rok32fc* b, Rok32fc* d, int n, bool* zero);
+
+// 16sc Mul with the scale-factor rule, every sf up to 31 (all the scale
+// factors before every result rounds to 0).
+Span complex_mul16_span(const Rok16sc* a, const Rok16sc* b, Rok16sc* d, int n, int sf);
+
+// 16sc Div d = b / a = b conj(a) / |a|^2, scaled by 2^-sf and rounded by
+// `mode`, every scale factor, exactly (double precision, see the kernel).
+// Sets *zero when a divisor in the span was 0.
+Span complex_div16_span(const Rok16sc* a, const Rok16sc* b, Rok16sc* d, int n, int sf, int mode, bool* zero);
+
+// Add and Sub of 32-bit samples (the parts of 32sc) with the scale-factor
+// rule and saturation to int32, every sf up to 40.
+template <ArithOp Op>
+Span scaled32_span(const Rok32s* a, const Rok32s* b, Rok32s* d, int n, int sf);
+
 }  // namespace rok::kernels
