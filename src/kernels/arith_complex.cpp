@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <limits>
 
+#include "kernels/arith_round.h"
 #include "kernels/arith_simd.h"
 
 namespace rok::kernels {
@@ -162,20 +163,7 @@ inline __m256i complex_mul16(__m256i x, __m256i y, const Scale16& scale) {
 // 0, at s = -64 every non-zero t saturates.
 template <int Mode>
 inline __m128i round_quotient(__m256d num, __m256d den, __m256d scale) {
-    const __m256d t = _mm256_div_pd(_mm256_mul_pd(num, scale), den);
-    __m256d r;
-    if constexpr (Mode == rokRoundTruncate) {
-        r = _mm256_round_pd(t, _MM_FROUND_TO_ZERO | _MM_FROUND_NO_EXC);
-    } else {
-        r = _mm256_round_pd(t, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
-        if constexpr (Mode == rokRoundHalfAway) {
-            // A tie (t - r exact: r is within a half of t) moves away from 0.
-            const __m256d sign = _mm256_set1_pd(-0.0);
-            const __m256d half = _mm256_set1_pd(0.5);
-            const __m256d tie = _mm256_cmp_pd(_mm256_andnot_pd(sign, _mm256_sub_pd(t, r)), half, _CMP_EQ_OQ);
-            r = _mm256_blendv_pd(r, _mm256_add_pd(t, _mm256_or_pd(_mm256_and_pd(t, sign), half)), tie);
-        }
-    }
+    __m256d r = round_by_mode<Mode>(_mm256_div_pd(_mm256_mul_pd(num, scale), den));
     r = _mm256_max_pd(_mm256_min_pd(r, _mm256_set1_pd(32767.0)), _mm256_set1_pd(-32768.0));
     return _mm256_cvttpd_epi32(r);  // NaN and infinity of zero divisors are replaced later
 }

@@ -19,8 +19,8 @@ struct Span {
 // Add, Sub, Mul of 8u, 16u and 16s (operand order as arith_row), scaled by
 // 2^-sf with round half to even, or shifted left with saturation, exactly as
 // the scalar rule. Covers every negative scale factor and the positive ones
-// up to 14 (8u) or 30 (16-bit types): all below each zero cut-off except
-// 15 and 16 of the 8u products.
+// up to 14 (8u) or 30 (16-bit types), and the unsigned products up to 16
+// (8u) or 32 (16u): every scale factor below each zero cut-off.
 template <ArithOp Op, class P>
 Span scaled_span(const P* a, const P* b, P* d, int n, int sf);
 
@@ -28,10 +28,11 @@ Span scaled_span(const P* a, const P* b, P* d, int n, int sf);
 template <class P>
 Span mul_scale_span(const P* a, const P* b, P* d, int n);
 
-// Division d = b / a of 8u, 16u and 16s, rounded by `mode`, for
-// -30 <= sf <= 7: a float quotient estimate, then an exact correction from
-// the remainder, so the results equal the exact rule's. Sets *zero when a
-// divisor in the span was 0.
+// Division d = b / a of 8u, 16u and 16s, rounded by `mode`, every scale
+// factor: for -30 <= sf <= 7 (8u: all) a float quotient estimate, then an
+// exact correction from the remainder, so the results equal the exact
+// rule's; 16-bit samples beyond that through the double-precision steps of
+// the scalar rule. Sets *zero when a divisor in the span was 0.
 template <class P>
 Span divide_span(const P* a, const P* b, P* d, int n, int sf, int mode, bool* zero);
 
