@@ -232,8 +232,8 @@ bool complex_int_scalar(const T* a, const T* b, T* d, int from, int to, int sf, 
     return zero;
 }
 
-// 16sc has vector bodies for every scale factor it can meet; the 32sc
-// products need up to 64 (Mul) or 128 (Div) exact bits and stay scalar.
+// Vector bodies cover every scale factor each type can meet, except 32sc
+// Div, whose exact quotient needs up to 128 bits: it stays scalar.
 template <ArithOp Op, class T>
 RokStatus complex_int_row(const T* a, const T* b, T* d, int n, int sf, int mode) {
     bool zero = false;
@@ -241,6 +241,8 @@ RokStatus complex_int_row(const T* a, const T* b, T* d, int n, int sf, int mode)
     if constexpr (std::is_same_v<T, Rok16sc>) {
         if constexpr (Op == ArithOp::Mul) v = complex_mul16_span(a, b, d, n, sf);
         else v = complex_div16_span(a, b, d, n, sf, mode, &zero);
+    } else if constexpr (Op == ArithOp::Mul) {
+        v = complex_mul32_span(a, b, d, n, sf);
     }
     zero |= complex_int_scalar<Op>(a, b, d, 0, v.begin, sf, mode);
     zero |= complex_int_scalar<Op>(a, b, d, v.end, n, sf, mode);

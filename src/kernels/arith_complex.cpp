@@ -211,24 +211,27 @@ Span complex_div16_body(const Rok16sc* a, const Rok16sc* b, Rok16sc* d, int n, i
     return s;
 }
 
-// ---- 32-bit parts: Add and Sub --------------------------------------------
+// ---- 32-bit parts ------------------------------------------------------------
 
-// Exact sums in 64-bit lanes, scaled and saturated to int32. AVX2 has no
-// 64-bit arithmetic right shift, so the floor division by 2^sf runs on the
-// sum biased by 2^40 (non-negative, as |sum| <= 2^32, and a multiple of
-// 2^sf up to the largest scale factor taken).
-struct Scale32 {
+// The scale-factor rule on exact results in 64-bit lanes, saturated to int32.
+// AVX2 has no 64-bit arithmetic right shift: the floor of v / 2^sf is the
+// logical shift with the sign bits shifted in by hand. As for 16sc, the
+// imaginary part of a product, ar bi + ai br, reaches 2^63 only when all four
+// parts are INT32_MIN; it wraps to INT64_MIN, which no exact result equals,
+// and those lanes take `corner`, 2^63 scaled and saturated.
+struct Scale64 {
     int sf;
-    __m128i count;
-    __m256i bias, unbias, mask, half, one, lo, hi;
-    explicit Scale32(int s)
+    __m128i count, fill, left;
+    __m256i mask, half, one, corner, lo, hi;
+    explicit Scale64(int s)
         : sf(s),
-          count(_mm_cvtsi32_si128(s > 0 ? s : std::min(-s, 32))),
-          bias(_mm256_set1_epi64x(std::int64_t(1) << 40)),
-          unbias(_mm256_set1_epi64x(s > 0 ? std::int64_t(1) << (40 - s) : 0)),
-          mask(_mm256_set1_epi64x(s > 0 ? (std::int64_t(1) << s) - 1 : 0)),
-          half(_mm256_set1_epi64x(s > 0 ? std::int64_t(1) << (s - 1) : 0)),
+          count(_mm_cvtsi32_si128(s > 0 ? s : 0)),
+          fill(_mm_cvtsi32_si128(s > 0 ? 64 - s : 0)),
+          left(_mm_cvtsi32_si128(s < 0 ? std::min(-s, 32) : 0)),
+          mask(_mm256_set1_epi64x(s > 0 ? std::int64_t((std::uint64_t(1) << s) - 1) : 0)),
+          half(_mm256_set1_epi64x(s > 0 ? std::int64_t(std::uint64_t(1) << (s - 1)) : 0)),
           one(_mm256_set1_epi64x(1)),
+          corner(_mm256_set1_epi64x(s <= 32 ? INT32_MAX : std::int64_t(1) << (63 - s))),
           lo(_mm256_set1_epi64x(INT32_MIN)),
           hi(_mm256_set1_epi64x(INT32_MAX)) {}
 
@@ -238,15 +241,21 @@ struct Scale32 {
     }
     __m256i operator()(__m256i v) const {
         if (sf > 0) {
-            const __m256i u = _mm256_add_epi64(v, bias);
-            const __m256i q = _mm256_sub_epi64(_mm256_srl_epi64(u, count), unbias);
-            const __m256i rem = _mm256_and_si256(u, mask);
+            // floor(v / 2^sf), up by one when the remainder is above half, or
+            // at half with an odd floor (rem > half - odd: no overflow).
+            const __m256i negative = _mm256_cmpgt_epi64(_mm256_setzero_si256(), v);
+            const __m256i q = _mm256_or_si256(_mm256_srl_epi64(v, count), _mm256_sll_epi64(negative, fill));
+            const __m256i rem = _mm256_and_si256(v, mask);
             v = _mm256_sub_epi64(q, _mm256_cmpgt_epi64(rem, _mm256_sub_epi64(half, _mm256_and_si256(q, one))));
         } else if (sf < 0) {
             // Shifts beyond 32 saturate every non-zero clamped value alike.
-            v = _mm256_sll_epi64(clamp(v), count);
+            v = _mm256_sll_epi64(clamp(v), left);
         }
         return clamp(v);
+    }
+    __m256i imaginary(__m256i v) const {
+        const __m256i wrapped = _mm256_cmpeq_epi64(v, _mm256_set1_epi64x(INT64_MIN));
+        return _mm256_blendv_epi8((*this)(v), corner, wrapped);
     }
 };
 
@@ -293,9 +302,9 @@ Span complex_div16_span(const Rok16sc* a, const Rok16sc* b, Rok16sc* d, int n, i
 
 template <ArithOp Op>
 Span scaled32_span(const Rok32s* a, const Rok32s* b, Rok32s* d, int n, int sf) {
-    if (sf > 40) return {};
+    if (sf > 63) return {};
     const Span s = vector_span<4>(d, n);
-    const Scale32 scale(sf);
+    const Scale64 scale(sf);
     for (int i = s.begin; i < s.end; i += 8) {
         const __m256i x = load(a + i), y = load(b + i);
         const __m256i x0 = _mm256_cvtepi32_epi64(_mm256_castsi256_si128(x));
@@ -306,6 +315,24 @@ Span scaled32_span(const Rok32s* a, const Rok32s* b, Rok32s* d, int n, int sf) {
         if constexpr (Op == ArithOp::Add) e0 = _mm256_add_epi64(x0, y0), e1 = _mm256_add_epi64(x1, y1);
         else e0 = _mm256_sub_epi64(y0, x0), e1 = _mm256_sub_epi64(y1, x1);
         store(d + i, narrow64(scale(e0), scale(e1)));
+    }
+    return s;
+}
+
+// Four complex samples a vector; the 32 x 32-bit products are exact in
+// 64-bit lanes, and so is re = ar br - ai bi (|re| < 2^63); im wraps only at
+// the corner that Scale64 takes apart. The results go back as (re, im)
+// pairs of 32 bits.
+Span complex_mul32_span(const Rok32sc* a, const Rok32sc* b, Rok32sc* d, int n, int sf) {
+    if (sf > 63) return {};
+    const Span s = vector_span<8>(d, n);
+    const Scale64 scale(sf);
+    for (int i = s.begin; i < s.end; i += 4) {
+        const __m256i x = load(a + i), y = load(b + i);
+        const __m256i xi = _mm256_srli_epi64(x, 32), yi = _mm256_srli_epi64(y, 32);
+        const __m256i re = _mm256_sub_epi64(_mm256_mul_epi32(x, y), _mm256_mul_epi32(xi, yi));
+        const __m256i im = _mm256_add_epi64(_mm256_mul_epi32(x, yi), _mm256_mul_epi32(xi, y));
+        store(d + i, _mm256_blend_epi32(scale(re), _mm256_slli_epi64(scale.imaginary(im), 32), 0xAA));
     }
     return s;
 }

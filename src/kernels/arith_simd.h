@@ -58,8 +58,13 @@ Span complex_mul16_span(const Rok16sc* a, const Rok16sc* b, Rok16sc* d, int n, i
 Span complex_div16_span(const Rok16sc* a, const Rok16sc* b, Rok16sc* d, int n, int sf, int mode, bool* zero);
 
 // Add and Sub of 32-bit samples (the parts of 32sc) with the scale-factor
-// rule and saturation to int32, every sf up to 40.
+// rule and saturation to int32, every sf up to 63.
 template <ArithOp Op>
 Span scaled32_span(const Rok32s* a, const Rok32s* b, Rok32s* d, int n, int sf);
+
+// 32sc Mul with the scale-factor rule, every sf up to 63 (all before every
+// result rounds to 0). 32sc Div needs up to 128 exact bits and has no
+// vector body.
+Span complex_mul32_span(const Rok32sc* a, const Rok32sc* b, Rok32sc* d, int n, int sf);
 
 }  // namespace rok::kernels

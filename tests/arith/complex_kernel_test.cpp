@@ -134,6 +134,7 @@ std::vector<T> edgy_row(std::mt19937& rng, int n) {
 }
 
 bool zero_complex(Rok16sc a) { return a.re == 0 && a.im == 0; }
+bool zero_complex(Rok32sc a) { return a.re == 0 && a.im == 0; }
 bool zero_complex(Rok32fc a) { return a.re * a.re + a.im * a.im == 0.0f; }
 
 template <class T>
@@ -222,6 +223,21 @@ TEST(ArithComplexKernels, Div16scEveryScaleFactorAndMode) {
             sweep<Rok16sc>(43 + sf, [sf, mode](const Rok16sc* a, const Rok16sc* b, Rok16sc* d, int n) { return arith_row<ArithOp::Div, Rok16sc>(a, b, d, n, sf, mode); },
                            [sf, mode](Rok16sc a, Rok16sc b) { return ref_div16(a, b, sf, mode); }, true);
         }
+}
+
+// Products of 32-bit parts: up to 63 exact bits, 2^63 at the INT32_MIN
+// corner of the imaginary part.
+TEST(ArithComplexKernels, Mul32scEveryScaleFactor) {
+    for (int sf = -35; sf <= 66; sf += (sf < -3 || (sf > 3 && sf < 29) || (sf > 35 && sf < 60)) ? 4 : 1) {
+        SCOPED_TRACE(sf);
+        sweep<Rok32sc>(
+            61 + sf, [sf](const Rok32sc* a, const Rok32sc* b, Rok32sc* d, int n) { return arith_row<ArithOp::Mul, Rok32sc>(a, b, d, n, sf, 1); },
+            [sf](Rok32sc a, Rok32sc b) {
+                const Wide ar = a.re, ai = a.im, br = b.re, bi = b.im;
+                return Rok32sc{rokt::ref::scale<Rok32s>(ar * br - ai * bi, sf), rokt::ref::scale<Rok32s>(ar * bi + ai * br, sf)};
+            },
+            false);
+    }
 }
 
 // Quotients at and next to the rounding points: b / a with a = (1, 1) is
