@@ -1,5 +1,6 @@
 // Pixel arithmetic beside the OpenCV calls that do the same work.
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "harness.h"
 
@@ -89,6 +90,26 @@ const bool mulscale8 = rokbench::add("MulScale_8u_C1R", [](int w, int h) {
         [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) {
             rokiMulScale_8u_C1R(ptr<Rok8u>(a), step_of(a), ptr<Rok8u>(b), step_of(b), ptr<Rok8u>(d), step_of(d), roi_of(a)); },
         [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) { cv::multiply(a, b, d, 1.0 / 255); });
+});
+
+// Complex products of interleaved (re, im) floats: cv::mulSpectrums on
+// two-channel matrices is the per-element complex product. Rounding of the
+// four products and two sums may differ in the last bit.
+const bool mul32fc = rokbench::add("Mul_32fc_C1R", [](int w, int h) {
+    return binary_case(w, h, CV_32FC2, -100, 100, 1e-2,
+        [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) {
+            rokiMul_32fc_C1R(ptr<Rok32fc>(a), step_of(a), ptr<Rok32fc>(b), step_of(b), ptr<Rok32fc>(d), step_of(d), roi_of(a)); },
+        [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) { cv::mulSpectrums(a, b, d, 0); });
+});
+
+// Complex quotients, the second image by the first: cv::divSpectrums(b, a).
+// Parts from 1 up keep |a|^2 >= 2; ours divides by the refined reciprocal
+// estimate, so the last bits may differ.
+const bool div32fc = rokbench::add("Div_32fc_C1R", [](int w, int h) {
+    return binary_case(w, h, CV_32FC2, 1, 100, 1e-3,
+        [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) {
+            rokiDiv_32fc_C1R(ptr<Rok32fc>(a), step_of(a), ptr<Rok32fc>(b), step_of(b), ptr<Rok32fc>(d), step_of(d), roi_of(a)); },
+        [](const cv::Mat& a, const cv::Mat& b, cv::Mat& d) { cv::divSpectrums(b, a, d, 0); });
 });
 
 template <class Rok, class Cv>

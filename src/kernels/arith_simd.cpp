@@ -1,9 +1,13 @@
 #include "kernels/arith_simd.h"
 
+#include "kernels/arith_round.h"
+
 #include <immintrin.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <limits>
 #include <type_traits>
 
 namespace rok::kernels {
@@ -191,7 +195,7 @@ constexpr bool kBiasFits = Op != ArithOp::Mul || std::is_signed_v<P>;
 template <ArithOp Op, class P>
 Span scaled_down(const P* a, const P* b, P* d, int n, int sf) {
     const __m128i count = _mm_cvtsi32_si128(sf), count1 = _mm_cvtsi32_si128(sf - 1);
-    const __m256i bias = set_w<P>((1 << (sf - 1)) - 1), one = set_w<P>(1);
+    const __m256i bias = set_w<P>(int((1u << (sf - 1)) - 1)), one = set_w<P>(1);
     const __m256i below = set_w<P>(int((1u << (sf - 1)) - 1));
     const bool short_bias = kByte<P> && Op == ArithOp::Mul && sf <= 8;  // 255 * 255 + 2^7 < 2^16
     auto round = [&](__m256i x) {
@@ -344,6 +348,38 @@ Span divide_body(const P* a, const P* b, P* d, int n, int sf, bool* zero) {
     return s;
 }
 
+// 16-bit quotients at the scale factors the float body does not take: the
+// scalar rule's double-precision steps, four lanes at a time (the argument
+// that they are exact is at the scalar loop): b 2^-sf (sf clamped to
+// -32 .. 40) over a, rounded by the mode, clamped to the sample range; a zero
+// dividend gives 0 whatever the divisor, a zero divisor otherwise the
+// saturated sign of the dividend (the infinity clamped).
+template <class P, int Mode>
+Span divide_double_body(const P* a, const P* b, P* d, int n, int sf, bool* zero) {
+    const __m256d scale = _mm256_set1_pd(std::ldexp(1.0, -std::clamp(sf, -32, 40)));
+    const __m256d lo = _mm256_set1_pd(std::numeric_limits<P>::min()), hi = _mm256_set1_pd(std::numeric_limits<P>::max());
+    auto quarter = [&](__m128i x, __m128i v) {
+        const __m256d q = _mm256_div_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(x), scale), _mm256_cvtepi32_pd(v));
+        const __m256d r = _mm256_max_pd(_mm256_min_pd(round_by_mode<Mode>(q), hi), lo);
+        return _mm_andnot_si128(_mm_cmpeq_epi32(x, _mm_setzero_si128()), _mm256_cvttpd_epi32(r));
+    };
+    auto wide = [&](__m256i x, __m256i v) {
+        return _mm256_set_m128i(quarter(_mm256_extracti128_si256(x, 1), _mm256_extracti128_si256(v, 1)),
+                                quarter(_mm256_castsi256_si128(x), _mm256_castsi256_si128(v)));
+    };
+    bool zeros = false;
+    const Span s = each_vector(a, b, d, n, [&](__m256i v, __m256i x) {
+        const __m256i z = _mm256_cmpeq_epi16(v, _mm256_setzero_si256());
+        zeros |= !_mm256_testz_si256(z, z);
+        __m256i xl, xh, vl, vh;
+        widen<P>(x, xl, xh);
+        widen<P>(v, vl, vh);
+        return narrow<P>(wide(xl, vl), wide(xh, vh));
+    });
+    if (zeros) *zero = true;
+    return s;
+}
+
 }  // namespace
 
 // ---- MulScale ---------------------------------------------------------------
@@ -384,13 +420,23 @@ Span scaled_span(const P* a, const P* b, P* d, int n, int sf) {
     if (sf == 1 && Op == ArithOp::Add) return halved_sum(a, b, d, n);
     if constexpr (kByte<P> && Op == ArithOp::Mul)
         if (sf == 1) return halved_products8u(a, b, d, n);
-    if (sf > 0) return sf <= lane_bits - 2 ? scaled_down<Op>(a, b, d, n, sf) : Span{};
+    // Unsigned products round from the shifted value and so take every scale
+    // factor up to the lane width; the others add a bias that must fit.
+    if (sf > 0) return sf <= lane_bits - (kBiasFits<Op, P> ? 2 : 0) ? scaled_down<Op>(a, b, d, n, sf) : Span{};
     return scaled_up<Op>(a, b, d, n, sf);
 }
 
 template <class P>
 Span divide_span(const P* a, const P* b, P* d, int n, int sf, int mode, bool* zero) {
-    if (sf < -30 || sf > 7) return {};
+    // 8u quotients from -16 down all saturate (x 2^16 / 255 > 255 for x >= 1)
+    // and from 9 up all round to 0 (255 / 2^9 < 1/2), so the float body's
+    // results there are those of the ends, where its argument holds.
+    if constexpr (kByte<P>) sf = std::clamp(sf, -16, 9);
+    else if (sf < -30 || sf > 7) {
+        if (mode == rokRoundTruncate) return divide_double_body<P, rokRoundTruncate>(a, b, d, n, sf, zero);
+        if (mode == rokRoundHalfAway) return divide_double_body<P, rokRoundHalfAway>(a, b, d, n, sf, zero);
+        return divide_double_body<P, rokRoundNearestEven>(a, b, d, n, sf, zero);
+    }
     if (mode == rokRoundTruncate) return divide_body<P, rokRoundTruncate>(a, b, d, n, sf, zero);
     if (mode == rokRoundHalfAway) return divide_body<P, rokRoundHalfAway>(a, b, d, n, sf, zero);
     return divide_body<P, rokRoundNearestEven>(a, b, d, n, sf, zero);
