@@ -113,6 +113,8 @@ RokStatus transpose(const T* pSrc, int srcStep, T* pDst, int dstStep, RokiSize r
         kernels::transpose_recursive<PB>(s, srcStep, d, dstStep, w, h);
         return rokStatusOk;
     }
+    // Blocks go strip by strip of source columns: each strip fills its
+    // destination rows completely while they are still in cache.
     const int block = std::min({w, h, 64});
     for (int x = 0; x < w; x += block)
         for (int y = 0; y < h; y += block)
