@@ -56,7 +56,7 @@ RowRun row_run(RokiSize roi, std::size_t srcPixelBytes, int srcStep, std::size_t
                std::size_t movedPerPixel);
 
 // Whether writing `written` bytes outgrows the core's own (level-2) cache.
-// The channel-regrouping kernels (planar split and merge) stream from there:
+// The planar merge streams from there:
 // a destination that cannot stay in the core's cache is written back to the
 // shared cache or memory anyway, and ordinary stores would first read every
 // line of it. When the level-2 size is unknown they fall back to the copy
