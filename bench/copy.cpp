@@ -131,6 +131,7 @@ const bool split16 = rokbench::add("Copy_16u_C3P3R", [](int w, int h) { return s
 const bool merge16 = rokbench::add("Copy_16u_P3C3R", [](int w, int h) { return merge_case<Rok16u, 3>(w, h, CV_16UC3, rokiCopy_16u_P3C3R); });
 const bool split16c4 = rokbench::add("Copy_16s_C4P4R", [](int w, int h) { return split_case<Rok16s, 4>(w, h, CV_16SC4, rokiCopy_16s_C4P4R); });
 const bool merge32c4 = rokbench::add("Copy_32f_P4C4R", [](int w, int h) { return merge_case<Rok32f, 4>(w, h, CV_32FC4, rokiCopy_32f_P4C4R); });
+const bool split32c4 = rokbench::add("Copy_32f_C4P4R", [](int w, int h) { return split_case<Rok32f, 4>(w, h, CV_32FC4, rokiCopy_32f_C4P4R); });
 
 // Channel moves beside cv::mixChannels with the same pairs: `pairs` lists
 // source and destination channel indices as mixChannels takes them.
@@ -232,6 +233,7 @@ Case transpose_case(int w, int h, int type, RokStatus (*fn)(const T*, int, T*, i
     return c;
 }
 
+const bool tr8c4 = rokbench::add("Transpose_8u_C4R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC4, rokiTranspose_8u_C4R); });
 const bool tr8 = rokbench::add("Transpose_8u_C1R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC1, rokiTranspose_8u_C1R); });
 const bool tr32 = rokbench::add("Transpose_32f_C1R", [](int w, int h) { return transpose_case<Rok32f>(w, h, CV_32FC1, rokiTranspose_32f_C1R); });
 const bool tr16 = rokbench::add("Transpose_16u_C1R", [](int w, int h) { return transpose_case<Rok16u>(w, h, CV_16UC1, rokiTranspose_16u_C1R); });

@@ -1077,7 +1077,12 @@ ROKI_API RokStatus rokiCopy_32f_C3AC4R(const Rok32f* pSrc, int srcStep, Rok32f* 
 /* Interleaved to planar (C3P3R, C4P4R: sample k of each pixel to plane k) */
 /* and back (P3C3R, P4C4R). The planes share one step. The plane-pointer */
 /* array and each plane pointer in it must be non-null (else */
-/* rokStatusNullPtr). */
+/* rokStatusNullPtr). Large images are written with streaming stores (whole */
+/* destination lines): P3C3R and P4C4R once the interleaved image outgrows */
+/* the processor core's level-2 cache (the data would leave the core's cache */
+/* anyway, and ordinary stores would read each line first; when that size is */
+/* unknown, as rokiCopy), C3P3R and C4P4R when the bytes read and written */
+/* reach half the largest cache, as rokiCopy. */
 ROKI_API RokStatus rokiCopy_8u_C3P3R(const Rok8u* pSrc, int srcStep, Rok8u* const pDst[3], int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiCopy_16s_C3P3R(const Rok16s* pSrc, int srcStep, Rok16s* const pDst[3], int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiCopy_16u_C3P3R(const Rok16u* pSrc, int srcStep, Rok16u* const pDst[3], int dstStep, RokiSize roiSize);

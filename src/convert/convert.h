@@ -11,6 +11,7 @@
 #include "convert/rows.h"
 #include "frame/image.h"
 #include "kernels/convert.h"
+#include "kernels/copy_move.h"
 
 namespace rok::convert {
 
@@ -36,6 +37,7 @@ RokStatus convert_value(const S* src, int srcStep, D* dst, int dstStep, RokiSize
                             stream_bytes();
     for_each_row<L>(src, srcStep, dst, dstStep, roi,
                     [stream](const S* s, D* d, int n) { kernels::convert_value(s, d, n, stream); });
+    if (stream) kernels::store_fence();
     return rokStatusOk;
 }
 

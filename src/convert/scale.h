@@ -9,6 +9,7 @@
 #include "convert/rows.h"
 #include "frame/image.h"
 #include "kernels/convert.h"
+#include "kernels/copy_move.h"
 
 namespace rok::convert {
 
@@ -31,6 +32,7 @@ RokStatus scale_up(const S* src, int srcStep, D* dst, int dstStep, RokiSize roi)
     const bool stream = L != Layout::AC4 && sizeof(D) == 2 && at_least(roi, kStream16Pixels);
     for_each_row<L>(src, srcStep, dst, dstStep, roi,
                     [stream](const S* s, D* d, int n) { kernels::scale_up(s, d, n, stream); });
+    if (stream) kernels::store_fence();
     return rokStatusOk;
 }
 
@@ -44,6 +46,7 @@ RokStatus scale_up_range(const S* src, int srcStep, D* dst, int dstStep, RokiSiz
     const bool stream = L != Layout::AC4 && at_least(roi, kStreamFloatPixels);
     for_each_row<L>(src, srcStep, dst, dstStep, roi,
                     [=](const S* s, D* d, int n) { kernels::scale_up_float(s, d, n, vMin, step, stream); });
+    if (stream) kernels::store_fence();
     return rokStatusOk;
 }
 
@@ -61,6 +64,7 @@ RokStatus scale_down(const S* src, int srcStep, D* dst, int dstStep, RokiSize ro
         const bool stream = L != Layout::AC4 && sizeof(S) == 2 && at_least(roi, kStream16Pixels);
         for_each_row<L>(src, srcStep, dst, dstStep, roi,
                         [stream](const S* s, D* d, int n) { kernels::scale_down_fast(s, d, n, stream); });
+        if (stream) kernels::store_fence();
     }
     return rokStatusOk;
 }

@@ -15,6 +15,11 @@ bool exceeds_cache(std::size_t total) {
     return cache > 0 && total >= cache / 2;
 }
 
+bool outgrows_core_cache(std::size_t written, std::size_t moved) {
+    const int l2 = core::l2_cache_bytes;
+    return l2 > 0 ? written >= std::size_t(l2) : exceeds_cache(moved);
+}
+
 RowRun row_run(RokiSize roi, std::size_t srcPixelBytes, int srcStep, std::size_t dstPixelBytes, int dstStep,
                std::size_t movedPerPixel) {
     const std::size_t pixels = std::size_t(roi.width) * std::size_t(roi.height);

@@ -55,6 +55,14 @@ struct RowRun {
 RowRun row_run(RokiSize roi, std::size_t srcPixelBytes, int srcStep, std::size_t dstPixelBytes, int dstStep,
                std::size_t movedPerPixel);
 
+// Whether writing `written` bytes outgrows the core's own (level-2) cache.
+// The planar merge streams from there: a destination that cannot stay in
+// the core's cache goes out to the shared cache or memory anyway, and
+// ordinary stores would first read every line of it. When the level-2 size
+// is unknown, the copy engine's rule (exceeds_cache) on the `moved` bytes
+// read and written decides.
+bool outgrows_core_cache(std::size_t written, std::size_t moved);
+
 // Copies height rows of rowBytes bytes. Rows laid end to end in both images
 // (both steps equal to rowBytes, the total within a signed 32-bit count) are
 // copied as one run. With Stores::Automatic, totals of 1 MiB and more that

@@ -113,9 +113,11 @@ RokStatus transpose(const T* pSrc, int srcStep, T* pDst, int dstStep, RokiSize r
         kernels::transpose_recursive<PB>(s, srcStep, d, dstStep, w, h);
         return rokStatusOk;
     }
+    // Blocks go strip by strip of source columns: each strip fills its
+    // destination rows completely while they are still in cache.
     const int block = std::min({w, h, 64});
-    for (int y = 0; y < h; y += block)
-        for (int x = 0; x < w; x += block)
+    for (int x = 0; x < w; x += block)
+        for (int y = 0; y < h; y += block)
             kernels::transpose_block<PB>(s + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, srcStep,
                                          d + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB, dstStep,
                                          std::min(block, w - x), std::min(block, h - y));

@@ -9,7 +9,8 @@ namespace rok::kernels {
 
 // Value-keeping conversion: exact when D holds every S value, otherwise the
 // value saturated to D's range (negative to 0 for unsigned D). `stream` asks
-// for non-temporal stores (outputs much larger than the cache).
+// for non-temporal stores (outputs much larger than the cache); as for every
+// `stream` below, the caller ends its run of rows with store_fence().
 template <class S, class D>
 void convert_value(const S* src, D* dst, int n, bool stream);
 

@@ -23,8 +23,9 @@ inline void plain(D* dst, int begin, int end, Op& op) {
 // to a 64-byte destination boundary (so that no cache line gets both kinds
 // of store, which costs a read of the line and a piecemeal write), then
 // blocks computed into an aligned stack block and streamed out, then the
-// scalar tail. The store fence makes the streamed data visible to other
-// threads before the kernel returns.
+// scalar tail. No fence here: a padded image calls the kernel once per row,
+// and a fence drains every pending streaming store, so the family ends its
+// whole run of rows with one (store_fence in copy_move.h).
 template <class D, class Op>
 inline void streamed(D* dst, int n, Op& op) {
     const std::uintptr_t addr = reinterpret_cast<std::uintptr_t>(dst);
@@ -41,7 +42,6 @@ inline void streamed(D* dst, int n, Op& op) {
         for (unsigned k = 0; k < kBlock * sizeof(D) / 32; ++k) _mm256_stream_si256(to + k, _mm256_load_si256(from + k));
     }
     plain(dst, i, n, op);
-    _mm_sfence();
 }
 
 template <class D, class Op>

@@ -144,19 +144,56 @@ inline int pixels_to_line(const void* p, int pixelBytes, int sampleBytes) {
     return -1;
 }
 
+// Blends in from b the bytes of lane q (of a three-lane run) that hold
+// channel k, the rest from a. Byte samples need a mask register; wider
+// samples take the mask as an immediate, one bit per 16- or 32-bit unit and
+// the same for both lanes, which costs one simple operation where the
+// variable blend costs two or three.
+template <int E, int Q, int K>
+inline __m256i take_channel(__m256i a, __m256i b) {
+    constexpr auto& owner = kLanes<3, E>.owner[Q][K];
+    if constexpr (E == 1) {
+        return _mm256_blendv_epi8(a, b, both_lanes(owner));
+    } else if constexpr (E == 2) {
+        constexpr int imm = [] {
+            int m = 0;
+            for (int u = 0; u < 8; ++u) m |= owner[2 * u] ? 1 << u : 0;
+            return m;
+        }();
+        return _mm256_blend_epi16(a, b, imm);
+    } else {
+        constexpr int imm = [] {
+            int m = 0;
+            for (int u = 0; u < 4; ++u) m |= owner[4 * u] ? 0x11 << u : 0;
+            return m;
+        }();
+        return _mm256_blend_epi32(a, b, imm);
+    }
+}
+
+// Channel k of three interleaved lanes, gathered in sample order.
+template <int E, int K>
+inline __m256i gather_channel(const __m256i (&v)[3]) {
+    const __m256i m = take_channel<E, 2, K>(take_channel<E, 1, K>(v[0], v[1]), v[2]);
+    return _mm256_shuffle_epi8(m, both_lanes(kLanes<3, E>.gather[K]));
+}
+
+// Lane q of three interleaved lanes from the scattered channels p[].
+template <int E, int Q>
+inline __m256i lane_of(const __m256i (&p)[3]) {
+    return take_channel<E, Q, 2>(take_channel<E, Q, 1>(p[0], p[1]), p[2]);
+}
+
 // Interleaved runs to one vector per channel (2N samples each).
 template <class U, int C>
 inline void deinterleave(__m256i (&v)[C]) {
     constexpr int E = int(sizeof(U));
     const auto& t = kLanes<C, E>;
     if constexpr (C == 3) {
-        __m256i out[3];
-        for (int k = 0; k < 3; ++k) {
-            __m256i m = _mm256_blendv_epi8(v[0], v[1], both_lanes(t.owner[1][k]));
-            m = _mm256_blendv_epi8(m, v[2], both_lanes(t.owner[2][k]));
-            out[k] = _mm256_shuffle_epi8(m, both_lanes(t.gather[k]));
-        }
-        for (int k = 0; k < 3; ++k) v[k] = out[k];
+        const __m256i c0 = gather_channel<E, 0>(v), c1 = gather_channel<E, 1>(v), c2 = gather_channel<E, 2>(v);
+        v[0] = c0;
+        v[1] = c1;
+        v[2] = c2;
     } else {
         if constexpr (E < 4)
             for (int q = 0; q < 4; ++q) v[q] = _mm256_shuffle_epi8(v[q], both_lanes(t.group));
@@ -172,10 +209,9 @@ inline void interleave(__m256i (&v)[C]) {
     if constexpr (C == 3) {
         __m256i p[3];
         for (int k = 0; k < 3; ++k) p[k] = _mm256_shuffle_epi8(v[k], both_lanes(t.scatter[k]));
-        for (int q = 0; q < 3; ++q) {
-            const __m256i m = _mm256_blendv_epi8(p[0], p[1], both_lanes(t.owner[q][1]));
-            v[q] = _mm256_blendv_epi8(m, p[2], both_lanes(t.owner[q][2]));
-        }
+        v[0] = lane_of<E, 0>(p);
+        v[1] = lane_of<E, 1>(p);
+        v[2] = lane_of<E, 2>(p);
     } else {
         transpose4(v);
         if constexpr (E < 4)

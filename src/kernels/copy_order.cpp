@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 namespace rok::kernels {
 
@@ -312,7 +313,7 @@ inline void transpose_4x4_wide(const u8* src, int srcStep, u8* dst, int dstStep)
 }
 
 template <int PB>
-void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
+void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
     if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8) {
         // Whole vector tiles (16 x 16 bytes, 8 x 8 or 4 x 4 samples); the
         // edge strips by the loop below.
@@ -329,9 +330,9 @@ void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, in
                     else transpose_4x4_wide(s, srcStep, d, dstStep);
                 }
             if (wt < w)
-                transpose_block<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
+                transpose_narrow<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
             if (ht < h)
-                transpose_block<PB>(src + std::ptrdiff_t(ht) * srcStep, srcStep, dst + std::size_t(ht) * PB, dstStep, wt, h - ht);
+                transpose_narrow<PB>(src + std::ptrdiff_t(ht) * srcStep, srcStep, dst + std::size_t(ht) * PB, dstStep, wt, h - ht);
             return;
         }
     }
@@ -352,6 +353,91 @@ void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, in
         u8* d = dst + std::ptrdiff_t(x) * dstStep;
         for (int y = 0; y < h; ++y) std::memcpy(d + std::size_t(y) * PB, src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, PB);
     }
+}
+
+// Unit interleave of one round of the in-lane transposes below.
+template <int Bytes>
+inline __m256i unpack(__m256i a, __m256i b, bool high) {
+    if constexpr (Bytes == 2) return high ? _mm256_unpackhi_epi16(a, b) : _mm256_unpacklo_epi16(a, b);
+    else if constexpr (Bytes == 4) return high ? _mm256_unpackhi_epi32(a, b) : _mm256_unpacklo_epi32(a, b);
+    else return high ? _mm256_unpackhi_epi64(a, b) : _mm256_unpacklo_epi64(a, b);
+}
+
+// Transposes, within each 128-bit lane, the K x K matrix of E-byte samples
+// whose row i is lane of r[i] (K = 16 / E): rounds of pairwise interleaving
+// at E, 2E, ... 8 bytes. As in the 128-bit tiles, register i ends with
+// column bit-reverse(i).
+template <int E>
+inline void lane_transpose(__m256i (&r)[16 / E]) {
+    constexpr int K = 16 / E;
+    __m256i t[K];
+    auto round = [&](auto unit, __m256i (&in)[K], __m256i (&out)[K]) {
+        for (int i = 0; i < K / 2; ++i) {
+            out[i] = unpack<decltype(unit)::value>(in[2 * i], in[2 * i + 1], false);
+            out[i + K / 2] = unpack<decltype(unit)::value>(in[2 * i], in[2 * i + 1], true);
+        }
+    };
+    if constexpr (E == 2) {
+        round(std::integral_constant<int, 2>{}, r, t);
+        round(std::integral_constant<int, 4>{}, t, r);
+        round(std::integral_constant<int, 8>{}, r, t);
+        for (int i = 0; i < K; ++i) r[i] = t[i];
+    } else {
+        round(std::integral_constant<int, 4>{}, r, t);
+        round(std::integral_constant<int, 8>{}, t, r);
+    }
+}
+
+constexpr int bit_reverse(int i, int bits) {
+    int o = 0;
+    for (int b = 0; b < bits; ++b) o |= ((i >> b) & 1) << (bits - 1 - b);
+    return o;
+}
+
+// A 2K x 2K tile of E-byte samples (K = 16 / E: 8 x 8 of 4 bytes, 16 x 16 of
+// 2 bytes) through 256-bit registers. Register i of a column group holds
+// source row i in its low lane and row i + K in its high lane, each 16 bytes
+// of that group's columns; the lane transposes then leave whole destination
+// rows of 2K samples, so every store is a full 32-byte row and no
+// cross-lane permute is needed (the high lanes come in with the loads).
+template <int E>
+inline void transpose_wide(const u8* src, int srcStep, u8* dst, int dstStep) {
+    constexpr int K = 16 / E;
+    constexpr int kBits = E == 2 ? 3 : 2;
+    for (int g = 0; g < 2; ++g) {
+        __m256i r[K];
+        for (int i = 0; i < K; ++i) {
+            const u8* lo = src + std::ptrdiff_t(i) * srcStep + 16 * g;
+            const u8* hi = lo + std::ptrdiff_t(K) * srcStep;
+            r[i] = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(lo))),
+                                           _mm_loadu_si128(reinterpret_cast<const __m128i*>(hi)), 1);
+        }
+        lane_transpose<E>(r);
+        for (int i = 0; i < K; ++i) store32(dst + std::ptrdiff_t(g * K + bit_reverse(i, kBits)) * dstStep, r[i]);
+    }
+}
+
+template <int PB>
+void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
+    if constexpr (PB == 2 || PB == 4) {
+        // Whole 256-bit tiles, visited column strip by column strip so that
+        // the destination rows a strip fills are written one after another;
+        // the edges go to the 128-bit tiles and single pixels.
+        constexpr int T = 32 / PB;
+        if (w >= T && h >= T) {
+            const int wt = w / T * T, ht = h / T * T;
+            for (int x = 0; x < wt; x += T)
+                for (int y = 0; y < ht; y += T)
+                    transpose_wide<PB>(src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, srcStep,
+                                       dst + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB, dstStep);
+            if (wt < w)
+                transpose_narrow<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
+            if (ht < h)
+                transpose_narrow<PB>(src + std::ptrdiff_t(ht) * srcStep, srcStep, dst + std::size_t(ht) * PB, dstStep, wt, h - ht);
+            return;
+        }
+    }
+    transpose_narrow<PB>(src, srcStep, dst, dstStep, w, h);
 }
 
 template <int PB>

@@ -171,4 +171,30 @@ TEST(ConvertStreaming, LargeImageThroughExport) {
         for (int x = 0; x < w; ++x) ASSERT_EQ(dst.at(x, y), src.at(x, y) * 257 - 32768) << x << "," << y;
 }
 
+// Padded float rows above the float streaming size: each row streams its
+// whole lines on its own, with one fence after the last row. Destination
+// pads of 1 and 3 samples put each row's first line boundary at a different
+// sample. Every sample and the padding after each row are checked.
+TEST(ConvertStreaming, PaddedFloatRowsThroughExport) {
+    const int w = 1001, h = 840;  // 840,840 pixels
+    const float vMin = -2.0f, vMax = 3.0f, step = (vMax - vMin) / 255.0f;
+    rokt::GuardedImage<Rok8u> src(w, h, 1, 3);
+    rokt::fill_random(src, 4);
+    for (int padSamples : {1, 3}) {
+        rokt::GuardedImage<Rok32f> dst(w, h, 1, padSamples, rokt::Guard::Before);
+        dst.fill_bytes(0x7E);
+        ASSERT_EQ(rokiScale_8u32f_C1R(src.data(), src.step(), dst.data(), dst.step(), RokiSize{w, h}, vMin, vMax), rokStatusOk);
+        for (int y = 0; y < h; ++y) {
+            for (int x = 0; x < w; ++x) {
+                const float product = float(src.at(x, y)) * step;
+                ASSERT_EQ(dst.at(x, y), vMin + product) << x << "," << y << " pad " << padSamples;
+            }
+            if (y + 1 < h) {
+                const auto* pad = reinterpret_cast<const std::uint8_t*>(&dst.at(w - 1, y) + 1);
+                for (int b = 0; b < 4 * padSamples; ++b) ASSERT_EQ(pad[b], 0x7E) << "padding after row " << y;
+            }
+        }
+    }
+}
+
 }  // namespace

@@ -2,6 +2,11 @@
 // through the exported functions of every type.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <memory>
+#include <tuple>
+
+#include "core/core.h"
 #include "harness.h"
 
 namespace {
@@ -225,6 +230,61 @@ TEST(Set, ChecksPointersThenSizeAndWritesNothing) {
     expect_untouched(buf, [&] { return rokiSet_8u_C1MR(7, d, 4, {1, 1}, nullptr, 4); }, rokStatusNullPtr, "null mask");
     expect_untouched(buf, [&] { return rokiSet_8u_C1MR(7, d, 4, {2, 0}, mask, 4); }, rokStatusBadSize, "height 0");
     expect_untouched(buf, [&] { return rokiSet_8u_C4CR(7, d, -4, {1, -3}); }, rokStatusBadSize, "channel size");
+}
+
+// Images whose written bytes outgrow the core's level-2 cache: the merge
+// streams there (the split's streamed rows are covered by the kernel tests).
+// Padded rows (each row streams whole lines from its first line boundary),
+// rows end to end (one long row), and a plane on another line offset.
+// Padding between rows must keep its bytes.
+template <class T, int C>
+void planar_large(RokStatus (*split)(const T*, int, T* const*, int, RokiSize),
+                  RokStatus (*merge)(const T* const*, int, T*, int, RokiSize)) {
+    const std::size_t l2 = std::size_t(std::max(rok::core::l2_cache_bytes, 1 << 20));
+    for (auto [w, pad, shifted] : {std::tuple{1001, 3, false}, std::tuple{1024, 0, false}, std::tuple{777, 1, true}}) {
+        const int h = int(l2 / (std::size_t(w) * C * sizeof(T))) + 3;
+        rokt::GuardedImage<T> packed(w, h, C, pad), back(w, h, C, pad, Guard::Before);
+        std::vector<std::unique_ptr<rokt::GuardedImage<T>>> planes;
+        T* pp[C];
+        const T* cp[C];
+        for (int c = 0; c < C; ++c) {
+            // The shifted case places plane 1 one sample past its buffer's
+            // start (its rows are one sample shorter than the step).
+            planes.push_back(std::make_unique<rokt::GuardedImage<T>>(w + (shifted ? 1 : 0), h, 1, pad, Guard::After));
+            planes.back()->fill_bytes(0x5D);
+            pp[c] = planes.back()->data() + (shifted && c == 1 ? 1 : 0);
+            cp[c] = pp[c];
+        }
+        rokt::fill_random(packed, std::uint32_t(w + C));
+        back.fill_bytes(0x3C);
+        const int planeStep = planes[0]->step();
+        ASSERT_EQ(split(packed.data(), packed.step(), pp, planeStep, {w, h}), rokStatusOk);
+        for (int c = 0; c < C; ++c)
+            for (int y = 0; y < h; ++y) {
+                const T* r = reinterpret_cast<const T*>(reinterpret_cast<const std::uint8_t*>(pp[c]) + std::size_t(planeStep) * y);
+                for (int x = 0; x < w; ++x) ASSERT_EQ(r[x], packed.at(x, y, c)) << w << " plane " << c << " row " << y;
+            }
+        if (shifted) {
+            T canary;
+            std::memset(&canary, 0x5D, sizeof canary);
+            ASSERT_EQ(planes[1]->at(0, 0), canary) << "sample before plane 1 written";
+        }
+        ASSERT_EQ(merge(cp, planeStep, back.data(), back.step(), {w, h}), rokStatusOk);
+        for (int y = 0; y < h; ++y) {
+            ASSERT_EQ(std::memcmp(back.row(y), packed.row(y), sizeof(T) * C * w), 0) << w << " row " << y;
+            if (y + 1 < h) {
+                for (std::size_t b = sizeof(T) * C * w; b < std::size_t(back.step()); ++b)
+                    ASSERT_EQ(reinterpret_cast<const std::uint8_t*>(back.row(y))[b], 0x3C) << w << " padding of row " << y;
+            }
+        }
+    }
+}
+
+TEST(Copy, LargePlanarStreams) {
+    planar_large<Rok8u, 3>(rokiCopy_8u_C3P3R, rokiCopy_8u_P3C3R);
+    planar_large<Rok16u, 3>(rokiCopy_16u_C3P3R, rokiCopy_16u_P3C3R);
+    planar_large<Rok16s, 4>(rokiCopy_16s_C4P4R, rokiCopy_16s_P4C4R);
+    planar_large<Rok32f, 4>(rokiCopy_32f_C4P4R, rokiCopy_32f_P4C4R);
 }
 
 // Large copies take the merged-run and streaming paths; every store kind of

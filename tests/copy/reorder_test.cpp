@@ -2,6 +2,10 @@
 // per-sample references, through the exported functions.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <utility>
+#include <vector>
+
 #include "harness.h"
 #include "kernels/copy_order.h"
 
@@ -108,6 +112,73 @@ TEST(Transpose, RecursiveKernelMatchesReference) {
                 for (int b = 0; b < 3; ++b)
                     ASSERT_EQ(dst[(std::size_t(x) * h + y) * 3 + b], src[(std::size_t(y) * w + x) * 3 + b]) << w << "x" << h;
     }
+}
+
+// The block kernel for every pixel width that has vector tiles (and a
+// three-byte one that has none), at sizes that leave partial 256-bit and
+// 128-bit tiles on both edges, with byte offsets that misalign both
+// pointers, odd steps, and each buffer ending at (or starting after) a
+// protected page. Padding bytes between rows must keep their values.
+template <int PB>
+void transpose_kernel_sizes() {
+    std::vector<std::pair<int, int>> sizes;
+    for (int w = 1; w <= 70; ++w) {
+        for (int h : {1, 4, 7, 8, 9, 15, 16, 17, 31, 32, 33, 64, 65, 70}) sizes.emplace_back(w, h);
+        sizes.emplace_back(w, (w * 13) % 70 + 1);
+    }
+    for (std::size_t k = 0; k < sizes.size(); ++k) {
+        const auto [w, h] = sizes[k];
+        const int lead = int(k % 4), srcPad = int(k % 3) * 3, dstPad = int(k % 5);
+        const Guard guard = k % 2 ? Guard::After : Guard::Before;
+        const int ss = w * PB + srcPad, ds = h * PB + dstPad;
+        rokt::GuardedBuffer src(std::size_t(lead) + std::size_t(ss) * (h - 1) + std::size_t(w) * PB, guard);
+        rokt::GuardedBuffer dst(std::size_t(lead) + std::size_t(ds) * (w - 1) + std::size_t(h) * PB, guard);
+        for (std::size_t i = 0; i < src.size(); ++i) src.data()[i] = std::uint8_t(i * 131 + i / 251 + k);
+        for (std::size_t i = 0; i < dst.size(); ++i) dst.data()[i] = std::uint8_t(i * 7 + 0x5A);
+        std::vector<std::uint8_t> want(dst.data(), dst.data() + dst.size());
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x)
+                for (int b = 0; b < PB; ++b)
+                    want[lead + std::size_t(x) * ds + std::size_t(y) * PB + b] = src.data()[lead + std::size_t(y) * ss + std::size_t(x) * PB + b];
+        rok::kernels::transpose_block<PB>(src.data() + lead, ss, dst.data() + lead, ds, w, h);
+        ASSERT_TRUE(std::equal(want.begin(), want.end(), dst.data())) << "pixel bytes " << PB << ", " << w << "x" << h << " lead " << lead;
+    }
+}
+
+TEST(Transpose, BlockKernelEdgesAndPlacement) {
+    transpose_kernel_sizes<1>();
+    transpose_kernel_sizes<2>();
+    transpose_kernel_sizes<3>();
+    transpose_kernel_sizes<4>();
+    transpose_kernel_sizes<8>();
+}
+
+// Images larger than one 64-pixel block in one direction only, so the last
+// blocks are partial and the blocks are not square; the destination is
+// passed bottom-up as well.
+template <class T>
+void transpose_tall_and_wide(TransposeFn<T> fn, int C) {
+    for (auto [w, h] : {std::pair{65, 130}, std::pair{130, 65}, std::pair{200, 9}})
+        for (bool flip : {false, true}) {
+            rokt::GuardedImage<T> src(w, h, C, 1, Guard::After), dst(h, w, C, 2, Guard::Before);
+            rokt::fill_random(src, std::uint32_t(w + h));
+            dst.fill_bytes(0x3C);
+            T* d = flip ? dst.bottom_up() : dst.data();
+            ASSERT_EQ(fn(src.data(), src.step(), d, flip ? -dst.step() : dst.step(), {w, h}), rokStatusOk);
+            for (int y = 0; y < w; ++y)
+                for (int x = 0; x < h; ++x)
+                    for (int c = 0; c < C; ++c)
+                        ASSERT_EQ(dst.at(x, flip ? w - 1 - y : y, c), src.at(y, x, c)) << w << "x" << h << (flip ? " bottom-up" : "");
+        }
+}
+
+TEST(Transpose, PartialBlocks) {
+    transpose_tall_and_wide<Rok8u>(rokiTranspose_8u_C1R, 1);
+    transpose_tall_and_wide<Rok8u>(rokiTranspose_8u_C4R, 4);
+    transpose_tall_and_wide<Rok16u>(rokiTranspose_16u_C1R, 1);
+    transpose_tall_and_wide<Rok16s>(rokiTranspose_16s_C4R, 4);
+    transpose_tall_and_wide<Rok32f>(rokiTranspose_32f_C1R, 1);
+    transpose_tall_and_wide<Rok32s>(rokiTranspose_32s_C3R, 3);
 }
 
 template <class T>
