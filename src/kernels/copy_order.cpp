@@ -312,6 +312,11 @@ inline void transpose_4x4_wide(const u8* src, int srcStep, u8* dst, int dstStep)
     store32(dst + 3 * std::ptrdiff_t(dstStep), _mm256_permute2x128_si256(t1, t3, 0x31));
 }
 
+// The piece a pixel moves as when it may carry spare bytes: the next power
+// of two for 3, 6 and 12 bytes, the pixel itself otherwise.
+template <int PB>
+constexpr int kWidePixel = PB == 3 ? 4 : PB == 6 ? 8 : PB == 12 ? 16 : PB;
+
 template <int PB>
 void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
     if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8) {
@@ -337,21 +342,47 @@ void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, i
         }
     }
     // Four destination rows per pass read four neighbouring source pixels
-    // of each source row together.
+    // of each source row together. Pixels of 3, 6 and 12 bytes move as one
+    // 4-, 8- or 16-byte piece wherever the spare bytes stay inside the
+    // block: the read then runs into the next source pixel of the row, and
+    // the write into the next destination pixel, which the following step
+    // writes over with its own value. The last pixel of a destination row
+    // and the last source column move exactly.
+    constexpr int W = kWidePixel<PB>;
     int x = 0;
     for (; x + 4 <= w; x += 4) {
         u8* d0 = dst + std::ptrdiff_t(x) * dstStep;
-        for (int y = 0; y < h; ++y) {
+        u8* d1 = d0 + dstStep;
+        u8* d2 = d1 + dstStep;
+        u8* d3 = d2 + dstStep;
+        const bool lastWide = x + 4 < w;
+        int y = 0;
+        for (; y + 1 < h; ++y) {
             const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
-            std::memcpy(d0 + std::size_t(y) * PB, s, PB);
-            std::memcpy(d0 + dstStep + std::size_t(y) * PB, s + PB, PB);
-            std::memcpy(d0 + 2 * std::ptrdiff_t(dstStep) + std::size_t(y) * PB, s + 2 * PB, PB);
-            std::memcpy(d0 + 3 * std::ptrdiff_t(dstStep) + std::size_t(y) * PB, s + 3 * PB, PB);
+            const std::size_t at = std::size_t(y) * PB;
+            std::memcpy(d0 + at, s, W);
+            std::memcpy(d1 + at, s + PB, W);
+            std::memcpy(d2 + at, s + 2 * PB, W);
+            if (lastWide) std::memcpy(d3 + at, s + 3 * PB, W);
+            else std::memcpy(d3 + at, s + 3 * PB, PB);
         }
+        const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
+        const std::size_t at = std::size_t(y) * PB;
+        std::memcpy(d0 + at, s, PB);
+        std::memcpy(d1 + at, s + PB, PB);
+        std::memcpy(d2 + at, s + 2 * PB, PB);
+        std::memcpy(d3 + at, s + 3 * PB, PB);
     }
     for (; x < w; ++x) {
         u8* d = dst + std::ptrdiff_t(x) * dstStep;
-        for (int y = 0; y < h; ++y) std::memcpy(d + std::size_t(y) * PB, src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, PB);
+        const bool wide = x + 1 < w;
+        int y = 0;
+        for (; y + 1 < h; ++y) {
+            const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
+            if (wide) std::memcpy(d + std::size_t(y) * PB, s, W);
+            else std::memcpy(d + std::size_t(y) * PB, s, PB);
+        }
+        std::memcpy(d + std::size_t(y) * PB, src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, PB);
     }
 }
 
