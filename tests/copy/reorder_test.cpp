@@ -114,7 +114,7 @@ TEST(Transpose, RecursiveKernelMatchesReference) {
     }
 }
 
-// The block kernel for every pixel width (vector tiles for 1, 2, 4 and 8
+// The block kernel for every pixel width (vector tiles for 1, 2, 3, 4 and 8
 // bytes; pieces wider than the pixel for 3, 6 and 12), at sizes that leave
 // partial 256-bit and 128-bit tiles on both edges, with byte offsets that
 // misalign both pointers, odd steps, and each buffer ending at (or starting
