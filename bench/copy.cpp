@@ -234,6 +234,8 @@ Case transpose_case(int w, int h, int type, RokStatus (*fn)(const T*, int, T*, i
 }
 
 const bool tr8c4 = rokbench::add("Transpose_8u_C4R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC4, rokiTranspose_8u_C4R); });
+const bool tr8c3 = rokbench::add("Transpose_8u_C3R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC3, rokiTranspose_8u_C3R); });
+const bool tr32c3 = rokbench::add("Transpose_32f_C3R", [](int w, int h) { return transpose_case<Rok32f>(w, h, CV_32FC3, rokiTranspose_32f_C3R); });
 const bool tr8 = rokbench::add("Transpose_8u_C1R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC1, rokiTranspose_8u_C1R); });
 const bool tr32 = rokbench::add("Transpose_32f_C1R", [](int w, int h) { return transpose_case<Rok32f>(w, h, CV_32FC1, rokiTranspose_32f_C1R); });
 const bool tr16 = rokbench::add("Transpose_16u_C1R", [](int w, int h) { return transpose_case<Rok16u>(w, h, CV_16UC1, rokiTranspose_16u_C1R); });

@@ -14,6 +14,7 @@ namespace rok::kernels {
 namespace {
 
 using u8 = std::uint8_t;
+using i8 = std::int8_t;
 
 inline __m256i load32(const u8* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
 inline void store32(u8* p, __m256i v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
@@ -312,6 +313,11 @@ inline void transpose_4x4_wide(const u8* src, int srcStep, u8* dst, int dstStep)
     store32(dst + 3 * std::ptrdiff_t(dstStep), _mm256_permute2x128_si256(t1, t3, 0x31));
 }
 
+// The piece a pixel moves as when it may carry spare bytes: the next power
+// of two for 3, 6 and 12 bytes, the pixel itself otherwise.
+template <int PB>
+constexpr int kWidePixel = PB == 3 ? 4 : PB == 6 ? 8 : PB == 12 ? 16 : PB;
+
 template <int PB>
 void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
     if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8) {
@@ -337,21 +343,47 @@ void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, i
         }
     }
     // Four destination rows per pass read four neighbouring source pixels
-    // of each source row together.
+    // of each source row together. Pixels of 3, 6 and 12 bytes move as one
+    // 4-, 8- or 16-byte piece wherever the spare bytes stay inside the
+    // block: the read then runs into the next source pixel of the row, and
+    // the write into the next destination pixel, which the following step
+    // writes over with its own value. The last pixel of a destination row
+    // and the last source column move exactly.
+    constexpr int W = kWidePixel<PB>;
     int x = 0;
     for (; x + 4 <= w; x += 4) {
         u8* d0 = dst + std::ptrdiff_t(x) * dstStep;
-        for (int y = 0; y < h; ++y) {
+        u8* d1 = d0 + dstStep;
+        u8* d2 = d1 + dstStep;
+        u8* d3 = d2 + dstStep;
+        const bool lastWide = x + 4 < w;
+        int y = 0;
+        for (; y + 1 < h; ++y) {
             const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
-            std::memcpy(d0 + std::size_t(y) * PB, s, PB);
-            std::memcpy(d0 + dstStep + std::size_t(y) * PB, s + PB, PB);
-            std::memcpy(d0 + 2 * std::ptrdiff_t(dstStep) + std::size_t(y) * PB, s + 2 * PB, PB);
-            std::memcpy(d0 + 3 * std::ptrdiff_t(dstStep) + std::size_t(y) * PB, s + 3 * PB, PB);
+            const std::size_t at = std::size_t(y) * PB;
+            std::memcpy(d0 + at, s, W);
+            std::memcpy(d1 + at, s + PB, W);
+            std::memcpy(d2 + at, s + 2 * PB, W);
+            if (lastWide) std::memcpy(d3 + at, s + 3 * PB, W);
+            else std::memcpy(d3 + at, s + 3 * PB, PB);
         }
+        const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
+        const std::size_t at = std::size_t(y) * PB;
+        std::memcpy(d0 + at, s, PB);
+        std::memcpy(d1 + at, s + PB, PB);
+        std::memcpy(d2 + at, s + 2 * PB, PB);
+        std::memcpy(d3 + at, s + 3 * PB, PB);
     }
     for (; x < w; ++x) {
         u8* d = dst + std::ptrdiff_t(x) * dstStep;
-        for (int y = 0; y < h; ++y) std::memcpy(d + std::size_t(y) * PB, src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, PB);
+        const bool wide = x + 1 < w;
+        int y = 0;
+        for (; y + 1 < h; ++y) {
+            const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
+            if (wide) std::memcpy(d + std::size_t(y) * PB, s, W);
+            else std::memcpy(d + std::size_t(y) * PB, s, PB);
+        }
+        std::memcpy(d + std::size_t(y) * PB, src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, PB);
     }
 }
 
@@ -417,19 +449,57 @@ inline void transpose_wide(const u8* src, int srcStep, u8* dst, int dstStep) {
     }
 }
 
+// 8 x 8 pixels of 3 bytes. Each pixel is spread to a 32-bit unit as it is
+// loaded: register i of a column group holds pixels 4g..4g+3 of source row
+// i in its low lane and of row i + 4 in its high lane (16-byte loads at
+// byte 0 and byte 8 of the row's 24, so nothing past the tile is read).
+// The lane transposes leave destination row 4g + j as eight units, which
+// are packed back to 24 bytes and stored as 16 + 8 bytes.
+inline void transpose_8x8_px3(const u8* src, int srcStep, u8* dst, int dstStep) {
+    alignas(32) static constexpr i8 kSpread[2][32] = {
+        {0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1, 0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1},
+        {4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1, 4, 5, 6, -1, 7, 8, 9, -1, 10, 11, 12, -1, 13, 14, 15, -1}};
+    alignas(32) static constexpr i8 kPack[32] = {0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,
+                                                 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1};
+    const __m256i pack = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPack));
+    const __m256i join = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 6, 6);
+    for (int g = 0; g < 2; ++g) {
+        const __m256i spread = _mm256_load_si256(reinterpret_cast<const __m256i*>(kSpread[g]));
+        __m256i r[4];
+        for (int i = 0; i < 4; ++i) {
+            const u8* lo = src + std::ptrdiff_t(i) * srcStep + 8 * g;
+            const u8* hi = lo + 4 * std::ptrdiff_t(srcStep);
+            const __m256i v = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(lo))),
+                                                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(hi)), 1);
+            r[i] = _mm256_shuffle_epi8(v, spread);
+        }
+        lane_transpose<4>(r);
+        for (int i = 0; i < 4; ++i) {
+            const __m256i row = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(r[i], pack), join);
+            u8* d = dst + std::ptrdiff_t(4 * g + bit_reverse(i, 2)) * dstStep;
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(row));
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(d + 16), _mm256_extracti128_si256(row, 1));
+        }
+    }
+}
+
 template <int PB>
 void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
-    if constexpr (PB == 2 || PB == 4) {
-        // Whole 256-bit tiles, visited column strip by column strip so that
-        // the destination rows a strip fills are written one after another;
-        // the edges go to the 128-bit tiles and single pixels.
-        constexpr int T = 32 / PB;
+    if constexpr (PB == 2 || PB == 3 || PB == 4) {
+        // Whole 256-bit tiles (8 x 8 for 3-byte pixels), visited column strip
+        // by column strip so that the destination rows a strip fills are
+        // written one after another; the edges go to the 128-bit tiles and
+        // single pixels.
+        constexpr int T = PB == 3 ? 8 : 32 / PB;
         if (w >= T && h >= T) {
             const int wt = w / T * T, ht = h / T * T;
             for (int x = 0; x < wt; x += T)
-                for (int y = 0; y < ht; y += T)
-                    transpose_wide<PB>(src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, srcStep,
-                                       dst + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB, dstStep);
+                for (int y = 0; y < ht; y += T) {
+                    const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
+                    u8* d = dst + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB;
+                    if constexpr (PB == 3) transpose_8x8_px3(s, srcStep, d, dstStep);
+                    else transpose_wide<PB>(s, srcStep, d, dstStep);
+                }
             if (wt < w)
                 transpose_narrow<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
             if (ht < h)

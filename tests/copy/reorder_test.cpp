@@ -114,11 +114,11 @@ TEST(Transpose, RecursiveKernelMatchesReference) {
     }
 }
 
-// The block kernel for every pixel width that has vector tiles (and a
-// three-byte one that has none), at sizes that leave partial 256-bit and
-// 128-bit tiles on both edges, with byte offsets that misalign both
-// pointers, odd steps, and each buffer ending at (or starting after) a
-// protected page. Padding bytes between rows must keep their values.
+// The block kernel for every pixel width (vector tiles for 1, 2, 3, 4 and 8
+// bytes; pieces wider than the pixel for 3, 6 and 12), at sizes that leave
+// partial 256-bit and 128-bit tiles on both edges, with byte offsets that
+// misalign both pointers, odd steps, and each buffer ending at (or starting
+// after) a protected page. Padding bytes between rows must keep their values.
 template <int PB>
 void transpose_kernel_sizes() {
     std::vector<std::pair<int, int>> sizes;
@@ -135,13 +135,21 @@ void transpose_kernel_sizes() {
         rokt::GuardedBuffer dst(std::size_t(lead) + std::size_t(ds) * (w - 1) + std::size_t(h) * PB, guard);
         for (std::size_t i = 0; i < src.size(); ++i) src.data()[i] = std::uint8_t(i * 131 + i / 251 + k);
         for (std::size_t i = 0; i < dst.size(); ++i) dst.data()[i] = std::uint8_t(i * 7 + 0x5A);
+        // Some sources and destinations go bottom-up (last row first,
+        // negative step): bytes past a row's end then belong to the row
+        // before it, or to nothing for the first row.
+        const bool srcUp = k % 3 == 1, dstUp = k % 7 == 3;
+        const auto srcRow = [&](int y) { return std::size_t(lead) + std::size_t(srcUp ? h - 1 - y : y) * ss; };
+        const auto dstRow = [&](int x) { return std::size_t(lead) + std::size_t(dstUp ? w - 1 - x : x) * ds; };
         std::vector<std::uint8_t> want(dst.data(), dst.data() + dst.size());
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x)
                 for (int b = 0; b < PB; ++b)
-                    want[lead + std::size_t(x) * ds + std::size_t(y) * PB + b] = src.data()[lead + std::size_t(y) * ss + std::size_t(x) * PB + b];
-        rok::kernels::transpose_block<PB>(src.data() + lead, ss, dst.data() + lead, ds, w, h);
-        ASSERT_TRUE(std::equal(want.begin(), want.end(), dst.data())) << "pixel bytes " << PB << ", " << w << "x" << h << " lead " << lead;
+                    want[dstRow(x) + std::size_t(y) * PB + b] = src.data()[srcRow(y) + std::size_t(x) * PB + b];
+        rok::kernels::transpose_block<PB>(src.data() + srcRow(0), srcUp ? -ss : ss, dst.data() + dstRow(0), dstUp ? -ds : ds, w, h);
+        ASSERT_TRUE(std::equal(want.begin(), want.end(), dst.data()))
+            << "pixel bytes " << PB << ", " << w << "x" << h << " lead " << lead << (srcUp ? " source bottom-up" : "")
+            << (dstUp ? " destination bottom-up" : "");
     }
 }
 
@@ -150,7 +158,10 @@ TEST(Transpose, BlockKernelEdgesAndPlacement) {
     transpose_kernel_sizes<2>();
     transpose_kernel_sizes<3>();
     transpose_kernel_sizes<4>();
+    transpose_kernel_sizes<6>();
     transpose_kernel_sizes<8>();
+    transpose_kernel_sizes<12>();
+    transpose_kernel_sizes<16>();
 }
 
 // Images larger than one 64-pixel block in one direction only, so the last
