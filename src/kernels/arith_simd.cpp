@@ -313,12 +313,9 @@ Span divide_body(const P* a, const P* b, P* d, int n, int sf, bool* zero) {
     const __m256 eps = _mm256_set1_ps(sf > 0 ? 1.0f / float(1 << sf) : 1.0f);
     const __m256 limit = _mm256_set1_ps(100000.0f);  // beyond every sample range
     bool zeros = false;
-    // Quotients of one wide vector; z marks the zero divisors.
+    // 16-bit quotients of one wide vector; z marks the zero divisors.
     auto wide = [&](__m256i x, __m256i v, __m256i z) {
-        __m256i q;
-        if constexpr (kByte<P>) q = divide8_bytes<Mode>(x, v, scale);
-        else q = divide8<Mode>(x, v, scale, eps, limit);
-        return _mm256_blendv_epi8(q, zero_divisor8<P>(x), z);
+        return _mm256_blendv_epi8(divide8<Mode>(x, v, scale, eps, limit), zero_divisor8<P>(x), z);
     };
     const Span s = each_vector(a, b, d, n, [&](__m256i v, __m256i x) {
         const __m256i z = kByte<P> ? _mm256_cmpeq_epi8(v, _mm256_setzero_si256()) : _mm256_cmpeq_epi16(v, _mm256_setzero_si256());
@@ -332,11 +329,13 @@ Span divide_body(const P* a, const P* b, P* d, int n, int sf, bool* zero) {
             widen<Rok16u>(vl, b0, b1);
             widen<Rok16u>(xh, c0, c1);
             widen<Rok16u>(vh, e0, e1);
-            const __m256i zero = _mm256_setzero_si256();
-            auto zmask = [&](__m256i w) { return _mm256_cmpeq_epi32(w, zero); };
-            const __m256i lo = _mm256_packs_epi32(wide(a0, b0, zmask(b0)), wide(a1, b1, zmask(b1)));
-            const __m256i hi = _mm256_packs_epi32(wide(c0, e0, zmask(e0)), wide(c1, e1, zmask(e1)));
-            return _mm256_packus_epi16(lo, hi);
+            const __m256i lo = _mm256_packs_epi32(divide8_bytes<Mode>(a0, b0, scale), divide8_bytes<Mode>(a1, b1, scale));
+            const __m256i hi = _mm256_packs_epi32(divide8_bytes<Mode>(c0, e0, scale), divide8_bytes<Mode>(c1, e1, scale));
+            // A zero divisor gives 255 for a non-zero dividend and 0 for a
+            // zero one, set on the bytes in place of whatever its float
+            // quotient (infinity or NaN, clamped) packed to.
+            const __m256i nonzero = _mm256_xor_si256(_mm256_cmpeq_epi8(x, _mm256_setzero_si256()), _mm256_set1_epi8(-1));
+            return _mm256_blendv_epi8(_mm256_packus_epi16(lo, hi), nonzero, z);
         } else {
             widen<P>(x, xl, xh);
             widen<P>(v, vl, vh);
