@@ -1196,6 +1196,8 @@ ROKI_API RokStatus rokiTranspose_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiS
 ROKI_API RokStatus rokiTranspose_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize srcDstRoi);
 
 /* Writes each source sample to all 3 or 4 channels of the destination pixel. */
+/* Once the destination image outgrows the processor core's level-2 cache it */
+/* is written with streaming stores (whole lines), as the planar merge is. */
 ROKI_API RokStatus rokiDup_8u_C1C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiDup_8u_C1C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
 

@@ -130,7 +130,11 @@ template <int C>
 RokStatus dup(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roi) {
     if (!pSrc || !pDst) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
-    const RowRun rows = row_run(roi, 1, srcStep, C, dstStep, 1 + C);
+    RowRun rows = row_run(roi, 1, srcStep, C, dstStep, 1 + C);
+    // Like the planar merge, Dup writes C bytes for every byte it reads, so it
+    // streams once the image it writes no longer fits the core's own cache.
+    const std::size_t written = std::size_t(roi.width) * std::size_t(roi.height) * C;
+    rows.stream = outgrows_core_cache(written, written + written / C);
     for (int y = 0; y < rows.height; ++y)
         kernels::dup_channel<C>(row(pSrc, srcStep, y), row(pDst, dstStep, y), rows.width, rows.stream);
     if (rows.stream) kernels::store_fence();

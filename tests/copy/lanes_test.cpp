@@ -4,6 +4,7 @@
 // boundary and buffers that end at (or start after) a protected page.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <functional>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "guarded.h"
+#include "core/core.h"
 #include "kernels/copy_move.h"
 #include "roki.h"
 
@@ -243,6 +245,31 @@ TEST(LaneKernels, DuplicationOfWholeImages) {
             ASSERT_EQ(st, rokStatusOk);
             for (std::size_t i = 0; i + 1 < dst.size(); ++i) ASSERT_EQ(dst[i], src[i / C]) << "w " << w << " C " << C;
             EXPECT_EQ(dst.back(), 0xEE) << "written past the image";
+        }
+}
+
+// Above the core's level-2 size Dup streams: padded rows keep their padding,
+// rows laid end to end become one streamed run, and both odd starting
+// offsets (no whole line before the first boundary) and aligned ones occur.
+TEST(LaneKernels, DuplicationOfLargeImages) {
+    const int l2 = std::max(rok::core::l2_cache_bytes, 1 << 20);
+    for (int C : {3, 4})
+        for (int pad : {0, 5}) {
+            const int w = 1027, h = l2 / (w * C) + 3, dstStep = w * C + pad;
+            std::vector<std::uint8_t> src(std::size_t(w) * h), dst(std::size_t(dstStep) * h + 7, 0xEE);
+            for (std::size_t i = 0; i < src.size(); ++i) src[i] = std::uint8_t(i * 37 + i / 251);
+            std::uint8_t* d = dst.data() + 3;  // never on a line boundary
+            const RokStatus st = C == 3 ? rokiDup_8u_C1C3R(src.data(), w, d, dstStep, {w, h})
+                                        : rokiDup_8u_C1C4R(src.data(), w, d, dstStep, {w, h});
+            ASSERT_EQ(st, rokStatusOk);
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < dstStep; ++x) {
+                    const std::uint8_t got = d[std::size_t(y) * dstStep + x];
+                    if (x < w * C) ASSERT_EQ(got, src[std::size_t(y) * w + x / C]) << "C " << C << " pad " << pad << " y " << y << " x " << x;
+                    else ASSERT_EQ(got, 0xEE) << "padding written, C " << C << " y " << y;
+                }
+            for (int k = 0; k < 3; ++k) EXPECT_EQ(dst[k], 0xEE) << "written before the image";
+            for (std::size_t k = std::size_t(dstStep) * h + 3; k < dst.size(); ++k) EXPECT_EQ(dst[k], 0xEE) << "written past the image";
         }
 }
 
