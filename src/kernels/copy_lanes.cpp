@@ -289,6 +289,56 @@ void merge_planes(const U* const* planes, U* dst, int n, bool stream) {
     run_steps<R>(n, stream ? pixels_to_line(dst, C * E, E) : -1, scalar, step);
 }
 
+namespace {
+// 32-bit samples, 8 pixels a step. Gathering one channel: register q of the
+// SS consecutive source registers holds sample SS*p of pixel p at position
+// SS*p - 8q when that lies in 0..7. Scattering: position j of destination
+// register q is channel 0 of pixel (8q + j) / DS when (8q + j) % DS == 0.
+template <int SS, int Q>
+constexpr int gather_bits() {
+    int m = 0;
+    for (int p = 0; p < 8; ++p) m |= (SS * p >= 8 * Q && SS * p < 8 * Q + 8) << p;
+    return m;
+}
+template <int DS, int Q>
+constexpr int scatter_bits() {
+    int m = 0;
+    for (int j = 0; j < 8; ++j) m |= ((8 * Q + j) % DS == 0) << j;
+    return m;
+}
+template <int SS, int Q>
+inline __m256i gather_index() {
+    alignas(32) int idx[8];
+    for (int p = 0; p < 8; ++p) idx[p] = (SS * p - 8 * Q) & 7;
+    return load32(idx);
+}
+template <int DS, int Q>
+inline __m256i scatter_index() {
+    alignas(32) int idx[8];
+    for (int j = 0; j < 8; ++j) idx[j] = (8 * Q + j) / DS;
+    return load32(idx);
+}
+
+template <int SS, int Q = 0>
+inline __m256i gather_dwords(const std::uint32_t* s, __m256i acc) {
+    if constexpr (Q == SS) {
+        return acc;
+    } else {
+        const __m256i v = _mm256_permutevar8x32_epi32(load32(s + 8 * Q), gather_index<SS, Q>());
+        return gather_dwords<SS, Q + 1>(s, _mm256_blend_epi32(acc, v, gather_bits<SS, Q>()));
+    }
+}
+
+template <int DS, int Q = 0>
+inline void scatter_dwords(__m256i v, std::uint32_t* d) {
+    if constexpr (Q < DS) {
+        const __m256i placed = _mm256_permutevar8x32_epi32(v, scatter_index<DS, Q>());
+        store32(d + 8 * Q, _mm256_blend_epi32(load32(d + 8 * Q), placed, scatter_bits<DS, Q>()));
+        scatter_dwords<DS, Q + 1>(v, d);
+    }
+}
+}  // namespace
+
 // The pointers address one sample of a pixel, not its start, so a vector
 // step may only reach samples up to the last one addressed: the bodies stop
 // one pixel early ("i + R < n") and leave the rest to the scalar loop.
@@ -297,7 +347,24 @@ void copy_channel(const U* src, U* dst, int n) {
     constexpr int R = kRunPixels<U>;
     constexpr int E = int(sizeof(U));
     int i = 0;
-    if constexpr (DS == 1) {
+    if constexpr (SS == DS) {
+        // The same channel of two images: plain registers, one blend each,
+        // the other channels written back as they were read.
+        alignas(32) u8 mine[DS][32];
+        for (int q = 0; q < DS; ++q)
+            for (int b = 0; b < 32; ++b) mine[q][b] = (32 * q + b) / E % DS == 0 ? 0xFF : 0x00;
+        __m256i m[DS];
+        for (int q = 0; q < DS; ++q) m[q] = load32(mine[q]);
+        for (; i + R < n; i += R)
+            for (int q = 0; q < DS; ++q) {
+                U* d = dst + std::size_t(i) * DS + q * R;
+                store32(d, _mm256_blendv_epi8(load32(d), load32(src + std::size_t(i) * SS + q * R), m[q]));
+            }
+    } else if constexpr (E == 4 && DS == 1) {
+        for (; i + R < n; i += R) store32(dst + i, gather_dwords<SS>(src + std::size_t(i) * SS, _mm256_setzero_si256()));
+    } else if constexpr (E == 4) {
+        for (; i + R < n; i += R) scatter_dwords<DS>(load32(src + i), dst + std::size_t(i) * DS);
+    } else if constexpr (DS == 1) {
         for (; i + R < n; i += R) {
             __m256i v[SS];
             load_runs<U, SS>(src + std::size_t(i) * SS, v);
