@@ -1,6 +1,7 @@
 // Copy, set, channel and reordering cases beside their OpenCV equivalents.
 #include <opencv2/core.hpp>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -233,12 +234,36 @@ Case transpose_case(int w, int h, int type, RokStatus (*fn)(const T*, int, T*, i
     return c;
 }
 
+// In place on the largest square of the frame; OpenCV turns a square
+// matrix in place too. Each call leaves the image transposed, so the timed
+// loop alternates between the two orientations on both sides.
+template <class T>
+Case transpose_inplace_case(int w, int h, int type, RokStatus (*fn)(T*, int, RokiSize)) {
+    const int n = std::min(w, h);
+    auto m = std::make_shared<Images>();
+    m->dst = random_mat(n, n, type);
+    m->ref = m->dst.clone();
+    Case c;
+    c.rok = [m, fn, n] { fn(m->dst.ptr<T>(), step_of(m->dst), {n, n}); };
+    c.cv = [m] { cv::transpose(m->ref, m->ref); };
+    c.bytes = 2 * bytes_of(m->dst);
+    c.same = [m, c] {
+        m->ref = m->dst.clone();
+        c.rok();
+        c.cv();
+        return rokbench::equal_mats(m->dst, m->ref);
+    };
+    return c;
+}
+
 const bool tr8c4 = rokbench::add("Transpose_8u_C4R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC4, rokiTranspose_8u_C4R); });
 const bool tr8c3 = rokbench::add("Transpose_8u_C3R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC3, rokiTranspose_8u_C3R); });
 const bool tr32c3 = rokbench::add("Transpose_32f_C3R", [](int w, int h) { return transpose_case<Rok32f>(w, h, CV_32FC3, rokiTranspose_32f_C3R); });
 const bool tr8 = rokbench::add("Transpose_8u_C1R", [](int w, int h) { return transpose_case<Rok8u>(w, h, CV_8UC1, rokiTranspose_8u_C1R); });
 const bool tr32 = rokbench::add("Transpose_32f_C1R", [](int w, int h) { return transpose_case<Rok32f>(w, h, CV_32FC1, rokiTranspose_32f_C1R); });
 const bool tr16 = rokbench::add("Transpose_16u_C1R", [](int w, int h) { return transpose_case<Rok16u>(w, h, CV_16UC1, rokiTranspose_16u_C1R); });
+const bool tr8i = rokbench::add("Transpose_8u_C1IR", [](int w, int h) { return transpose_inplace_case<Rok8u>(w, h, CV_8UC1, rokiTranspose_8u_C1IR); });
+const bool tr32c3i = rokbench::add("Transpose_32f_C3IR", [](int w, int h) { return transpose_inplace_case<Rok32f>(w, h, CV_32FC3, rokiTranspose_32f_C3IR); });
 
 template <class T>
 Case mirror_case(int w, int h, int type, int axis, RokStatus (*fn)(const T*, int, T*, int, RokiSize, int)) {

@@ -526,17 +526,20 @@ void transpose_recursive(const u8* src, int srcStep, u8* dst, int dstStep, int w
 
 template <int PB>
 void transpose_swap_blocks(u8* a, u8* b, int step, int rows, int cols) {
-    for (int r = 0; r < rows; ++r) {
-        u8* ar = a + std::ptrdiff_t(r) * step;
-        for (int c = a == b ? r + 1 : 0; c < cols; ++c) {
-            u8 tmp[PB];
-            u8* pa = ar + std::size_t(c) * PB;
-            u8* pb = b + std::ptrdiff_t(c) * step + std::size_t(r) * PB;
-            std::memcpy(tmp, pa, PB);
-            std::memcpy(pa, pb, PB);
-            std::memcpy(pb, tmp, PB);
-        }
+    // Both blocks go through the tile kernels: the block at b is turned into
+    // a stack copy, the block at a is turned straight into b's place, and the
+    // copy then goes to a. On the diagonal the block is turned into the copy
+    // and copied back.
+    constexpr int kMax = 32;
+    alignas(32) u8 turned[kMax * kMax * PB];
+    const int rowBytes = cols * PB;
+    if (a == b) {
+        transpose_block<PB>(a, step, turned, rowBytes, cols, rows);
+    } else {
+        transpose_block<PB>(b, step, turned, rowBytes, rows, cols);
+        transpose_block<PB>(a, step, b, step, cols, rows);
     }
+    for (int r = 0; r < rows; ++r) std::memcpy(a + std::ptrdiff_t(r) * step, turned + std::size_t(r) * rowBytes, rowBytes);
 }
 
 #define ROK_REORDER(U)                                                                 \

@@ -46,6 +46,7 @@ void transpose_recursive(const std::uint8_t* src, int srcStep, std::uint8_t* dst
 // In-place transpose step in one image of step `step`: exchanges pixel
 // (r, c) of the rows x cols block at a with pixel (c, r) of the block at b;
 // when a == b (a square block on the diagonal) it transposes that block.
+// rows and cols are at most 32.
 template <int PB>
 void transpose_swap_blocks(std::uint8_t* a, std::uint8_t* b, int step, int rows, int cols);
 
