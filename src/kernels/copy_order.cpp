@@ -313,6 +313,25 @@ inline void transpose_4x4_wide(const u8* src, int srcStep, u8* dst, int dstStep)
     store32(dst + 3 * std::ptrdiff_t(dstStep), _mm256_permute2x128_si256(t1, t3, 0x31));
 }
 
+// 4 x 4 pixels of 16 bytes: each 32-byte load holds two pixels of a source
+// row, and each destination register joins one pixel of two source rows.
+inline void transpose_4x4_px16(const u8* src, int srcStep, u8* dst, int dstStep) {
+    __m256i r[4][2];
+    for (int i = 0; i < 4; ++i)
+        for (int g = 0; g < 2; ++g) r[i][g] = load32(src + std::ptrdiff_t(i) * srcStep + 32 * g);
+    for (int j = 0; j < 4; ++j) {
+        u8* d = dst + std::ptrdiff_t(j) * dstStep;
+        const int g = j / 2;
+        if (j % 2) {
+            store32(d, _mm256_permute2x128_si256(r[0][g], r[1][g], 0x31));
+            store32(d + 32, _mm256_permute2x128_si256(r[2][g], r[3][g], 0x31));
+        } else {
+            store32(d, _mm256_permute2x128_si256(r[0][g], r[1][g], 0x20));
+            store32(d + 32, _mm256_permute2x128_si256(r[2][g], r[3][g], 0x20));
+        }
+    }
+}
+
 // The piece a pixel moves as when it may carry spare bytes: the next power
 // of two for 3, 6 and 12 bytes, the pixel itself otherwise.
 template <int PB>
@@ -320,8 +339,8 @@ constexpr int kWidePixel = PB == 3 ? 4 : PB == 6 ? 8 : PB == 12 ? 16 : PB;
 
 template <int PB>
 void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
-    if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8) {
-        // Whole vector tiles (16 x 16 bytes, 8 x 8 or 4 x 4 samples); the
+    if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8 || PB == 16) {
+        // Whole vector tiles (16 x 16 bytes, 8 x 8 or 4 x 4 pixels); the
         // edge strips by the loop below.
         constexpr int T = PB == 1 ? 16 : PB == 2 ? 8 : 4;
         if (w >= T && h >= T) {
@@ -333,7 +352,8 @@ void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, i
                     if constexpr (PB == 1) transpose_16x16(s, srcStep, d, dstStep);
                     else if constexpr (PB == 2) transpose_8x8(s, srcStep, d, dstStep);
                     else if constexpr (PB == 4) transpose_4x4(s, srcStep, d, dstStep);
-                    else transpose_4x4_wide(s, srcStep, d, dstStep);
+                    else if constexpr (PB == 8) transpose_4x4_wide(s, srcStep, d, dstStep);
+                    else transpose_4x4_px16(s, srcStep, d, dstStep);
                 }
             if (wt < w)
                 transpose_narrow<PB>(src + std::size_t(wt) * PB, srcStep, dst + std::ptrdiff_t(wt) * dstStep, dstStep, w - wt, h);
@@ -483,14 +503,45 @@ inline void transpose_8x8_px3(const u8* src, int srcStep, u8* dst, int dstStep) 
     }
 }
 
+// 4 x 4 pixels of 6 bytes, as the 3-byte tile with 64-bit units: register
+// i holds source row i's four pixels, each spread to 8 bytes (16-byte loads
+// at byte 0 and byte 8 of the row's 24), the units are transposed as in
+// transpose_4x4_wide and each destination row is packed back to 24 bytes.
+inline void transpose_4x4_px6(const u8* src, int srcStep, u8* dst, int dstStep) {
+    alignas(32) static constexpr i8 kSpread[32] = {0, 1, 2, 3, 4, 5, -1, -1, 6, 7, 8, 9, 10, 11, -1, -1,
+                                                   4, 5, 6, 7, 8, 9, -1, -1, 10, 11, 12, 13, 14, 15, -1, -1};
+    alignas(32) static constexpr i8 kPack[32] = {0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1,
+                                                 0, 1, 2, 3, 4, 5, 8, 9, 10, 11, 12, 13, -1, -1, -1, -1};
+    const __m256i spread = _mm256_load_si256(reinterpret_cast<const __m256i*>(kSpread));
+    const __m256i pack = _mm256_load_si256(reinterpret_cast<const __m256i*>(kPack));
+    const __m256i join = _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 6, 6);
+    __m256i r[4];
+    for (int i = 0; i < 4; ++i) {
+        const u8* row = src + std::ptrdiff_t(i) * srcStep;
+        const __m256i v = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(row))),
+                                                  _mm_loadu_si128(reinterpret_cast<const __m128i*>(row + 8)), 1);
+        r[i] = _mm256_shuffle_epi8(v, spread);
+    }
+    const __m256i t0 = _mm256_unpacklo_epi64(r[0], r[1]), t1 = _mm256_unpackhi_epi64(r[0], r[1]);
+    const __m256i t2 = _mm256_unpacklo_epi64(r[2], r[3]), t3 = _mm256_unpackhi_epi64(r[2], r[3]);
+    const __m256i rows[4] = {_mm256_permute2x128_si256(t0, t2, 0x20), _mm256_permute2x128_si256(t1, t3, 0x20),
+                             _mm256_permute2x128_si256(t0, t2, 0x31), _mm256_permute2x128_si256(t1, t3, 0x31)};
+    for (int j = 0; j < 4; ++j) {
+        const __m256i packed = _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(rows[j], pack), join);
+        u8* d = dst + std::ptrdiff_t(j) * dstStep;
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(d + 16), _mm256_extracti128_si256(packed, 1));
+    }
+}
+
 template <int PB>
 void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
-    if constexpr (PB == 2 || PB == 3 || PB == 4) {
-        // Whole 256-bit tiles (8 x 8 for 3-byte pixels), visited column strip
-        // by column strip so that the destination rows a strip fills are
-        // written one after another; the edges go to the 128-bit tiles and
-        // single pixels.
-        constexpr int T = PB == 3 ? 8 : 32 / PB;
+    if constexpr (PB == 2 || PB == 3 || PB == 4 || PB == 6) {
+        // Whole 256-bit tiles (8 x 8 for 3-byte pixels, 4 x 4 for 6-byte
+        // ones), visited column strip by column strip so that the
+        // destination rows a strip fills are written one after another; the
+        // edges go to the 128-bit tiles and single pixels.
+        constexpr int T = PB == 3 ? 8 : PB == 6 ? 4 : 32 / PB;
         if (w >= T && h >= T) {
             const int wt = w / T * T, ht = h / T * T;
             for (int x = 0; x < wt; x += T)
@@ -498,6 +549,7 @@ void transpose_block(const u8* src, int srcStep, u8* dst, int dstStep, int w, in
                     const u8* s = src + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB;
                     u8* d = dst + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB;
                     if constexpr (PB == 3) transpose_8x8_px3(s, srcStep, d, dstStep);
+                    else if constexpr (PB == 6) transpose_4x4_px6(s, srcStep, d, dstStep);
                     else transpose_wide<PB>(s, srcStep, d, dstStep);
                 }
             if (wt < w)
