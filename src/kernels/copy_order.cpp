@@ -332,6 +332,34 @@ inline void transpose_4x4_px16(const u8* src, int srcStep, u8* dst, int dstStep)
     }
 }
 
+// 4 x 4 pixels of 12 bytes (three 32-bit samples). Each source pixel is
+// loaded as 16 bytes holding it in units 0..2 (pixel 3 of a row, loaded up
+// to the row's end so nothing past the tile is read, in units 1..3), and
+// each destination row of four pixels is put together from them as three
+// registers of four units.
+inline void transpose_4x4_px12(const u8* src, int srcStep, u8* dst, int dstStep) {
+    auto load = [](const u8* p) { return _mm_castsi128_ps(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); };
+    auto store = [](u8* p, __m128 v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm_castps_si128(v)); };
+    __m128 x[4][4];
+    for (int i = 0; i < 4; ++i) {
+        const u8* row = src + std::ptrdiff_t(i) * srcStep;
+        for (int j = 0; j < 3; ++j) x[j][i] = load(row + 12 * j);
+        x[3][i] = load(row + 32);
+    }
+    for (int j = 0; j < 3; ++j) {
+        const __m128* p = x[j];
+        u8* d = dst + std::ptrdiff_t(j) * dstStep;
+        store(d, _mm_insert_ps(p[0], p[1], (0 << 6) | (3 << 4)));
+        store(d + 16, _mm_shuffle_ps(p[1], p[2], _MM_SHUFFLE(1, 0, 2, 1)));
+        store(d + 32, _mm_insert_ps(_mm_castsi128_ps(_mm_slli_si128(_mm_castps_si128(p[3]), 4)), p[2], (2 << 6) | (0 << 4)));
+    }
+    const __m128* p = x[3];
+    u8* d = dst + 3 * std::ptrdiff_t(dstStep);
+    store(d, _mm_insert_ps(_mm_castsi128_ps(_mm_srli_si128(_mm_castps_si128(p[0]), 4)), p[1], (1 << 6) | (3 << 4)));
+    store(d + 16, _mm_shuffle_ps(p[1], p[2], _MM_SHUFFLE(2, 1, 3, 2)));
+    store(d + 32, _mm_insert_ps(p[3], p[2], (3 << 6) | (0 << 4)));
+}
+
 // The piece a pixel moves as when it may carry spare bytes: the next power
 // of two for 3, 6 and 12 bytes, the pixel itself otherwise.
 template <int PB>
@@ -339,7 +367,7 @@ constexpr int kWidePixel = PB == 3 ? 4 : PB == 6 ? 8 : PB == 12 ? 16 : PB;
 
 template <int PB>
 void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, int h) {
-    if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8 || PB == 16) {
+    if constexpr (PB == 1 || PB == 2 || PB == 4 || PB == 8 || PB == 12 || PB == 16) {
         // Whole vector tiles (16 x 16 bytes, 8 x 8 or 4 x 4 pixels); the
         // edge strips by the loop below.
         constexpr int T = PB == 1 ? 16 : PB == 2 ? 8 : 4;
@@ -353,6 +381,7 @@ void transpose_narrow(const u8* src, int srcStep, u8* dst, int dstStep, int w, i
                     else if constexpr (PB == 2) transpose_8x8(s, srcStep, d, dstStep);
                     else if constexpr (PB == 4) transpose_4x4(s, srcStep, d, dstStep);
                     else if constexpr (PB == 8) transpose_4x4_wide(s, srcStep, d, dstStep);
+                    else if constexpr (PB == 12) transpose_4x4_px12(s, srcStep, d, dstStep);
                     else transpose_4x4_px16(s, srcStep, d, dstStep);
                 }
             if (wt < w)
