@@ -116,11 +116,23 @@ RokStatus transpose(const T* pSrc, int srcStep, T* pDst, int dstStep, RokiSize r
     // Blocks go strip by strip of source columns: each strip fills its
     // destination rows completely while they are still in cache.
     const int block = std::min({w, h, 64});
-    for (int x = 0; x < w; x += block)
-        for (int y = 0; y < h; y += block)
+    for (int x = 0; x < w; x += block) {
+        const std::size_t pieceBytes = std::size_t(std::min(block, w - x)) * PB;
+        for (int y = 0; y < h; y += block) {
+            // The next block down the strip reads a short piece of each of
+            // its rows, each on another page, where the hardware prefetcher
+            // does not follow; asking for those lines now hides their latency
+            // behind this block's work.
+            for (int r = y + block; r < std::min(h, y + 2 * block); ++r) {
+                const std::uint8_t* piece = s + std::ptrdiff_t(r) * srcStep + std::size_t(x) * PB;
+                for (std::size_t b = 0; b < pieceBytes; b += 64) __builtin_prefetch(piece + b);
+                __builtin_prefetch(piece + pieceBytes - 1);
+            }
             kernels::transpose_block<PB>(s + std::ptrdiff_t(y) * srcStep + std::size_t(x) * PB, srcStep,
                                          d + std::ptrdiff_t(x) * dstStep + std::size_t(y) * PB, dstStep,
                                          std::min(block, w - x), std::min(block, h - y));
+        }
+    }
     return rokStatusOk;
 }
 
