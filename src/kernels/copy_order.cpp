@@ -98,21 +98,36 @@ void reorder_channels(const U* src, U* dst, int n, const int* order, U fill) {
     int i = 0;
     bool exact = true;
     for (int k = 0; k < NP; ++k) exact = exact && ord[k] < SC;
-    if (sizeof(U) > 1 || SC != DC || DC != NP || !exact) i = reorder_runs<U, SC, DC, NP>(src, dst, n, ord, fill);
-    if constexpr (sizeof(U) == 1 && SC == DC && DC == NP) {
-        // Whole 8-bit pixels reordered by one byte shuffle: 5 three-channel
-        // pixels (the 16th byte is the next pixel's first sample, rewritten
-        // by the next step, which always exists since 6 pixels remain) or 4
-        // four-channel ones per 16 bytes. Each block is loaded before it is
-        // stored, so src == dst works.
+    constexpr bool kBytePixels = sizeof(U) == 1 && SC == DC && (NP == SC || (SC == 4 && NP == 3));
+    if (!kBytePixels || !exact) i = reorder_runs<U, SC, DC, NP>(src, dst, n, ord, fill);
+    if constexpr (kBytePixels) {
+        // Whole 8-bit pixels reordered by one byte shuffle per 16-byte lane:
+        // 5 three-channel pixels per lane (the 16th byte is the next pixel's
+        // first sample, rewritten by the next lane or step, which always
+        // exists since one more pixel remains) or 4 four-channel ones. Each
+        // register is loaded before it is stored, so src == dst works. An
+        // alpha channel that stays is taken back from the destination.
         constexpr int K = SC == 3 ? 5 : 4;
         alignas(16) std::int8_t idx[16];
         for (int j = 0; j < 16; ++j)
-            idx[j] = std::int8_t(j / SC < K && ord[j % SC] < SC ? (j / SC) * SC + ord[j % SC] : j);
-        const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(idx));
-        for (; exact && n - i >= K + 1; i += K) {
-            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + std::size_t(i) * SC));
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::size_t(i) * DC), _mm_shuffle_epi8(v, shuffle));
+            idx[j] = std::int8_t(j / SC < K && j % SC < NP ? (j / SC) * SC + ord[j % SC] : j);
+        const __m256i shuffle = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(idx)));
+        const __m256i colour = _mm256_set1_epi32(0x00FFFFFF);
+        for (; exact && n - i >= 2 * K + (SC == 3); i += 2 * K) {
+            const U* s = src + std::size_t(i) * SC;
+            U* d = dst + std::size_t(i) * DC;
+            if constexpr (SC == 3) {
+                const __m256i v = _mm256_inserti128_si256(
+                    _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(s))),
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(s + 3 * K)), 1);
+                const __m256i r = _mm256_shuffle_epi8(v, shuffle);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(r));
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(d + 3 * K), _mm256_extracti128_si256(r, 1));
+            } else {
+                __m256i r = _mm256_shuffle_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(s)), shuffle);
+                if constexpr (NP == 3) r = _mm256_blendv_epi8(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(d)), r, colour);
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), r);
+            }
         }
     }
     for (; i < n; ++i) {
