@@ -37,20 +37,28 @@ inline void swap_pixel(u8* a, u8* b) {
 template <int PB>
 constexpr bool kVectorPixel = PB == 1 || PB == 2 || PB == 4 || PB == 8 || PB == 16;
 
+// Byte tables of the reversers below, built at compile time so that a call
+// per row costs no set-up.
 template <int PB>
-struct Reverser {
-    static constexpr int kPixels = 32 / PB;
-    __m256i shuffle, keep;
-    Reverser() {
-        alignas(32) u8 idx[32], colour[32];
+struct ReverseTables {
+    alignas(32) u8 idx[32];
+    alignas(32) u8 colour[32];
+    constexpr ReverseTables() : idx{}, colour{} {
         for (int j = 0; j < 32; ++j) {
             const int lane = j % 16, p = lane / PB, b = lane % PB;
             idx[j] = PB >= 16 ? u8(lane) : u8((16 / PB - 1 - p) * PB + b);
             colour[j] = is_colour_byte<PB>(j) ? 0xFF : 0x00;
         }
-        shuffle = load32(idx);
-        keep = load32(colour);
     }
+};
+template <int PB>
+inline constexpr ReverseTables<PB> kReverse{};
+
+template <int PB>
+struct Reverser {
+    static constexpr int kPixels = 32 / PB;
+    __m256i shuffle, keep;
+    Reverser() : shuffle(load32(kReverse<PB>.idx)), keep(load32(kReverse<PB>.colour)) {}
     __m256i operator()(__m256i v) const {
         return _mm256_permute4x64_epi64(_mm256_shuffle_epi8(v, shuffle), 0x4E);
     }
@@ -67,19 +75,27 @@ struct Reverser {
 // to its end), reversed by a shuffle into bytes 0..11 and stored as exactly
 // 12 bytes, so nothing outside the chunk is written.
 template <int PB>
+struct Chunk12Tables {
+    alignas(16) i8 head[16];
+    alignas(16) i8 tail[16];
+    constexpr Chunk12Tables() : head{}, tail{} {
+        for (int j = 0; j < 16; ++j) {
+            const int at = (12 / PB - 1 - j / PB) * PB + j % PB;
+            head[j] = i8(j < 12 ? at : 0x80);
+            tail[j] = i8(j < 12 ? 4 + at : 0x80);
+        }
+    }
+};
+template <int PB>
+inline constexpr Chunk12Tables<PB> kChunk12{};
+
+template <int PB>
 struct Chunk12 {
     static constexpr int kPixels = 12 / PB;
     __m128i fromHead, fromTail;
-    Chunk12() {
-        alignas(16) std::int8_t h[16], t[16];
-        for (int j = 0; j < 16; ++j) {
-            const int at = (kPixels - 1 - j / PB) * PB + j % PB;
-            h[j] = std::int8_t(j < 12 ? at : 0x80);
-            t[j] = std::int8_t(j < 12 ? 4 + at : 0x80);
-        }
-        fromHead = _mm_load_si128(reinterpret_cast<const __m128i*>(h));
-        fromTail = _mm_load_si128(reinterpret_cast<const __m128i*>(t));
-    }
+    Chunk12()
+        : fromHead(_mm_load_si128(reinterpret_cast<const __m128i*>(kChunk12<PB>.head))),
+          fromTail(_mm_load_si128(reinterpret_cast<const __m128i*>(kChunk12<PB>.tail))) {}
     static __m128i load_head(const u8* chunk) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(chunk)); }
     static __m128i load_tail(const u8* chunk) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(chunk - 4)); }
     static void store(u8* p, __m128i v) {
@@ -88,6 +104,19 @@ struct Chunk12 {
         std::memcpy(p + 8, &last, 4);
     }
 };
+
+// Reverses the K = 16 / PB pixels that follow `spare` leading bytes of a
+// 16-byte lane into its first K * PB bytes.
+template <int PB>
+struct SpareLaneTable {
+    alignas(16) i8 idx[16];
+    constexpr SpareLaneTable() : idx{} {
+        constexpr int K = 16 / PB, spare = 16 - K * PB;
+        for (int j = 0; j < 16; ++j) idx[j] = i8(j < K * PB ? spare + (K - 1 - j / PB) * PB + j % PB : 0x80);
+    }
+};
+template <int PB>
+inline constexpr SpareLaneTable<PB> kSpareLane{};
 
 }  // namespace
 
@@ -154,10 +183,7 @@ void reverse_pixels(const u8* src, u8* dst, int n) {
         // pixel in hand. Two lanes, of consecutive destination pixels, per
         // register.
         constexpr int K = 16 / PB, spare = 16 - K * PB;
-        alignas(16) std::int8_t idx[16];
-        for (int j = 0; j < 16; ++j)
-            idx[j] = std::int8_t(j < K * PB ? spare + (K - 1 - j / PB) * PB + j % PB : 0x80);
-        const __m256i shuffle = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(idx)));
+        const __m256i shuffle = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(kSpareLane<PB>.idx)));
         for (; n - i >= 2 * K + 1; i += 2 * K) {
             const u8* s0 = src + std::size_t(n - i - K) * PB - spare;
             const u8* s1 = src + std::size_t(n - i - 2 * K) * PB - spare;
@@ -213,9 +239,7 @@ void swap_rows(u8* a, u8* b, int n) {
     const std::size_t bytes = std::size_t(n) * PB;
     std::size_t i = 0;
     if constexpr (kVectorPixel<PB> || !KeepAlpha) {
-        alignas(32) u8 colour[32];
-        for (int j = 0; j < 32; ++j) colour[j] = (!KeepAlpha || is_colour_byte<PB>(j)) ? 0xFF : 0x00;
-        const __m256i keep = load32(colour);
+        const __m256i keep = load32(kReverse<PB>.colour);  // used only when alpha stays
         for (; i + 32 <= bytes; i += 32) {
             const __m256i va = load32(a + i), vb = load32(b + i);
             store32(a + i, KeepAlpha ? _mm256_blendv_epi8(va, vb, keep) : vb);
