@@ -88,6 +88,24 @@ TEST(Scale, DownAccurate) {
     four<Rok32s, Rok8u>("32s8u", r32s, full_range<Rok32s>(), ROK_SCALE4(32s8u), int(rokHintAccurate));
 }
 
+// Every 16-bit input once, through the vector body (one contiguous image of
+// 65536 samples), against the float rule.
+TEST(Scale, DownAccurateEveryInput) {
+    std::vector<Rok16u> u(65536);
+    std::vector<Rok16s> s(65536);
+    for (int k = 0; k < 65536; ++k) {
+        u[std::size_t(k)] = Rok16u(k);
+        s[std::size_t(k)] = Rok16s(k - 32768);
+    }
+    std::vector<Rok8u> du(65536), ds(65536);
+    ASSERT_EQ(rokiScale_16u8u_C1R(u.data(), 512, du.data(), 256, {256, 256}, rokHintAccurate), rokStatusOk);
+    ASSERT_EQ(rokiScale_16s8u_C1R(s.data(), 512, ds.data(), 256, {256, 256}, rokHintAccurate), rokStatusOk);
+    for (int k = 0; k < 65536; ++k) {
+        ASSERT_EQ(du[std::size_t(k)], nearest_even_8u(float(k) * 0.0038910506f)) << "16u " << k;
+        ASSERT_EQ(ds[std::size_t(k)], nearest_even_8u(float(k) * 0.0038910506f)) << "16s " << k - 32768;
+    }
+}
+
 TEST(Scale, DownFast) {
     auto r16s = [](Rok16s x) { return Rok8u(floor_div(x - floor_div(x, 8), 8) + 128); };
     auto r16u = [](Rok16u x) {
