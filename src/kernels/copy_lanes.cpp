@@ -372,17 +372,13 @@ void copy_channel(const U* src, U* dst, int n) {
             store32(dst + i, v[0]);
         }
     } else {
-        // Channel 0 of each destination lane is replaced; the other samples
-        // are stored back as they were read.
+        // One channel into C3/C4 (SS == 1): channel 0 of each destination
+        // lane is replaced; the other samples are stored back as they were read.
         for (; i + R < n; i += R) {
             __m256i s[DS], d[DS];
             load_runs<U, DS>(dst + std::size_t(i) * DS, d);
-            if constexpr (SS == 1) {
-                for (int c = 0; c < DS; ++c) s[c] = load32(src + i);
-                interleave<U, DS>(s);
-            } else {
-                load_runs<U, SS>(src + std::size_t(i) * SS, s);
-            }
+            for (int c = 0; c < DS; ++c) s[c] = load32(src + i);
+            interleave<U, DS>(s);
             for (int q = 0; q < DS; ++q) d[q] = _mm256_blendv_epi8(d[q], s[q], both_lanes(kLanes<DS, E>.owner[q][0]));
             store_runs<U, DS>(dst + std::size_t(i) * DS, d);
         }
