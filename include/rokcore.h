@@ -3,7 +3,9 @@
 #ifndef ROKCORE_H
 #define ROKCORE_H
 
+#ifndef ROKI_TYPES_H
 #include "roki.h"
+#endif
 
 #ifdef __cplusplus
 extern "C" {

@@ -2,7 +2,7 @@
 # Installs what the build and the tests need from Debian's packages; with
 # --bench also Google Benchmark and OpenCV for the side-by-side benchmarks.
 set -euo pipefail
-packages=(cmake g++ make libgtest-dev pkg-config binutils)
+packages=(cmake g++ make libgtest-dev pkg-config binutils ccache)
 command -v python3 >/dev/null || packages+=(python3)
 if [ "${1:-}" = "--bench" ]; then
   packages+=(libbenchmark-dev libopencv-core-dev libopencv-imgproc-dev)

@@ -13,7 +13,7 @@
 #include "frame/layout.h"
 #include "frame/parallel.h"
 #include "kernels/arith.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::arith {
 

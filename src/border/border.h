@@ -5,7 +5,7 @@
 #pragma once
 
 #include "frame/layout.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::border {
 

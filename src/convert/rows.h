@@ -8,7 +8,7 @@
 #include "frame/ac4.h"
 #include "frame/image.h"
 #include "frame/layout.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::convert {
 

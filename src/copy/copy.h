@@ -7,7 +7,7 @@
 #include "frame/image.h"
 #include "kernels/channels.h"
 #include "kernels/copy_move.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::copy {
 

@@ -7,7 +7,7 @@
 #include <type_traits>
 
 #include "frame/layout.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::copy {
 

@@ -13,7 +13,7 @@
 #include "kernels/channels.h"
 #include "kernels/copy_move.h"
 #include "kernels/copy_order.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::copy {
 

@@ -10,7 +10,7 @@
 #include "copy/engine.h"
 #include "frame/image.h"
 #include "kernels/copy_move.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::copy {
 

@@ -1,6 +1,8 @@
 // Core services used inside the library (not exported).
 #pragma once
 
+// The types alone, so that core services do not pull in every export.
+#include "frame/generated/roki_types.h"
 #include "rokcore.h"
 
 // Thread count for a parallel region, at least 1; asked afresh by every region.

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok {
 

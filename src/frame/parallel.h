@@ -10,7 +10,7 @@
 #include <type_traits>
 
 #include "core/core.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok {
 

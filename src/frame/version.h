@@ -1,6 +1,6 @@
 #pragma once
 
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::frame {
 const RokLibraryVersion* lib_version();

@@ -2,7 +2,7 @@
 // instantiated for the sample types that use it.
 #pragma once
 
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::kernels {
 

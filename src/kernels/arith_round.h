@@ -4,7 +4,7 @@
 
 #include <immintrin.h>
 
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::kernels {
 

@@ -8,7 +8,7 @@
 #pragma once
 
 #include "kernels/arith.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::kernels {
 

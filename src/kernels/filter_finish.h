@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::kernels {
 

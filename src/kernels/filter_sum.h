@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::kernels {
 

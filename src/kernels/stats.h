@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::kernels {
 

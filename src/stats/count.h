@@ -6,7 +6,7 @@
 #include "frame/image.h"
 #include "frame/layout.h"
 #include "kernels/stats.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::stats {
 

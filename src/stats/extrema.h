@@ -10,7 +10,7 @@
 #include "frame/image.h"
 #include "frame/layout.h"
 #include "kernels/stats.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::stats {
 

@@ -8,7 +8,7 @@
 
 #include "frame/layout.h"
 #include "kernels/stats.h"
-#include "roki.h"
+#include "frame/generated/roki_types.h"
 
 namespace rok::stats {
 
