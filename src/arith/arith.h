@@ -12,7 +12,7 @@
 #include "frame/image.h"
 #include "frame/layout.h"
 #include "frame/parallel.h"
-#include "kernels/arith.h"
+#include "kernels/arith/arith.h"
 #include "frame/generated/roki_types.h"
 
 namespace rok::arith {

@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "frame/image.h"
-#include "kernels/border_fill.h"
-#include "kernels/channels.h"
+#include "kernels/border/border_fill.h"
+#include "kernels/copy/channels.h"
 
 namespace rok::border {
 

@@ -8,8 +8,8 @@
 #include "convert/rounding.h"
 #include "convert/rows.h"
 #include "frame/image.h"
-#include "kernels/convert.h"
-#include "kernels/copy_move.h"
+#include "kernels/convert/convert.h"
+#include "kernels/copy/copy_move.h"
 
 namespace rok::convert {
 

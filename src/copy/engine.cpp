@@ -5,7 +5,7 @@
 
 #include "core/core.h"
 #include "frame/image.h"
-#include "kernels/copy_move.h"
+#include "kernels/copy/copy_move.h"
 
 namespace rok::copy {
 

@@ -10,9 +10,9 @@
 #include "copy/engine.h"
 #include "core/core.h"
 #include "frame/image.h"
-#include "kernels/channels.h"
-#include "kernels/copy_move.h"
-#include "kernels/copy_order.h"
+#include "kernels/copy/channels.h"
+#include "kernels/copy/copy_move.h"
+#include "kernels/copy/copy_order.h"
 #include "frame/generated/roki_types.h"
 
 namespace rok::copy {

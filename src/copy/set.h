@@ -9,7 +9,7 @@
 
 #include "copy/engine.h"
 #include "frame/image.h"
-#include "kernels/copy_move.h"
+#include "kernels/copy/copy_move.h"
 #include "frame/generated/roki_types.h"
 
 namespace rok::copy {

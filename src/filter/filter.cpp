@@ -10,9 +10,9 @@
 #include "core/core.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
-#include "kernels/channels.h"
-#include "kernels/filter_finish.h"
-#include "kernels/filter_sum.h"
+#include "kernels/copy/channels.h"
+#include "kernels/filter/filter_finish.h"
+#include "kernels/filter/filter_sum.h"
 
 namespace rok::filter {
 

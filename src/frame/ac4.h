@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "kernels/channels.h"
+#include "kernels/copy/channels.h"
 
 namespace rok {
 

@@ -5,7 +5,7 @@
 
 #include "frame/image.h"
 #include "frame/layout.h"
-#include "kernels/stats.h"
+#include "kernels/stats/stats.h"
 #include "frame/generated/roki_types.h"
 
 namespace rok::stats {

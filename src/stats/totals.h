@@ -7,7 +7,7 @@
 #include <type_traits>
 
 #include "frame/layout.h"
-#include "kernels/stats.h"
+#include "kernels/stats/stats.h"
 #include "frame/generated/roki_types.h"
 
 namespace rok::stats {

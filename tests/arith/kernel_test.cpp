@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "guarded.h"
-#include "kernels/arith.h"
+#include "kernels/arith/arith.h"
 #include "reference.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "guarded.h"
-#include "kernels/convert.h"
+#include "kernels/convert/convert.h"
 #include "random.h"
 #include "roki.h"
 

@@ -15,7 +15,7 @@
 
 #include "guarded.h"
 #include "core/core.h"
-#include "kernels/copy_move.h"
+#include "kernels/copy/copy_move.h"
 #include "roki.h"
 
 namespace {

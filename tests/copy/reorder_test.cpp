@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "harness.h"
-#include "kernels/copy_order.h"
+#include "kernels/copy/copy_order.h"
 
 namespace {
 

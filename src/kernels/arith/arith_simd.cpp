@@ -1,6 +1,6 @@
-#include "kernels/arith_simd.h"
+#include "kernels/arith/arith_simd.h"
 
-#include "kernels/arith_round.h"
+#include "kernels/arith/arith_round.h"
 
 #include <immintrin.h>
 

@@ -1,4 +1,4 @@
-#include "kernels/filter_finish.h"
+#include "kernels/filter/filter_finish.h"
 
 #include <immintrin.h>
 

@@ -1,4 +1,4 @@
-#include "kernels/arith.h"
+#include "kernels/arith/arith.h"
 
 #include <immintrin.h>
 
@@ -9,7 +9,7 @@
 #include <limits>
 #include <type_traits>
 
-#include "kernels/arith_simd.h"
+#include "kernels/arith/arith_simd.h"
 #include "kernels/rules.h"
 
 namespace rok::kernels {

@@ -7,7 +7,7 @@
 // odd address), or a scale factor the vector body does not cover.
 #pragma once
 
-#include "kernels/arith.h"
+#include "kernels/arith/arith.h"
 #include "frame/generated/roki_types.h"
 
 namespace rok::kernels {

@@ -1,4 +1,4 @@
-#include "kernels/channels.h"
+#include "kernels/copy/channels.h"
 
 #include <immintrin.h>
 

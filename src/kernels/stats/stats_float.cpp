@@ -2,8 +2,8 @@
 // double-precision partials for the accurate path and the dot products.
 #include <immintrin.h>
 
-#include "kernels/stats.h"
-#include "kernels/stats_engine.h"
+#include "kernels/stats/stats.h"
+#include "kernels/stats/stats_engine.h"
 
 namespace rok::kernels {
 

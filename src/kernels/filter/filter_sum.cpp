@@ -2,7 +2,7 @@
 // multiply and add may be fused.
 #pragma GCC optimize("fp-contract=off")
 
-#include "kernels/filter_sum.h"
+#include "kernels/filter/filter_sum.h"
 
 #include <immintrin.h>
 

@@ -1,4 +1,4 @@
-#include "kernels/copy_move.h"
+#include "kernels/copy/copy_move.h"
 
 #include <immintrin.h>
 

@@ -4,9 +4,9 @@
 #include <limits>
 #include <type_traits>
 
-#include "kernels/convert.h"
-#include "kernels/convert_engine.h"
-#include "kernels/convert_pack.h"
+#include "kernels/convert/convert.h"
+#include "kernels/convert/convert_engine.h"
+#include "kernels/convert/convert_pack.h"
 
 namespace rok::kernels {
 

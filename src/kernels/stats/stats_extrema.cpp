@@ -4,8 +4,8 @@
 
 #include <limits>
 
-#include "kernels/stats.h"
-#include "kernels/stats_engine.h"
+#include "kernels/stats/stats.h"
+#include "kernels/stats/stats_engine.h"
 
 namespace rok::kernels {
 

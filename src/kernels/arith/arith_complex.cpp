@@ -10,8 +10,8 @@
 #include <cstdint>
 #include <limits>
 
-#include "kernels/arith_round.h"
-#include "kernels/arith_simd.h"
+#include "kernels/arith/arith_round.h"
+#include "kernels/arith/arith_simd.h"
 
 namespace rok::kernels {
 

@@ -7,9 +7,9 @@
 // into one fused multiply-add would move results across rounding ties.
 #pragma GCC optimize("fp-contract=off")
 
-#include "kernels/convert.h"
-#include "kernels/convert_engine.h"
-#include "kernels/convert_pack.h"
+#include "kernels/convert/convert.h"
+#include "kernels/convert/convert_engine.h"
+#include "kernels/convert/convert_pack.h"
 
 namespace rok::kernels {
 

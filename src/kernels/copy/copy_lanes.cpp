@@ -19,7 +19,7 @@
 #include <cstdint>
 #include <type_traits>
 
-#include "kernels/copy_move.h"
+#include "kernels/copy/copy_move.h"
 
 namespace rok::kernels {
 

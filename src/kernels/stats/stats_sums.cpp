@@ -1,8 +1,8 @@
 // Exact integer sums, norms' totals, dot products and range counts.
 #include <immintrin.h>
 
-#include "kernels/stats.h"
-#include "kernels/stats_engine.h"
+#include "kernels/stats/stats.h"
+#include "kernels/stats/stats_engine.h"
 
 namespace rok::kernels {
 

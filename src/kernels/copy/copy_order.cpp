@@ -1,6 +1,6 @@
-#include "kernels/copy_order.h"
+#include "kernels/copy/copy_order.h"
 
-#include "kernels/copy_move.h"
+#include "kernels/copy/copy_move.h"
 
 #include <immintrin.h>
 

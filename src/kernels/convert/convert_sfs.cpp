@@ -4,8 +4,8 @@
 #include <cstring>
 #include <limits>
 
-#include "kernels/convert.h"
-#include "kernels/convert_engine.h"
+#include "kernels/convert/convert.h"
+#include "kernels/convert/convert_engine.h"
 
 namespace rok::kernels {
 

@@ -2,7 +2,7 @@
 // plain stores rather than become library calls.
 #pragma GCC optimize("no-tree-loop-distribute-patterns")
 
-#include "kernels/border_fill.h"
+#include "kernels/border/border_fill.h"
 
 #include <immintrin.h>
 
