@@ -436,6 +436,171 @@ ROKI_API RokStatus rokiDiv_Round_16s_C4IRSfs(const Rok16s* pSrc, int srcStep, Ro
 ROKI_API RokStatus rokiDiv_Round_16s_AC4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int roundMode, int scaleFactor);
 ROKI_API RokStatus rokiDiv_Round_16s_AC4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int roundMode, int scaleFactor);
 
+/* ---- arith_logic ---- */
+
+/* dst = src1 op src2 bit by bit (in place: srcDst op src). Checks: null -8, any */
+/* step below 1 -14, then size -6. AC4 forms leave the destination's fourth */
+/* channel untouched. */
+ROKI_API RokStatus rokiAnd_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_8u_C1IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_8u_C3IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_8u_C4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_8u_AC4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_16u_C1IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_16u_C3IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_16u_C4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_16u_AC4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_32s_C1R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_32s_C1IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_32s_C3R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_32s_C3IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_32s_C4R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_32s_C4IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_32s_AC4R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAnd_32s_AC4IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_8u_C1IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_8u_C3IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_8u_C4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_8u_AC4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_16u_C1IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_16u_C3IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_16u_C4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_16u_AC4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_32s_C1R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_32s_C1IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_32s_C3R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_32s_C3IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_32s_C4R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_32s_C4IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_32s_AC4R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOr_32s_AC4IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_8u_C1IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_8u_C3IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_8u_C4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_8u_AC4IR(const Rok8u* pSrc, int srcStep, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_16u_C1IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_16u_C3IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_16u_C4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_16u_AC4IR(const Rok16u* pSrc, int srcStep, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_32s_C1R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_32s_C1IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_32s_C3R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_32s_C3IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_32s_C4R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_32s_C4IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_32s_AC4R(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXor_32s_AC4IR(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = src op value bit by bit (channel k uses value[k]). Checks: null -8 (the */
+/* constant array too), a step below 1 -14, then size -6. AC4 forms leave the */
+/* destination's fourth channel untouched. */
+ROKI_API RokStatus rokiAndC_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_8u_C1IR(Rok8u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_16u_C1IR(Rok16u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32s value, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_32s_C1IR(Rok32s value, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_8u_C3R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_8u_C3IR(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_8u_C4R(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_8u_C4IR(const Rok8u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_8u_AC4R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_8u_AC4IR(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_16u_C3R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_16u_C3IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_16u_C4R(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_16u_C4IR(const Rok16u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_16u_AC4R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_16u_AC4IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_32s_C3R(const Rok32s* pSrc, int srcStep, const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_32s_C3IR(const Rok32s value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_32s_C4R(const Rok32s* pSrc, int srcStep, const Rok32s value[4], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_32s_C4IR(const Rok32s value[4], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_32s_AC4R(const Rok32s* pSrc, int srcStep, const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAndC_32s_AC4IR(const Rok32s value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_8u_C1IR(Rok8u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_16u_C1IR(Rok16u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32s value, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_32s_C1IR(Rok32s value, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_8u_C3R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_8u_C3IR(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_8u_C4R(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_8u_C4IR(const Rok8u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_8u_AC4R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_8u_AC4IR(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_16u_C3R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_16u_C3IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_16u_C4R(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_16u_C4IR(const Rok16u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_16u_AC4R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_16u_AC4IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_32s_C3R(const Rok32s* pSrc, int srcStep, const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_32s_C3IR(const Rok32s value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_32s_C4R(const Rok32s* pSrc, int srcStep, const Rok32s value[4], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_32s_C4IR(const Rok32s value[4], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_32s_AC4R(const Rok32s* pSrc, int srcStep, const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiOrC_32s_AC4IR(const Rok32s value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_8u_C1IR(Rok8u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_16u_C1IR(Rok16u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32s value, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_32s_C1IR(Rok32s value, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_8u_C3R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_8u_C3IR(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_8u_C4R(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_8u_C4IR(const Rok8u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_8u_AC4R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_8u_AC4IR(const Rok8u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_16u_C3R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_16u_C3IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_16u_C4R(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_16u_C4IR(const Rok16u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_16u_AC4R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_16u_AC4IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_32s_C3R(const Rok32s* pSrc, int srcStep, const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_32s_C3IR(const Rok32s value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_32s_C4R(const Rok32s* pSrc, int srcStep, const Rok32s value[4], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_32s_C4IR(const Rok32s value[4], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_32s_AC4R(const Rok32s* pSrc, int srcStep, const Rok32s value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiXorC_32s_AC4IR(const Rok32s value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = ~src: XorC with 255 in every channel, with its checks (null -8, step */
+/* -14, size -6). AC4 forms leave the destination's fourth channel untouched. */
+ROKI_API RokStatus rokiNot_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiNot_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiNot_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiNot_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiNot_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiNot_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiNot_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiNot_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+
 /* ---- arith_mul ---- */
 
 /* dst = src1 * src2 (complex: full complex product). Steps are not checked. */

@@ -103,12 +103,14 @@ RokStatus fill_zero(T* d, int dStep, RokiSize roi) {
 }
 
 // The row loop after the checks. s1 is the first operand: an image, or for
-// Source::Constant the per-channel constants.
-template <ArithOp Op, Source S, class T, Layout L, bool InPlace>
+// Source::Constant the per-channel constants. Families that share an
+// operation's kernel but not its threading (Sqr on Mul) say so by Threaded.
+template <ArithOp Op, Source S, class T, Layout L, bool InPlace, bool Threaded = threaded_rows<Op, S, T, L, InPlace>()>
 RokStatus run(const T* s1, int s1Step, const T* s2, int s2Step, T* d, int dStep, RokiSize roi, int sf, int mode) {
     constexpr int ch = channels(L);
     constexpr int kPattern = 1536;  // a multiple of 3 and 4, at least one AC4 block
-    if constexpr (Op != ArithOp::Div && Op != ArithOp::MulScale && !std::is_floating_point_v<typename detail::PartOf<T>::type>) {
+    if constexpr (Op != ArithOp::Div && Op != ArithOp::MulScale && !kernels::is_logic(Op) &&
+                  !std::is_floating_point_v<typename detail::PartOf<T>::type>) {
         if (sf >= detail::zero_cutoff<Op, T>()) return fill_zero<T, L>(d, dStep, roi);
     }
     T pattern[S == Source::Constant ? kPattern + 4 : 1];
@@ -175,7 +177,6 @@ RokStatus run(const T* s1, int s1Step, const T* s2, int s2Step, T* d, int dStep,
             else return samples_from(y, 0, samples);
         }
     };
-    constexpr bool threaded = threaded_rows<Op, S, T, L, InPlace>();
     // Rows that follow one another without padding (the usual whole-image
     // call) go to the kernel in bands of 16 rows, one call per band: a short
     // row would pay a call and a loop start-up for little work. Division
@@ -191,11 +192,11 @@ RokStatus run(const T* s1, int s1Step, const T* s2, int s2Step, T* d, int dStep,
                 return samples_from(y, 0, std::min(kBand, roi.height - y) * samples);
             };
             const int bands = (roi.height + kBand - 1) / kBand;
-            if constexpr (threaded) return parallel_rows(bands, band_fn);
+            if constexpr (Threaded) return parallel_rows(bands, band_fn);
             else return serial_rows(bands, band_fn);
         }
     }
-    if constexpr (threaded) return parallel_rows(roi.height, row_fn);
+    if constexpr (Threaded) return parallel_rows(roi.height, row_fn);
     else return serial_rows(roi.height, row_fn);
 }
 

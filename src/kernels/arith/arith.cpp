@@ -10,6 +10,7 @@
 #include <type_traits>
 
 #include "kernels/arith/arith_simd.h"
+#include "kernels/arith/logic.h"
 #include "kernels/rules.h"
 
 namespace rok::kernels {
@@ -364,7 +365,10 @@ template <ArithOp Op, class T>
 RokStatus arith_row(const T* s1, const T* s2, T* d, int n, int sf, int mode) {
     using P = typename Complex<T>::Part;
     constexpr bool complex = Complex<T>::value;
-    if constexpr (Op == ArithOp::MulScale) {
+    if constexpr (is_logic(Op)) {
+        logic_bytes<Op>(reinterpret_cast<const std::uint8_t*>(s1), reinterpret_cast<const std::uint8_t*>(s2),
+                        reinterpret_cast<std::uint8_t*>(d), std::size_t(n) * sizeof(T));
+    } else if constexpr (Op == ArithOp::MulScale) {
         mul_scale_row(s1, s2, d, n);
     } else if constexpr (std::is_floating_point_v<P>) {
         if constexpr (!complex) return float_row<Op>(s1, s2, d, n);
@@ -411,5 +415,13 @@ ROK_ARITH_TYPES(Div)
 #undef ROK_ARITH_TYPES
 template RokStatus arith_row<ArithOp::MulScale, Rok8u>(const Rok8u*, const Rok8u*, Rok8u*, int, int, int);
 template RokStatus arith_row<ArithOp::MulScale, Rok16u>(const Rok16u*, const Rok16u*, Rok16u*, int, int, int);
+#define ROK_LOGIC_TYPES(OP)                                                                          \
+    template RokStatus arith_row<ArithOp::OP, Rok8u>(const Rok8u*, const Rok8u*, Rok8u*, int, int, int);     \
+    template RokStatus arith_row<ArithOp::OP, Rok16u>(const Rok16u*, const Rok16u*, Rok16u*, int, int, int); \
+    template RokStatus arith_row<ArithOp::OP, Rok32s>(const Rok32s*, const Rok32s*, Rok32s*, int, int, int);
+ROK_LOGIC_TYPES(And)
+ROK_LOGIC_TYPES(Or)
+ROK_LOGIC_TYPES(Xor)
+#undef ROK_LOGIC_TYPES
 
 }  // namespace rok::kernels

@@ -6,11 +6,15 @@
 
 namespace rok::kernels {
 
-enum class ArithOp { Add, Sub, Mul, Div, MulScale };
+enum class ArithOp { Add, Sub, Mul, Div, MulScale, And, Or, Xor };
+
+// Bitwise operations: no scaling, no saturation, any sample width.
+constexpr bool is_logic(ArithOp op) { return op == ArithOp::And || op == ArithOp::Or || op == ArithOp::Xor; }
 
 // Computes n samples (complex types: n complex samples):
 //   Add d = s1 + s2, Sub d = s2 - s1, Mul d = s1 * s2, Div d = s2 / s1,
-//   MulScale d = s1 * s2 / max (integer approximation, see the kernel).
+//   MulScale d = s1 * s2 / max (integer approximation, see the kernel),
+//   And, Or, Xor d = s1 op s2 bit by bit (8u, 16u and 32s).
 // Integer results are scaled by 2^-sf and saturated; Div rounds with `mode`
 // (rokRoundTruncate, rokRoundNearestEven, rokRoundHalfAway), the other
 // operations round half to even. Float types ignore sf and mode.
