@@ -752,6 +752,88 @@ ROKI_API RokStatus rokiMulCScale_16u_C4IR(const Rok16u value[4], Rok16u* pSrcDst
 ROKI_API RokStatus rokiMulCScale_16u_AC4R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiMulCScale_16u_AC4IR(const Rok16u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
 
+/* ---- arith_shift ---- */
+
+/* dst = src << value (channel k shifts by value[k]); bits shifted out are lost. */
+/* Checks: null -8 (the count array too), a step below 1 -14, then size -6. A */
+/* count of 0 in every channel copies the source; counts of the bit width or */
+/* more (4294967295 included) give 0, written without reading the source when */
+/* every channel has one. AC4 forms leave the destination's fourth channel */
+/* untouched. */
+ROKI_API RokStatus rokiLShiftC_8u_C1R(const Rok8u* pSrc, int srcStep, Rok32u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_8u_C1IR(Rok32u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_16u_C1R(const Rok16u* pSrc, int srcStep, Rok32u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_16u_C1IR(Rok32u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32u value, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_32s_C1IR(Rok32u value, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_8u_C3R(const Rok8u* pSrc, int srcStep, const Rok32u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_8u_C3IR(const Rok32u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_8u_C4R(const Rok8u* pSrc, int srcStep, const Rok32u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_8u_C4IR(const Rok32u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_8u_AC4R(const Rok8u* pSrc, int srcStep, const Rok32u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_8u_AC4IR(const Rok32u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_16u_C3R(const Rok16u* pSrc, int srcStep, const Rok32u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_16u_C3IR(const Rok32u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_16u_C4R(const Rok16u* pSrc, int srcStep, const Rok32u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_16u_C4IR(const Rok32u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_16u_AC4R(const Rok16u* pSrc, int srcStep, const Rok32u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_16u_AC4IR(const Rok32u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_32s_C3R(const Rok32s* pSrc, int srcStep, const Rok32u value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_32s_C3IR(const Rok32u value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_32s_C4R(const Rok32s* pSrc, int srcStep, const Rok32u value[4], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_32s_C4IR(const Rok32u value[4], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_32s_AC4R(const Rok32s* pSrc, int srcStep, const Rok32u value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLShiftC_32s_AC4IR(const Rok32u value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = src >> value (channel k shifts by value[k]): logical for unsigned */
+/* samples, arithmetic (rounding toward minus infinity) for signed ones. Checks: */
+/* null -8 (the count array too), a step below 1 -14, then size -6. A count of 0 */
+/* in every channel copies the source. Counts of the bit width or more give 0 for */
+/* unsigned samples, written without reading the source when every channel has */
+/* one; for signed samples they give the sign fill, -1 for a negative sample and */
+/* 0 otherwise, as a shift by the bit width less one. AC4 forms leave the */
+/* destination's fourth channel untouched. */
+ROKI_API RokStatus rokiRShiftC_8u_C1R(const Rok8u* pSrc, int srcStep, Rok32u value, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8u_C1IR(Rok32u value, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8s_C1R(const Rok8s* pSrc, int srcStep, Rok32u value, Rok8s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8s_C1IR(Rok32u value, Rok8s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16u_C1R(const Rok16u* pSrc, int srcStep, Rok32u value, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16u_C1IR(Rok32u value, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16s_C1R(const Rok16s* pSrc, int srcStep, Rok32u value, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16s_C1IR(Rok32u value, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_32s_C1R(const Rok32s* pSrc, int srcStep, Rok32u value, Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_32s_C1IR(Rok32u value, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8u_C3R(const Rok8u* pSrc, int srcStep, const Rok32u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8u_C3IR(const Rok32u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8u_C4R(const Rok8u* pSrc, int srcStep, const Rok32u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8u_C4IR(const Rok32u value[4], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8u_AC4R(const Rok8u* pSrc, int srcStep, const Rok32u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8u_AC4IR(const Rok32u value[3], Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8s_C3R(const Rok8s* pSrc, int srcStep, const Rok32u value[3], Rok8s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8s_C3IR(const Rok32u value[3], Rok8s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8s_C4R(const Rok8s* pSrc, int srcStep, const Rok32u value[4], Rok8s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8s_C4IR(const Rok32u value[4], Rok8s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8s_AC4R(const Rok8s* pSrc, int srcStep, const Rok32u value[3], Rok8s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_8s_AC4IR(const Rok32u value[3], Rok8s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16u_C3R(const Rok16u* pSrc, int srcStep, const Rok32u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16u_C3IR(const Rok32u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16u_C4R(const Rok16u* pSrc, int srcStep, const Rok32u value[4], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16u_C4IR(const Rok32u value[4], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16u_AC4R(const Rok16u* pSrc, int srcStep, const Rok32u value[3], Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16u_AC4IR(const Rok32u value[3], Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16s_C3R(const Rok16s* pSrc, int srcStep, const Rok32u value[3], Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16s_C3IR(const Rok32u value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16s_C4R(const Rok16s* pSrc, int srcStep, const Rok32u value[4], Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16s_C4IR(const Rok32u value[4], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16s_AC4R(const Rok16s* pSrc, int srcStep, const Rok32u value[3], Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_16s_AC4IR(const Rok32u value[3], Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_32s_C3R(const Rok32s* pSrc, int srcStep, const Rok32u value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_32s_C3IR(const Rok32u value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_32s_C4R(const Rok32s* pSrc, int srcStep, const Rok32u value[4], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_32s_C4IR(const Rok32u value[4], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_32s_AC4R(const Rok32s* pSrc, int srcStep, const Rok32u value[3], Rok32s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiRShiftC_32s_AC4IR(const Rok32u value[3], Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+
 /* ---- arith_sub ---- */
 
 /* dst = src2 - src1: the first image is subtracted from the second (in place: */
