@@ -291,6 +291,65 @@ ROKI_API RokStatus rokiAddC_32fc_C3IR(const Rok32fc value[3], Rok32fc* pSrcDst, 
 ROKI_API RokStatus rokiAddC_32fc_AC4R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiAddC_32fc_AC4IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
 
+/* ---- arith_compare ---- */
+
+/* pDst = 255 where src1 cmpOp src2 holds, else 0 (cmpOp: 0 <, 1 <=, 2 ==, 3 >=, */
+/* 4 >). The mask has one channel: for C3 and C4 a pixel gives 255 only where */
+/* the test holds in every channel, for AC4 in channels 0..2 (alpha is not */
+/* compared). Floats compare as IEEE does: a NaN makes every test false. */
+/* Checks: null -8, any step below 1 -14, then size -6. A cmpOp outside 0..4 is */
+/* not an error: nothing is written and the status is 0. */
+ROKI_API RokStatus rokiCompare_8u_C1R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_8u_C3R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_8u_C4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_8u_AC4R(const Rok8u* pSrc1, int src1Step, const Rok8u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_16u_C1R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_16u_C3R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_16u_C4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_16u_AC4R(const Rok16u* pSrc1, int src1Step, const Rok16u* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_16s_C1R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_16s_C3R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_16s_C4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_16s_AC4R(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompare_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+
+/* As Compare with value[k] in place of the second image's channel k (C1: the */
+/* one value). The constant array is checked with the other pointers. */
+ROKI_API RokStatus rokiCompareC_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u value, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u value, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s value, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f value, Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_8u_C3R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_8u_C4R(const Rok8u* pSrc, int srcStep, const Rok8u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_8u_AC4R(const Rok8u* pSrc, int srcStep, const Rok8u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_16u_C3R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_16u_C4R(const Rok16u* pSrc, int srcStep, const Rok16u value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_16u_AC4R(const Rok16u* pSrc, int srcStep, const Rok16u value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_16s_C3R(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_16s_C4R(const Rok16s* pSrc, int srcStep, const Rok16s value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_16s_AC4R(const Rok16s* pSrc, int srcStep, const Rok16s value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_32f_C3R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_32f_C4R(const Rok32f* pSrc, int srcStep, const Rok32f value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+ROKI_API RokStatus rokiCompareC_32f_AC4R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, int cmpOp);
+
+/* pDst = 255 where |src1 - src2| <= eps (the difference in single precision), */
+/* else 0; a NaN difference gives 0, so equal infinities do too. Channels fold */
+/* as in Compare. Checks: null -8, steps -14, size -6, eps below 0 -36 (-0.0 */
+/* passes and compares exactly; a NaN eps passes and gives 0 everywhere). */
+ROKI_API RokStatus rokiCompareEqualEps_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f eps);
+ROKI_API RokStatus rokiCompareEqualEps_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f eps);
+ROKI_API RokStatus rokiCompareEqualEps_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f eps);
+ROKI_API RokStatus rokiCompareEqualEps_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f eps);
+
+/* As CompareEqualEps with value[k] in place of the second image's channel k. */
+ROKI_API RokStatus rokiCompareEqualEpsC_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f value, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f eps);
+ROKI_API RokStatus rokiCompareEqualEpsC_32f_C3R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f eps);
+ROKI_API RokStatus rokiCompareEqualEpsC_32f_C4R(const Rok32f* pSrc, int srcStep, const Rok32f value[4], Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f eps);
+ROKI_API RokStatus rokiCompareEqualEpsC_32f_AC4R(const Rok32f* pSrc, int srcStep, const Rok32f value[3], Rok8u* pDst, int dstStep, RokiSize roiSize, Rok32f eps);
+
 /* ---- arith_div ---- */
 
 /* dst = src2 / src1: the first image is the divisor (in place: srcDst / src). */
