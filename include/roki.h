@@ -1008,6 +1008,228 @@ ROKI_API RokStatus rokiSubC_32fc_C3IR(const Rok32fc value[3], Rok32fc* pSrcDst, 
 ROKI_API RokStatus rokiSubC_32fc_AC4R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiSubC_32fc_AC4IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
 
+/* ---- arith_threshold ---- */
+
+/* cmpOp 0 (less): dst = max(src, threshold), every value below the threshold */
+/* becomes it; cmpOp 4 (greater): dst = min(src, threshold). Channel k uses */
+/* threshold[k]. Floats: a NaN sample or threshold passes no test, so the */
+/* sample stays. Checks: null -8, size -6, steps below 1 -14, cmpOp other than */
+/* 0 and 4 -9999. AC4 leaves the destination's fourth channel untouched. The */
+/* 16u members share their rows among the library's threads. */
+ROKI_API RokStatus rokiThreshold_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok8u threshold, int cmpOp);
+ROKI_API RokStatus rokiThreshold_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok8u threshold, int cmpOp);
+ROKI_API RokStatus rokiThreshold_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, Rok16u threshold, int cmpOp);
+ROKI_API RokStatus rokiThreshold_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16u threshold, int cmpOp);
+ROKI_API RokStatus rokiThreshold_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, Rok16s threshold, int cmpOp);
+ROKI_API RokStatus rokiThreshold_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16s threshold, int cmpOp);
+ROKI_API RokStatus rokiThreshold_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f threshold, int cmpOp);
+ROKI_API RokStatus rokiThreshold_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, Rok32f threshold, int cmpOp);
+ROKI_API RokStatus rokiThreshold_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3], int cmpOp);
+
+/* Threshold with cmpOp fixed to 0 (every value below the threshold becomes it), */
+/* its checks less the cmpOp. */
+ROKI_API RokStatus rokiThreshold_LT_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok8u threshold);
+ROKI_API RokStatus rokiThreshold_LT_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok8u threshold);
+ROKI_API RokStatus rokiThreshold_LT_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, Rok16u threshold);
+ROKI_API RokStatus rokiThreshold_LT_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16u threshold);
+ROKI_API RokStatus rokiThreshold_LT_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, Rok16s threshold);
+ROKI_API RokStatus rokiThreshold_LT_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16s threshold);
+ROKI_API RokStatus rokiThreshold_LT_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f threshold);
+ROKI_API RokStatus rokiThreshold_LT_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, Rok32f threshold);
+ROKI_API RokStatus rokiThreshold_LT_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3]);
+ROKI_API RokStatus rokiThreshold_LT_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3]);
+
+/* Threshold with cmpOp fixed to 4 (every value above the threshold becomes it), */
+/* its checks less the cmpOp. */
+ROKI_API RokStatus rokiThreshold_GT_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok8u threshold);
+ROKI_API RokStatus rokiThreshold_GT_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok8u threshold);
+ROKI_API RokStatus rokiThreshold_GT_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, Rok16u threshold);
+ROKI_API RokStatus rokiThreshold_GT_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16u threshold);
+ROKI_API RokStatus rokiThreshold_GT_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, Rok16s threshold);
+ROKI_API RokStatus rokiThreshold_GT_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16s threshold);
+ROKI_API RokStatus rokiThreshold_GT_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f threshold);
+ROKI_API RokStatus rokiThreshold_GT_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, Rok32f threshold);
+ROKI_API RokStatus rokiThreshold_GT_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3]);
+ROKI_API RokStatus rokiThreshold_GT_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3]);
+
+/* dst = value where src < threshold (cmpOp 0) or src > threshold (cmpOp 4), */
+/* else src; channel k uses threshold[k] and value[k]. Checks: cmpOp other than 0 */
+/* and 4 -9999 first, before the pointers; then null -8, size -6, steps below 1 */
+/* -14. AC4 leaves the destination's fourth channel untouched. The 16u members */
+/* share their rows among the library's threads. */
+ROKI_API RokStatus rokiThreshold_Val_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok8u threshold, Rok8u value, int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok8u threshold, Rok8u value, int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, Rok16u threshold, Rok16u value, int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16u threshold, Rok16u value, int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, Rok16s threshold, Rok16s value, int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16s threshold, Rok16s value, int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f threshold, Rok32f value, int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, Rok32f threshold, Rok32f value, int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3], int cmpOp);
+ROKI_API RokStatus rokiThreshold_Val_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3], int cmpOp);
+
+/* Threshold_Val with cmpOp 0: dst = value where src < threshold, else src. */
+ROKI_API RokStatus rokiThreshold_LTVal_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok8u threshold, Rok8u value);
+ROKI_API RokStatus rokiThreshold_LTVal_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok8u threshold, Rok8u value);
+ROKI_API RokStatus rokiThreshold_LTVal_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, Rok16u threshold, Rok16u value);
+ROKI_API RokStatus rokiThreshold_LTVal_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16u threshold, Rok16u value);
+ROKI_API RokStatus rokiThreshold_LTVal_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, Rok16s threshold, Rok16s value);
+ROKI_API RokStatus rokiThreshold_LTVal_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16s threshold, Rok16s value);
+ROKI_API RokStatus rokiThreshold_LTVal_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f threshold, Rok32f value);
+ROKI_API RokStatus rokiThreshold_LTVal_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, Rok32f threshold, Rok32f value);
+ROKI_API RokStatus rokiThreshold_LTVal_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[4], const Rok8u value[4]);
+ROKI_API RokStatus rokiThreshold_LTVal_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[4], const Rok8u value[4]);
+ROKI_API RokStatus rokiThreshold_LTVal_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[4], const Rok16u value[4]);
+ROKI_API RokStatus rokiThreshold_LTVal_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[4], const Rok16u value[4]);
+ROKI_API RokStatus rokiThreshold_LTVal_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[4], const Rok16s value[4]);
+ROKI_API RokStatus rokiThreshold_LTVal_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[4], const Rok16s value[4]);
+ROKI_API RokStatus rokiThreshold_LTVal_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[4], const Rok32f value[4]);
+ROKI_API RokStatus rokiThreshold_LTVal_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[4], const Rok32f value[4]);
+ROKI_API RokStatus rokiThreshold_LTVal_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3]);
+ROKI_API RokStatus rokiThreshold_LTVal_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3]);
+
+/* Threshold_Val with cmpOp 4: dst = value where src > threshold, else src. */
+ROKI_API RokStatus rokiThreshold_GTVal_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok8u threshold, Rok8u value);
+ROKI_API RokStatus rokiThreshold_GTVal_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok8u threshold, Rok8u value);
+ROKI_API RokStatus rokiThreshold_GTVal_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, Rok16u threshold, Rok16u value);
+ROKI_API RokStatus rokiThreshold_GTVal_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16u threshold, Rok16u value);
+ROKI_API RokStatus rokiThreshold_GTVal_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, Rok16s threshold, Rok16s value);
+ROKI_API RokStatus rokiThreshold_GTVal_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16s threshold, Rok16s value);
+ROKI_API RokStatus rokiThreshold_GTVal_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f threshold, Rok32f value);
+ROKI_API RokStatus rokiThreshold_GTVal_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, Rok32f threshold, Rok32f value);
+ROKI_API RokStatus rokiThreshold_GTVal_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[4], const Rok8u value[4]);
+ROKI_API RokStatus rokiThreshold_GTVal_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[4], const Rok8u value[4]);
+ROKI_API RokStatus rokiThreshold_GTVal_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u threshold[3], const Rok8u value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[4], const Rok16u value[4]);
+ROKI_API RokStatus rokiThreshold_GTVal_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[4], const Rok16u value[4]);
+ROKI_API RokStatus rokiThreshold_GTVal_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u threshold[3], const Rok16u value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[4], const Rok16s value[4]);
+ROKI_API RokStatus rokiThreshold_GTVal_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[4], const Rok16s value[4]);
+ROKI_API RokStatus rokiThreshold_GTVal_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s threshold[3], const Rok16s value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[4], const Rok32f value[4]);
+ROKI_API RokStatus rokiThreshold_GTVal_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[4], const Rok32f value[4]);
+ROKI_API RokStatus rokiThreshold_GTVal_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3]);
+ROKI_API RokStatus rokiThreshold_GTVal_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f threshold[3], const Rok32f value[3]);
+
+/* dst = valueLT where src < thresholdLT, valueGT where src > thresholdGT, else */
+/* src (per channel). Checks: null -8, size -6, steps below 1 -14, then */
+/* thresholdGT below thresholdLT in any channel -18 (equal thresholds are */
+/* allowed). AC4 leaves the destination's fourth channel untouched. The 16u */
+/* members share their rows among the library's threads. */
+ROKI_API RokStatus rokiThreshold_LTValGTVal_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, Rok8u thresholdLT, Rok8u valueLT, Rok8u thresholdGT, Rok8u valueGT);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok8u thresholdLT, Rok8u valueLT, Rok8u thresholdGT, Rok8u valueGT);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, Rok16u thresholdLT, Rok16u valueLT, Rok16u thresholdGT, Rok16u valueGT);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16u thresholdLT, Rok16u valueLT, Rok16u thresholdGT, Rok16u valueGT);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, Rok16s thresholdLT, Rok16s valueLT, Rok16s thresholdGT, Rok16s valueGT);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, Rok16s thresholdLT, Rok16s valueLT, Rok16s thresholdGT, Rok16s valueGT);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, Rok32f thresholdLT, Rok32f valueLT, Rok32f thresholdGT, Rok32f valueGT);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, Rok32f thresholdLT, Rok32f valueLT, Rok32f thresholdGT, Rok32f valueGT);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u thresholdLT[3], const Rok8u valueLT[3], const Rok8u thresholdGT[3], const Rok8u valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u thresholdLT[3], const Rok8u valueLT[3], const Rok8u thresholdGT[3], const Rok8u valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u thresholdLT[3], const Rok8u valueLT[3], const Rok8u thresholdGT[3], const Rok8u valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u thresholdLT[3], const Rok8u valueLT[3], const Rok8u thresholdGT[3], const Rok8u valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u thresholdLT[3], const Rok16u valueLT[3], const Rok16u thresholdGT[3], const Rok16u valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u thresholdLT[3], const Rok16u valueLT[3], const Rok16u thresholdGT[3], const Rok16u valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u thresholdLT[3], const Rok16u valueLT[3], const Rok16u thresholdGT[3], const Rok16u valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16u thresholdLT[3], const Rok16u valueLT[3], const Rok16u thresholdGT[3], const Rok16u valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s thresholdLT[3], const Rok16s valueLT[3], const Rok16s thresholdGT[3], const Rok16s valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s thresholdLT[3], const Rok16s valueLT[3], const Rok16s thresholdGT[3], const Rok16s valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok16s thresholdLT[3], const Rok16s valueLT[3], const Rok16s thresholdGT[3], const Rok16s valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok16s thresholdLT[3], const Rok16s valueLT[3], const Rok16s thresholdGT[3], const Rok16s valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f thresholdLT[3], const Rok32f valueLT[3], const Rok32f thresholdGT[3], const Rok32f valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f thresholdLT[3], const Rok32f valueLT[3], const Rok32f thresholdGT[3], const Rok32f valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f thresholdLT[3], const Rok32f valueLT[3], const Rok32f thresholdGT[3], const Rok32f valueGT[3]);
+ROKI_API RokStatus rokiThreshold_LTValGTVal_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f thresholdLT[3], const Rok32f valueLT[3], const Rok32f thresholdGT[3], const Rok32f valueGT[3]);
+
+/* Otsu's threshold of an 8u image: the level t that maximises the between-class */
+/* variance of the 256-bin histogram split into the levels 0..t and t+1..255 */
+/* (both classes non-empty), so pixels above t are the second class. Where */
+/* several levels give the same variance the lowest is taken; an image of one */
+/* level gives that level. Checks: null -8, size -6, step below 1 -14. */
+ROKI_API RokStatus rokiComputeThreshold_Otsu_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u* pThreshold);
+
 /* ---- border_copy ---- */
 
 /* Copies the source ROI to (leftBorderWidth, topBorderHeight) of the */

@@ -1,0 +1,154 @@
+// The threshold family and Otsu's threshold. Each form has its own check
+// order; the 16u members of Threshold, Threshold_Val (and so LTVal, GTVal)
+// and Threshold_LTValGTVal share their rows among threads.
+#pragma once
+
+#include <climits>
+#include <cstdint>
+#include <type_traits>
+
+#include "frame/ac4.h"
+#include "frame/image.h"
+#include "frame/layout.h"
+#include "frame/parallel.h"
+#include "kernels/arith/threshold.h"
+#include "frame/generated/roki_types.h"
+
+namespace rok::arith {
+
+using kernels::ThresholdKind;
+
+namespace detail {
+
+// Four values per channel, so AC4 blocks can run the four-channel kernel;
+// the alpha lane's results are never kept. ptr is null where the form has
+// no such parameter.
+template <class T, Layout L>
+struct ChannelValues {
+    T v[4] = {};
+    const T* ptr = nullptr;
+    explicit ChannelValues(const T* values) {
+        if (!values) return;
+        for (int c = 0; c < processed_channels(L); ++c) v[c] = values[c];
+        ptr = v;
+    }
+    ChannelValues(const ChannelValues&) = delete;
+    ChannelValues& operator=(const ChannelValues&) = delete;
+};
+
+template <class T, Layout L>
+RokStatus threshold_rows(bool threaded, const T* s, int ss, T* d, int ds, RokiSize roi, ThresholdKind kind,
+                         const T* t, const T* v, const T* t2, const T* v2) {
+    constexpr int ch = channels(L);
+    const ChannelValues<T, L> ct(t), cv(v), ct2(t2), cv2(v2);
+    const kernels::ThresholdParams<T> p{ct.ptr, cv.ptr, ct2.ptr, cv2.ptr, ch};
+    const long long samples = static_cast<long long>(roi.width) * ch;
+    if constexpr (L == Layout::AC4) {
+        return for_rows(threaded, roi.height, [&](int y) {
+            const T* src = row(s, ss, y);
+            ac4_row(row(d, ds, y), roi.width, [&](T* block, int first, int n) {
+                kernels::threshold_row(src + 4 * first, block, 4 * n, kind, p);
+            });
+        });
+    } else {
+        // Rows laid end to end make one row on one thread (every row holds
+        // whole pixels, so the channel pattern runs on unbroken).
+        const long long bytes = samples * static_cast<long long>(sizeof(T));
+        if (!threaded && ss == bytes && ds == bytes && samples * roi.height <= INT_MAX) {
+            kernels::threshold_row(s, d, int(samples * roi.height), kind, p);
+            return rokStatusOk;
+        }
+        return for_rows(threaded, roi.height, [&](int y) {
+            kernels::threshold_row(row(s, ss, y), row(d, ds, y), int(samples), kind, p);
+        });
+    }
+}
+
+template <class T>
+constexpr bool threaded_type = std::is_same_v<T, Rok16u>;
+
+}  // namespace detail
+
+// The in-place forms (I) run the same rows with the destination as source.
+
+// Threshold with cmpOp 0 (less: values below the threshold become it) or 4
+// (greater: values above become it). Checks: null -8, size -6, steps -14,
+// cmpOp other than 0 and 4 -9999.
+template <class T, Layout L, bool I = false>
+RokStatus threshold(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t, int op) {
+    if (any_null(s, d, t)) return rokStatusNullPtr;
+    if (bad_size(roi)) return rokStatusBadSize;
+    if (any_step_below_one(ss, ds)) return rokStatusBadStep;
+    if (op != rokCompareLess && op != rokCompareGreater) return rokStatusBadMode;
+    return detail::threshold_rows<T, L>(detail::threaded_type<T>, s, ss, d, ds, roi,
+                                        op == rokCompareLess ? ThresholdKind::Lt : ThresholdKind::Gt, t, nullptr,
+                                        nullptr, nullptr);
+}
+
+// Threshold_LT and Threshold_GT: Threshold with the operation fixed, its
+// checks without the cmpOp; on the calling thread.
+template <class T, Layout L, bool I = false>
+RokStatus threshold_lt(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t) {
+    if (any_null(s, d, t)) return rokStatusNullPtr;
+    if (bad_size(roi)) return rokStatusBadSize;
+    if (any_step_below_one(ss, ds)) return rokStatusBadStep;
+    return detail::threshold_rows<T, L>(false, s, ss, d, ds, roi, ThresholdKind::Lt, t, nullptr, nullptr, nullptr);
+}
+template <class T, Layout L, bool I = false>
+RokStatus threshold_gt(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t) {
+    if (any_null(s, d, t)) return rokStatusNullPtr;
+    if (bad_size(roi)) return rokStatusBadSize;
+    if (any_step_below_one(ss, ds)) return rokStatusBadStep;
+    return detail::threshold_rows<T, L>(false, s, ss, d, ds, roi, ThresholdKind::Gt, t, nullptr, nullptr, nullptr);
+}
+
+// Threshold_Val: value where src < threshold (cmpOp 0) or src > threshold
+// (cmpOp 4). Checks: cmpOp other than 0 and 4 -9999 before anything else,
+// then null -8, size -6, steps -14.
+template <class T, Layout L, bool I = false>
+RokStatus threshold_val(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t, const T* v, int op) {
+    if (op != rokCompareLess && op != rokCompareGreater) return rokStatusBadMode;
+    if (any_null(s, d, t, v)) return rokStatusNullPtr;
+    if (bad_size(roi)) return rokStatusBadSize;
+    if (any_step_below_one(ss, ds)) return rokStatusBadStep;
+    return detail::threshold_rows<T, L>(detail::threaded_type<T>, s, ss, d, ds, roi,
+                                        op == rokCompareLess ? ThresholdKind::LtVal : ThresholdKind::GtVal, t, v,
+                                        nullptr, nullptr);
+}
+
+template <class T, Layout L, bool I = false>
+RokStatus threshold_lt_val(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t, const T* v) {
+    return threshold_val<T, L, I>(s, ss, d, ds, roi, t, v, rokCompareLess);
+}
+template <class T, Layout L, bool I = false>
+RokStatus threshold_gt_val(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t, const T* v) {
+    return threshold_val<T, L, I>(s, ss, d, ds, roi, t, v, rokCompareGreater);
+}
+
+// Threshold_LTValGTVal: valueLT below thresholdLT, valueGT above
+// thresholdGT. Checks: null -8, size -6, steps -14, then thresholdGT below
+// thresholdLT in any channel -18 (equal thresholds are allowed).
+template <class T, Layout L, bool I = false>
+RokStatus threshold_lt_gt(const T* s, int ss, T* d, int ds, RokiSize roi, const T* tLT, const T* vLT, const T* tGT,
+                          const T* vGT) {
+    if (any_null(s, d, tLT, vLT) || any_null(tGT, vGT)) return rokStatusNullPtr;
+    if (bad_size(roi)) return rokStatusBadSize;
+    if (any_step_below_one(ss, ds)) return rokStatusBadStep;
+    for (int c = 0; c < processed_channels(L); ++c)
+        if (tGT[c] < tLT[c]) return rokStatusBadThresholds;
+    return detail::threshold_rows<T, L>(detail::threaded_type<T>, s, ss, d, ds, roi, ThresholdKind::LtValGtVal, tLT,
+                                        vLT, tGT, vGT);
+}
+
+// ComputeThreshold_Otsu: null -8, size -6, step -14.
+inline RokStatus threshold_otsu(const Rok8u* s, int ss, RokiSize roi, Rok8u* level) {
+    if (any_null(s, level)) return rokStatusNullPtr;
+    if (bad_size(roi)) return rokStatusBadSize;
+    if (any_step_below_one(ss)) return rokStatusBadStep;
+    std::uint64_t hist[256] = {};
+    for (int y = 0; y < roi.height; ++y) kernels::add_histogram(row(s, ss, y), roi.width, hist);
+    *level = kernels::otsu_level(hist);
+    return rokStatusOk;
+}
+
+}  // namespace rok::arith
