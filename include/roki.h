@@ -1230,6 +1230,72 @@ ROKI_API RokStatus rokiThreshold_LTValGTVal_32f_AC4IR(Rok32f* pSrcDst, int srcDs
 /* level gives that level. Checks: null -8, size -6, step below 1 -14. */
 ROKI_API RokStatus rokiComputeThreshold_Otsu_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok8u* pThreshold);
 
+/* ---- arith_unary ---- */
+
+/* dst = |src|. 16s saturates: -32768 gives 32767. 32f clears the sign bit (-0.0 */
+/* gives 0.0, a NaN stays a NaN). Checks: null -8, size -6, a step below 1 -14. */
+/* AC4 leaves the destination's fourth channel untouched. */
+ROKI_API RokStatus rokiAbs_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAbs_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = src * src. Integers: the exact square times 2^-scaleFactor (half to */
+/* even above 0, saturating left shift below), saturated; where every result is */
+/* 0 the ROI is filled without computing. 32f: the rounded product. Checks: */
+/* null -8, size -6, a step below 1 -14. AC4 leaves the destination's fourth */
+/* channel untouched. */
+ROKI_API RokStatus rokiSqr_8u_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_8u_C1IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_8u_C3RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_8u_C3IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_8u_C4RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_8u_C4IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_8u_AC4RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_8u_AC4IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16u_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16u_C1IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16u_C3RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16u_C3IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16u_C4RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16u_C4IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16u_AC4RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16u_AC4IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16s_C1IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16s_C3RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16s_C3IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16s_C4RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16s_C4IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16s_AC4RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_16s_AC4IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqr_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqr_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqr_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqr_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqr_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqr_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqr_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqr_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* In place, two's complement to sign and magnitude: a value x >= 0 stays; x < 0 */
+/* becomes the sign bit (bit 31) with the magnitude -x in bits 0..30, so -1 */
+/* gives 0x80000001; -2147483648 keeps its bit pattern. Checks: null -8, a step */
+/* below 1 -14, then size -6. */
+ROKI_API RokStatus rokiComplement_32s_C1IR(Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize);
+
 /* ---- border_copy ---- */
 
 /* Copies the source ROI to (leftBorderWidth, topBorderHeight) of the */
