@@ -660,6 +660,87 @@ ROKI_API RokStatus rokiNot_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiS
 ROKI_API RokStatus rokiNot_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiNot_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
 
+/* ---- arith_math ---- */
+
+/* dst = sqrt(src). Integers: the nearest integer to sqrt(src) * 2^-scaleFactor */
+/* (a tie, which only a perfect square can give, to even), saturated; a negative */
+/* 16s sample gives 0 and no warning. Where every result is 0 (scaleFactor 5 and */
+/* more for 8u, 9 and more for 16u and 16s) the ROI is filled without computing. */
+/* 32f: the IEEE square root, correctly rounded; a negative sample gives NaN. */
+/* Checks: null -8, size -6, a step below 1 -14. AC4 leaves the destination's */
+/* fourth channel untouched. */
+ROKI_API RokStatus rokiSqrt_8u_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_8u_C1IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_8u_C3RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_8u_C3IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_8u_AC4RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_8u_AC4IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16u_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16u_C1IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16u_C3RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16u_C3IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16u_AC4RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16u_AC4IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16s_C1IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16s_C3RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16s_C3IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16s_AC4RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_16s_AC4IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiSqrt_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqrt_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqrt_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqrt_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqrt_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqrt_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiSqrt_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = ln(src). Integers: the nearest integer to ln(src) * 2^-scaleFactor, */
+/* saturated; 0 gives the type's minimum (the saturated -infinity: 0 for 8u and */
+/* 16u, -32768 for 16s), a negative 16s sample gives 0. 32f: within 1 ulp of the */
+/* exact logarithm over the whole range, denormals included; ln(+-0) = -inf, */
+/* ln(x < 0) = NaN, ln(+inf) = +inf, NaN stays NaN. Warnings after the whole ROI: */
+/* 8 where a sample was below 0 (-0.0 is not), else 7 where one was 0. */
+/* Checks: null -8, size -6, a step below 1 -14. */
+ROKI_API RokStatus rokiLn_8u_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_8u_C1IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_8u_C3RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_8u_C3IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_16u_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_16u_C1IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_16u_C3RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_16u_C3IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_16s_C1IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_16s_C3RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_16s_C3IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiLn_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLn_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLn_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiLn_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* dst = e^src. Integers: the nearest integer to e^src * 2^-scaleFactor (e^0 * */
+/* 2^-1 = 0.5 rounds to even: 0), saturated to the type's maximum. 32f: within 1 */
+/* ulp of the exact exponential over the whole range, denormal results included; */
+/* overflow gives +inf, e^-inf = 0, NaN stays NaN. Checks: null -8, size -6, a */
+/* step below 1 -14. */
+ROKI_API RokStatus rokiExp_8u_C1RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_8u_C1IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_8u_C3RSfs(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_8u_C3IRSfs(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_16u_C1RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_16u_C1IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_16u_C3RSfs(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_16u_C3IRSfs(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_16s_C1IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_16s_C3RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_16s_C3IRSfs(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiExp_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiExp_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiExp_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiExp_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
 /* ---- arith_mul ---- */
 
 /* dst = src1 * src2 (complex: full complex product). Steps are not checked. */

@@ -1,0 +1,366 @@
+#include "kernels/arith/math.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+
+#include "kernels/rules.h"
+
+namespace rok::kernels {
+
+namespace {
+
+// ---- single precision ------------------------------------------------------
+// ln 2 split so that n * kLn2Hi is exact for |n| < 512 (kLn2Hi has 15
+// significant bits); kLn2Lo is the rest.
+constexpr float kLn2Hi = 0.693145751953125f;
+constexpr float kLn2Lo = 1.4286068203094172e-06f;
+
+inline __m256 splat(float v) { return _mm256_set1_ps(v); }
+
+// e^x = 2^n e^r with n = round(x / ln 2) and |r| <= ln 2 / 2, e^r =
+// 1 + r + r^2 Q(r) with Q a degree-5 fit of (e^r - 1 - r) / r^2 (error
+// below 0.02 ulp). r = (x - n kLn2Hi) - n kLn2Lo: the first part is exact,
+// and the linear term takes the second part unrounded (only Q sees the
+// rounded r). 2^n is applied as 2^(n/2) 2^(n - n/2), each a normal number
+// for the clamped x, so results near overflow and denormal results are
+// rounded once, at the last product.
+inline __m256 exp8(__m256 x) {
+    const __m256 xc = _mm256_min_ps(_mm256_max_ps(x, splat(-104.0f)), splat(89.0f));  // beyond: 0 and +inf
+    const __m256 n = _mm256_round_ps(_mm256_mul_ps(xc, splat(1.44269504088896341f)), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+    const __m256 high = _mm256_fnmadd_ps(n, splat(kLn2Hi), xc);
+    const __m256 low = _mm256_mul_ps(n, splat(-kLn2Lo));
+    const __m256 r = _mm256_add_ps(high, low);
+    __m256 q = splat(0.00019891980628017336f);
+    q = _mm256_fmadd_ps(q, r, splat(0.0013934541493654251f));
+    q = _mm256_fmadd_ps(q, r, splat(0.00833331048488617f));
+    q = _mm256_fmadd_ps(q, r, splat(0.04166645556688309f));
+    q = _mm256_fmadd_ps(q, r, splat(0.1666666716337204f));
+    q = _mm256_fmadd_ps(q, r, splat(0.5f));
+    const __m256 p = _mm256_add_ps(_mm256_add_ps(high, _mm256_fmadd_ps(_mm256_mul_ps(r, r), q, low)), splat(1.0f));
+    const __m256i k = _mm256_cvtps_epi32(n), k1 = _mm256_srai_epi32(k, 1), k2 = _mm256_sub_epi32(k, k1);
+    auto pow2 = [](__m256i e) {
+        return _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_add_epi32(e, _mm256_set1_epi32(127)), 23));
+    };
+    const __m256 y = _mm256_mul_ps(_mm256_mul_ps(p, pow2(k1)), pow2(k2));
+    return _mm256_blendv_ps(y, _mm256_add_ps(x, x), _mm256_cmp_ps(x, x, _CMP_UNORD_Q));  // NaN in, quiet NaN out
+}
+
+// ln x = e ln 2 + ln m with x = 2^e m, m in [sqrt(1/2), sqrt(2)] (denormals
+// scaled by 2^24 first), ln m = f - f^2 / 2 + f^3 G(f) for f = m - 1 (exact),
+// G a degree-8 fit of (ln(1 + f) - f + f^2 / 2) / f^3 (error below 0.1 ulp).
+inline __m256 ln8(__m256 x) {
+    const __m256 small = _mm256_cmp_ps(x, splat(std::numeric_limits<float>::min()), _CMP_LT_OQ);
+    const __m256 xs = _mm256_blendv_ps(x, _mm256_mul_ps(x, splat(16777216.0f)), small);
+    const __m256i bits = _mm256_castps_si256(xs);
+    __m256i e = _mm256_sub_epi32(_mm256_srli_epi32(bits, 23), _mm256_set1_epi32(127));
+    e = _mm256_sub_epi32(e, _mm256_and_si256(_mm256_castps_si256(small), _mm256_set1_epi32(24)));
+    __m256 m = _mm256_castsi256_ps(
+        _mm256_or_si256(_mm256_and_si256(bits, _mm256_set1_epi32(0x007FFFFF)), _mm256_set1_epi32(0x3F800000)));
+    const __m256 big = _mm256_cmp_ps(m, splat(1.41421356f), _CMP_GT_OQ);
+    m = _mm256_blendv_ps(m, _mm256_mul_ps(m, splat(0.5f)), big);
+    e = _mm256_sub_epi32(e, _mm256_castps_si256(big));  // big lanes are -1
+    const __m256 f = _mm256_sub_ps(m, splat(1.0f));
+    __m256 g = splat(0.069691040178030327f);
+    g = _mm256_fmadd_ps(g, f, splat(-0.11513431253042933f));
+    g = _mm256_fmadd_ps(g, f, splat(0.11701602619486398f));
+    g = _mm256_fmadd_ps(g, f, splat(-0.12422359611639918f));
+    g = _mm256_fmadd_ps(g, f, splat(0.14247218224356674f));
+    g = _mm256_fmadd_ps(g, f, splat(-0.16667878758502801f));
+    g = _mm256_fmadd_ps(g, f, splat(0.20000767072693321f));
+    g = _mm256_fmadd_ps(g, f, splat(-0.24999996685442931f));
+    g = _mm256_fmadd_ps(g, f, splat(0.33333330979085106f));
+    const __m256 lm = _mm256_fmadd_ps(_mm256_mul_ps(f, f), _mm256_fmadd_ps(f, g, splat(-0.5f)), f);
+    const __m256 ef = _mm256_cvtepi32_ps(e);
+    __m256 y = _mm256_fmadd_ps(ef, splat(kLn2Hi), _mm256_fmadd_ps(ef, splat(kLn2Lo), lm));
+    const float inf = std::numeric_limits<float>::infinity();
+    y = _mm256_blendv_ps(y, splat(inf), _mm256_cmp_ps(x, splat(inf), _CMP_EQ_OQ));
+    y = _mm256_blendv_ps(y, splat(-inf), _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ));
+    y = _mm256_blendv_ps(y, splat(std::numeric_limits<float>::quiet_NaN()), _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_LT_OQ));
+    return _mm256_blendv_ps(y, _mm256_add_ps(x, x), _mm256_cmp_ps(x, x, _CMP_UNORD_Q));
+}
+
+// Every sample through the vector code: masked loads and stores for the
+// samples before the first 32-byte aligned destination address and after
+// the last whole vector (no scalar twin, so every sample gets the same
+// result wherever it lies). f(v, lanes) sees the lanes in use.
+template <class F>
+void float_rows(const float* s, float* d, int n, F f) {
+    const __m256i index = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
+    auto partial = [&](int at, int count) {
+        const __m256i lanes = _mm256_cmpgt_epi32(_mm256_set1_epi32(count), index);
+        _mm256_maskstore_ps(d + at, lanes, f(_mm256_maskload_ps(s + at, lanes), _mm256_castsi256_ps(lanes)));
+    };
+    const auto address = reinterpret_cast<std::uintptr_t>(d);
+    const int head = address % 4 ? 0 : std::min(n, int((32 - address % 32) % 32 / 4));
+    if (head > 0) partial(0, head);
+    const __m256 all = _mm256_castsi256_ps(_mm256_set1_epi32(-1));
+    int i = head;
+    for (; i + 8 <= n; i += 8) _mm256_storeu_ps(d + i, f(_mm256_loadu_ps(s + i), all));
+    if (i < n) partial(i, n - i);
+}
+
+// ---- integers --------------------------------------------------------------
+
+template <class T>
+constexpr double kLow = std::numeric_limits<T>::min();
+template <class T>
+constexpr double kHigh = std::numeric_limits<T>::max();
+
+// Beyond +-40 the scale changes no result: sqrt and ln of a 16-bit sample
+// are below 2^9, so 2^-40 leaves less than a half and 2^40 saturates all but 0.
+inline int clamp_sf(int sf) { return std::clamp(sf, -40, 40); }
+
+// y to the nearest integer, ties to even, whatever the rounding mode; then
+// saturated to T.
+template <class T>
+T round_saturate(double y) {
+    if (y <= kLow<T>) return std::numeric_limits<T>::min();
+    if (y >= kHigh<T>) return std::numeric_limits<T>::max();
+    double r = std::floor(y);
+    const double rest = y - r;
+    if (rest > 0.5 || (rest == 0.5 && std::fmod(r, 2.0) != 0.0)) r += 1.0;
+    return T(std::min(r, kHigh<T>));
+}
+
+// The rules, one sample at a time, in double precision: the integers stay
+// exact and the results lie far enough from every rounding boundary.
+template <class T>
+T sqrt_rule(T x, int sf) {
+    return x <= 0 ? T(0) : round_saturate<T>(std::ldexp(std::sqrt(double(x)), -clamp_sf(sf)));
+}
+template <class T>
+bool negative(T x) {
+    if constexpr (std::is_signed_v<T>) return x < 0;
+    else return false;
+}
+template <class T>
+T ln_rule(T x, int sf) {
+    if (x == 0) return std::numeric_limits<T>::min();
+    return negative(x) ? T(0) : round_saturate<T>(std::ldexp(std::log(double(x)), -clamp_sf(sf)));
+}
+
+template <class T>
+inline __m256i load8(const T* p) {
+    if constexpr (std::is_same_v<T, Rok8u>) return _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
+    else if constexpr (std::is_same_v<T, Rok16u>) return _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    else return _mm256_cvtepi16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+
+// Rounds y (already scaled) to T's range in 32-bit lanes, and marks the
+// lanes whose y lies within 2^-19 |y| of a tie: there the single-precision
+// estimate cannot decide, and the double-precision rule does.
+template <class T>
+inline __m256i round_lanes(__m256 y, __m256& near) {
+    const __m256 yc = _mm256_min_ps(_mm256_max_ps(y, splat(float(kLow<T>))), splat(float(kHigh<T>)));
+    const __m256 r = _mm256_round_ps(yc, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
+    const __m256 abs = splat(-0.0f);
+    const __m256 off = _mm256_andnot_ps(abs, _mm256_sub_ps(_mm256_andnot_ps(abs, _mm256_sub_ps(yc, r)), splat(0.5f)));
+    near = _mm256_cmp_ps(off, _mm256_mul_ps(_mm256_andnot_ps(abs, yc), splat(1.0f / 524288.0f)), _CMP_LE_OQ);
+    return _mm256_cvtps_epi32(r);
+}
+
+// 32-bit lanes of samples in range back to one vector of T (32 / sizeof(T)
+// samples from 32 / sizeof(T) / 8 groups).
+template <class T>
+inline __m256i pack(const __m256i* g) {
+    if constexpr (std::is_same_v<T, Rok8u>) {
+        const __m256i w = _mm256_packus_epi16(_mm256_packs_epi32(g[0], g[1]), _mm256_packs_epi32(g[2], g[3]));
+        return _mm256_permutevar8x32_epi32(w, _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+    } else if constexpr (std::is_same_v<T, Rok16u>) {
+        return _mm256_permute4x64_epi64(_mm256_packus_epi32(g[0], g[1]), 0xD8);
+    } else {
+        return _mm256_permute4x64_epi64(_mm256_packs_epi32(g[0], g[1]), 0xD8);
+    }
+}
+
+// The row: head and tail by the rule, the aligned middle in vectors of
+// single-precision estimates (y(x) from 32-bit lanes), with the lanes near
+// a tie done again by the rule. Returns the lanes that were 0 and below 0.
+template <class T, class Y, class Rule>
+void integer_rows(const T* s, T* d, int n, Y y, Rule rule, bool& zero, bool& below_zero) {
+    constexpr int lanes = 32 / sizeof(T), groups = lanes / 8;
+    auto scalar = [&](int from, int to) {
+        for (int i = from; i < to; ++i) {
+            zero |= s[i] == 0;
+            below_zero |= negative(s[i]);
+            d[i] = rule(s[i]);
+        }
+    };
+    int i = 0;
+    const auto mis = reinterpret_cast<std::uintptr_t>(d) & 31;
+    if (n >= 2 * lanes && mis % sizeof(T) == 0) {
+        const int head = int(((32 - mis) & 31) / sizeof(T));
+        scalar(0, head);
+        __m256i zeros = _mm256_setzero_si256(), negatives = _mm256_setzero_si256();
+        for (i = head; i + lanes <= n; i += lanes) {
+            __m256i x[groups], r[groups];
+            __m256 near[groups];
+            int any_near = 0;
+            for (int k = 0; k < groups; ++k) {
+                x[k] = load8(s + i + 8 * k);
+                zeros = _mm256_or_si256(zeros, _mm256_cmpeq_epi32(x[k], _mm256_setzero_si256()));
+                negatives = _mm256_or_si256(negatives, _mm256_cmpgt_epi32(_mm256_setzero_si256(), x[k]));
+                r[k] = round_lanes<T>(y(x[k]), near[k]);
+                any_near |= _mm256_movemask_ps(near[k]) << (8 * k);
+            }
+            _mm256_store_si256(reinterpret_cast<__m256i*>(d + i), pack<T>(r));
+            if (any_near) {
+                alignas(32) std::int32_t source[lanes];
+                for (int k = 0; k < groups; ++k) _mm256_store_si256(reinterpret_cast<__m256i*>(source + 8 * k), x[k]);
+                for (int j = 0; j < lanes; ++j)
+                    if (any_near >> j & 1) d[i + j] = rule(T(source[j]));
+            }
+        }
+        zero |= !_mm256_testz_si256(zeros, zeros);
+        below_zero |= !_mm256_testz_si256(negatives, negatives);
+    }
+    scalar(i, n);
+}
+
+inline __m256 scale_by(__m256 v, int sf) { return _mm256_mul_ps(v, splat(std::ldexp(1.0f, -clamp_sf(sf)))); }
+
+// ---- integer exponential ----------------------------------------------------
+
+// e^x 2^-sf to the nearest integer, saturated. e^0 2^-sf is a power of two
+// and goes through the scale-factor rule (so 2^-1 rounds to 0, half to even);
+// any other e^x is irrational and never a tie.
+template <class T>
+T exp_rule(long long x, int sf) {
+    if (x == 0) return scale_saturate<T>(1, sf);
+    const long double ln2 = 0.693147180559945309417232121458176568L;
+    const long double a = static_cast<long double>(x) - static_cast<long double>(sf) * ln2;  // ln of the result
+    if (a > std::log(static_cast<long double>(kHigh<T>) + 1.0L)) return std::numeric_limits<T>::max();
+    if (a < -1.0L) return T(0);  // below e^-1 < 0.5
+    return T(std::min(std::floor(std::exp(a) + 0.5L), static_cast<long double>(kHigh<T>)));
+}
+
+template <class T>
+inline T from_window(T x, const ExpWindow<T>& w) {
+    const long long j = std::clamp<long long>(static_cast<long long>(x) - w.lo, 0, 15);
+    return w.values[j];
+}
+
+}  // namespace
+
+// ---- single precision -------------------------------------------------------
+
+void sqrt_row(const Rok32f* s, Rok32f* d, int n) {
+    float_rows(s, d, n, [](__m256 x, __m256) { return _mm256_sqrt_ps(x); });
+}
+
+void exp_row(const Rok32f* s, Rok32f* d, int n) {
+    float_rows(s, d, n, [](__m256 x, __m256) { return exp8(x); });
+}
+
+RokStatus ln_row(const Rok32f* s, Rok32f* d, int n) {
+    __m256 zeros = _mm256_setzero_ps(), negatives = _mm256_setzero_ps();
+    float_rows(s, d, n, [&](__m256 x, __m256 lanes) {
+        zeros = _mm256_or_ps(zeros, _mm256_and_ps(lanes, _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ)));
+        negatives = _mm256_or_ps(negatives, _mm256_and_ps(lanes, _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_LT_OQ)));
+        return ln8(x);
+    });
+    if (_mm256_movemask_ps(negatives)) return rokStatusLnNegArg;
+    return _mm256_movemask_ps(zeros) ? rokStatusLnZeroArg : rokStatusOk;
+}
+
+// ---- integers ---------------------------------------------------------------
+
+template <class T>
+void sqrt_row(const T* s, T* d, int n, int sf) {
+    bool zero = false, below_zero = false;
+    integer_rows(
+        s, d, n,
+        [sf](__m256i x) {
+            // Negative samples give NaN, which the clamp turns into the
+            // type's minimum; 0 is what they must give.
+            const __m256 root = _mm256_sqrt_ps(_mm256_cvtepi32_ps(_mm256_max_epi32(x, _mm256_setzero_si256())));
+            return scale_by(root, sf);
+        },
+        [sf](T x) { return sqrt_rule(x, sf); }, zero, below_zero);
+}
+
+template <class T>
+RokStatus ln_row(const T* s, T* d, int n, int sf) {
+    bool zero = false, below_zero = false;
+    integer_rows(
+        s, d, n,
+        [sf](__m256i x) {
+            const __m256 y = scale_by(ln8(_mm256_cvtepi32_ps(x)), sf);  // 0 gives -inf, clamped to the minimum
+            return _mm256_blendv_ps(y, _mm256_setzero_ps(), _mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_setzero_si256(), x)));
+        },
+        [sf](T x) { return ln_rule(x, sf); }, zero, below_zero);
+    if (below_zero) return rokStatusLnNegArg;
+    return zero ? rokStatusLnZeroArg : rokStatusOk;
+}
+
+template <class T>
+ExpWindow<T> exp_window(int sf) {
+    // Results leave 0 where e^x 2^-sf reaches a half, x = ln(1/2) + sf ln 2,
+    // and saturate before ln(2 max + 1) beyond it (at most 11.8 further on):
+    // 16 values from just below that point cover every result that varies.
+    const long double ln2 = 0.693147180559945309417232121458176568L;
+    const long double rise = -ln2 + static_cast<long double>(sf) * ln2;
+    const long long lo = std::clamp<long long>(static_cast<long long>(std::floor(rise)), std::numeric_limits<T>::min(),
+                                               std::numeric_limits<T>::max());
+    ExpWindow<T> w{int(lo), {}};
+    for (int j = 0; j < 16; ++j) w.values[j] = exp_rule<T>(lo + j, sf);
+    return w;
+}
+
+template <class T>
+void exp_row(const T* s, T* d, int n, const ExpWindow<T>& w) {
+    constexpr int lanes = 32 / sizeof(T);
+    int i = 0;
+    const auto mis = reinterpret_cast<std::uintptr_t>(d) & 31;
+    if (n >= 2 * lanes && mis % sizeof(T) == 0) {
+        const int head = int(((32 - mis) & 31) / sizeof(T));
+        for (; i < head; ++i) d[i] = from_window(s[i], w);
+        // The window index, clamped to 0..15, picks the result by a byte
+        // shuffle (16-bit results: one for the low bytes, one for the high).
+        alignas(16) std::uint8_t low[16], high[16];
+        for (int j = 0; j < 16; ++j) {
+            const auto v = static_cast<std::make_unsigned_t<T>>(w.values[j]);
+            low[j] = std::uint8_t(v & 0xFF);
+            high[j] = std::uint8_t(v >> 8 & 0xFF);
+        }
+        const __m256i tl = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(low)));
+        const __m256i th = _mm256_broadcastsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(high)));
+        for (; i + lanes <= n; i += lanes) {
+            const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s + i));
+            __m256i r;
+            if constexpr (std::is_same_v<T, Rok8u>) {
+                const __m256i idx = _mm256_min_epu8(_mm256_subs_epu8(x, _mm256_set1_epi8(char(w.lo))), _mm256_set1_epi8(15));
+                r = _mm256_shuffle_epi8(tl, idx);
+            } else {
+                __m256i idx;
+                if constexpr (std::is_same_v<T, Rok16u>)
+                    idx = _mm256_min_epu16(_mm256_subs_epu16(x, _mm256_set1_epi16(short(w.lo))), _mm256_set1_epi16(15));
+                else
+                    idx = _mm256_max_epi16(_mm256_min_epi16(_mm256_subs_epi16(x, _mm256_set1_epi16(short(w.lo))), _mm256_set1_epi16(15)),
+                                           _mm256_setzero_si256());
+                const __m256i lo_sel = _mm256_or_si256(idx, _mm256_set1_epi16(short(0x8000)));
+                const __m256i hi_sel = _mm256_or_si256(_mm256_slli_epi16(idx, 8), _mm256_set1_epi16(0x0080));
+                r = _mm256_or_si256(_mm256_shuffle_epi8(tl, lo_sel), _mm256_shuffle_epi8(th, hi_sel));
+            }
+            _mm256_store_si256(reinterpret_cast<__m256i*>(d + i), r);
+        }
+    }
+    for (; i < n; ++i) d[i] = from_window(s[i], w);
+}
+
+#define ROK_MATH(T)                                                    \
+    template void sqrt_row<T>(const T*, T*, int, int);                 \
+    template RokStatus ln_row<T>(const T*, T*, int, int);              \
+    template ExpWindow<T> exp_window<T>(int);                          \
+    template void exp_row<T>(const T*, T*, int, const ExpWindow<T>&);
+ROK_MATH(Rok8u)
+ROK_MATH(Rok16u)
+ROK_MATH(Rok16s)
+#undef ROK_MATH
+
+}  // namespace rok::kernels
