@@ -291,6 +291,53 @@ ROKI_API RokStatus rokiAddC_32fc_C3IR(const Rok32fc value[3], Rok32fc* pSrcDst, 
 ROKI_API RokStatus rokiAddC_32fc_AC4R(const Rok32fc* pSrc, int srcStep, const Rok32fc value[3], Rok32fc* pDst, int dstStep, RokiSize roiSize);
 ROKI_API RokStatus rokiAddC_32fc_AC4IR(const Rok32fc value[3], Rok32fc* pSrcDst, int srcDstStep, RokiSize roiSize);
 
+/* ---- arith_alpha ---- */
+
+/* Colour samples times the pixel's alpha as a fraction of full scale, by */
+/* (t + 1 + (t >> b)) >> b with t = colour * alpha and b = 8 (8u) or 16 (16u): */
+/* exact at the ends (full-scale alpha keeps the colour, 0 gives 0), not a */
+/* rounded division (8u: colour 1, alpha 128 gives 0). AC4: channels 0..2 times */
+/* channel 3; unlike other AC4 functions this one writes the destination alpha, */
+/* with the source alpha unchanged. AP4 (four planes sharing one step): planes */
+/* 0..2 times plane 3, one plane after the other, then plane 3 copied (in place */
+/* it stays). Checks: null -8 (for AP4 the arrays and all their plane pointers), */
+/* then size -6; steps are not checked. */
+ROKI_API RokStatus rokiAlphaPremul_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremul_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremul_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremul_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremul_8u_AP4R(const Rok8u* const pSrc[4], int srcStep, Rok8u* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremul_8u_AP4IR(Rok8u* const pSrcDst[4], int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremul_16u_AP4R(const Rok16u* const pSrc[4], int srcStep, Rok16u* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremul_16u_AP4IR(Rok16u* const pSrcDst[4], int srcDstStep, RokiSize roiSize);
+
+/* Samples times the constant alpha, by the rule of AlphaPremul. C1, C3, C4: */
+/* every sample (C4's fourth channel too). AC4: channels 0..2, and the */
+/* destination alpha set to alpha. AP4: planes 0..2, then plane 3 of the */
+/* destination (in place: of the image) filled with alpha. Checks: null -8 (for */
+/* AP4 the arrays and all their plane pointers), then size -6; steps are not */
+/* checked. */
+ROKI_API RokStatus rokiAlphaPremulC_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u alpha, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_C1IR(Rok8u alpha, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u alpha, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_C3IR(Rok8u alpha, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u alpha, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_C4IR(Rok8u alpha, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u alpha, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_AC4IR(Rok8u alpha, Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u alpha, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_C1IR(Rok16u alpha, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u alpha, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_C3IR(Rok16u alpha, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u alpha, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_C4IR(Rok16u alpha, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u alpha, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_AC4IR(Rok16u alpha, Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_AP4R(const Rok8u* const pSrc[4], int srcStep, Rok8u alpha, Rok8u* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_8u_AP4IR(Rok8u alpha, Rok8u* const pSrcDst[4], int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_AP4R(const Rok16u* const pSrc[4], int srcStep, Rok16u alpha, Rok16u* const pDst[4], int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiAlphaPremulC_16u_AP4IR(Rok16u alpha, Rok16u* const pSrcDst[4], int srcDstStep, RokiSize roiSize);
+
 /* ---- arith_compare ---- */
 
 /* pDst = 255 where src1 cmpOp src2 holds, else 0 (cmpOp: 0 <, 1 <=, 2 ==, 3 >=, */

@@ -1,6 +1,7 @@
 #include "kernels/arith/arith_simd.h"
 
 #include "kernels/arith/arith_round.h"
+#include "kernels/arith/mul_scale.h"
 
 #include <immintrin.h>
 
@@ -383,33 +384,10 @@ Span divide_double_body(const P* a, const P* b, P* d, int n, int sf, bool* zero)
 
 // ---- MulScale ---------------------------------------------------------------
 
-// (p + 1 + (p >> bits)) >> bits for p = a * b. 8u works on the 16-bit
-// products (p + 1 + 254 < 2^16). 16u splits p into its 16-bit halves h, l:
-// the result is h plus the carry out of l + h + 1 (h + 1 cannot wrap, since
-// p <= 0xFFFE0001).
 template <class P>
 Span mul_scale_span(const P* a, const P* b, P* d, int n) {
-    if constexpr (kByte<P>) {
-        // With p = 256 u + w: (p + 1 + u) >> 8 = u + ((u + w + 1) >> 8), and
-        // ((p + 1) * 257) >> 16 = u + ((256 (u + w + 1) + w + 1) >> 16),
-        // the same for u + w + 1 <= 511 (the second sum reaches 2^16 only
-        // from u + w + 1 >= 256). p + 1 <= 65026 fits.
-        const __m256i one = _mm256_set1_epi16(1), m257 = _mm256_set1_epi16(257);
-        auto scale = [&](__m256i p) { return _mm256_mulhi_epu16(_mm256_add_epi16(p, one), m257); };
-        return each_vector(a, b, d, n, [&](__m256i x, __m256i y) {
-            __m256i lo, hi;
-            exact<ArithOp::Mul, P>(x, y, lo, hi);
-            return _mm256_packus_epi16(scale(lo), scale(hi));
-        });
-    } else {
-        return each_vector(a, b, d, n, [](__m256i x, __m256i y) {
-            const __m256i l = _mm256_mullo_epi16(x, y), h = _mm256_mulhi_epu16(x, y);
-            // Carry when l >= 2^16 - (h + 1), a value in 1 .. 2^16 - 1.
-            const __m256i need = _mm256_sub_epi16(_mm256_setzero_si256(), _mm256_add_epi16(h, _mm256_set1_epi16(1)));
-            const __m256i carry = _mm256_cmpeq_epi16(_mm256_max_epu16(l, need), l);
-            return _mm256_sub_epi16(h, carry);
-        });
-    }
+    if constexpr (kByte<P>) return each_vector(a, b, d, n, mul_scale_8u);
+    else return each_vector(a, b, d, n, mul_scale_16u);
 }
 
 template <ArithOp Op, class P>
