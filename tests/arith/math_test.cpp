@@ -184,9 +184,9 @@ TEST(Math, FloatAccuracyOverTheWholeRange) {
     const int n = int(xs.size());
     std::vector<float> out(n);
     ASSERT_EQ(rokiExp_32f_C1R(xs.data(), n * 4, out.data(), n * 4, {n, 1}), rokStatusOk);
-    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::exp(double(xs[i])), 1.0)) << "exp";
+    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::exp(double(xs[i])), 0.86)) << "exp";
     EXPECT_EQ(rokiLn_32f_C1R(xs.data(), n * 4, out.data(), n * 4, {n, 1}), rokStatusLnNegArg);
-    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::log(double(xs[i])), 1.0)) << "ln";
+    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::log(double(xs[i])), 0.91)) << "ln";
     ASSERT_EQ(rokiSqrt_32f_C1R(xs.data(), n * 4, out.data(), n * 4, {n, 1}), rokStatusOk);
     for (int i = 0; i < n; ++i) {
         const float want = std::sqrt(xs[i]);
@@ -253,7 +253,7 @@ void run_every_math_export() {
                         for (int x = 0; x < roi.width; ++x)
                             for (int ch = 0; ch < (c.ac4 ? 3 : c.channels); ++ch) {
                                 const float in = s.at(x, y, ch);
-                                ASSERT_TRUE(within(in, d.at(x, y, ch), c.op == Unary::Ln ? std::log(double(in)) : std::exp(double(in)), 1.0)) << c.name;
+                                ASSERT_TRUE(within(in, d.at(x, y, ch), c.op == Unary::Ln ? std::log(double(in)) : std::exp(double(in)), 0.91)) << c.name;
                             }
                     continue;
                 }
