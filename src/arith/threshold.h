@@ -3,6 +3,7 @@
 // and Threshold_LTValGTVal share their rows among threads.
 #pragma once
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 #include <type_traits>
@@ -51,12 +52,18 @@ RokStatus threshold_rows(bool threaded, const T* s, int ss, T* d, int ds, RokiSi
             });
         });
     } else {
-        // Rows laid end to end make one row on one thread (every row holds
-        // whole pixels, so the channel pattern runs on unbroken).
+        // Rows laid end to end run as one row (every row holds whole pixels,
+        // so the channel pattern runs on unbroken), or for threads as bands
+        // of 16 rows: a short row would pay a call and a kernel start-up for
+        // little work.
         const long long bytes = samples * static_cast<long long>(sizeof(T));
-        if (!threaded && ss == bytes && ds == bytes && samples * roi.height <= INT_MAX) {
-            kernels::threshold_row(s, d, int(samples * roi.height), kind, p);
-            return rokStatusOk;
+        if (ss == bytes && ds == bytes && samples * roi.height <= INT_MAX) {
+            constexpr int kBand = 16;
+            const int band = threaded ? kBand : roi.height;
+            return for_rows(threaded, (roi.height + band - 1) / band, [&](int i) {
+                const int y = i * band;
+                kernels::threshold_row(row(s, ss, y), row(d, ds, y), int(samples) * std::min(band, roi.height - y), kind, p);
+            });
         }
         return for_rows(threaded, roi.height, [&](int y) {
             kernels::threshold_row(row(s, ss, y), row(d, ds, y), int(samples), kind, p);
@@ -146,7 +153,7 @@ inline RokStatus threshold_otsu(const Rok8u* s, int ss, RokiSize roi, Rok8u* lev
     if (bad_size(roi)) return rokStatusBadSize;
     if (any_step_below_one(ss)) return rokStatusBadStep;
     std::uint64_t hist[256] = {};
-    for (int y = 0; y < roi.height; ++y) kernels::add_histogram(row(s, ss, y), roi.width, hist);
+    kernels::add_histogram(s, ss, roi.width, roi.height, hist);
     *level = kernels::otsu_level(hist);
     return rokStatusOk;
 }

@@ -184,13 +184,39 @@ TEST(Math, FloatAccuracyOverTheWholeRange) {
     const int n = int(xs.size());
     std::vector<float> out(n);
     ASSERT_EQ(rokiExp_32f_C1R(xs.data(), n * 4, out.data(), n * 4, {n, 1}), rokStatusOk);
-    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::exp(double(xs[i])), 0.86)) << "exp";
+    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::exp(double(xs[i])), 0.77)) << "exp";
     EXPECT_EQ(rokiLn_32f_C1R(xs.data(), n * 4, out.data(), n * 4, {n, 1}), rokStatusLnNegArg);
-    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::log(double(xs[i])), 0.91)) << "ln";
+    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::log(double(xs[i])), 0.92)) << "ln";
     ASSERT_EQ(rokiSqrt_32f_C1R(xs.data(), n * 4, out.data(), n * 4, {n, 1}), rokStatusOk);
     for (int i = 0; i < n; ++i) {
         const float want = std::sqrt(xs[i]);
         ASSERT_TRUE(std::isnan(want) ? std::isnan(out[i]) : same_bits(out[i], want)) << xs[i];
+    }
+}
+
+// A sample's result does not depend on its neighbours, which decide whether
+// its vector takes the path for ordinary values or the one for special ones
+// (NaN, 0, denormals, overflow), nor on its place in the row.
+TEST(Math, FloatResultsDoNotDependOnNeighbours) {
+    std::mt19937 rng(19);
+    const int n = 203;
+    std::vector<float> xs(n);
+    for (float& x : xs) x = std::uniform_real_distribution<float>(-80.0f, 80.0f)(rng);
+    const float specials[] = {std::numeric_limits<float>::quiet_NaN(), 0.0f, -1.0f, 1e-40f, 100.0f, -100.0f};
+    for (auto fn : {rokiExp_32f_C1R, rokiLn_32f_C1R}) {
+        std::vector<float> plain(n), mixed(n + 1);
+        fn(xs.data(), n * 4, plain.data(), n * 4, {n, 1});
+        for (int phase = 0; phase < 8; ++phase) {
+            std::vector<float> in = xs;
+            for (int i = phase; i < n; i += 8) in[i] = specials[i % 6];
+            for (int shift : {0, 1}) {  // and one sample further along the destination
+                fn(in.data(), n * 4, mixed.data() + shift, n * 4, {n, 1});
+                for (int i = 0; i < n; ++i) {
+                    if (i % 8 == phase) continue;
+                    ASSERT_TRUE(same_bits(mixed[i + shift], plain[i])) << "x=" << xs[i];
+                }
+            }
+        }
     }
 }
 
@@ -253,7 +279,7 @@ void run_every_math_export() {
                         for (int x = 0; x < roi.width; ++x)
                             for (int ch = 0; ch < (c.ac4 ? 3 : c.channels); ++ch) {
                                 const float in = s.at(x, y, ch);
-                                ASSERT_TRUE(within(in, d.at(x, y, ch), c.op == Unary::Ln ? std::log(double(in)) : std::exp(double(in)), 0.91)) << c.name;
+                                ASSERT_TRUE(within(in, d.at(x, y, ch), c.op == Unary::Ln ? std::log(double(in)) : std::exp(double(in)), 0.92)) << c.name;
                             }
                     continue;
                 }

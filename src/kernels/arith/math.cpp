@@ -22,61 +22,106 @@ constexpr float kLn2Lo = 1.4286068203094172e-06f;
 
 inline __m256 splat(float v) { return _mm256_set1_ps(v); }
 
-// e^x = 2^n e^r with n = round(x / ln 2) and |r| <= ln 2 / 2, e^r =
-// 1 + r + r^2 Q(r) with Q a degree-5 fit of (e^r - 1 - r) / r^2 (error
-// below 0.02 ulp). r = (x - n kLn2Hi) - n kLn2Lo: the first part is exact,
-// and the linear term takes the second part unrounded (only Q sees the
-// rounded r). 2^n is applied as 2^(n/2) 2^(n - n/2), each a normal number
-// for the clamped x, so results near overflow and denormal results are
-// rounded once, at the last product.
-inline __m256 exp8(__m256 x) {
-    const __m256 xc = _mm256_min_ps(_mm256_max_ps(x, splat(-104.0f)), splat(89.0f));  // beyond: 0 and +inf
-    const __m256 n = _mm256_round_ps(_mm256_mul_ps(xc, splat(1.44269504088896341f)), _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC);
-    const __m256 high = _mm256_fnmadd_ps(n, splat(kLn2Hi), xc);
-    const __m256 low = _mm256_mul_ps(n, splat(-kLn2Lo));
-    const __m256 r = _mm256_add_ps(high, low);
-    __m256 q = splat(0.00019891980628017336f);
-    q = _mm256_fmadd_ps(q, r, splat(0.0013934541493654251f));
-    q = _mm256_fmadd_ps(q, r, splat(0.00833331048488617f));
-    q = _mm256_fmadd_ps(q, r, splat(0.04166645556688309f));
-    q = _mm256_fmadd_ps(q, r, splat(0.1666666716337204f));
-    q = _mm256_fmadd_ps(q, r, splat(0.5f));
-    const __m256 p = _mm256_add_ps(_mm256_add_ps(high, _mm256_fmadd_ps(_mm256_mul_ps(r, r), q, low)), splat(1.0f));
-    const __m256i k = _mm256_cvtps_epi32(n), k1 = _mm256_srai_epi32(k, 1), k2 = _mm256_sub_epi32(k, k1);
-    auto pow2 = [](__m256i e) {
-        return _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_add_epi32(e, _mm256_set1_epi32(127)), 23));
+// e^x = 2^k 2^(j/8) e^r with n = 8 k + j = round(8 x / ln 2) and
+// |r| <= ln 2 / 16. n comes from adding 1.5 * 2^23, which leaves it in the
+// low bits of t. r = (x - n c_hi) - n c_lo with c_hi + c_lo = ln 2 / 8 and
+// c_hi of 12 bits, so the first part is exact. e^r - 1 = r + r^2 q(r), q a
+// degree-2 fit of (e^r - 1 - r) / r^2 (error below 0.01 ulp). 2^(j/8) is a
+// table held as a float and its remainder, picked by one permute each, so
+// y = T_hi + (T_hi (e^r - 1) + T_lo) is rounded once where it matters.
+alignas(32) constexpr float kExp2Hi[8] = {1.0f, 1.0905077457427979f, 1.1892070770263672f, 1.2968395948410034f,
+                                          1.4142135381698608f, 1.5422108173370361f, 1.6817928552627563f, 1.8340080976486206f};
+alignas(32) constexpr float kExp2Lo[8] = {0.0f, -1.3077539939843064e-08f, 3.797635272917432e-08f, -4.018999533172973e-08f,
+                                          2.4203234971764687e-08f, 8.070904833346049e-09f, -2.4755326677450284e-08f,
+                                          -1.1239277952768134e-08f};
+
+struct ExpParts {
+    __m256 y;   // in [0.95, 1.92]
+    __m256i k;  // e^x = y 2^k
+};
+
+inline ExpParts exp_parts(__m256 x) {
+    const __m256 shifter = splat(12582912.0f);
+    const __m256 t = _mm256_fmadd_ps(x, splat(11.541560173034668f), shifter);
+    const __m256 nf = _mm256_sub_ps(t, shifter);
+    const __m256i n = _mm256_sub_epi32(_mm256_castps_si256(t), _mm256_castps_si256(shifter));
+    const __m256 r = _mm256_fnmadd_ps(nf, splat(3.993272912339307e-06f), _mm256_fnmadd_ps(nf, splat(0.086639404296875f), x));
+    const __m256 q = _mm256_fmadd_ps(_mm256_fmadd_ps(splat(0.04166870191693306f), r, splat(0.16667887568473816f)), r, splat(0.5f));
+    const __m256 u = _mm256_fmadd_ps(_mm256_mul_ps(r, r), q, r);
+    const __m256 hi = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Hi), n);
+    const __m256 lo = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Lo), n);
+    return {_mm256_add_ps(hi, _mm256_fmadd_ps(hi, u, lo)), _mm256_srai_epi32(n, 3)};
+}
+
+// |x| <= 87: e^x is a normal number, so 2^k goes straight into y's exponent.
+inline __m256 exp_normal(__m256 x) {
+    const ExpParts e = exp_parts(x);
+    return _mm256_castsi256_ps(_mm256_add_epi32(_mm256_castps_si256(e.y), _mm256_slli_epi32(e.k, 23)));
+}
+
+// Any x: clamped to [-104, 89] (beyond, the results are 0 and +inf), 2^k
+// applied as 2^(k/2) 2^(k - k/2), each a normal number, so results near
+// overflow and denormal results are rounded once, at the last product; for
+// normal results this is the same value as exp_normal's.
+inline __m256 exp_any(__m256 x) {
+    const __m256 xc = _mm256_min_ps(_mm256_max_ps(x, splat(-104.0f)), splat(89.0f));
+    const ExpParts e = exp_parts(xc);
+    const __m256i k1 = _mm256_srai_epi32(e.k, 1), k2 = _mm256_sub_epi32(e.k, k1);
+    auto pow2 = [](__m256i k) {
+        return _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_add_epi32(k, _mm256_set1_epi32(127)), 23));
     };
-    const __m256 y = _mm256_mul_ps(_mm256_mul_ps(p, pow2(k1)), pow2(k2));
+    const __m256 y = _mm256_mul_ps(_mm256_mul_ps(e.y, pow2(k1)), pow2(k2));
     return _mm256_blendv_ps(y, _mm256_add_ps(x, x), _mm256_cmp_ps(x, x, _CMP_UNORD_Q));  // NaN in, quiet NaN out
 }
 
-// ln x = e ln 2 + ln m with x = 2^e m, m in [sqrt(1/2), sqrt(2)] (denormals
-// scaled by 2^24 first), ln m = f - f^2 / 2 + f^3 G(f) for f = m - 1 (exact),
-// G a degree-8 fit of (ln(1 + f) - f + f^2 / 2) / f^3 (error below 0.1 ulp).
-inline __m256 ln8(__m256 x) {
+// |x| <= 87 in every lane: all-ones when exp_normal serves.
+inline __m256 exp_inside(__m256 x) { return _mm256_cmp_ps(_mm256_andnot_ps(splat(-0.0f), x), splat(87.0f), _CMP_LE_OQ); }
+
+struct ExpKernel {
+    __m256 one(__m256 x, __m256) const {
+        return _mm256_movemask_ps(exp_inside(x)) == 0xFF ? exp_normal(x) : exp_any(x);
+    }
+    // Two vectors at once, so their chains interleave.
+    void two(__m256 a, __m256 b, __m256& ya, __m256& yb) const {
+        if (_mm256_movemask_ps(_mm256_and_ps(exp_inside(a), exp_inside(b))) == 0xFF) {
+            ya = exp_normal(a);
+            yb = exp_normal(b);
+        } else {
+            ya = one(a, a);
+            yb = one(b, b);
+        }
+    }
+};
+
+// ln x = e ln 2 + ln m with x = 2^e m, m in [sqrt(1/2), sqrt(2)): taking
+// the bits of sqrt(1/2) off x's bits leaves e in the exponent field and m's
+// mantissa below it. ln m = f - f^2 / 2 + f^3 G(f) for f = m - 1 (exact), G a
+// degree-8 fit of (ln(1 + f) - f + f^2 / 2) / f^3 (error below 0.1 ulp).
+// `scaled` is what x's exponent was raised by (denormals).
+inline __m256 ln_core(__m256i bits, __m256i scaled) {
+    const __m256i root_half = _mm256_set1_epi32(0x3F3504F3);
+    const __m256i rest = _mm256_sub_epi32(bits, root_half);
+    const __m256i e = _mm256_sub_epi32(_mm256_srai_epi32(rest, 23), scaled);
+    const __m256 m = _mm256_castsi256_ps(_mm256_add_epi32(_mm256_and_si256(rest, _mm256_set1_epi32(0x007FFFFF)), root_half));
+    const __m256 f = _mm256_sub_ps(m, splat(1.0f));
+    // G by Estrin's scheme over f^2 and f^4 (a shorter chain than Horner's).
+    const __m256 f2 = _mm256_mul_ps(f, f), f4 = _mm256_mul_ps(f2, f2);
+    const __m256 g01 = _mm256_fmadd_ps(splat(-0.24999996685442931f), f, splat(0.33333330979085106f));
+    const __m256 g23 = _mm256_fmadd_ps(splat(-0.16667878758502801f), f, splat(0.20000767072693321f));
+    const __m256 g45 = _mm256_fmadd_ps(splat(-0.12422359611639918f), f, splat(0.14247218224356674f));
+    const __m256 g67 = _mm256_fmadd_ps(splat(-0.11513431253042933f), f, splat(0.11701602619486398f));
+    const __m256 g03 = _mm256_fmadd_ps(g23, f2, g01), g47 = _mm256_fmadd_ps(g67, f2, g45);
+    const __m256 g = _mm256_fmadd_ps(_mm256_fmadd_ps(splat(0.069691040178030327f), f4, g47), f4, g03);
+    const __m256 lm = _mm256_fmadd_ps(f2, _mm256_fmadd_ps(f, g, splat(-0.5f)), f);
+    const __m256 ef = _mm256_cvtepi32_ps(e);
+    return _mm256_fmadd_ps(ef, splat(kLn2Hi), _mm256_fmadd_ps(ef, splat(kLn2Lo), lm));
+}
+
+// Any x: denormals scaled by 2^24 first; 0, negatives, +inf and NaN set.
+inline __m256 ln_any(__m256 x) {
     const __m256 small = _mm256_cmp_ps(x, splat(std::numeric_limits<float>::min()), _CMP_LT_OQ);
     const __m256 xs = _mm256_blendv_ps(x, _mm256_mul_ps(x, splat(16777216.0f)), small);
-    const __m256i bits = _mm256_castps_si256(xs);
-    __m256i e = _mm256_sub_epi32(_mm256_srli_epi32(bits, 23), _mm256_set1_epi32(127));
-    e = _mm256_sub_epi32(e, _mm256_and_si256(_mm256_castps_si256(small), _mm256_set1_epi32(24)));
-    __m256 m = _mm256_castsi256_ps(
-        _mm256_or_si256(_mm256_and_si256(bits, _mm256_set1_epi32(0x007FFFFF)), _mm256_set1_epi32(0x3F800000)));
-    const __m256 big = _mm256_cmp_ps(m, splat(1.41421356f), _CMP_GT_OQ);
-    m = _mm256_blendv_ps(m, _mm256_mul_ps(m, splat(0.5f)), big);
-    e = _mm256_sub_epi32(e, _mm256_castps_si256(big));  // big lanes are -1
-    const __m256 f = _mm256_sub_ps(m, splat(1.0f));
-    __m256 g = splat(0.069691040178030327f);
-    g = _mm256_fmadd_ps(g, f, splat(-0.11513431253042933f));
-    g = _mm256_fmadd_ps(g, f, splat(0.11701602619486398f));
-    g = _mm256_fmadd_ps(g, f, splat(-0.12422359611639918f));
-    g = _mm256_fmadd_ps(g, f, splat(0.14247218224356674f));
-    g = _mm256_fmadd_ps(g, f, splat(-0.16667878758502801f));
-    g = _mm256_fmadd_ps(g, f, splat(0.20000767072693321f));
-    g = _mm256_fmadd_ps(g, f, splat(-0.24999996685442931f));
-    g = _mm256_fmadd_ps(g, f, splat(0.33333330979085106f));
-    const __m256 lm = _mm256_fmadd_ps(_mm256_mul_ps(f, f), _mm256_fmadd_ps(f, g, splat(-0.5f)), f);
-    const __m256 ef = _mm256_cvtepi32_ps(e);
-    __m256 y = _mm256_fmadd_ps(ef, splat(kLn2Hi), _mm256_fmadd_ps(ef, splat(kLn2Lo), lm));
+    __m256 y = ln_core(_mm256_castps_si256(xs), _mm256_and_si256(_mm256_castps_si256(small), _mm256_set1_epi32(24)));
     const float inf = std::numeric_limits<float>::infinity();
     y = _mm256_blendv_ps(y, splat(inf), _mm256_cmp_ps(x, splat(inf), _CMP_EQ_OQ));
     y = _mm256_blendv_ps(y, splat(-inf), _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ));
@@ -84,23 +129,74 @@ inline __m256 ln8(__m256 x) {
     return _mm256_blendv_ps(y, _mm256_add_ps(x, x), _mm256_cmp_ps(x, x, _CMP_UNORD_Q));
 }
 
+// Positive normal numbers (bits 0x00800000 .. 0x7F7FFFFF, compared as signed
+// integers, so negative numbers fall below) need nothing of ln_any's.
+inline __m256 ln_normal_lanes(__m256 x) {
+    const __m256i bits = _mm256_castps_si256(x);
+    return _mm256_castsi256_ps(_mm256_and_si256(_mm256_cmpgt_epi32(bits, _mm256_set1_epi32(0x007FFFFF)),
+                                                _mm256_cmpgt_epi32(_mm256_set1_epi32(0x7F800000), bits)));
+}
+
+inline __m256 ln8(__m256 x) {
+    return _mm256_movemask_ps(ln_normal_lanes(x)) == 0xFF ? ln_core(_mm256_castps_si256(x), _mm256_setzero_si256()) : ln_any(x);
+}
+
+// Also notes the lanes in use that were 0 or below 0.
+struct LnKernel {
+    __m256 zeros = _mm256_setzero_ps(), negatives = _mm256_setzero_ps();
+    __m256 one(__m256 x, __m256 lanes) {
+        zeros = _mm256_or_ps(zeros, _mm256_and_ps(lanes, _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ)));
+        negatives = _mm256_or_ps(negatives, _mm256_and_ps(lanes, _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_LT_OQ)));
+        return ln8(x);
+    }
+    // Two vectors at once, so their chains interleave; positive normal
+    // numbers are neither 0 nor negative.
+    void two(__m256 a, __m256 b, __m256& ya, __m256& yb) {
+        if (_mm256_movemask_ps(_mm256_and_ps(ln_normal_lanes(a), ln_normal_lanes(b))) == 0xFF) {
+            ya = ln_core(_mm256_castps_si256(a), _mm256_setzero_si256());
+            yb = ln_core(_mm256_castps_si256(b), _mm256_setzero_si256());
+        } else {
+            const __m256 all = _mm256_castsi256_ps(_mm256_set1_epi32(-1));
+            ya = one(a, all);
+            yb = one(b, all);
+        }
+    }
+};
+
+struct SqrtKernel {
+    __m256 one(__m256 x, __m256) const { return _mm256_sqrt_ps(x); }
+    void two(__m256 a, __m256 b, __m256& ya, __m256& yb) const {
+        ya = _mm256_sqrt_ps(a);
+        yb = _mm256_sqrt_ps(b);
+    }
+};
+
 // Every sample through the vector code: masked loads and stores for the
 // samples before the first 32-byte aligned destination address and after
 // the last whole vector (no scalar twin, so every sample gets the same
-// result wherever it lies). f(v, lanes) sees the lanes in use.
-template <class F>
-void float_rows(const float* s, float* d, int n, F f) {
+// result wherever it lies). K::one(x, lanes) does one vector whose `lanes`
+// are in use, K::two(a, b, ya, yb) two whole ones.
+template <class K>
+void float_rows(const float* s, float* d, int n, K& k) {
     const __m256i index = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     auto partial = [&](int at, int count) {
         const __m256i lanes = _mm256_cmpgt_epi32(_mm256_set1_epi32(count), index);
-        _mm256_maskstore_ps(d + at, lanes, f(_mm256_maskload_ps(s + at, lanes), _mm256_castsi256_ps(lanes)));
+        _mm256_maskstore_ps(d + at, lanes, k.one(_mm256_maskload_ps(s + at, lanes), _mm256_castsi256_ps(lanes)));
     };
     const auto address = reinterpret_cast<std::uintptr_t>(d);
     const int head = address % 4 ? 0 : std::min(n, int((32 - address % 32) % 32 / 4));
     if (head > 0) partial(0, head);
-    const __m256 all = _mm256_castsi256_ps(_mm256_set1_epi32(-1));
     int i = head;
-    for (; i + 8 <= n; i += 8) _mm256_storeu_ps(d + i, f(_mm256_loadu_ps(s + i), all));
+    for (; i + 16 <= n; i += 16) {
+        __m256 a, b;
+        k.two(_mm256_loadu_ps(s + i), _mm256_loadu_ps(s + i + 8), a, b);
+        _mm256_storeu_ps(d + i, a);
+        _mm256_storeu_ps(d + i + 8, b);
+    }
+    if (i + 8 <= n) {
+        _mm256_storeu_ps(d + i, k.one(_mm256_loadu_ps(s + i), _mm256_castsi256_ps(_mm256_set1_epi32(-1))));
+        i += 8;
+    }
     if (i < n) partial(i, n - i);
 }
 
@@ -250,22 +346,20 @@ inline T from_window(T x, const ExpWindow<T>& w) {
 // ---- single precision -------------------------------------------------------
 
 void sqrt_row(const Rok32f* s, Rok32f* d, int n) {
-    float_rows(s, d, n, [](__m256 x, __m256) { return _mm256_sqrt_ps(x); });
+    SqrtKernel k;
+    float_rows(s, d, n, k);
 }
 
 void exp_row(const Rok32f* s, Rok32f* d, int n) {
-    float_rows(s, d, n, [](__m256 x, __m256) { return exp8(x); });
+    ExpKernel k;
+    float_rows(s, d, n, k);
 }
 
 RokStatus ln_row(const Rok32f* s, Rok32f* d, int n) {
-    __m256 zeros = _mm256_setzero_ps(), negatives = _mm256_setzero_ps();
-    float_rows(s, d, n, [&](__m256 x, __m256 lanes) {
-        zeros = _mm256_or_ps(zeros, _mm256_and_ps(lanes, _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ)));
-        negatives = _mm256_or_ps(negatives, _mm256_and_ps(lanes, _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_LT_OQ)));
-        return ln8(x);
-    });
-    if (_mm256_movemask_ps(negatives)) return rokStatusLnNegArg;
-    return _mm256_movemask_ps(zeros) ? rokStatusLnZeroArg : rokStatusOk;
+    LnKernel k;
+    float_rows(s, d, n, k);
+    if (_mm256_movemask_ps(k.negatives)) return rokStatusLnNegArg;
+    return _mm256_movemask_ps(k.zeros) ? rokStatusLnZeroArg : rokStatusOk;
 }
 
 // ---- integers ---------------------------------------------------------------

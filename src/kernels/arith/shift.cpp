@@ -42,26 +42,20 @@ std::uint16_t multiplier16(std::uint32_t k) {
 
 inline __m256i load_lanes(const void* p) { return _mm256_load_si256(static_cast<const __m256i*>(p)); }
 
-// The parameters of the lanes of a vector whose first sample is `first`.
+// The parameters of a vector from the counts of its lanes, k[0 .. lanes - 1].
 template <ShiftDir Dir, class T>
-Lanes lanes_for(const std::uint32_t* counts, int channels, long long first) {
+Lanes lanes_for(const std::uint32_t* k) {
     constexpr bool arithmetic = Dir == ShiftDir::Right && std::is_signed_v<T>;
     // Counts beyond the sign bit change nothing in a signed right shift.
-    auto count = [&](long long sample) {
-        const std::uint32_t k = counts[sample % channels];
-        return arithmetic ? std::min(k, kBits<T> - 1) : k;
-    };
+    auto count = [&](int j) { return arithmetic ? std::min(k[j], kBits<T> - 1) : k[j]; };
     if constexpr (sizeof(T) == 4) {
-        alignas(32) std::uint32_t k[8];
-        for (int j = 0; j < 8; ++j) k[j] = counts[(first + j) % channels];
-        return {load_lanes(k), _mm256_setzero_si256(), _mm256_setzero_si256()};
+        return {_mm256_loadu_si256(reinterpret_cast<const __m256i*>(k)), _mm256_setzero_si256(), _mm256_setzero_si256()};
     } else if constexpr (sizeof(T) == 2) {
         alignas(32) std::uint16_t mul[16], keep[16], bias[16];
         for (int j = 0; j < 16; ++j) {
-            const std::uint32_t k = count(first + j);
-            mul[j] = multiplier16<Dir, T>(k);
-            keep[j] = Dir == ShiftDir::Right && k == 0 ? 0xFFFF : 0;  // a right shift by 0 keeps the sample
-            bias[j] = arithmetic ? std::uint16_t(0x8000u >> k) : 0;
+            mul[j] = multiplier16<Dir, T>(count(j));
+            keep[j] = Dir == ShiftDir::Right && count(j) == 0 ? 0xFFFF : 0;  // a right shift by 0 keeps the sample
+            bias[j] = arithmetic ? std::uint16_t(0x8000u >> count(j)) : 0;
         }
         return {load_lanes(mul), load_lanes(keep), load_lanes(bias)};
     } else {
@@ -69,15 +63,15 @@ Lanes lanes_for(const std::uint32_t* counts, int channels, long long first) {
         // 2^(8-k) for right shifts, where k = 0 gives 256); c is the bias.
         alignas(32) std::uint16_t even[16], odd[16];
         alignas(32) std::uint8_t bias[32];
-        auto mul = [](std::uint32_t k) -> std::uint16_t {
-            if constexpr (Dir == ShiftDir::Left) return k < 8 ? std::uint16_t(1u << k) : 0;
-            else return k <= 8 ? std::uint16_t(1u << (8 - k)) : 0;
+        auto mul = [](std::uint32_t c) -> std::uint16_t {
+            if constexpr (Dir == ShiftDir::Left) return c < 8 ? std::uint16_t(1u << c) : 0;
+            else return c <= 8 ? std::uint16_t(1u << (8 - c)) : 0;
         };
         for (int j = 0; j < 16; ++j) {
-            even[j] = mul(count(first + 2 * j));
-            odd[j] = mul(count(first + 2 * j + 1));
+            even[j] = mul(count(2 * j));
+            odd[j] = mul(count(2 * j + 1));
         }
-        for (int j = 0; j < 32; ++j) bias[j] = arithmetic ? std::uint8_t(0x80u >> count(first + j)) : 0;
+        for (int j = 0; j < 32; ++j) bias[j] = arithmetic ? std::uint8_t(0x80u >> count(j)) : 0;
         return {load_lanes(even), load_lanes(odd), load_lanes(bias)};
     }
 }
@@ -118,13 +112,18 @@ inline void store(void* p, __m256i v) { _mm256_store_si256(static_cast<__m256i*>
 template <ShiftDir Dir, class T>
 void shift_row(const T* s, T* d, int n, const std::uint32_t* counts, int channels) {
     constexpr int lanes = 32 / sizeof(T);
-    int i = 0;
+    int i = 0, c = 0;  // c: the channel of sample i
+    auto scalar = [&](int to) {
+        for (; i < to; ++i, c = c + 1 == channels ? 0 : c + 1) d[i] = shift_one<Dir>(s[i], counts[c]);
+    };
     const auto mis = reinterpret_cast<std::uintptr_t>(d) & 31;
     if (n >= 2 * lanes && mis % sizeof(T) == 0) {
-        const int head = int(((32 - mis) & 31) / sizeof(T));
-        for (; i < head; ++i) d[i] = shift_one<Dir>(s[i], counts[i % channels]);
-        const Lanes p[3] = {lanes_for<Dir, T>(counts, channels, i), lanes_for<Dir, T>(counts, channels, i + lanes),
-                            lanes_for<Dir, T>(counts, channels, i + 2 * lanes)};
+        scalar(int(((32 - mis) & 31) / sizeof(T)));
+        // The counts of the lanes of three vectors: one period for 1, 3 and 4
+        // channels, so the vectors after them repeat it.
+        std::uint32_t k[3 * lanes];
+        for (int j = 0, kc = c; j < 3 * lanes; ++j, kc = kc + 1 == channels ? 0 : kc + 1) k[j] = counts[kc];
+        const Lanes p[3] = {lanes_for<Dir, T>(k), lanes_for<Dir, T>(k + lanes), lanes_for<Dir, T>(k + 2 * lanes)};
         for (; i + 3 * lanes <= n; i += 3 * lanes) {
             const __m256i r0 = apply<Dir, T>(load(s + i), p[0]);
             const __m256i r1 = apply<Dir, T>(load(s + i + lanes), p[1]);
@@ -133,9 +132,11 @@ void shift_row(const T* s, T* d, int n, const std::uint32_t* counts, int channel
             store(d + i + lanes, r1);
             store(d + i + 2 * lanes, r2);
         }
-        for (int v = 0; i + lanes <= n; i += lanes, ++v) store(d + i, apply<Dir, T>(load(s + i), p[v]));
+        int v = 0;
+        for (; i + lanes <= n; i += lanes, ++v) store(d + i, apply<Dir, T>(load(s + i), p[v]));
+        c = (c + v * lanes) % channels;  // whole periods leave the channel as it was
     }
-    for (; i < n; ++i) d[i] = shift_one<Dir>(s[i], counts[i % channels]);
+    scalar(n);
 }
 
 #define ROK_SHIFT(DIR, T) template void shift_row<ShiftDir::DIR, T>(const T*, T*, int, const std::uint32_t*, int);

@@ -2,6 +2,7 @@
 
 #include <immintrin.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <type_traits>
 
@@ -19,9 +20,10 @@ inline T threshold_one(T s, int c, const ThresholdParams<T>& p) {
     else return s < p.t[c] ? p.v[c] : (s > p.t2[c] ? p.v2[c] : s);
 }
 
+// Samples [from, to); c is the channel of sample `from`.
 template <class T, ThresholdKind K>
-void threshold_scalar(const T* s, T* d, int from, int to, const ThresholdParams<T>& p) {
-    for (int i = from; i < to; ++i) d[i] = threshold_one<T, K>(s[i], i % p.channels, p);
+void threshold_scalar(const T* s, T* d, int from, int to, int c, const ThresholdParams<T>& p) {
+    for (int i = from; i < to; ++i, c = c + 1 == p.channels ? 0 : c + 1) d[i] = threshold_one<T, K>(s[i], c, p);
 }
 
 inline __m256i load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
@@ -60,14 +62,15 @@ inline __m256i clamp(__m256i s, __m256i t) {
 
 // The lanes of three consecutive vectors starting at sample `first`: one
 // period of the channel pattern for 1, 3 and 4 channels.
+// c is the channel of sample `first`; absent values give nothing.
 template <class T>
 struct Period {
-    __m256i v[3];
-    Period(const T* values, int channels, int first) {
+    __m256i v[3] = {};
+    Period(const T* values, int channels, int c) {
         constexpr int lanes = 32 / sizeof(T);
-        alignas(32) T lane[3 * lanes] = {};
-        if (values)
-            for (int j = 0; j < 3 * lanes; ++j) lane[j] = values[(first + j) % channels];
+        if (!values) return;
+        alignas(32) T lane[3 * lanes];
+        for (int j = 0; j < 3 * lanes; ++j, c = c + 1 == channels ? 0 : c + 1) lane[j] = values[c];
         for (int k = 0; k < 3; ++k) v[k] = load(lane + k * lanes);
     }
 };
@@ -92,8 +95,9 @@ void threshold_kind(const T* s, T* d, int n, const ThresholdParams<T>& p) {
     const auto mis = reinterpret_cast<std::uintptr_t>(d) & 31;
     if (n >= 2 * lanes && mis % sizeof(T) == 0) {
         i = int(((32 - mis) & 31) / sizeof(T));
-        threshold_scalar<T, K>(s, d, 0, i, p);
-        const Period<T> t(p.t, p.channels, i), v(p.v, p.channels, i), t2(p.t2, p.channels, i), v2(p.v2, p.channels, i);
+        threshold_scalar<T, K>(s, d, 0, i, 0, p);
+        const int c = i % p.channels;
+        const Period<T> t(p.t, p.channels, c), v(p.v, p.channels, c), t2(p.t2, p.channels, c), v2(p.v2, p.channels, c);
         auto store = [&](int at, __m256i r) { _mm256_store_si256(reinterpret_cast<__m256i*>(d + at), r); };
         for (; i + 3 * lanes <= n; i += 3 * lanes) {
             const __m256i r0 = threshold_vector<T, K>(load(s + i), 0, t, v, t2, v2);
@@ -105,7 +109,7 @@ void threshold_kind(const T* s, T* d, int n, const ThresholdParams<T>& p) {
         }
         for (int k = 0; i + lanes <= n; i += lanes, ++k) store(i, threshold_vector<T, K>(load(s + i), k, t, v, t2, v2));
     }
-    threshold_scalar<T, K>(s, d, i, n, p);
+    threshold_scalar<T, K>(s, d, i, n, i % p.channels, p);
 }
 
 }  // namespace
@@ -128,18 +132,33 @@ template void threshold_row<Rok32f>(const Rok32f*, Rok32f*, int, ThresholdKind, 
 
 // ---- Otsu -----------------------------------------------------------------
 
-void add_histogram(const Rok8u* s, int n, std::uint64_t hist[256]) {
-    // Four tables, so that runs of one level do not wait on one counter.
+void add_histogram(const Rok8u* s, int step, int width, int height, std::uint64_t hist[256]) {
+    // Four tables, so that runs of one level do not wait on one counter,
+    // kept over many rows (clearing and adding them up costs as much as a
+    // short row) and added to hist before a 32-bit count could overflow.
     std::uint32_t part[4][256] = {};
-    int i = 0;
-    for (; i + 4 <= n; i += 4) {
-        ++part[0][s[i]];
-        ++part[1][s[i + 1]];
-        ++part[2][s[i + 2]];
-        ++part[3][s[i + 3]];
+    std::uint64_t pending = 0;
+    auto flush = [&] {
+        for (int v = 0; v < 256; ++v) {
+            hist[v] += std::uint64_t(part[0][v]) + part[1][v] + part[2][v] + part[3][v];
+            part[0][v] = part[1][v] = part[2][v] = part[3][v] = 0;
+        }
+        pending = 0;
+    };
+    for (int y = 0; y < height; ++y) {
+        if (pending + std::uint64_t(width) > 0xFFFFFFFFu) flush();
+        const Rok8u* r = s + std::ptrdiff_t(step) * y;
+        int i = 0;
+        for (; i + 4 <= width; i += 4) {
+            ++part[0][r[i]];
+            ++part[1][r[i + 1]];
+            ++part[2][r[i + 2]];
+            ++part[3][r[i + 3]];
+        }
+        for (; i < width; ++i) ++part[0][r[i]];
+        pending += std::uint64_t(width);
     }
-    for (; i < n; ++i) ++part[0][s[i]];
-    for (int v = 0; v < 256; ++v) hist[v] += std::uint64_t(part[0][v]) + part[1][v] + part[2][v] + part[3][v];
+    flush();
 }
 
 Rok8u otsu_level(const std::uint64_t hist[256]) {

@@ -32,8 +32,8 @@ struct ThresholdParams {
 template <class T>
 void threshold_row(const T* s, T* d, int n, ThresholdKind kind, const ThresholdParams<T>& p);
 
-// Adds the levels of n samples to hist.
-void add_histogram(const Rok8u* s, int n, std::uint64_t hist[256]);
+// Adds the levels of height rows of width samples, step bytes apart, to hist.
+void add_histogram(const Rok8u* s, int step, int width, int height, std::uint64_t hist[256]);
 
 // Otsu's level: the t that maximises the between-class variance of the
 // classes {levels <= t} and {levels > t}, both non-empty, computed in
