@@ -216,8 +216,9 @@ def infer_roles(shape_name, params, lines):
     return [roles[p.name] for p in params], (threads, accept), skip
 
 
-def cpp_expr(expr, params, roles):
-    """An expression over arguments, as C++ over the call `c`."""
+def cpp_expr(expr, params, roles, wide=True):
+    """An expression over arguments, as C++ over the call `c`: in 64 bits
+    (wide), or with the arguments' own types (to pass them to a call)."""
     names = {p.name: p for p in params}
 
     def sub(m):
@@ -228,11 +229,11 @@ def cpp_expr(expr, params, roles):
             kind = roles[names[word].index].kind
             i = names[word].index
             if kind in ("roi", "size"):
-                return f"c.size({i})"
+                return f"c.wsize({i})" if wide else f"c.size({i})"
             if kind == "point":
-                return f"c.point({i})"
+                return f"c.wpoint({i})" if wide else f"c.point({i})"
             if kind in ("int", "step"):
-                return f"c.integer({i})"
+                return f"c.wint({i})" if wide else f"c.integer({i})"
             if kind == "real":
                 return f"c.real({i})"
             raise ContractError(f"expression {expr!r} uses {word!r}, which is not a number")
@@ -311,7 +312,7 @@ def _elem(elem):
     return type_code(elem)
 
 
-def _lambda(expr, params, roles, ret="int"):
+def _lambda(expr, params, roles, ret="long long"):
     return f"+[]([[maybe_unused]] Call& c) -> {ret} {{ return {cpp_expr(expr, params, roles)}; }}"
 
 
@@ -329,10 +330,10 @@ def shape_descriptor(ident, params, roles, seq):
             roi = r.roi
             if roi.startswith("{"):
                 w, h = roi[1:-1].split(",")
-                f.append(f".size = +[]([[maybe_unused]] Call& c) -> RokiSize {{ return RokiSize{{{cpp_expr(w, params, roles)}, "
+                f.append(f".size = +[]([[maybe_unused]] Call& c) -> WideSize {{ return WideSize{{{cpp_expr(w, params, roles)}, "
                          f"{cpp_expr(h, params, roles)}}}; }}")
             else:
-                f.append(f".size = {_lambda(roi, params, roles, 'RokiSize')}")
+                f.append(f".size = {_lambda(roi, params, roles, 'WideSize')}")
             if any(b != "0" for b in r.border):
                 f.append(".border = {" + ", ".join(_lambda(b, params, roles) for b in r.border) + "}")
             if r.kind == "planes":
@@ -351,7 +352,7 @@ def shape_descriptor(ident, params, roles, seq):
             if r.kind == "roi" and r.square:
                 f.append(".square = true")
             if r.kind == "size":
-                f.append(f".size = +[]([[maybe_unused]] Call& c) -> RokiSize {{ return RokiSize{{{cpp_expr(r.w, params, roles)}, "
+                f.append(f".size = +[]([[maybe_unused]] Call& c) -> WideSize {{ return WideSize{{{cpp_expr(r.w, params, roles)}, "
                          f"{cpp_expr(r.h, params, roles)}}}; }}")
             if r.kind == "int":
                 f.append(f".value = {_lambda(r.v, params, roles)}")

@@ -194,7 +194,7 @@ def contract_source(path, exports):
         for r in roles:
             if r.kind == "buffer":
                 t, _, lay = e.types[0], None, e.layout
-                query = contract.cpp_expr(r.query.format(type=t, layout=lay), params, roles)
+                query = contract.cpp_expr(r.query.format(type=t, layout=lay), params, roles, wide=False)
                 out.append(f"int buffer_{e.name}(Call& c) {{ int size = -1; "
                            f"return {query} == 0 ? size : -1; }}\n")
                 buffer = f", .buffer = buffer_{e.name}"

@@ -21,6 +21,9 @@ enum class Fill : unsigned char { Random, Range, Rising };
 // destination types.
 enum class Type : signed char { D = -2, S = -1, None, U8, S8, U16, S16, U32, S32, F32, S64, F64, SC16, SC32, FC32, FC64 };
 
+// Alignment a typed pointer needs: complex types align as their parts.
+inline int type_align(Type t);
+
 inline int type_bytes(Type t) {
     switch (t) {
         case Type::U8: case Type::S8: return 1;
@@ -32,13 +35,28 @@ inline int type_bytes(Type t) {
     }
 }
 
+inline int type_align(Type t) {
+    const bool complex = t == Type::SC16 || t == Type::SC32 || t == Type::FC32 || t == Type::FC64;
+    return complex ? type_bytes(t) / 2 : type_bytes(t);
+}
+
 inline constexpr int kNoProbe = 1 << 30;
 inline constexpr int kMaxArgs = 24;
 
+// Expressions over arguments are evaluated in 64 bits, so that the wild
+// values of the fuzzer cannot overflow them; a result outside the range of
+// its argument rules the layout out.
+struct WideSize {
+    long long width, height;
+};
+struct WidePoint {
+    long long x, y;
+};
+
 struct Call;
-using IntFn = int (*)(Call&);
+using IntFn = long long (*)(Call&);
 using RealFn = double (*)(Call&);
-using SizeFn = RokiSize (*)(Call&);
+using SizeFn = WideSize (*)(Call&);
 
 struct Arg {
     const char* name = nullptr;
@@ -99,7 +117,12 @@ struct Call {
     RokiSize size(int i) const { return slot[i].s; }
     RokiPoint point(int i) const { return slot[i].pt; }
     double real(int i) const { return slot[i].f; }
-    int rand(int lo, int hi) { return lo >= hi ? lo : std::uniform_int_distribution<int>(lo, hi)(rng); }
+    WideSize wsize(int i) const { return {slot[i].s.width, slot[i].s.height}; }
+    WidePoint wpoint(int i) const { return {slot[i].pt.x, slot[i].pt.y}; }
+    long long wint(int i) const { return slot[i].i; }
+    long long rand(long long lo, long long hi) {
+        return lo >= hi ? lo : std::uniform_int_distribution<long long>(lo, hi)(rng);
+    }
 
     template <class T>
     T sample(int i) const {

@@ -7,24 +7,24 @@ namespace {
 using namespace rokc;
 
 const Arg shape_arith_binary_RSfs_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src2Step", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_arith_binary_RSfs_order[] = {6, 7, -1};
 int call_rokiAdd_8u_C1RSfs(Call& c) { return rokiAdd_8u_C1RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok8u*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.size(6), c.integer(7)); }
 const Arg shape_arith_binary_IRSfs_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_arith_binary_IRSfs_order[] = {4, 5, -1};
 int call_rokiAdd_8u_C1IRSfs(Call& c) { return rokiAdd_8u_C1IRSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
@@ -63,20 +63,20 @@ int call_rokiAdd_32sc_C3IRSfs(Call& c) { return rokiAdd_32sc_C3IRSfs(reinterpret
 int call_rokiAdd_32sc_AC4RSfs(Call& c) { return rokiAdd_32sc_AC4RSfs(reinterpret_cast<const Rok32sc*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32sc*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok32sc*>(c.ptr(4)), c.integer(5), c.size(6), c.integer(7)); }
 int call_rokiAdd_32sc_AC4IRSfs(Call& c) { return rokiAdd_32sc_AC4IRSfs(reinterpret_cast<const Rok32sc*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32sc*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 const Arg shape_arith_binary_R_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src2Step", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
 const int shape_arith_binary_R_order[] = {6, -1};
 int call_rokiAdd_32f_C1R(Call& c) { return rokiAdd_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok32f*>(c.ptr(4)), c.integer(5), c.size(6)); }
 const Arg shape_arith_binary_IR_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -95,22 +95,22 @@ int call_rokiAdd_32fc_C3IR(Call& c) { return rokiAdd_32fc_C3IR(reinterpret_cast<
 int call_rokiAdd_32fc_AC4R(Call& c) { return rokiAdd_32fc_AC4R(reinterpret_cast<const Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32fc*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok32fc*>(c.ptr(4)), c.integer(5), c.size(6)); }
 int call_rokiAdd_32fc_AC4IR(Call& c) { return rokiAdd_32fc_AC4IR(reinterpret_cast<const Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32fc*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_arith_const1_RSfs_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "value", .kind = Kind::Value},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_arith_const1_RSfs_order[] = {2, 5, 6, -1};
 int call_rokiAddC_8u_C1RSfs(Call& c) { return rokiAddC_8u_C1RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.sample<Rok8u>(2), reinterpret_cast<Rok8u*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6)); }
 const Arg shape_arith_const1_IRSfs_args[] = {
     {.name = "value", .kind = Kind::Value},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_arith_const1_IRSfs_order[] = {0, 3, 4, -1};
 int call_rokiAddC_8u_C1IRSfs(Call& c) { return rokiAddC_8u_C1IRSfs(c.sample<Rok8u>(0), reinterpret_cast<Rok8u*>(c.ptr(1)), c.integer(2), c.size(3), c.integer(4)); }
@@ -119,22 +119,22 @@ int call_rokiAddC_16u_C1IRSfs(Call& c) { return rokiAddC_16u_C1IRSfs(c.sample<Ro
 int call_rokiAddC_16s_C1RSfs(Call& c) { return rokiAddC_16s_C1RSfs(reinterpret_cast<const Rok16s*>(c.ptr(0)), c.integer(1), c.sample<Rok16s>(2), reinterpret_cast<Rok16s*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6)); }
 int call_rokiAddC_16s_C1IRSfs(Call& c) { return rokiAddC_16s_C1IRSfs(c.sample<Rok16s>(0), reinterpret_cast<Rok16s*>(c.ptr(1)), c.integer(2), c.size(3), c.integer(4)); }
 const Arg shape_arith_constn_RSfs_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_arith_constn_RSfs_order[] = {5, 6, -1};
 int call_rokiAddC_8u_C3RSfs(Call& c) { return rokiAddC_8u_C3RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok8u*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6)); }
 const Arg shape_arith_constn_IRSfs_args[] = {
-    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_arith_constn_IRSfs_order[] = {3, 4, -1};
 int call_rokiAddC_8u_C3IRSfs(Call& c) { return rokiAddC_8u_C3IRSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), reinterpret_cast<Rok8u*>(c.ptr(1)), c.integer(2), c.size(3), c.integer(4)); }
@@ -167,10 +167,10 @@ int call_rokiAddC_32sc_C3IRSfs(Call& c) { return rokiAddC_32sc_C3IRSfs(reinterpr
 int call_rokiAddC_32sc_AC4RSfs(Call& c) { return rokiAddC_32sc_AC4RSfs(reinterpret_cast<const Rok32sc*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32sc*>(c.ptr(2)), reinterpret_cast<Rok32sc*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6)); }
 int call_rokiAddC_32sc_AC4IRSfs(Call& c) { return rokiAddC_32sc_AC4IRSfs(reinterpret_cast<const Rok32sc*>(c.ptr(0)), reinterpret_cast<Rok32sc*>(c.ptr(1)), c.integer(2), c.size(3), c.integer(4)); }
 const Arg shape_arith_const1_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "value", .kind = Kind::Value},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -178,25 +178,25 @@ const int shape_arith_const1_R_order[] = {2, 5, -1};
 int call_rokiAddC_32f_C1R(Call& c) { return rokiAddC_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.sample<Rok32f>(2), reinterpret_cast<Rok32f*>(c.ptr(3)), c.integer(4), c.size(5)); }
 const Arg shape_arith_const1_IR_args[] = {
     {.name = "value", .kind = Kind::Value},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
 const int shape_arith_const1_IR_order[] = {0, 3, -1};
 int call_rokiAddC_32f_C1IR(Call& c) { return rokiAddC_32f_C1IR(c.sample<Rok32f>(0), reinterpret_cast<Rok32f*>(c.ptr(1)), c.integer(2), c.size(3)); }
 const Arg shape_arith_constn_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
 const int shape_arith_constn_R_order[] = {5, -1};
 int call_rokiAddC_32f_C3R(Call& c) { return rokiAddC_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), reinterpret_cast<Rok32f*>(c.ptr(3)), c.integer(4), c.size(5)); }
 const Arg shape_arith_constn_IR_args[] = {
-    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };

@@ -7,14 +7,14 @@ namespace {
 using namespace rokc;
 
 const Arg shape_border_r_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "srcRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
-    {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.size(2).width+c.integer(7)+c.rand(0,3), c.size(2).height+c.integer(6)+c.rand(0,3)}; }, .bad = -6},
-    {.name = "topBorderHeight", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
-    {.name = "leftBorderWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
+    {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(2).width+c.wint(7)+c.rand(0,3), c.wsize(2).height+c.wint(6)+c.rand(0,3)}; }, .bad = -6},
+    {.name = "topBorderHeight", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
+    {.name = "leftBorderWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
 };
 const int shape_border_r_any_order[] = {2, 6, 7, 5, -1};
 int call_rokiCopyReplicateBorder_8u_C1R(Call& c) { return rokiCopyReplicateBorder_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6), c.integer(7)); }
@@ -38,12 +38,12 @@ int call_rokiCopyReplicateBorder_32f_C3R(Call& c) { return rokiCopyReplicateBord
 int call_rokiCopyReplicateBorder_32f_C4R(Call& c) { return rokiCopyReplicateBorder_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6), c.integer(7)); }
 int call_rokiCopyReplicateBorder_32f_AC4R(Call& c) { return rokiCopyReplicateBorder_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6), c.integer(7)); }
 const Arg shape_border_ir_any_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.integer(5); }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(4); }, +[]([[maybe_unused]] Call& c) -> int { return c.size(3).width-c.size(2).width-c.integer(5); }, +[]([[maybe_unused]] Call& c) -> int { return c.size(3).height-c.size(2).height-c.integer(4); }}},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wint(5); }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(4); }, +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(3).width-c.wsize(2).width-c.wint(5); }, +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(3).height-c.wsize(2).height-c.wint(4); }}},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "srcRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.size(2).width+c.integer(5)+c.rand(0,3), c.size(2).height+c.integer(4)+c.rand(0,3)}; }, .bad = -6},
-    {.name = "topBorderHeight", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
-    {.name = "leftBorderWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
+    {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(2).width+c.wint(5)+c.rand(0,3), c.wsize(2).height+c.wint(4)+c.rand(0,3)}; }, .bad = -6},
+    {.name = "topBorderHeight", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
+    {.name = "leftBorderWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
 };
 const int shape_border_ir_any_order[] = {2, 4, 5, 3, -1};
 int call_rokiCopyReplicateBorder_8u_C1IR(Call& c) { return rokiCopyReplicateBorder_8u_C1IR(reinterpret_cast<Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), c.size(3), c.integer(4), c.integer(5)); }
@@ -67,14 +67,14 @@ int call_rokiCopyReplicateBorder_32f_C3IR(Call& c) { return rokiCopyReplicateBor
 int call_rokiCopyReplicateBorder_32f_C4IR(Call& c) { return rokiCopyReplicateBorder_32f_C4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), c.size(3), c.integer(4), c.integer(5)); }
 int call_rokiCopyReplicateBorder_32f_AC4IR(Call& c) { return rokiCopyReplicateBorder_32f_AC4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), c.size(3), c.integer(4), c.integer(5)); }
 const Arg shape_border_const_value_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "srcRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
-    {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.size(2).width+c.integer(7)+c.rand(0,3), c.size(2).height+c.integer(6)+c.rand(0,3)}; }, .bad = -6},
-    {.name = "topBorderHeight", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
-    {.name = "leftBorderWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
+    {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(2).width+c.wint(7)+c.rand(0,3), c.wsize(2).height+c.wint(6)+c.rand(0,3)}; }, .bad = -6},
+    {.name = "topBorderHeight", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
+    {.name = "leftBorderWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
     {.name = "value", .kind = Kind::Value},
 };
 const int shape_border_const_value_any_order[] = {2, 6, 7, 8, 5, -1};
@@ -84,15 +84,15 @@ int call_rokiCopyConstBorder_16u_C1R(Call& c) { return rokiCopyConstBorder_16u_C
 int call_rokiCopyConstBorder_32s_C1R(Call& c) { return rokiCopyConstBorder_32s_C1R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6), c.integer(7), c.sample<Rok32s>(8)); }
 int call_rokiCopyConstBorder_32f_C1R(Call& c) { return rokiCopyConstBorder_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6), c.integer(7), c.sample<Rok32f>(8)); }
 const Arg shape_border_const_array_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "srcRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
-    {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.size(2).width+c.integer(7)+c.rand(0,3), c.size(2).height+c.integer(6)+c.rand(0,3)}; }, .bad = -6},
-    {.name = "topBorderHeight", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
-    {.name = "leftBorderWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
+    {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(2).width+c.wint(7)+c.rand(0,3), c.wsize(2).height+c.wint(6)+c.rand(0,3)}; }, .bad = -6},
+    {.name = "topBorderHeight", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
+    {.name = "leftBorderWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
 };
 const int shape_border_const_array_any_order[] = {2, 6, 7, 5, -1};
 int call_rokiCopyConstBorder_8u_C3R(Call& c) { return rokiCopyConstBorder_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), c.integer(4), c.size(5), c.integer(6), c.integer(7), reinterpret_cast<const Rok8u*>(c.ptr(8))); }

@@ -7,12 +7,12 @@ namespace {
 using namespace rokc;
 
 const Arg shape_convert_round_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
 };
 const int shape_convert_round_any_order[] = {4, 5, -1};
 int call_rokiConvert_32f8u_C1R(Call& c) { return rokiConvert_32f8u_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
@@ -32,13 +32,13 @@ int call_rokiConvert_32f16s_C3R(Call& c) { return rokiConvert_32f16s_C3R(reinter
 int call_rokiConvert_32f16s_C4R(Call& c) { return rokiConvert_32f16s_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 int call_rokiConvert_32f16s_AC4R(Call& c) { return rokiConvert_32f16s_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 const Arg shape_convert_sfs_RSfs_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_convert_sfs_RSfs_order[] = {4, 5, 6, -1};
 int call_rokiConvert_8u8s_C1RSfs(Call& c) { return rokiConvert_8u8s_C1RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5), c.integer(6)); }
@@ -59,19 +59,19 @@ int call_rokiConvert_32f16s_C1RSfs(Call& c) { return rokiConvert_32f16s_C1RSfs(r
 int call_rokiConvert_32f32s_C1RSfs(Call& c) { return rokiConvert_32f32s_C1RSfs(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5), c.integer(6)); }
 int call_rokiConvert_32f32u_C1RSfs(Call& c) { return rokiConvert_32f32u_C1RSfs(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5), c.integer(6)); }
 const Arg shape_convert_sfs_IRSfs_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_convert_sfs_IRSfs_order[] = {2, 3, 4, -1};
 int call_rokiConvert_32f32u_C1IRSfs(Call& c) { return rokiConvert_32f32u_C1IRSfs(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), c.integer(3), c.integer(4)); }
 const Arg shape_convert_bits_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::U8, .ch = 1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{(c.integer(2)+c.size(5).width+7)/8, c.size(5).height}; }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::U8, .ch = 1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{(c.wint(2)+c.wsize(5).width+7)/8, c.wsize(5).height}; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "srcBitOffset", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,7); }},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::U8, .ch = 1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "srcBitOffset", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::U8, .ch = 1, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };

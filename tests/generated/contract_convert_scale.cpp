@@ -7,9 +7,9 @@ namespace {
 using namespace rokc;
 
 const Arg shape_convert_images_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -27,9 +27,9 @@ int call_rokiScale_8u32s_C3R(Call& c) { return rokiScale_8u32s_C3R(reinterpret_c
 int call_rokiScale_8u32s_C4R(Call& c) { return rokiScale_8u32s_C4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiScale_8u32s_AC4R(Call& c) { return rokiScale_8u32s_AC4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_convert_scale_range_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
     {.name = "vMin", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-1000,999); }},
@@ -41,12 +41,12 @@ int call_rokiScale_8u32f_C3R(Call& c) { return rokiScale_8u32f_C3R(reinterpret_c
 int call_rokiScale_8u32f_C4R(Call& c) { return rokiScale_8u32f_C4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
 int call_rokiScale_8u32f_AC4R(Call& c) { return rokiScale_8u32f_AC4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
 const Arg shape_convert_scale_hint_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
 };
 const int shape_convert_scale_hint_any_order[] = {4, 5, -1};
 int call_rokiScale_16u8u_C1R(Call& c) { return rokiScale_16u8u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }

@@ -7,9 +7,9 @@ namespace {
 using namespace rokc;
 
 const Arg shape_convert_images_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };

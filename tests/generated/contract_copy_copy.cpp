@@ -7,9 +7,9 @@ namespace {
 using namespace rokc;
 
 const Arg shape_copy_roi_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -35,12 +35,12 @@ int call_rokiCopy_32f_C3R(Call& c) { return rokiCopy_32f_C3R(reinterpret_cast<co
 int call_rokiCopy_32f_C4R(Call& c) { return rokiCopy_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiCopy_32f_AC4R(Call& c) { return rokiCopy_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_copy_masked_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pMask", .kind = Kind::Image, .dir = Dir::In, .elem = Type::U8, .ch = 1, .step = 6, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pMask", .kind = Kind::Image, .dir = Dir::In, .elem = Type::U8, .ch = 1, .step = 6, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "maskStep", .kind = Kind::Step},
 };
 const int shape_copy_masked_any_order[] = {4, -1};
@@ -105,9 +105,9 @@ int call_rokiCopy_16u_C3AC4R(Call& c) { return rokiCopy_16u_C3AC4R(reinterpret_c
 int call_rokiCopy_32s_C3AC4R(Call& c) { return rokiCopy_32s_C3AC4R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiCopy_32f_C3AC4R(Call& c) { return rokiCopy_32f_C3AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_copy_to_p3_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .count = +[]([[maybe_unused]] Call& c) -> int { return 3; }},
+    {.name = "pDst", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -118,9 +118,9 @@ int call_rokiCopy_16u_C3P3R(Call& c) { return rokiCopy_16u_C3P3R(reinterpret_cas
 int call_rokiCopy_32s_C3P3R(Call& c) { return rokiCopy_32s_C3P3R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s* const*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiCopy_32f_C3P3R(Call& c) { return rokiCopy_32f_C3P3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f* const*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_copy_to_p4_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .count = +[]([[maybe_unused]] Call& c) -> int { return 4; }},
+    {.name = "pDst", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 4; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -131,9 +131,9 @@ int call_rokiCopy_16u_C4P4R(Call& c) { return rokiCopy_16u_C4P4R(reinterpret_cas
 int call_rokiCopy_32s_C4P4R(Call& c) { return rokiCopy_32s_C4P4R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s* const*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiCopy_32f_C4P4R(Call& c) { return rokiCopy_32f_C4P4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f* const*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_copy_from_p3_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .count = +[]([[maybe_unused]] Call& c) -> int { return 3; }},
+    {.name = "pSrc", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -144,9 +144,9 @@ int call_rokiCopy_16u_P3C3R(Call& c) { return rokiCopy_16u_P3C3R(reinterpret_cas
 int call_rokiCopy_32s_P3C3R(Call& c) { return rokiCopy_32s_P3C3R(reinterpret_cast<const Rok32s* const*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiCopy_32f_P3C3R(Call& c) { return rokiCopy_32f_P3C3R(reinterpret_cast<const Rok32f* const*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_copy_from_p4_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .count = +[]([[maybe_unused]] Call& c) -> int { return 4; }},
+    {.name = "pSrc", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 4; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -157,12 +157,12 @@ int call_rokiCopy_16u_P4C4R(Call& c) { return rokiCopy_16u_P4C4R(reinterpret_cas
 int call_rokiCopy_32s_P4C4R(Call& c) { return rokiCopy_32s_P4C4R(reinterpret_cast<const Rok32s* const*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiCopy_32f_P4C4R(Call& c) { return rokiCopy_32f_P4C4R(reinterpret_cast<const Rok32f* const*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_copy_managed_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "flags", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,3); }},
+    {.name = "flags", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }},
 };
 const int shape_copy_managed_any_order[] = {4, 5, -1};
 int call_rokiCopyManaged_8u_C1R(Call& c) { return rokiCopyManaged_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }

@@ -7,12 +7,12 @@ namespace {
 using namespace rokc;
 
 const Arg shape_mirror_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "flip", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.size(4).height<2?1:c.size(4).width<2?0:c.rand(0,2); }},
+    {.name = "flip", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(4).height<2?1:c.wsize(4).width<2?0:c.rand(0,2); }},
 };
 const int shape_mirror_R_order[] = {4, 5, -1};
 int call_rokiMirror_8u_C1R(Call& c) { return rokiMirror_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
@@ -36,10 +36,10 @@ int call_rokiMirror_32f_C3R(Call& c) { return rokiMirror_32f_C3R(reinterpret_cas
 int call_rokiMirror_32f_C4R(Call& c) { return rokiMirror_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 int call_rokiMirror_32f_AC4R(Call& c) { return rokiMirror_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 const Arg shape_mirror_IR_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::D, .ch = -2, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::D, .ch = -2, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "flip", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.size(2).height<2?1:c.size(2).width<2?0:c.rand(0,2); }},
+    {.name = "flip", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(2).height<2?1:c.wsize(2).width<2?0:c.rand(0,2); }},
 };
 const int shape_mirror_IR_order[] = {2, 3, -1};
 int call_rokiMirror_8u_C1IR(Call& c) { return rokiMirror_8u_C1IR(reinterpret_cast<Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), c.integer(3)); }
@@ -63,9 +63,9 @@ int call_rokiMirror_32f_C3IR(Call& c) { return rokiMirror_32f_C3IR(reinterpret_c
 int call_rokiMirror_32f_C4IR(Call& c) { return rokiMirror_32f_C4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), c.integer(3)); }
 int call_rokiMirror_32f_AC4IR(Call& c) { return rokiMirror_32f_AC4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), c.integer(3)); }
 const Arg shape_transpose_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.size(4).height, c.size(4).width}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(4).height, c.wsize(4).width}; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "srcRoi", .kind = Kind::Roi, .bad = -6},
 };
@@ -86,7 +86,7 @@ int call_rokiTranspose_32f_C1R(Call& c) { return rokiTranspose_32f_C1R(reinterpr
 int call_rokiTranspose_32f_C3R(Call& c) { return rokiTranspose_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiTranspose_32f_C4R(Call& c) { return rokiTranspose_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_transpose_IR_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::D, .ch = -2, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::D, .ch = -2, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "srcDstRoi", .kind = Kind::Roi, .square = true, .bad = -6},
 };
@@ -107,9 +107,9 @@ int call_rokiTranspose_32f_C1IR(Call& c) { return rokiTranspose_32f_C1IR(reinter
 int call_rokiTranspose_32f_C3IR(Call& c) { return rokiTranspose_32f_C3IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), c.size(2)); }
 int call_rokiTranspose_32f_C4IR(Call& c) { return rokiTranspose_32f_C4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), c.size(2)); }
 const Arg shape_copy_roi_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -117,12 +117,12 @@ const int shape_copy_roi_any_order[] = {4, -1};
 int call_rokiDup_8u_C1C3R(Call& c) { return rokiDup_8u_C1C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiDup_8u_C1C4R(Call& c) { return rokiDup_8u_C1C4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_swap_roi3_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "dstOrder", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return 3; }, .fill = Fill::Range, .lo = 0, .hi = 2},
+    {.name = "dstOrder", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }, .fill = Fill::Range, .lo = 0, .hi = 2},
 };
 const int shape_swap_roi3_any_order[] = {4, -1};
 int call_rokiSwapChannels_8u_C3R(Call& c) { return rokiSwapChannels_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const int*>(c.ptr(5))); }
@@ -141,12 +141,12 @@ int call_rokiSwapChannels_16u_C4C3R(Call& c) { return rokiSwapChannels_16u_C4C3R
 int call_rokiSwapChannels_32s_C4C3R(Call& c) { return rokiSwapChannels_32s_C4C3R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const int*>(c.ptr(5))); }
 int call_rokiSwapChannels_32f_C4C3R(Call& c) { return rokiSwapChannels_32f_C4C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const int*>(c.ptr(5))); }
 const Arg shape_swap_c3c4_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "dstOrder", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return 4; }, .fill = Fill::Range, .lo = 0, .hi = 4},
+    {.name = "dstOrder", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 4; }, .fill = Fill::Range, .lo = 0, .hi = 4},
     {.name = "val", .kind = Kind::Value},
 };
 const int shape_swap_c3c4_any_order[] = {4, 6, -1};
@@ -156,18 +156,18 @@ int call_rokiSwapChannels_16u_C3C4R(Call& c) { return rokiSwapChannels_16u_C3C4R
 int call_rokiSwapChannels_32s_C3C4R(Call& c) { return rokiSwapChannels_32s_C3C4R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const int*>(c.ptr(5)), c.sample<Rok32s>(6)); }
 int call_rokiSwapChannels_32f_C3C4R(Call& c) { return rokiSwapChannels_32f_C3C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const int*>(c.ptr(5)), c.sample<Rok32f>(6)); }
 const Arg shape_swap_ip3_any_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::D, .ch = -2, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::D, .ch = -2, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "dstOrder", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return 3; }, .fill = Fill::Range, .lo = 0, .hi = 2},
+    {.name = "dstOrder", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }, .fill = Fill::Range, .lo = 0, .hi = 2},
 };
 const int shape_swap_ip3_any_order[] = {2, -1};
 int call_rokiSwapChannels_8u_C3IR(Call& c) { return rokiSwapChannels_8u_C3IR(reinterpret_cast<Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<const int*>(c.ptr(3))); }
 const Arg shape_swap_ip4_any_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::D, .ch = -2, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::D, .ch = -2, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "dstOrder", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return 4; }, .fill = Fill::Range, .lo = 0, .hi = 3},
+    {.name = "dstOrder", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 4; }, .fill = Fill::Range, .lo = 0, .hi = 3},
 };
 const int shape_swap_ip4_any_order[] = {2, -1};
 int call_rokiSwapChannels_8u_C4IR(Call& c) { return rokiSwapChannels_8u_C4IR(reinterpret_cast<Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<const int*>(c.ptr(3))); }

@@ -8,7 +8,7 @@ using namespace rokc;
 
 const Arg shape_set_one_any_args[] = {
     {.name = "value", .kind = Kind::Value},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -19,8 +19,8 @@ int call_rokiSet_16u_C1R(Call& c) { return rokiSet_16u_C1R(c.sample<Rok16u>(0), 
 int call_rokiSet_32s_C1R(Call& c) { return rokiSet_32s_C1R(c.sample<Rok32s>(0), reinterpret_cast<Rok32s*>(c.ptr(1)), c.integer(2), c.size(3)); }
 int call_rokiSet_32f_C1R(Call& c) { return rokiSet_32f_C1R(c.sample<Rok32f>(0), reinterpret_cast<Rok32f*>(c.ptr(1)), c.integer(2), c.size(3)); }
 const Arg shape_set_many_any_args[] = {
-    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::D, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::D, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -42,7 +42,7 @@ int call_rokiSet_32f_C4R(Call& c) { return rokiSet_32f_C4R(reinterpret_cast<cons
 int call_rokiSet_32f_AC4R(Call& c) { return rokiSet_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), reinterpret_cast<Rok32f*>(c.ptr(1)), c.integer(2), c.size(3)); }
 const Arg shape_set_channel_any_args[] = {
     {.name = "value", .kind = Kind::Value},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -59,10 +59,10 @@ int call_rokiSet_32s_C4CR(Call& c) { return rokiSet_32s_C4CR(c.sample<Rok32s>(0)
 int call_rokiSet_32f_C4CR(Call& c) { return rokiSet_32f_C4CR(c.sample<Rok32f>(0), reinterpret_cast<Rok32f*>(c.ptr(1)), c.integer(2), c.size(3)); }
 const Arg shape_set_one_masked_any_args[] = {
     {.name = "value", .kind = Kind::Value},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pMask", .kind = Kind::Image, .dir = Dir::In, .elem = Type::U8, .ch = 1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "pMask", .kind = Kind::Image, .dir = Dir::In, .elem = Type::U8, .ch = 1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "maskStep", .kind = Kind::Step},
 };
 const int shape_set_one_masked_any_order[] = {0, 3, -1};
@@ -72,11 +72,11 @@ int call_rokiSet_16u_C1MR(Call& c) { return rokiSet_16u_C1MR(c.sample<Rok16u>(0)
 int call_rokiSet_32s_C1MR(Call& c) { return rokiSet_32s_C1MR(c.sample<Rok32s>(0), reinterpret_cast<Rok32s*>(c.ptr(1)), c.integer(2), c.size(3), reinterpret_cast<const Rok8u*>(c.ptr(4)), c.integer(5)); }
 int call_rokiSet_32f_C1MR(Call& c) { return rokiSet_32f_C1MR(c.sample<Rok32f>(0), reinterpret_cast<Rok32f*>(c.ptr(1)), c.integer(2), c.size(3), reinterpret_cast<const Rok8u*>(c.ptr(4)), c.integer(5)); }
 const Arg shape_set_many_masked_any_args[] = {
-    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::D, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::In, .elem = Type::D, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 2, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pMask", .kind = Kind::Image, .dir = Dir::In, .elem = Type::U8, .ch = 1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(3); }},
+    {.name = "pMask", .kind = Kind::Image, .dir = Dir::In, .elem = Type::U8, .ch = 1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(3); }},
     {.name = "maskStep", .kind = Kind::Step},
 };
 const int shape_set_many_masked_any_order[] = {3, -1};

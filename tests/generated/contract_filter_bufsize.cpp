@@ -7,9 +7,9 @@ namespace {
 using namespace rokc;
 
 const Arg shape_filter_bufsize_any_args[] = {
-    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.rand(1,7), c.rand(1,7)}; }, .bad = -6},
-    {.name = "roiWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,67); }, .bad = -6},
-    {.name = "pBufferSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,7), c.rand(1,7)}; }, .bad = -6},
+    {.name = "roiWidth", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,67); }, .bad = -6},
+    {.name = "pBufferSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
 };
 const int shape_filter_bufsize_any_order[] = {0, 1, -1};
 int call_rokiFilterRoundGetBufSize16s_8u_C1R(Call& c) { return rokiFilterRoundGetBufSize16s_8u_C1R(c.size(0), c.integer(1), reinterpret_cast<int*>(c.ptr(2))); }

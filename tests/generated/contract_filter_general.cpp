@@ -7,15 +7,15 @@ namespace {
 using namespace rokc;
 
 const Arg shape_filter_div_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.size(6).width-1-c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.size(6).height-1-c.point(7).y; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).y; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width-1-c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).height-1-c.wpoint(7).y; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).y; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.size(6).width*c.size(6).height; }},
-    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
-    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).height-1); }},
-    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width*c.wsize(6).height; }},
+    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
+    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).height-1); }},
+    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
 };
 const int shape_filter_div_any_order[] = {4, 6, 7, 8, -1};
 int call_rokiFilter_8u_C1R(Call& c) { return rokiFilter_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.size(6), c.point(7), c.integer(8)); }
@@ -31,14 +31,14 @@ int call_rokiFilter_16u_C3R(Call& c) { return rokiFilter_16u_C3R(reinterpret_cas
 int call_rokiFilter_16u_C4R(Call& c) { return rokiFilter_16u_C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.size(6), c.point(7), c.integer(8)); }
 int call_rokiFilter_16u_AC4R(Call& c) { return rokiFilter_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.size(6), c.point(7), c.integer(8)); }
 const Arg shape_filter_f32_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.size(6).width-1-c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.size(6).height-1-c.point(7).y; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).y; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width-1-c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).height-1-c.wpoint(7).y; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).y; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.size(6).width*c.size(6).height; }},
-    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
-    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).height-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width*c.wsize(6).height; }},
+    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
+    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).height-1); }},
 };
 const int shape_filter_f32_any_order[] = {4, 6, 7, -1};
 int call_rokiFilter_32f_C1R(Call& c) { return rokiFilter_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.size(6), c.point(7)); }
@@ -46,14 +46,14 @@ int call_rokiFilter_32f_C3R(Call& c) { return rokiFilter_32f_C3R(reinterpret_cas
 int call_rokiFilter_32f_C4R(Call& c) { return rokiFilter_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.size(6), c.point(7)); }
 int call_rokiFilter_32f_AC4R(Call& c) { return rokiFilter_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.size(6), c.point(7)); }
 const Arg shape_filter_f64_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.size(6).width-1-c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.size(6).height-1-c.point(7).y; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).y; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width-1-c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).height-1-c.wpoint(7).y; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).y; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.size(6).width*c.size(6).height; }},
-    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
-    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).height-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width*c.wsize(6).height; }},
+    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
+    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).height-1); }},
 };
 const int shape_filter_f64_any_order[] = {4, 6, 7, -1};
 int call_rokiFilter_64f_C1R(Call& c) { return rokiFilter_64f_C1R(reinterpret_cast<const Rok64f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok64f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok64f*>(c.ptr(5)), c.size(6), c.point(7)); }
@@ -82,16 +82,16 @@ int call_rokiFilter32f_8s16s_C1R(Call& c) { return rokiFilter32f_8s16s_C1R(reint
 int call_rokiFilter32f_8s16s_C3R(Call& c) { return rokiFilter32f_8s16s_C3R(reinterpret_cast<const Rok8s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16s*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.size(6), c.point(7)); }
 int call_rokiFilter32f_8s16s_C4R(Call& c) { return rokiFilter32f_8s16s_C4R(reinterpret_cast<const Rok8s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16s*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.size(6), c.point(7)); }
 const Arg shape_filter_round_i16_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.size(6).width-1-c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.size(6).height-1-c.point(7).y; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).y; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width-1-c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).height-1-c.wpoint(7).y; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).y; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S16, .count = +[]([[maybe_unused]] Call& c) -> int { return c.size(6).width*c.size(6).height; }},
-    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
-    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).height-1); }},
-    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
-    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S16, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width*c.wsize(6).height; }},
+    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
+    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).height-1); }},
+    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
+    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
     {.name = "pBuffer", .kind = Kind::Buffer},
 };
 const int shape_filter_round_i16_any_order[] = {4, 6, 7, 8, 9, -1};
@@ -104,16 +104,16 @@ int buffer_rokiFilter_Round16s_8u_C4R(Call& c) { int size = -1; return rokiFilte
 int call_rokiFilter_Round16s_8u_AC4R(Call& c) { return rokiFilter_Round16s_8u_AC4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok16s*>(c.ptr(5)), c.size(6), c.point(7), c.integer(8), c.integer(9), reinterpret_cast<Rok8u*>(c.ptr(10))); }
 int buffer_rokiFilter_Round16s_8u_AC4R(Call& c) { int size = -1; return rokiFilterRoundGetBufSize16s_8u_AC4R(c.size(6),c.size(4).width,&size) == 0 ? size : -1; }
 const Arg shape_filter_round_i32_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.size(6).width-1-c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.size(6).height-1-c.point(7).y; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).y; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width-1-c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).height-1-c.wpoint(7).y; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).y; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.size(6).width*c.size(6).height; }},
-    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
-    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).height-1); }},
-    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
-    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width*c.wsize(6).height; }},
+    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
+    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).height-1); }},
+    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
+    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
     {.name = "pBuffer", .kind = Kind::Buffer},
 };
 const int shape_filter_round_i32_any_order[] = {4, 6, 7, 8, 9, -1};
@@ -134,15 +134,15 @@ int buffer_rokiFilter_Round32s_16u_C4R(Call& c) { int size = -1; return rokiFilt
 int call_rokiFilter_Round32s_16u_AC4R(Call& c) { return rokiFilter_Round32s_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.size(6), c.point(7), c.integer(8), c.integer(9), reinterpret_cast<Rok8u*>(c.ptr(10))); }
 int buffer_rokiFilter_Round32s_16u_AC4R(Call& c) { int size = -1; return rokiFilterRoundGetBufSize32s_16u_AC4R(c.size(6),c.size(4).width,&size) == 0 ? size : -1; }
 const Arg shape_filter_round_f32_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.size(6).width-1-c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.size(6).height-1-c.point(7).y; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).x; }, +[]([[maybe_unused]] Call& c) -> int { return c.point(7).y; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width-1-c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).height-1-c.wpoint(7).y; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).x; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wpoint(7).y; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.size(6).width*c.size(6).height; }},
-    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
-    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.size(6).height-1); }},
-    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wsize(6).width*c.wsize(6).height; }},
+    {.name = "kernelSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,5), c.rand(1,5)}; }, .bad = -6},
+    {.name = "anchor", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).width-1); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wsize(6).height-1); }},
+    {.name = "roundMode", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
     {.name = "pBuffer", .kind = Kind::Buffer},
 };
 const int shape_filter_round_f32_any_order[] = {4, 6, 7, 8, -1};

@@ -7,15 +7,15 @@ namespace {
 using namespace rokc;
 
 const Arg shape_filter_row_div_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.integer(6)-1-c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wint(6)-1-c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(6); }},
-    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,7); }, .bad = -6},
-    {.name = "xAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.integer(6)-1); }},
-    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6); }},
+    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,7); }, .bad = -6},
+    {.name = "xAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wint(6)-1); }},
+    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
 };
 const int shape_filter_row_div_any_order[] = {4, 6, 7, 8, -1};
 int call_rokiFilterRow_8u_C1R(Call& c) { return rokiFilterRow_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8)); }
@@ -31,14 +31,14 @@ int call_rokiFilterRow_16u_C3R(Call& c) { return rokiFilterRow_16u_C3R(reinterpr
 int call_rokiFilterRow_16u_C4R(Call& c) { return rokiFilterRow_16u_C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8)); }
 int call_rokiFilterRow_16u_AC4R(Call& c) { return rokiFilterRow_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8)); }
 const Arg shape_filter_row_f32_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.integer(6)-1-c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wint(6)-1-c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(6); }},
-    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,7); }, .bad = -6},
-    {.name = "xAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.integer(6)-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6); }},
+    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,7); }, .bad = -6},
+    {.name = "xAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wint(6)-1); }},
 };
 const int shape_filter_row_f32_any_order[] = {4, 6, 7, -1};
 int call_rokiFilterRow_32f_C1R(Call& c) { return rokiFilterRow_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.integer(6), c.integer(7)); }
@@ -46,27 +46,27 @@ int call_rokiFilterRow_32f_C3R(Call& c) { return rokiFilterRow_32f_C3R(reinterpr
 int call_rokiFilterRow_32f_C4R(Call& c) { return rokiFilterRow_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.integer(6), c.integer(7)); }
 int call_rokiFilterRow_32f_AC4R(Call& c) { return rokiFilterRow_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.integer(6), c.integer(7)); }
 const Arg shape_filter_row_f64_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.integer(6)-1-c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wint(6)-1-c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(6); }},
-    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,7); }, .bad = -6},
-    {.name = "xAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.integer(6)-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6); }},
+    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,7); }, .bad = -6},
+    {.name = "xAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wint(6)-1); }},
 };
 const int shape_filter_row_f64_any_order[] = {4, 6, 7, -1};
 int call_rokiFilterRow_64f_C1R(Call& c) { return rokiFilterRow_64f_C1R(reinterpret_cast<const Rok64f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok64f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok64f*>(c.ptr(5)), c.integer(6), c.integer(7)); }
 const Arg shape_filter_column_div_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(6)-1-c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(7); }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6)-1-c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(7); }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(6); }},
-    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,7); }, .bad = -6},
-    {.name = "yAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.integer(6)-1); }},
-    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6); }},
+    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,7); }, .bad = -6},
+    {.name = "yAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wint(6)-1); }},
+    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
 };
 const int shape_filter_column_div_any_order[] = {4, 6, 7, 8, -1};
 int call_rokiFilterColumn_8u_C1R(Call& c) { return rokiFilterColumn_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8)); }
@@ -82,14 +82,14 @@ int call_rokiFilterColumn_16u_C3R(Call& c) { return rokiFilterColumn_16u_C3R(rei
 int call_rokiFilterColumn_16u_C4R(Call& c) { return rokiFilterColumn_16u_C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8)); }
 int call_rokiFilterColumn_16u_AC4R(Call& c) { return rokiFilterColumn_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8)); }
 const Arg shape_filter_column_f32_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(6)-1-c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(7); }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6)-1-c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(7); }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(6); }},
-    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,7); }, .bad = -6},
-    {.name = "yAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.integer(6)-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6); }},
+    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,7); }, .bad = -6},
+    {.name = "yAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wint(6)-1); }},
 };
 const int shape_filter_column_f32_any_order[] = {4, 6, 7, -1};
 int call_rokiFilterColumn_32f_C1R(Call& c) { return rokiFilterColumn_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.integer(6), c.integer(7)); }
@@ -97,14 +97,14 @@ int call_rokiFilterColumn_32f_C3R(Call& c) { return rokiFilterColumn_32f_C3R(rei
 int call_rokiFilterColumn_32f_C4R(Call& c) { return rokiFilterColumn_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.integer(6), c.integer(7)); }
 int call_rokiFilterColumn_32f_AC4R(Call& c) { return rokiFilterColumn_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32f*>(c.ptr(5)), c.integer(6), c.integer(7)); }
 const Arg shape_filter_column_f64_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(6)-1-c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(7); }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6)-1-c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(7); }}},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(6); }},
-    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,7); }, .bad = -6},
-    {.name = "yAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.integer(6)-1); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6); }},
+    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,7); }, .bad = -6},
+    {.name = "yAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wint(6)-1); }},
 };
 const int shape_filter_column_f64_any_order[] = {4, 6, 7, -1};
 int call_rokiFilterColumn_64f_C1R(Call& c) { return rokiFilterColumn_64f_C1R(reinterpret_cast<const Rok64f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok64f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok64f*>(c.ptr(5)), c.integer(6), c.integer(7)); }

@@ -7,12 +7,12 @@ namespace {
 using namespace rokc;
 
 const Arg shape_stat_two1_any_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src2Step", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
 };
 const int shape_stat_two1_any_order[] = {4, -1};
 int call_rokiDotProd_8u64f_C1R(Call& c) { return rokiDotProd_8u64f_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
@@ -23,12 +23,12 @@ int call_rokiDotProd_32u64f_C1R(Call& c) { return rokiDotProd_32u64f_C1R(reinter
 int call_rokiDotProd_32s64f_C1R(Call& c) { return rokiDotProd_32s64f_C1R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32s*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
 int call_rokiDotProd_32f64f_C1R(Call& c) { return rokiDotProd_32f64f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
 const Arg shape_stat_twon_any_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src2Step", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
 };
 const int shape_stat_twon_any_order[] = {4, -1};
 int call_rokiDotProd_8u64f_C3R(Call& c) { return rokiDotProd_8u64f_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }

@@ -7,10 +7,10 @@ namespace {
 using namespace rokc;
 
 const Arg shape_stat_ext1_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
 };
 const int shape_stat_ext1_any_order[] = {2, -1};
 int call_rokiMin_8u_C1R(Call& c) { return rokiMin_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3))); }
@@ -18,10 +18,10 @@ int call_rokiMin_16s_C1R(Call& c) { return rokiMin_16s_C1R(reinterpret_cast<cons
 int call_rokiMin_16u_C1R(Call& c) { return rokiMin_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok16u*>(c.ptr(3))); }
 int call_rokiMin_32f_C1R(Call& c) { return rokiMin_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3))); }
 const Arg shape_stat_extn_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
 };
 const int shape_stat_extn_any_order[] = {2, -1};
 int call_rokiMin_8u_C3R(Call& c) { return rokiMin_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3))); }
@@ -53,11 +53,11 @@ int call_rokiMax_32f_C3R(Call& c) { return rokiMax_32f_C3R(reinterpret_cast<cons
 int call_rokiMax_32f_C4R(Call& c) { return rokiMax_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3))); }
 int call_rokiMax_32f_AC4R(Call& c) { return rokiMax_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3))); }
 const Arg shape_stat_minmax1_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pMin", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
-    {.name = "pMax", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "pMin", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "pMax", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
 };
 const int shape_stat_minmax1_any_order[] = {2, -1};
 int call_rokiMinMax_8u_C1R(Call& c) { return rokiMinMax_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), reinterpret_cast<Rok8u*>(c.ptr(4))); }
@@ -65,11 +65,11 @@ int call_rokiMinMax_16s_C1R(Call& c) { return rokiMinMax_16s_C1R(reinterpret_cas
 int call_rokiMinMax_16u_C1R(Call& c) { return rokiMinMax_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok16u*>(c.ptr(3)), reinterpret_cast<Rok16u*>(c.ptr(4))); }
 int call_rokiMinMax_32f_C1R(Call& c) { return rokiMinMax_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3)), reinterpret_cast<Rok32f*>(c.ptr(4))); }
 const Arg shape_stat_minmaxn_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "min", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "max", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
+    {.name = "min", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "max", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
 };
 const int shape_stat_minmaxn_any_order[] = {2, -1};
 int call_rokiMinMax_8u_C3R(Call& c) { return rokiMinMax_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), reinterpret_cast<Rok8u*>(c.ptr(4))); }
@@ -85,12 +85,12 @@ int call_rokiMinMax_32f_C3R(Call& c) { return rokiMinMax_32f_C3R(reinterpret_cas
 int call_rokiMinMax_32f_C4R(Call& c) { return rokiMinMax_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3)), reinterpret_cast<Rok32f*>(c.ptr(4))); }
 int call_rokiMinMax_32f_AC4R(Call& c) { return rokiMinMax_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3)), reinterpret_cast<Rok32f*>(c.ptr(4))); }
 const Arg shape_stat_indx1_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
-    {.name = "pIndexX", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
-    {.name = "pIndexY", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "pIndexX", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "pIndexY", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
 };
 const int shape_stat_indx1_any_order[] = {2, -1};
 int call_rokiMinIndx_8u_C1R(Call& c) { return rokiMinIndx_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), reinterpret_cast<int*>(c.ptr(4)), reinterpret_cast<int*>(c.ptr(5))); }
@@ -98,12 +98,12 @@ int call_rokiMinIndx_16s_C1R(Call& c) { return rokiMinIndx_16s_C1R(reinterpret_c
 int call_rokiMinIndx_16u_C1R(Call& c) { return rokiMinIndx_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok16u*>(c.ptr(3)), reinterpret_cast<int*>(c.ptr(4)), reinterpret_cast<int*>(c.ptr(5))); }
 int call_rokiMinIndx_32f_C1R(Call& c) { return rokiMinIndx_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32f*>(c.ptr(3)), reinterpret_cast<int*>(c.ptr(4)), reinterpret_cast<int*>(c.ptr(5))); }
 const Arg shape_stat_indxn_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "indexX", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "indexY", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "indexX", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "indexY", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
 };
 const int shape_stat_indxn_any_order[] = {2, -1};
 int call_rokiMinIndx_8u_C3R(Call& c) { return rokiMinIndx_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), reinterpret_cast<int*>(c.ptr(4)), reinterpret_cast<int*>(c.ptr(5))); }

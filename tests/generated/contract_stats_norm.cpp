@@ -7,20 +7,20 @@ namespace {
 using namespace rokc;
 
 const Arg shape_stat_val1_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
 };
 const int shape_stat_val1_any_order[] = {2, -1};
 int call_rokiNorm_Inf_8u_C1R(Call& c) { return rokiNorm_Inf_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 int call_rokiNorm_Inf_16s_C1R(Call& c) { return rokiNorm_Inf_16s_C1R(reinterpret_cast<const Rok16s*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 int call_rokiNorm_Inf_16u_C1R(Call& c) { return rokiNorm_Inf_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 const Arg shape_stat_valn_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
 };
 const int shape_stat_valn_any_order[] = {2, -1};
 int call_rokiNorm_Inf_8u_C3R(Call& c) { return rokiNorm_Inf_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
@@ -50,20 +50,20 @@ int call_rokiNorm_L1_16u_C3R(Call& c) { return rokiNorm_L1_16u_C3R(reinterpret_c
 int call_rokiNorm_L1_16u_C4R(Call& c) { return rokiNorm_L1_16u_C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 int call_rokiNorm_L1_16u_AC4R(Call& c) { return rokiNorm_L1_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 const Arg shape_stat_val1_hint_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
 };
 const int shape_stat_val1_hint_any_order[] = {2, 4, -1};
 int call_rokiNorm_L1_32f_C1R(Call& c) { return rokiNorm_L1_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3)), c.integer(4)); }
 const Arg shape_stat_valn_hint_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
 };
 const int shape_stat_valn_hint_any_order[] = {2, 4, -1};
 int call_rokiNorm_L1_32f_C3R(Call& c) { return rokiNorm_L1_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3)), c.integer(4)); }

@@ -7,12 +7,12 @@ namespace {
 using namespace rokc;
 
 const Arg shape_stat_two1_any_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src2Step", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
 };
 const int shape_stat_two1_any_order[] = {4, -1};
 int call_rokiNormDiff_Inf_8u_C1R(Call& c) { return rokiNormDiff_Inf_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
@@ -20,12 +20,12 @@ int call_rokiNormDiff_Inf_16s_C1R(Call& c) { return rokiNormDiff_Inf_16s_C1R(rei
 int call_rokiNormDiff_Inf_16u_C1R(Call& c) { return rokiNormDiff_Inf_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
 int call_rokiNormDiff_Inf_32f_C1R(Call& c) { return rokiNormDiff_Inf_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
 const Arg shape_stat_twon_any_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src2Step", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
 };
 const int shape_stat_twon_any_order[] = {4, -1};
 int call_rokiNormDiff_Inf_8u_C3R(Call& c) { return rokiNormDiff_Inf_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
@@ -53,24 +53,24 @@ int call_rokiNormDiff_L1_16u_C3R(Call& c) { return rokiNormDiff_L1_16u_C3R(reint
 int call_rokiNormDiff_L1_16u_C4R(Call& c) { return rokiNormDiff_L1_16u_C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
 int call_rokiNormDiff_L1_16u_AC4R(Call& c) { return rokiNormDiff_L1_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
 const Arg shape_stat_two1_hint_any_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src2Step", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
 };
 const int shape_stat_two1_hint_any_order[] = {4, 6, -1};
 int call_rokiNormDiff_L1_32f_C1R(Call& c) { return rokiNormDiff_L1_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5)), c.integer(6)); }
 const Arg shape_stat_twon_hint_any_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "src2Step", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
 };
 const int shape_stat_twon_hint_any_order[] = {4, 6, -1};
 int call_rokiNormDiff_L1_32f_C3R(Call& c) { return rokiNormDiff_L1_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<Rok64f*>(c.ptr(5)), c.integer(6)); }
