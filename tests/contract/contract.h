@@ -13,7 +13,11 @@
 
 namespace rokc {
 
-enum class Kind : unsigned char { Image, Planes, Array, Out, Buffer, Roi, Size, Int, Real, Point, Value, Step };
+enum class Kind : unsigned char {
+    Image, Planes, Array, Out, Buffer, Roi, Size, Int, Real, Point, Value, Step,
+    Record,  // a specification or state record the suite makes for the call
+    Made,    // where the call writes a record it makes
+};
 enum class Dir : unsigned char { In, Out, InOut };
 enum class Fill : unsigned char { Random, Range, Rising };
 
@@ -75,6 +79,8 @@ struct Arg {
     RealFn real = nullptr;   // a real argument, or a sample value drawn as a number
     bool square = false;     // a roi whose height is its width
     int bad = kNoProbe;      // status for a size (or int size) of 0 or -1
+    bool optional = false;   // a null pointer is a valid value (scratch the function can allocate)
+    bool consumed = false;   // a successful call releases the record
 };
 
 using Thunk = int (*)(Call&);
@@ -89,8 +95,11 @@ struct Export {
     int chS = 1, chD = 1;        // source and destination channels of the layout
     int nc = 1;                  // values a constant array holds
     int nullStatus = rokStatusNullPtr;
-    int threadsW = 160, threadsH = 80;
+    int nvars = 0;               // arguments and the numbers that only the suite draws (args[nargs..])
+    int threadsW = 160, threadsH = 80;  // 0: results depend on the thread count by design
     Thunk buffer = nullptr;      // bytes of scratch the call needs, -1 when the query fails
+    void* (*make)(Call&) = nullptr;   // makes the record a call takes; null on failure
+    void (*release)(void*) = nullptr;  // releases a record
     std::vector<int> accept = {};  // statuses a call with drawn values may give
 
     Type type(Type t) const { return t == Type::S ? sType : t == Type::D ? dType : t; }

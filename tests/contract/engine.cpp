@@ -73,8 +73,25 @@ Trial::Trial(const Export& e, const Plan& plan)
             case Kind::Image: lay_image(i, a, plan); break;
             case Kind::Planes: lay_planes(i, a, plan); break;
             case Kind::Array: case Kind::Out: lay_array(i, a); break;
+            case Kind::Made: {
+                std::uint8_t* p = buffer(sizeof(void*));
+                std::memset(p, 0xA5, sizeof(void*));
+                call_.slot[i].p = p;
+                break;
+            }
             default: break;
         }
+    }
+    // Records next: a scratch query may need them.
+    for (int i = 0; i < e.nargs && problem_.empty(); ++i) {
+        if (e.args[i].kind != Kind::Record) continue;
+        void* rec = e.make ? e.make(call_) : nullptr;
+        if (!rec) {
+            problem_ = std::string(e.args[i].name) + ": the record could not be made";
+            break;
+        }
+        records_.push_back({i, rec, false});
+        call_.slot[i].p = rec;
     }
     // Scratch last: its size may follow from every other argument.
     for (int i = 0; i < e.nargs && problem_.empty(); ++i) {
@@ -212,6 +229,29 @@ void Trial::lay_array(int i, const Arg& a) {
     call_.slot[i].p = p;
 }
 
+Trial::~Trial() {
+    for (const Made& m : records_)
+        if (!m.released) e_.release(m.record);
+}
+
+int Trial::invoke() {
+    const int status = e_.call(call_);
+    if (status < 0) return status;
+    for (int i = 0; i < e_.nargs; ++i) {
+        const Arg& a = e_.args[i];
+        if (a.kind == Kind::Made && call_.slot[i].p) {
+            void* made = nullptr;
+            std::memcpy(&made, call_.slot[i].p, sizeof made);
+            if (made) e_.release(made);
+            std::memset(call_.slot[i].p, 0xA5, sizeof(void*));
+        }
+        if (a.kind == Kind::Record && a.consumed)
+            for (Made& m : records_)
+                if (m.arg == i && call_.slot[i].p == m.record) m.released = true;
+    }
+    return status;
+}
+
 std::vector<std::uint8_t> Trial::snapshot(bool without_scratch) const {
     std::vector<std::uint8_t> all;
     for (const auto& b : buffers_)
@@ -230,9 +270,11 @@ void Trial::restore(const std::vector<std::uint8_t>& bytes) {
 std::vector<PointerSite> Trial::pointer_sites() const {
     std::vector<PointerSite> sites;
     for (int i = 0; i < e_.nargs; ++i) {
-        const Kind k = e_.args[i].kind;
-        if (k == Kind::Image || k == Kind::Array || k == Kind::Out || k == Kind::Buffer || k == Kind::Planes)
-            sites.push_back({i, -1});
+        const Arg& a = e_.args[i];
+        const Kind k = a.kind;
+        const bool pointer = k == Kind::Image || k == Kind::Array || k == Kind::Out || k == Kind::Buffer ||
+                             k == Kind::Planes || k == Kind::Record || k == Kind::Made;
+        if (pointer && !a.optional) sites.push_back({i, -1});
         if (k == Kind::Planes) {
             const long long n = e_.args[i].count(const_cast<Call&>(call_));
             for (int p = 0; p < n; ++p) sites.push_back({i, p});

@@ -43,10 +43,15 @@ struct PointerSite {
 class Trial {
 public:
     Trial(const Export& e, const Plan& plan);
+    ~Trial();
+    Trial(const Trial&) = delete;
+    Trial& operator=(const Trial&) = delete;
 
     // Empty when the drawn values could be laid out; else why not.
     const std::string& problem() const { return problem_; }
-    int invoke() { return e_.call(call_); }
+    // Calls the export; releases a record a successful call made (and puts
+    // the canary back where it wrote the record's address).
+    int invoke();
 
     // Every byte of every buffer; without_scratch leaves out the scratch
     // buffer, whose contents after a call are the function's own business.
@@ -80,6 +85,12 @@ private:
     std::size_t most_bytes_;
     std::string problem_;
     std::vector<std::uint8_t*> plane_arrays_;  // per argument: its pointer array, if a plane array
+    struct Made {
+        int arg;
+        void* record;
+        bool released;
+    };
+    std::vector<Made> records_;  // records the suite made, to release at the end
 };
 
 }  // namespace rokc

@@ -36,8 +36,8 @@ const int shape_filter_decimate_column_any_order[] = {2, 6, 7, 8, 9, -1};
 int call_rokiDecimateFilterColumn_8u_C1R(Call& c) { return rokiDecimateFilterColumn_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), c.integer(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8), c.integer(9)); }
 
 const Export exports[] = {
-    {.name = "rokiDecimateFilterRow_8u_C1R", .call = call_rokiDecimateFilterRow_8u_C1R, .args = shape_filter_decimate_row_any_args, .nargs = 10, .order = shape_filter_decimate_row_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiDecimateFilterColumn_8u_C1R", .call = call_rokiDecimateFilterColumn_8u_C1R, .args = shape_filter_decimate_column_any_args, .nargs = 10, .order = shape_filter_decimate_column_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiDecimateFilterRow_8u_C1R", .call = call_rokiDecimateFilterRow_8u_C1R, .args = shape_filter_decimate_row_any_args, .nargs = 10, .order = shape_filter_decimate_row_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiDecimateFilterColumn_8u_C1R", .call = call_rokiDecimateFilterColumn_8u_C1R, .args = shape_filter_decimate_column_any_args, .nargs = 10, .order = shape_filter_decimate_column_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);
