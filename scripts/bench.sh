@@ -4,6 +4,8 @@
 #   bash scripts/bench.sh --load [calls] [case]   threaded calls under load (bench/load)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# ccache (when installed) shares its cache between clones at any path.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 bash scripts/setup.sh --bench
 cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DROKIP_BUILD_BENCH=ON -DROKIP_BUILD_TESTS=OFF -DROKIP_BUILD_DEMO=OFF
 if [ "${1:-}" = "--load" ]; then

@@ -9,6 +9,8 @@
 # (ROKC_VERBOSE=1 prints the call).
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# ccache (when installed) shares its cache between clones at any path.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 seconds=${1:-120}
 bash scripts/setup.sh --fuzz
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_FUZZ=ON -DROKIP_BUILD_DEMO=OFF

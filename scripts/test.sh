@@ -6,6 +6,8 @@
 # example consumer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# ccache (when installed) shares its cache between clones at any path.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 jobs=$(nproc)
 bash scripts/setup.sh
 
