@@ -220,27 +220,6 @@ TEST(Math, FloatResultsDoNotDependOnNeighbours) {
     }
 }
 
-TEST(Math, FloatSpecialValues) {
-    const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-    const float xs[] = {0.0f, -0.0f, inf, -inf, nan, -1.0f, 1.0f, std::numeric_limits<float>::denorm_min()};
-    float e[8], l[8];
-    ASSERT_EQ(rokiExp_32f_C1R(xs, 32, e, 32, {8, 1}), rokStatusOk);
-    EXPECT_EQ(e[0], 1.0f);
-    EXPECT_EQ(e[1], 1.0f);
-    EXPECT_EQ(e[2], inf);
-    EXPECT_EQ(std::bit_cast<std::uint32_t>(e[3]), 0u);
-    EXPECT_TRUE(std::isnan(e[4]));
-    ASSERT_EQ(rokiLn_32f_C1R(xs, 32, l, 32, {8, 1}), rokStatusLnNegArg);
-    EXPECT_EQ(l[0], -inf);
-    EXPECT_EQ(l[1], -inf);
-    EXPECT_EQ(l[2], inf);
-    EXPECT_TRUE(std::isnan(l[3]));
-    EXPECT_TRUE(std::isnan(l[4]));
-    EXPECT_TRUE(std::isnan(l[5]));
-    EXPECT_EQ(l[6], 0.0f);
-    EXPECT_TRUE(within(xs[7], l[7], std::log(double(xs[7])), 1.0));  // ln 2^-149
-}
-
 template <class T>
 T math_ref(Unary op, T x, int sf) {
     if constexpr (std::is_same_v<T, Rok32f>) {
@@ -327,26 +306,6 @@ TEST(Math, LnWarnings) {
     EXPECT_EQ(rokiLn_32f_C1R(f, 16, g, 16, {2, 1}), rokStatusLnZeroArg);  // -0.0 is zero, not negative
     EXPECT_EQ(rokiLn_32f_C1R(f, 16, g, 16, {4, 1}), rokStatusLnNegArg);   // a negative denormal
     EXPECT_EQ(rokiLn_32f_C1R(f + 1, 16, g, 16, {1, 1}), rokStatusOk);
-}
-
-TEST(Math, IntegerExamples) {
-    Rok8u x[4] = {4, 2, 255, 0}, y[4] = {};
-    ASSERT_EQ(rokiSqrt_8u_C1RSfs(x, 4, y, 4, {4, 1}, 1), rokStatusOk);
-    EXPECT_EQ(y[0], 1);  // 2 / 2
-    EXPECT_EQ(y[1], 1);  // 1.41 / 2 = 0.71
-    EXPECT_EQ(y[2], 8);  // 15.97 / 2
-    ASSERT_EQ(rokiSqrt_8u_C1RSfs(x, 4, y, 4, {1, 1}, 2), rokStatusOk);
-    EXPECT_EQ(y[0], 0);  // 2 / 4 = 0.5: to even
-    Rok8u e[2] = {0, 6};
-    ASSERT_EQ(rokiExp_8u_C1RSfs(e, 2, y, 2, {2, 1}, 0), rokStatusOk);
-    EXPECT_EQ(y[0], 1);
-    EXPECT_EQ(y[1], 255);  // e^6 = 403 saturates
-    ASSERT_EQ(rokiExp_8u_C1RSfs(e, 2, y, 2, {1, 1}, 1), rokStatusOk);
-    EXPECT_EQ(y[0], 0);  // 0.5 to even
-    Rok16s neg[2] = {-4, -1};
-    ASSERT_EQ(rokiSqrt_16s_C1RSfs(neg, 4, neg, 4, {2, 1}, 0), rokStatusOk);
-    EXPECT_EQ(neg[0], 0);
-    EXPECT_EQ(neg[1], 0);
 }
 
 TEST(Math, SqrtSameAtEveryThreadCount) {

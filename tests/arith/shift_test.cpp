@@ -136,35 +136,6 @@ TEST(Shift, PackedImagesWithMixedCounts) {
     }
 }
 
-TEST(Shift, Examples) {
-    Rok8u s[4] = {0x81, 0xFF, 1, 0x40}, d[4] = {};
-    ASSERT_EQ(rokiRShiftC_8u_C1R(s, 4, 8, d, 4, {4, 1}), rokStatusOk);
-    for (Rok8u v : d) EXPECT_EQ(v, 0);
-    ASSERT_EQ(rokiRShiftC_8u_C1R(s, 4, 0, d, 4, {4, 1}), rokStatusOk);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(d[i], s[i]);
-    ASSERT_EQ(rokiLShiftC_8u_C1R(s, 4, 4294967295u, d, 4, {4, 1}), rokStatusOk);
-    for (Rok8u v : d) EXPECT_EQ(v, 0);
-    ASSERT_EQ(rokiLShiftC_8u_C1R(s, 4, 1, d, 4, {4, 1}), rokStatusOk);
-    EXPECT_EQ(d[0], 0x02);
-    EXPECT_EQ(d[1], 0xFE);
-    Rok16s n[3] = {-32768, -1, 5}, m[3] = {};
-    ASSERT_EQ(rokiRShiftC_16s_C1R(n, 6, 16, m, 6, {3, 1}), rokStatusOk);
-    EXPECT_EQ(m[0], -1);
-    EXPECT_EQ(m[1], -1);
-    EXPECT_EQ(m[2], 0);
-    ASSERT_EQ(rokiRShiftC_16s_C1R(n, 6, 1, m, 6, {3, 1}), rokStatusOk);
-    EXPECT_EQ(m[0], -16384);
-    EXPECT_EQ(m[1], -1);  // rounds toward minus infinity
-    EXPECT_EQ(m[2], 2);
-    Rok8s b[2] = {-128, -3}, e[2] = {};
-    ASSERT_EQ(rokiRShiftC_8s_C1R(b, 2, 4294967295u, e, 2, {2, 1}), rokStatusOk);
-    EXPECT_EQ(e[0], -1);
-    EXPECT_EQ(e[1], -1);
-    Rok32s w = -3, z = 0;
-    ASSERT_EQ(rokiLShiftC_32s_C1R(&w, 4, 31, &z, 4, {1, 1}), rokStatusOk);
-    EXPECT_EQ(z, INT32_MIN);
-}
-
 // With counts at the bit width or more in every channel the result is 0
 // whatever the source holds, so the source is not read: here it lies on an
 // unreadable page. AC4 alpha keeps its value.

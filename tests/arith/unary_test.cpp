@@ -79,27 +79,6 @@ TEST(Unary, Every16sExport) { run_every_unary_export<Rok16s>(); }
 TEST(Unary, Every32sExport) { run_every_unary_export<Rok32s>(); }
 TEST(Unary, Every32fExport) { run_every_unary_export<Rok32f>(); }
 
-TEST(Unary, Examples) {
-    Rok16s a[4] = {-32768, -1, 32767, 0}, b[4] = {};
-    ASSERT_EQ(rokiAbs_16s_C1R(a, 8, b, 8, {4, 1}), rokStatusOk);
-    EXPECT_EQ(b[0], 32767);
-    EXPECT_EQ(b[1], 1);
-    EXPECT_EQ(b[2], 32767);
-    Rok32s c[3] = {-1, 5, INT32_MIN};
-    ASSERT_EQ(rokiComplement_32s_C1IR(c, 12, {3, 1}), rokStatusOk);
-    EXPECT_EQ(std::bit_cast<std::uint32_t>(c[0]), 0x80000001u);
-    EXPECT_EQ(c[1], 5);
-    EXPECT_EQ(c[2], INT32_MIN);
-    Rok8u x = 16, y = 0;
-    ASSERT_EQ(rokiSqr_8u_C1RSfs(&x, 1, &y, 1, {1, 1}, 0), rokStatusOk);
-    EXPECT_EQ(y, 255);
-    ASSERT_EQ(rokiSqr_8u_C1RSfs(&x, 1, &y, 1, {1, 1}, 2), rokStatusOk);
-    EXPECT_EQ(y, 64);
-    x = 3;  // 9 / 2 = 4.5 rounds to even
-    ASSERT_EQ(rokiSqr_8u_C1RSfs(&x, 1, &y, 1, {1, 1}, 1), rokStatusOk);
-    EXPECT_EQ(y, 4);
-}
-
 TEST(Unary, CheckOrder) {
     Rok16s s[2] = {}, d[2] = {9, 9};
     Rok32s c[2] = {9, 9};
