@@ -13,4 +13,11 @@ namespace rok::kernels {
 template <ArithOp Op>
 void logic_bytes(const std::uint8_t* a, const std::uint8_t* b, std::uint8_t* d, std::size_t n);
 
+// d[i] = s[i] op value[i % period] for n bytes: a constant of `period` bytes
+// (one pixel: 1, 2, 3, 4, 6, 8, 12 or 16) repeated from the first byte. s may
+// equal d.
+template <ArithOp Op>
+void logic_constant_bytes(const std::uint8_t* s, const std::uint8_t* value, int period, std::uint8_t* d,
+                          std::size_t n);
+
 }  // namespace rok::kernels
