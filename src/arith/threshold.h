@@ -94,19 +94,20 @@ RokStatus threshold(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t, 
 
 // Threshold_LT and Threshold_GT: Threshold with the operation fixed, its
 // checks without the cmpOp; on the calling thread.
-template <class T, Layout L, bool I = false>
-RokStatus threshold_lt(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t) {
+template <ThresholdKind K, class T, Layout L>
+RokStatus threshold_fixed(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t) {
     if (any_null(s, d, t)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
     if (any_step_below_one(ss, ds)) return rokStatusBadStep;
-    return detail::threshold_rows<T, L>(false, s, ss, d, ds, roi, ThresholdKind::Lt, t, nullptr, nullptr, nullptr);
+    return detail::threshold_rows<T, L>(false, s, ss, d, ds, roi, K, t, nullptr, nullptr, nullptr);
+}
+template <class T, Layout L, bool I = false>
+RokStatus threshold_lt(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t) {
+    return threshold_fixed<ThresholdKind::Lt, T, L>(s, ss, d, ds, roi, t);
 }
 template <class T, Layout L, bool I = false>
 RokStatus threshold_gt(const T* s, int ss, T* d, int ds, RokiSize roi, const T* t) {
-    if (any_null(s, d, t)) return rokStatusNullPtr;
-    if (bad_size(roi)) return rokStatusBadSize;
-    if (any_step_below_one(ss, ds)) return rokStatusBadStep;
-    return detail::threshold_rows<T, L>(false, s, ss, d, ds, roi, ThresholdKind::Gt, t, nullptr, nullptr, nullptr);
+    return threshold_fixed<ThresholdKind::Gt, T, L>(s, ss, d, ds, roi, t);
 }
 
 // Threshold_Val: value where src < threshold (cmpOp 0) or src > threshold
