@@ -29,8 +29,8 @@ RokStatus compare_rows(const T* a, int as, const T* b, int bs, Rok8u* d, int ds,
     }
     if constexpr (ch == 1 && S == Source::Image) {
         // Rows laid end to end in all three images make one row.
-        if (as == roi.width * int(sizeof(T)) && bs == as && ds == roi.width &&
-            static_cast<long long>(roi.width) * roi.height <= INT_MAX) {
+        if (as == static_cast<long long>(roi.width) * static_cast<long long>(sizeof(T)) && bs == as &&
+            ds == roi.width && static_cast<long long>(roi.width) * roi.height <= INT_MAX) {
             kernels::compare_samples(a, b, d, roi.width * roi.height, kind, eps);
             return rokStatusOk;
         }
