@@ -54,6 +54,17 @@ TEST(ArithRules, ExtremeScaleFactors) {
     ASSERT_EQ(rokiAdd_8u_C1RSfs(a.data(), n, b.data(), n, d.data(), n, {n, 1}, std::numeric_limits<int>::max()),
               rokStatusOk);
     for (int i = 0; i < n; ++i) EXPECT_EQ(d[i], 0);
+    // Complex products: each part saturates to the sign of its exact value.
+    std::vector<Rok32sc> c(n, Rok32sc{3, -2}), e(n, Rok32sc{1, 0}), f(n);
+    std::vector<Rok16sc> g(n, Rok16sc{-3, 2}), h(n, Rok16sc{1, 0}), k(n);
+    for (int sf : {std::numeric_limits<int>::min(), -100}) {
+        ASSERT_EQ(rokiMul_32sc_C1RSfs(c.data(), 8 * n, e.data(), 8 * n, f.data(), 8 * n, {n, 1}, sf), rokStatusOk);
+        ASSERT_EQ(rokiMul_16sc_C1RSfs(g.data(), 4 * n, h.data(), 4 * n, k.data(), 4 * n, {n, 1}, sf), rokStatusOk);
+        for (int i = 0; i < n; ++i) {
+            EXPECT_TRUE(f[i].re == INT32_MAX && f[i].im == INT32_MIN) << sf << " at " << i;
+            EXPECT_TRUE(k[i].re == -32768 && k[i].im == 32767) << sf << " at " << i;
+        }
+    }
 }
 
 TEST(ArithRules, OperandOrder) {
