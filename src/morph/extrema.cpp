@@ -1,0 +1,494 @@
+#include "morph/extrema.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
+
+#include "core/core.h"
+#include "frame/ac4.h"
+#include "frame/image.h"
+#include "frame/parallel.h"
+#include "kernels/copy/channels.h"
+#include "kernels/copy/copy_move.h"
+
+namespace rok::morph {
+
+bool all_zero(const Rok8u* mask, RokiSize size) {
+    const std::size_t n = std::size_t(size.width) * std::size_t(size.height);
+    for (std::size_t i = 0; i < n; ++i)
+        if (mask[i] != 0) return false;
+    return true;
+}
+
+namespace {
+
+// How a run's row is formed for each output row.
+enum class Build : std::uint8_t {
+    Source,  // one mask row: the source row itself
+    Direct,  // the extremum of its source rows
+    Nested,  // a shorter run it contains, plus the rows that one lacks
+    Slide,   // van Herk/Gil-Werman down the image: suffix rows of a block and a running prefix
+};
+
+struct Run {
+    int top, len;  // mask rows top .. top + len - 1
+    Build how = Build::Source;
+    int from = -1;  // Nested: the run it extends (always an earlier one)
+    int span = 1;   // columns its doubling row covers (1: it has none)
+    int v = -1;     // scratch row of the run (Direct, Nested, Slide)
+    int d = -1;     // scratch row of the doubling row
+    int s = -1;     // Slide: suffix rows s .. s + len - 2, then the prefix row
+};
+
+// Consecutive mask columns left .. left + width - 1 that select the same run.
+struct Term {
+    int run, left, width;
+};
+
+struct Tap {
+    int run;
+    int column;    // mask column of the first entry it covers
+    bool widened;  // reads the doubling row rather than the run's row
+};
+
+// Estimated samples moved per output sample (each read and each store one).
+constexpr int kSlideCost = 9;   // three two-input passes per row
+constexpr int kDoubleCost = 3;  // one doubling pass
+
+struct Plan {
+    int left = 0, right = 0, top = 0, bottom = 0;  // bounding box of the selected entries
+    bool fused = false;                            // a full 3x3 block
+    int nruns = 0, nterms = 0, ntaps = 0;
+    Run* runs = nullptr;
+    Term* terms = nullptr;
+    Tap* taps = nullptr;
+    int rows = 0;       // scratch rows of the extended width
+    int maxInputs = 2;  // the most rows one combining call takes
+};
+
+// The plan's arrays: on the stack for up to 32 entries each (every mask of
+// up to 32 entries), from the core allocator above that.
+class PlanStore {
+public:
+    static constexpr int kInline = 32;
+    ~PlanStore() { rokFree(heap_); }
+    bool reserve(Plan& p, int runs, int terms, int taps) {
+        if (runs <= kInline && terms <= kInline && taps <= kInline) {
+            p.runs = runs_;
+            p.terms = terms_;
+            p.taps = taps_;
+            return true;
+        }
+        const std::size_t bytes = std::size_t(runs) * sizeof(Run) + std::size_t(terms) * sizeof(Term) +
+                                  std::size_t(taps) * sizeof(Tap) + 64;
+        if (bytes > std::size_t(INT_MAX)) return false;
+        heap_ = rokMalloc(int(bytes));
+        if (heap_ == nullptr) return false;
+        p.runs = static_cast<Run*>(heap_);
+        p.terms = reinterpret_cast<Term*>(p.runs + runs);
+        p.taps = reinterpret_cast<Tap*>(p.terms + terms);
+        return true;
+    }
+
+private:
+    Run runs_[kInline];
+    Term terms_[kInline];
+    Tap taps_[kInline];
+    void* heap_ = nullptr;
+};
+
+struct Selected {
+    const Rok8u* mask;
+    int width;
+    bool operator()(int i, int j) const { return mask == nullptr || mask[std::size_t(j) * width + i] != 0; }
+};
+
+int floor_log2(int v) { return 31 - __builtin_clz(unsigned(v)); }
+
+int taps_for(int width, int span) { return span > 1 && width >= span ? (width + span - 1) / span : width; }
+
+// The doubling span that makes a run's terms cheapest: each doubling pass
+// costs a pass over the row, each tap one read per output sample.
+void choose_span(Plan& p, Run& run, int r) {
+    int widest = 0;
+    for (int t = 0; t < p.nterms; ++t)
+        if (p.terms[t].run == r) widest = std::max(widest, p.terms[t].width);
+    int best = INT_MAX;
+    for (int span = 1; span <= widest && span <= (1 << 29); span *= 2) {
+        int cost = floor_log2(span) * kDoubleCost;
+        for (int t = 0; t < p.nterms; ++t)
+            if (p.terms[t].run == r) cost += taps_for(p.terms[t].width, span);
+        if (cost < best) {
+            best = cost;
+            run.span = span;
+        }
+    }
+}
+
+// The cheapest way to form each run's row; runs are in ascending length, so
+// a contained run is always formed first.
+void choose_build(Plan& p, int r) {
+    Run& run = p.runs[r];
+    if (run.len == 1) return;
+    run.how = Build::Direct;
+    int best = run.len + 1;
+    for (int q = 0; q < r; ++q) {
+        const Run& in = p.runs[q];
+        if (in.top < run.top || in.top + in.len > run.top + run.len) continue;
+        const int cost = run.len - in.len + 2;
+        if (cost < best) {
+            best = cost;
+            run.how = Build::Nested;
+            run.from = q;
+        }
+    }
+    if (kSlideCost < best) run.how = Build::Slide;
+}
+
+void add_taps(Plan& p, const Term& term) {
+    const Run& run = p.runs[term.run];
+    if (run.span > 1 && term.width >= run.span) {
+        int c = term.left;
+        for (; c + run.span < term.left + term.width; c += run.span) p.taps[p.ntaps++] = {term.run, c, true};
+        p.taps[p.ntaps++] = {term.run, term.left + term.width - run.span, true};
+    } else {
+        for (int c = term.left; c < term.left + term.width; ++c) p.taps[p.ntaps++] = {term.run, c, false};
+    }
+}
+
+void assign_rows(Plan& p) {
+    for (int r = 0; r < p.nruns; ++r) {
+        Run& run = p.runs[r];
+        if (run.how != Build::Source) run.v = p.rows++;
+        if (run.span > 1) run.d = p.rows++;
+        if (run.how == Build::Slide) {
+            run.s = p.rows;
+            p.rows += run.len;
+        }
+        p.maxInputs = std::max(p.maxInputs, run.len + 1);
+    }
+    p.maxInputs = std::max(p.maxInputs, p.ntaps);
+}
+
+// Splits the neighbourhood into runs and taps. False when the plan's arrays
+// cannot be allocated.
+bool build(const Neighbourhood& nb, PlanStore& store, Plan& p) {
+    const int mw = nb.size.width, mh = nb.size.height;
+    const Selected sel{nb.mask, mw};
+    long long selected = 0;
+    if (nb.mask == nullptr) {
+        p.left = 0, p.right = mw - 1, p.top = 0, p.bottom = mh - 1;
+        selected = (long long)mw * mh;
+    } else {
+        p.left = mw, p.right = -1, p.top = mh, p.bottom = -1;
+        for (int j = 0; j < mh; ++j)
+            for (int i = 0; i < mw; ++i)
+                if (sel(i, j)) {
+                    p.left = std::min(p.left, i), p.right = std::max(p.right, i);
+                    p.top = std::min(p.top, j), p.bottom = std::max(p.bottom, j);
+                    ++selected;
+                }
+    }
+    const int bw = p.right - p.left + 1, bh = p.bottom - p.top + 1;
+    const bool full = selected == (long long)bw * bh;
+    if (full && bw == 3 && bh == 3) {
+        p.fused = true;
+        return true;
+    }
+    if (full) {
+        // A rectangle: one run, one term.
+        if (!store.reserve(p, 1, 1, bw)) return false;
+        p.runs[0] = Run{p.top, bh};
+        p.terms[0] = Term{0, p.left, bw};
+        p.nruns = p.nterms = 1;
+    } else {
+        int columnRuns = 0;
+        for (int i = p.left; i <= p.right; ++i)
+            for (int j = p.top; j <= p.bottom; ++j)
+                if (sel(i, j) && (j == p.top || !sel(i, j - 1))) ++columnRuns;
+        if (!store.reserve(p, columnRuns, columnRuns, columnRuns)) return false;
+        // Distinct runs, kept in ascending length (so that a contained run
+        // is formed before the runs that extend it), and terms: the columns
+        // of a run in ascending order, consecutive ones merged.
+        for (int i = p.left; i <= p.right; ++i)
+            for (int j = p.top; j <= p.bottom;) {
+                if (!sel(i, j)) {
+                    ++j;
+                    continue;
+                }
+                const int j0 = j;
+                while (j <= p.bottom && sel(i, j)) ++j;
+                const int len = j - j0;
+                int r = 0;
+                while (r < p.nruns && (p.runs[r].top != j0 || p.runs[r].len != len)) ++r;
+                if (r == p.nruns) {
+                    r = 0;
+                    while (r < p.nruns && p.runs[r].len <= len) ++r;
+                    for (int q = p.nruns; q > r; --q) p.runs[q] = p.runs[q - 1];
+                    p.runs[r] = Run{j0, len};
+                    ++p.nruns;
+                    for (int t = 0; t < p.nterms; ++t)
+                        if (p.terms[t].run >= r) ++p.terms[t].run;
+                }
+                Term* last = nullptr;
+                for (int t = p.nterms - 1; t >= 0 && last == nullptr; --t)
+                    if (p.terms[t].run == r) last = &p.terms[t];
+                if (last != nullptr && last->left + last->width == i)
+                    ++last->width;
+                else
+                    p.terms[p.nterms++] = Term{r, i, 1};
+            }
+    }
+    for (int r = 0; r < p.nruns; ++r) {
+        choose_span(p, p.runs[r], r);
+        choose_build(p, r);
+    }
+    for (int t = 0; t < p.nterms; ++t) add_taps(p, p.terms[t]);
+    assign_rows(p);
+    return true;
+}
+
+std::size_t round64(std::size_t bytes) { return (bytes + 63) / 64 * 64; }
+
+template <class T, Extremum E>
+class Engine {
+public:
+    Engine(const Frame& f, const Neighbourhood& nb, const Plan& p)
+        : f_(f), p_(p), c_(f.channels), w_(f.roi.width), h_(f.roi.height), ax_(nb.anchor.x), ay_(nb.anchor.y),
+          ext_(p.right - p.left + f.roi.width) {}
+
+    RokStatus run(bool threaded) {
+        const bool inPlace = f_.src == f_.dst && f_.srcStep == f_.dstStep;
+        const int step = p_.fused ? 2 : 1;
+        const int slots = inPlace ? std::max(0, ay_ - p_.top) + step : 0;
+        // Scratch: the plan's rows, the ring of delayed result rows, and
+        // the row pointers of the combining calls.
+        const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
+        const std::size_t slotBytes = round64(std::size_t(w_) * c_ * sizeof(T));
+        const std::size_t pointers = std::size_t(p_.nruns) + 2 * std::size_t(p_.maxInputs);
+        const std::size_t bytes = rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots) +
+                                  (p_.fused ? 0 : pointers * sizeof(const T*));
+        void* scratch = nullptr;
+        if (bytes > 0) {
+            if (bytes > std::size_t(INT_MAX)) return rokStatusNoMemory;
+            scratch = rokMalloc(int(bytes));
+            if (scratch == nullptr) return rokStatusNoMemory;
+        }
+        auto* base = static_cast<char*>(scratch);
+        rows_ = reinterpret_cast<T*>(base);
+        rowStride_ = rowBytes / sizeof(T);
+        T* ring = reinterpret_cast<T*>(base + rowBytes * std::size_t(p_.rows));
+        auto** ptrs = reinterpret_cast<const T**>(base + rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots));
+        runRow_ = ptrs;
+        inputs_ = ptrs + p_.nruns;
+        blockInputs_ = inputs_ + p_.maxInputs;
+
+        if (inPlace)
+            in_place(ring, slotBytes / sizeof(T), slots, step);
+        else if (p_.fused)
+            fused_rows(threaded && w_ > 63 && h_ > 63);
+        else
+            for (int y = 0; y < h_; ++y) general_row(y, y, row(dst(), f_.dstStep, y), f_.ac4);
+        rokFree(scratch);
+        return rokStatusOk;
+    }
+
+private:
+    T* dst() const { return static_cast<T*>(f_.dst); }
+
+    // The source row under mask row j for output row y, from the first
+    // column the plan reads (mask column `left`).
+    const T* source(int y, int j) const {
+        return row(static_cast<const T*>(f_.src), f_.srcStep, y - ay_ + j) + std::ptrdiff_t(p_.left - ax_) * c_;
+    }
+    T* scratch_row(int k) const { return rows_ + rowStride_ * std::size_t(k); }
+    int ext_samples() const { return ext_ * c_; }
+
+    void combine(const T* a, const T* b, T* out, int n) const {
+        const T* in[2] = {a, b};
+        kernels::extrema_rows<T, E>(in, 2, out, n);
+    }
+
+    // ---- the full 3x3 block ------------------------------------------------
+
+    // Rows of output y, at its centre column.
+    const T* centre(int y, int k) const { return source(y, p_.top + k) + c_; }
+
+    void fused_one(int y, T* out, bool ac4) const {
+        const T *r0 = centre(y, 0), *r1 = centre(y, 1), *r2 = centre(y, 2);
+        if (!ac4) return kernels::extrema_3x3<T, E>(r0, r1, r2, out, w_ * c_, c_);
+        ac4_row(out, w_, [&](T* block, int x, int n) {
+            const std::ptrdiff_t o = 4 * std::ptrdiff_t(x);
+            kernels::extrema_3x3<T, E>(r0 + o, r1 + o, r2 + o, block, 4 * n, 4);
+        });
+    }
+
+    void fused_two(int y, T* out0, T* out1, bool ac4) const {
+        const T *r0 = centre(y, 0), *r1 = centre(y, 1), *r2 = centre(y, 2), *r3 = centre(y + 1, 2);
+        if (!ac4) return kernels::extrema_3x3_pair<T, E>(r0, r1, r2, r3, out0, out1, w_ * c_, c_);
+        ac4_row_pair(out0, out1, w_, [&](T* b0, T* b1, int x, int n) {
+            const std::ptrdiff_t o = 4 * std::ptrdiff_t(x);
+            kernels::extrema_3x3_pair<T, E>(r0 + o, r1 + o, r2 + o, r3 + o, b0, b1, 4 * n, 4);
+        });
+    }
+
+    // Rows go in pairs from row 0 whatever the thread count or form, so
+    // each output row is always formed the same way.
+    void fused_pair(int pair, T* out0, T* out1, bool ac4) const {
+        const int y = 2 * pair;
+        if (y + 1 < h_)
+            fused_two(y, out0, out1, ac4);
+        else
+            fused_one(y, out0, ac4);
+    }
+
+    void fused_rows(bool threaded) const {
+        for_rows(threaded, (h_ + 1) / 2, [&](int pair) {
+            const int y = 2 * pair;
+            fused_pair(pair, row(dst(), f_.dstStep, y), y + 1 < h_ ? row(dst(), f_.dstStep, y + 1) : nullptr, f_.ac4);
+        });
+    }
+
+    // ---- the general plan --------------------------------------------------
+
+    // Van Herk/Gil-Werman: output rows go in blocks of len; at a block's
+    // first row the suffix rows S_u (mask rows u .. len-1 of that row's
+    // window) are formed bottom-up, and row t of the block takes S_t and the
+    // prefix of the t rows below the first window.
+    const T* slide(const Run& run, int y, int k) {
+        const int len = run.len, t = k % len, yb = y - t;
+        auto suffix = [&](int u) -> const T* { return u == len - 1 ? source(yb, run.top + len - 1) : scratch_row(run.s + u); };
+        if (t == 0) {
+            combine(source(yb, run.top + len - 2), source(yb, run.top + len - 1), scratch_row(run.s + len - 2),
+                    ext_samples());
+            for (int u = len - 3; u >= 0; --u)
+                combine(source(yb, run.top + u), scratch_row(run.s + u + 1), scratch_row(run.s + u), ext_samples());
+            return scratch_row(run.s);
+        }
+        const T* prefix = source(yb, run.top + len);
+        if (t >= 2) {
+            T* running = scratch_row(run.s + len - 1);
+            combine(t == 2 ? prefix : running, source(yb, run.top + len + t - 1), running, ext_samples());
+            prefix = running;
+        }
+        combine(suffix(t), prefix, scratch_row(run.v), ext_samples());
+        return scratch_row(run.v);
+    }
+
+    // Forms every run's row (and doubling row) for output row y; k counts
+    // the rows formed since the first.
+    void prepare(int y, int k) {
+        for (int r = 0; r < p_.nruns; ++r) {
+            const Run& run = p_.runs[r];
+            switch (run.how) {
+                case Build::Source:
+                    runRow_[r] = source(y, run.top);
+                    break;
+                case Build::Direct: {
+                    for (int j = 0; j < run.len; ++j) inputs_[j] = source(y, run.top + j);
+                    kernels::extrema_rows<T, E>(inputs_, run.len, scratch_row(run.v), ext_samples());
+                    runRow_[r] = scratch_row(run.v);
+                    break;
+                }
+                case Build::Nested: {
+                    const Run& in = p_.runs[run.from];
+                    int n = 0;
+                    inputs_[n++] = runRow_[run.from];
+                    for (int j = run.top; j < run.top + run.len; ++j)
+                        if (j < in.top || j >= in.top + in.len) inputs_[n++] = source(y, j);
+                    kernels::extrema_rows<T, E>(inputs_, n, scratch_row(run.v), ext_samples());
+                    runRow_[r] = scratch_row(run.v);
+                    break;
+                }
+                case Build::Slide:
+                    runRow_[r] = slide(run, y, k);
+                    break;
+            }
+            if (run.span > 1) widen(run, runRow_[r]);
+        }
+    }
+
+    // The doubling row: d[x] = extremum of v[x .. x + span - 1] (pixels),
+    // valid for x in 0 .. ext - span.
+    void widen(const Run& run, const T* v) const {
+        T* d = scratch_row(run.d);
+        combine(v, v + c_, d, (ext_ - 1) * c_);
+        for (int s = 2; s < run.span; s *= 2) combine(d, d + std::ptrdiff_t(s) * c_, d, (ext_ - 2 * s + 1) * c_);
+    }
+
+    void general_row(int y, int k, T* out, bool ac4) {
+        prepare(y, k);
+        for (int t = 0; t < p_.ntaps; ++t) {
+            const Tap& tap = p_.taps[t];
+            const T* from = tap.widened ? scratch_row(p_.runs[tap.run].d) : runRow_[tap.run];
+            inputs_[t] = from + std::ptrdiff_t(tap.column - p_.left) * c_;
+        }
+        if (!ac4) return kernels::extrema_rows<T, E>(inputs_, p_.ntaps, out, w_ * c_);
+        ac4_row(out, w_, [&](T* block, int x, int n) {
+            for (int t = 0; t < p_.ntaps; ++t) blockInputs_[t] = inputs_[t] + 4 * std::ptrdiff_t(x);
+            kernels::extrema_rows<T, E>(blockInputs_, p_.ntaps, block, 4 * n);
+        });
+    }
+
+    // ---- in place ----------------------------------------------------------
+
+    // Results wait in a ring until no later output row reads the source row
+    // they replace: row r is read by the outputs up to r + anchor.y - top.
+    void in_place(T* ring, std::size_t slotStride, int slots, int step) {
+        const int delay = std::max(0, ay_ - p_.top);
+        auto slot = [&](int r) { return ring + slotStride * std::size_t(r % slots); };
+        int written = 0;
+        for (int y = 0; y < h_; y += step) {
+            if (p_.fused)
+                fused_pair(y / 2, slot(y), slot(y + 1), false);
+            else
+                general_row(y, y, slot(y), false);
+            const int last = std::min(h_, y + step) - 1;
+            for (; written <= last - delay; ++written) write_back(slot(written), written);
+        }
+        for (; written < h_; ++written) write_back(slot(written), written);
+    }
+
+    void write_back(const T* from, int y) const {
+        T* to = row(dst(), f_.dstStep, y);
+        if (f_.ac4)
+            kernels::copy_ac4(from, to, w_, sizeof(T));
+        else
+            kernels::copy_bytes(from, to, std::size_t(w_) * c_ * sizeof(T));
+    }
+
+    const Frame& f_;
+    const Plan& p_;
+    const int c_, w_, h_, ax_, ay_;
+    const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
+    T* rows_ = nullptr;
+    std::size_t rowStride_ = 0;
+    const T** runRow_ = nullptr;
+    const T** inputs_ = nullptr;
+    const T** blockInputs_ = nullptr;
+};
+
+}  // namespace
+
+template <class T, Extremum E>
+RokStatus extrema(const Frame& frame, const Neighbourhood& nb, bool threaded) {
+    PlanStore store;
+    Plan plan;
+    if (!build(nb, store, plan)) return rokStatusNoMemory;
+    return Engine<T, E>(frame, nb, plan).run(threaded);
+}
+
+#define ROK_MORPH_ENGINE(T)                                                                           \
+    template RokStatus extrema<T, Extremum::Min>(const Frame&, const Neighbourhood&, bool); \
+    template RokStatus extrema<T, Extremum::Max>(const Frame&, const Neighbourhood&, bool);
+
+ROK_MORPH_ENGINE(Rok8u)
+ROK_MORPH_ENGINE(Rok16u)
+ROK_MORPH_ENGINE(Rok16s)
+ROK_MORPH_ENGINE(Rok32f)
+ROK_MORPH_ENGINE(Rok64f)
+
+#undef ROK_MORPH_ENGINE
+
+}  // namespace rok::morph
