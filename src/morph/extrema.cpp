@@ -29,15 +29,17 @@ enum class Build : std::uint8_t {
     Direct,  // the extremum of its source rows
     Nested,  // a shorter run it contains, plus the rows that one lacks
     Slide,   // van Herk/Gil-Werman down the image: suffix rows of a block and a running prefix
+    Inline,  // read by one tap only: its rows (or its base run's row and the rest) become taps themselves
 };
 
 struct Run {
     int top, len;  // mask rows top .. top + len - 1
     Build how = Build::Source;
     int from = -1;  // Nested: the run it extends (always an earlier one)
+    bool base = false;  // another run extends it
     int span = 1;   // columns its doubling row covers (1: it has none)
-    int v = -1;     // scratch row of the run (Direct, Nested, Slide)
-    int d = -1;     // scratch row of the doubling row
+    int v = -1;     // scratch rows of the run (Direct, Nested, Slide): one per row of a pair
+    int d = -1;     // scratch rows of the doubling passes (two, used in turn)
     int s = -1;     // Slide: suffix rows s .. s + len - 2, then the prefix row
 };
 
@@ -47,13 +49,16 @@ struct Term {
 };
 
 struct Tap {
-    int run;
-    int column;    // mask column of the first entry it covers
-    bool widened;  // reads the doubling row rather than the run's row
+    enum Kind : std::uint8_t { Run, Widened, Source } kind;
+    int index;   // the run (Run: its row; Widened: its doubling row) or the mask row (Source)
+    int column;  // mask column of the first entry it covers
 };
 
-// Estimated samples moved per output sample (each read and each store one).
-constexpr int kSlideCost = 9;   // three two-input passes per row
+// Estimated cost per output sample, in samples read and stored. Running
+// extrema make three two-input passes per row but read only two or three
+// rows at a time; measured against the pairs of direct windows, which read
+// every row of the window, they win from windows of ten rows.
+constexpr int kSlideCost = 6;
 constexpr int kDoubleCost = 3;  // one doubling pass
 
 struct Plan {
@@ -131,8 +136,10 @@ void choose_span(Plan& p, Run& run, int r) {
 void choose_build(Plan& p, int r) {
     Run& run = p.runs[r];
     if (run.len == 1) return;
+    // Rows go in pairs, so a direct run reads the rows its two windows share
+    // once for both.
     run.how = Build::Direct;
-    int best = run.len + 1;
+    int best = (run.len + 3) / 2;
     for (int q = 0; q < r; ++q) {
         const Run& in = p.runs[q];
         if (in.top < run.top || in.top + in.len > run.top + run.len) continue;
@@ -146,22 +153,48 @@ void choose_build(Plan& p, int r) {
     if (kSlideCost < best) run.how = Build::Slide;
 }
 
+// A run that one tap alone reads is cheaper read where it is needed: its
+// row would cost its inputs and a store and a load more.
+void choose_inline(Plan& p, int r) {
+    Run& run = p.runs[r];
+    if (run.base || run.span > 1 || (run.how != Build::Direct && run.how != Build::Nested)) return;
+    int taps = 0;
+    for (int t = 0; t < p.nterms; ++t)
+        if (p.terms[t].run == r) taps += p.terms[t].width;
+    if (taps == 1) run.how = Build::Inline;
+}
+
 void add_taps(Plan& p, const Term& term) {
     const Run& run = p.runs[term.run];
-    if (run.span > 1 && term.width >= run.span) {
+    if (run.how == Build::Inline) {
+        int first = run.top;
+        if (run.from >= 0) {
+            const Run& in = p.runs[run.from];
+            p.taps[p.ntaps++] = {Tap::Run, run.from, term.left};
+            for (int j = run.top; j < in.top; ++j) p.taps[p.ntaps++] = {Tap::Source, j, term.left};
+            first = in.top + in.len;
+        }
+        for (int j = first; j < run.top + run.len; ++j) p.taps[p.ntaps++] = {Tap::Source, j, term.left};
+    } else if (run.span > 1 && term.width >= run.span) {
         int c = term.left;
-        for (; c + run.span < term.left + term.width; c += run.span) p.taps[p.ntaps++] = {term.run, c, true};
-        p.taps[p.ntaps++] = {term.run, term.left + term.width - run.span, true};
+        for (; c + run.span < term.left + term.width; c += run.span) p.taps[p.ntaps++] = {Tap::Widened, term.run, c};
+        p.taps[p.ntaps++] = {Tap::Widened, term.run, term.left + term.width - run.span};
     } else {
-        for (int c = term.left; c < term.left + term.width; ++c) p.taps[p.ntaps++] = {term.run, c, false};
+        for (int c = term.left; c < term.left + term.width; ++c) p.taps[p.ntaps++] = {Tap::Run, term.run, c};
     }
 }
 
 void assign_rows(Plan& p) {
     for (int r = 0; r < p.nruns; ++r) {
         Run& run = p.runs[r];
-        if (run.how != Build::Source) run.v = p.rows++;
-        if (run.span > 1) run.d = p.rows++;
+        if (run.how != Build::Source && run.how != Build::Inline) {
+            run.v = p.rows;
+            p.rows += 2;
+        }
+        if (run.span > 1) {
+            run.d = p.rows;
+            p.rows += 2;
+        }
         if (run.how == Build::Slide) {
             run.s = p.rows;
             p.rows += run.len;
@@ -198,7 +231,7 @@ bool build(const Neighbourhood& nb, PlanStore& store, Plan& p) {
     }
     if (full) {
         // A rectangle: one run, one term.
-        if (!store.reserve(p, 1, 1, bw)) return false;
+        if (!store.reserve(p, 1, 1, bw + bh)) return false;
         p.runs[0] = Run{p.top, bh};
         p.terms[0] = Term{0, p.left, bw};
         p.nruns = p.nterms = 1;
@@ -207,7 +240,8 @@ bool build(const Neighbourhood& nb, PlanStore& store, Plan& p) {
         for (int i = p.left; i <= p.right; ++i)
             for (int j = p.top; j <= p.bottom; ++j)
                 if (sel(i, j) && (j == p.top || !sel(i, j - 1))) ++columnRuns;
-        if (!store.reserve(p, columnRuns, columnRuns, columnRuns)) return false;
+        // Each tap covers at least one selected entry of its own.
+        if (selected > INT_MAX || !store.reserve(p, columnRuns, columnRuns, int(selected))) return false;
         // Distinct runs, kept in ascending length (so that a contained run
         // is formed before the runs that extend it), and terms: the columns
         // of a run in ascending order, consecutive ones merged.
@@ -243,7 +277,9 @@ bool build(const Neighbourhood& nb, PlanStore& store, Plan& p) {
     for (int r = 0; r < p.nruns; ++r) {
         choose_span(p, p.runs[r], r);
         choose_build(p, r);
+        if (p.runs[r].how == Build::Nested) p.runs[p.runs[r].from].base = true;
     }
+    for (int r = 0; r < p.nruns; ++r) choose_inline(p, r);
     for (int t = 0; t < p.nterms; ++t) add_taps(p, p.terms[t]);
     assign_rows(p);
     return true;
@@ -260,13 +296,12 @@ public:
 
     RokStatus run(bool threaded) {
         const bool inPlace = f_.src == f_.dst && f_.srcStep == f_.dstStep;
-        const int step = p_.fused ? 2 : 1;
-        const int slots = inPlace ? std::max(0, ay_ - p_.top) + step : 0;
+        const int slots = inPlace ? std::max(0, ay_ - p_.top) + 2 : 0;
         // Scratch: the plan's rows, the ring of delayed result rows, and
         // the row pointers of the combining calls.
         const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
         const std::size_t slotBytes = round64(std::size_t(w_) * c_ * sizeof(T));
-        const std::size_t pointers = std::size_t(p_.nruns) + 2 * std::size_t(p_.maxInputs);
+        const std::size_t pointers = 3 * std::size_t(p_.nruns) + 2 * std::size_t(p_.maxInputs);
         const std::size_t bytes = rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots) +
                                   (p_.fused ? 0 : pointers * sizeof(const T*));
         void* scratch = nullptr;
@@ -280,16 +315,19 @@ public:
         rowStride_ = rowBytes / sizeof(T);
         T* ring = reinterpret_cast<T*>(base + rowBytes * std::size_t(p_.rows));
         auto** ptrs = reinterpret_cast<const T**>(base + rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots));
-        runRow_ = ptrs;
-        inputs_ = ptrs + p_.nruns;
+        runRow_[0] = ptrs;
+        runRow_[1] = ptrs + p_.nruns;
+        widened_ = ptrs + 2 * p_.nruns;
+        inputs_ = widened_ + p_.nruns;
         blockInputs_ = inputs_ + p_.maxInputs;
 
         if (inPlace)
-            in_place(ring, slotBytes / sizeof(T), slots, step);
+            in_place(ring, slotBytes / sizeof(T), slots);
         else if (p_.fused)
             fused_rows(threaded && w_ > 63 && h_ > 63);
         else
-            for (int y = 0; y < h_; ++y) general_row(y, y, row(dst(), f_.dstStep, y), f_.ac4);
+            for (int y = 0; y < h_; y += 2)
+                general_pair(y, row(dst(), f_.dstStep, y), y + 1 < h_ ? row(dst(), f_.dstStep, y + 1) : nullptr, f_.ac4);
         rokFree(scratch);
         return rokStatusOk;
     }
@@ -356,7 +394,7 @@ private:
     // first row the suffix rows S_u (mask rows u .. len-1 of that row's
     // window) are formed bottom-up, and row t of the block takes S_t and the
     // prefix of the t rows below the first window.
-    const T* slide(const Run& run, int y, int k) {
+    const T* slide(const Run& run, int y, int k, int slot) {
         const int len = run.len, t = k % len, yb = y - t;
         auto suffix = [&](int u) -> const T* { return u == len - 1 ? source(yb, run.top + len - 1) : scratch_row(run.s + u); };
         if (t == 0) {
@@ -372,56 +410,72 @@ private:
             combine(t == 2 ? prefix : running, source(yb, run.top + len + t - 1), running, ext_samples());
             prefix = running;
         }
-        combine(suffix(t), prefix, scratch_row(run.v), ext_samples());
-        return scratch_row(run.v);
+        combine(suffix(t), prefix, scratch_row(run.v + slot), ext_samples());
+        return scratch_row(run.v + slot);
     }
 
-    // Forms every run's row (and doubling row) for output row y; k counts
-    // the rows formed since the first.
-    void prepare(int y, int k) {
+    // Forms every run's row for output row y (slot 0) and, with `pair`, row
+    // y + 1 (slot 1).
+    void prepare(int y, bool pair) {
+        const int rows = pair ? 2 : 1;
         for (int r = 0; r < p_.nruns; ++r) {
             const Run& run = p_.runs[r];
             switch (run.how) {
                 case Build::Source:
-                    runRow_[r] = source(y, run.top);
+                    for (int s = 0; s < rows; ++s) runRow_[s][r] = source(y + s, run.top);
                     break;
-                case Build::Direct: {
-                    for (int j = 0; j < run.len; ++j) inputs_[j] = source(y, run.top + j);
-                    kernels::extrema_rows<T, E>(inputs_, run.len, scratch_row(run.v), ext_samples());
-                    runRow_[r] = scratch_row(run.v);
+                case Build::Direct:
+                    for (int j = 0; j < run.len + rows - 1; ++j) inputs_[j] = source(y, run.top + j);
+                    if (pair)
+                        kernels::extrema_rows_pair<T, E>(inputs_, run.len, scratch_row(run.v), scratch_row(run.v + 1),
+                                                         ext_samples());
+                    else
+                        kernels::extrema_rows<T, E>(inputs_, run.len, scratch_row(run.v), ext_samples());
+                    for (int s = 0; s < rows; ++s) runRow_[s][r] = scratch_row(run.v + s);
                     break;
-                }
-                case Build::Nested: {
-                    const Run& in = p_.runs[run.from];
-                    int n = 0;
-                    inputs_[n++] = runRow_[run.from];
-                    for (int j = run.top; j < run.top + run.len; ++j)
-                        if (j < in.top || j >= in.top + in.len) inputs_[n++] = source(y, j);
-                    kernels::extrema_rows<T, E>(inputs_, n, scratch_row(run.v), ext_samples());
-                    runRow_[r] = scratch_row(run.v);
+                case Build::Nested:
+                    for (int s = 0; s < rows; ++s) {
+                        const Run& in = p_.runs[run.from];
+                        int n = 0;
+                        inputs_[n++] = runRow_[s][run.from];
+                        for (int j = run.top; j < run.top + run.len; ++j)
+                            if (j < in.top || j >= in.top + in.len) inputs_[n++] = source(y + s, j);
+                        kernels::extrema_rows<T, E>(inputs_, n, scratch_row(run.v + s), ext_samples());
+                        runRow_[s][r] = scratch_row(run.v + s);
+                    }
                     break;
-                }
                 case Build::Slide:
-                    runRow_[r] = slide(run, y, k);
+                    for (int s = 0; s < rows; ++s) runRow_[s][r] = slide(run, y + s, y + s, s);
+                    break;
+                case Build::Inline:
                     break;
             }
-            if (run.span > 1) widen(run, runRow_[r]);
         }
     }
 
     // The doubling row: d[x] = extremum of v[x .. x + span - 1] (pixels),
-    // valid for x in 0 .. ext - span.
-    void widen(const Run& run, const T* v) const {
-        T* d = scratch_row(run.d);
-        combine(v, v + c_, d, (ext_ - 1) * c_);
-        for (int s = 2; s < run.span; s *= 2) combine(d, d + std::ptrdiff_t(s) * c_, d, (ext_ - 2 * s + 1) * c_);
+    // valid for x in 0 .. ext - span. Each pass doubles the span, from one
+    // of the run's two doubling rows into the other.
+    const T* widen(const Run& run, const T* v) const {
+        T* into = scratch_row(run.d);
+        combine(v, v + c_, into, (ext_ - 1) * c_);
+        for (int s = 2; s < run.span; s *= 2) {
+            const T* from = into;
+            into = scratch_row(into == scratch_row(run.d) ? run.d + 1 : run.d);
+            combine(from, from + std::ptrdiff_t(s) * c_, into, (ext_ - 2 * s + 1) * c_);
+        }
+        return into;
     }
 
-    void general_row(int y, int k, T* out, bool ac4) {
-        prepare(y, k);
+    // Output row y from the runs' rows in `slot`.
+    void finish(int y, int slot, T* out, bool ac4) {
+        for (int r = 0; r < p_.nruns; ++r)
+            if (p_.runs[r].span > 1) widened_[r] = widen(p_.runs[r], runRow_[slot][r]);
         for (int t = 0; t < p_.ntaps; ++t) {
             const Tap& tap = p_.taps[t];
-            const T* from = tap.widened ? scratch_row(p_.runs[tap.run].d) : runRow_[tap.run];
+            const T* from = tap.kind == Tap::Run       ? runRow_[slot][tap.index]
+                            : tap.kind == Tap::Widened ? widened_[tap.index]
+                                                       : source(y, tap.index);
             inputs_[t] = from + std::ptrdiff_t(tap.column - p_.left) * c_;
         }
         if (!ac4) return kernels::extrema_rows<T, E>(inputs_, p_.ntaps, out, w_ * c_);
@@ -431,20 +485,28 @@ private:
         });
     }
 
+    // Output rows y and y + 1 (out1 null: row y alone, the last of an odd
+    // height). Rows always go in pairs from row 0, in place or not.
+    void general_pair(int y, T* out0, T* out1, bool ac4) {
+        prepare(y, out1 != nullptr);
+        finish(y, 0, out0, ac4);
+        if (out1 != nullptr) finish(y + 1, 1, out1, ac4);
+    }
+
     // ---- in place ----------------------------------------------------------
 
     // Results wait in a ring until no later output row reads the source row
     // they replace: row r is read by the outputs up to r + anchor.y - top.
-    void in_place(T* ring, std::size_t slotStride, int slots, int step) {
+    void in_place(T* ring, std::size_t slotStride, int slots) {
         const int delay = std::max(0, ay_ - p_.top);
         auto slot = [&](int r) { return ring + slotStride * std::size_t(r % slots); };
         int written = 0;
-        for (int y = 0; y < h_; y += step) {
+        for (int y = 0; y < h_; y += 2) {
             if (p_.fused)
                 fused_pair(y / 2, slot(y), slot(y + 1), false);
             else
-                general_row(y, y, slot(y), false);
-            const int last = std::min(h_, y + step) - 1;
+                general_pair(y, slot(y), y + 1 < h_ ? slot(y + 1) : nullptr, false);
+            const int last = std::min(h_, y + 2) - 1;
             for (; written <= last - delay; ++written) write_back(slot(written), written);
         }
         for (; written < h_; ++written) write_back(slot(written), written);
@@ -464,7 +526,8 @@ private:
     const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
     T* rows_ = nullptr;
     std::size_t rowStride_ = 0;
-    const T** runRow_ = nullptr;
+    const T** runRow_[2] = {};     // each run's row for the two output rows of a pair
+    const T** widened_ = nullptr;  // and its doubling row
     const T** inputs_ = nullptr;
     const T** blockInputs_ = nullptr;
 };

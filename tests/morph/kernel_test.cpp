@@ -57,6 +57,29 @@ void rows_kernel() {
                     ASSERT_EQ(dst[i], want) << "count " << count << " n " << n << " offset " << offset << " i " << i;
                 }
             }
+    // Two windows of count rows over count + 1 rows.
+    for (int count : {2, 3, 6})
+        for (int n = 1; n <= 70; ++n) {
+            std::vector<std::unique_ptr<Row<T>>> rows;
+            std::vector<const T*> src;
+            for (int k = 0; k <= count; ++k) {
+                rows.push_back(std::make_unique<Row<T>>(n, n % 2 ? Guard::After : Guard::Before, rng));
+                src.push_back(rows.back()->data());
+            }
+            GuardedBuffer out0(std::size_t(n + 1) * sizeof(T), Guard::After), out1(std::size_t(n) * sizeof(T), Guard::Before);
+            T* d0 = reinterpret_cast<T*>(out0.data()) + 1;
+            T* d1 = reinterpret_cast<T*>(out1.data());
+            rok::kernels::extrema_rows_pair<T, E>(src.data(), count, d0, d1, n);
+            for (int i = 0; i < n; ++i) {
+                T top = src[0][i], bottom = src[std::size_t(count)][i];
+                for (int k = 1; k < count; ++k) {
+                    top = pick(E, top, src[std::size_t(k)][i]);
+                    bottom = pick(E, bottom, src[std::size_t(k)][i]);
+                }
+                ASSERT_EQ(d0[i], top) << "pair, count " << count << " n " << n << " i " << i;
+                ASSERT_EQ(d1[i], bottom) << "pair, count " << count << " n " << n << " i " << i;
+            }
+        }
     // In place, the second source d samples ahead: the doubling pass.
     for (int d : {1, 3, 4, 8, 33})
         for (int n = 1; n <= 70; ++n) {
@@ -79,15 +102,24 @@ T nine(Extremum e, const T* const* r, int i, int s) {
     return v;
 }
 
+// Lengths 1..70 and past three vectors of bytes, where one channel's
+// samples stream through the registers.
+std::vector<int> lengths() {
+    std::vector<int> n;
+    for (int i = 1; i <= 70; ++i) n.push_back(i);
+    for (int i : {95, 96, 97, 100, 127, 128, 129, 161, 200, 257}) n.push_back(i);
+    return n;
+}
+
 template <class T, Extremum E>
 void square_kernels() {
     std::mt19937 rng(11);
     constexpr int kLanes = 32 / int(sizeof(T));
     for (int s : {1, 3, 4})
-        for (int n = 1; n <= 70; ++n) {
+        for (int n : lengths()) {
             const int samples = n * s;
-            for (int offset : {0, kLanes / 2}) {
-                const Guard g = n % 2 ? Guard::After : Guard::Before;
+            for (int offset : {0, 1, kLanes / 2}) {
+                const Guard g = (n + offset) % 2 ? Guard::After : Guard::Before;
                 std::vector<std::unique_ptr<Row<T>>> rows;
                 const T* r[4];
                 for (int k = 0; k < 4; ++k) {

@@ -213,9 +213,11 @@ void sweep_rectangles(const Form<T>& f) {
     check(f, 23, 40, rect(5, 17, 2, 16), seed++);
 }
 
+// Widths 1..70 and a few past the widest vector blocks.
 template <class T>
 void sweep_widths(const Form<T>& f, const Shape& s) {
     for (int w = 1; w <= 70; ++w) check(f, w, 1 + w % 4, s, unsigned(w), w % 2 ? Guard::After : Guard::Before);
+    for (int w : {129, 200}) check(f, w, 3, s, unsigned(w), w % 2 ? Guard::After : Guard::Before);
 }
 
 #define FORM(T, name, C, P, op, r, ir) Form<T>{name, C, P, op, r, ir}

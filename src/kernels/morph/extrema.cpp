@@ -3,6 +3,7 @@
 #include <immintrin.h>
 
 #include <cstdint>
+#include <initializer_list>
 
 namespace rok::kernels {
 
@@ -18,7 +19,6 @@ template <>
 struct Lanes<Rok8u> {
     using V = __m256i;
     static V load(const Rok8u* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
-    static void store(Rok8u* p, V v) { _mm256_store_si256(reinterpret_cast<V*>(p), v); }
     static void storeu(Rok8u* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
     static V max(V a, V b) { return _mm256_max_epu8(a, b); }
     static V min(V a, V b) { return _mm256_min_epu8(a, b); }
@@ -28,7 +28,6 @@ template <>
 struct Lanes<Rok16u> {
     using V = __m256i;
     static V load(const Rok16u* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
-    static void store(Rok16u* p, V v) { _mm256_store_si256(reinterpret_cast<V*>(p), v); }
     static void storeu(Rok16u* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
     static V max(V a, V b) { return _mm256_max_epu16(a, b); }
     static V min(V a, V b) { return _mm256_min_epu16(a, b); }
@@ -38,7 +37,6 @@ template <>
 struct Lanes<Rok16s> {
     using V = __m256i;
     static V load(const Rok16s* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
-    static void store(Rok16s* p, V v) { _mm256_store_si256(reinterpret_cast<V*>(p), v); }
     static void storeu(Rok16s* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
     static V max(V a, V b) { return _mm256_max_epi16(a, b); }
     static V min(V a, V b) { return _mm256_min_epi16(a, b); }
@@ -48,7 +46,6 @@ template <>
 struct Lanes<Rok32f> {
     using V = __m256;
     static V load(const Rok32f* p) { return _mm256_loadu_ps(p); }
-    static void store(Rok32f* p, V v) { _mm256_store_ps(p, v); }
     static void storeu(Rok32f* p, V v) { _mm256_storeu_ps(p, v); }
     static V max(V a, V b) { return _mm256_max_ps(a, b); }
     static V min(V a, V b) { return _mm256_min_ps(a, b); }
@@ -58,7 +55,6 @@ template <>
 struct Lanes<Rok64f> {
     using V = __m256d;
     static V load(const Rok64f* p) { return _mm256_loadu_pd(p); }
-    static void store(Rok64f* p, V v) { _mm256_store_pd(p, v); }
     static void storeu(Rok64f* p, V v) { _mm256_storeu_pd(p, v); }
     static V max(V a, V b) { return _mm256_max_pd(a, b); }
     static V min(V a, V b) { return _mm256_min_pd(a, b); }
@@ -76,14 +72,79 @@ struct Pick : Lanes<T> {
     }
 };
 
-// Samples before dst reaches a 32-byte boundary (all of n when it never can,
+// Moves between the sample types' registers and the byte shuffles.
+inline __m256i bits(__m256i v) { return v; }
+inline __m256i bits(__m256 v) { return _mm256_castps_si256(v); }
+inline __m256i bits(__m256d v) { return _mm256_castpd_si256(v); }
+// Back to the type of `like`.
+inline __m256i as(__m256i v, __m256i) { return v; }
+inline __m256 as(__m256i v, __m256) { return _mm256_castsi256_ps(v); }
+inline __m256d as(__m256i v, __m256d) { return _mm256_castsi256_pd(v); }
+
+// The 32 bytes that start 16 bytes into the 64-byte stream (a, b).
+template <class V>
+V middle(V a, V b) {
+    return as(_mm256_permute2x128_si256(bits(a), bits(b), 0x21), a);
+}
+
+// With m = middle(a, b): the vector one sample of B bytes after a, and the
+// one one sample before b, in the stream (a, b).
+template <int B, class V>
+V one_after(V a, V m) {
+    return as(_mm256_alignr_epi8(bits(m), bits(a), B), a);
+}
+template <int B, class V>
+V one_before(V m, V b) {
+    return as(_mm256_alignr_epi8(bits(b), bits(m), 16 - B), b);
+}
+
+// Samples before dst reaches a 32-byte boundary (none when it never can,
 // because dst is not even aligned to its sample size).
 template <class T>
 int head_samples(const T* dst, int n) {
     const auto addr = reinterpret_cast<std::uintptr_t>(dst);
-    if (addr % sizeof(T) != 0) return n;
+    if (addr % sizeof(T) != 0) return 0;
     const int head = int(((32 - addr % 32) % 32) / sizeof(T));
     return head < n ? head : n;
+}
+
+// Whether the samples [a, a + na) and [b, b + nb) do not overlap.
+template <class T>
+bool apart(const T* a, int na, const T* b, int nb) {
+    const auto x = reinterpret_cast<std::uintptr_t>(a), y = reinterpret_cast<std::uintptr_t>(b);
+    return x + std::uintptr_t(na) * sizeof(T) <= y || y + std::uintptr_t(nb) * sizeof(T) <= x;
+}
+
+// Runs vector(i) (L outputs from i) over the n outputs of dst, the stores
+// aligned on dst after the first; block(i) does four vectors at once where
+// that saves work. Where a sample computed twice comes out the same
+// (`recompute`: no source overlaps dst except as dst itself), the unaligned
+// head and the short tail are one more vector each, overlapping the body;
+// otherwise they go through scalar(i), one sample at a time.
+template <int L, class T, class Vector, class Block, class Scalar>
+void sweep(const T* dst, int n, bool recompute, Vector&& vector, Block&& block, Scalar&& scalar) {
+    const int head = head_samples(dst, n);
+    int i = 0;
+    const bool overlap = recompute && n >= L;
+    if (overlap && head > 0) {
+        vector(0);
+        i = head;
+    }
+    for (; i < head; ++i) scalar(i);
+    for (; i + 4 * L <= n; i += 4 * L) block(i);
+    for (; i + L <= n; i += L) vector(i);
+    if (overlap && i < n) return vector(n - L);
+    for (; i < n; ++i) scalar(i);
+}
+
+template <int L, class T, class Vector, class Scalar>
+void sweep(const T* dst, int n, bool recompute, Vector&& vector, Scalar&& scalar) {
+    sweep<L>(
+        dst, n, recompute, vector,
+        [&](int i) {
+            for (int k = 0; k < 4; ++k) vector(i + k * L);
+        },
+        scalar);
 }
 
 template <class T, Extremum E>
@@ -111,52 +172,115 @@ void extrema_rows(const T* const* src, int count, T* dst, int n) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes;
-    const int head = head_samples(dst, n);
-    int i = 0;
-    for (; i < head; ++i) dst[i] = rows_at<T, E>(src, count, i);
-    // Four registers per pass over the sources, so that each source pointer
-    // is fetched once per 128 bytes.
-    for (; i + 4 * L <= n; i += 4 * L) {
-        const T* p = src[0] + i;
-        V a0 = P::load(p), a1 = P::load(p + L), a2 = P::load(p + 2 * L), a3 = P::load(p + 3 * L);
-        for (int k = 1; k < count; ++k) {
-            p = src[k] + i;
-            a0 = P::best(a0, P::load(p));
-            a1 = P::best(a1, P::load(p + L));
-            a2 = P::best(a2, P::load(p + 2 * L));
-            a3 = P::best(a3, P::load(p + 3 * L));
+    bool recompute = true;
+    for (int k = 0; k < count; ++k) recompute = recompute && (src[k] == dst || apart(src[k], n, dst, n));
+    auto scalar = [&](int i) { dst[i] = rows_at<T, E>(src, count, i); };
+    switch (count) {
+        case 1:
+            return sweep<L>(dst, n, recompute, [&](int i) { P::storeu(dst + i, P::load(src[0] + i)); }, scalar);
+        case 2: {
+            const T *a = src[0], *b = src[1];
+            return sweep<L>(dst, n, recompute, [&](int i) { P::storeu(dst + i, P::best(P::load(a + i), P::load(b + i))); },
+                            scalar);
         }
-        P::store(dst + i, a0);
-        P::store(dst + i + L, a1);
-        P::store(dst + i + 2 * L, a2);
-        P::store(dst + i + 3 * L, a3);
+        case 3: {
+            const T *a = src[0], *b = src[1], *c = src[2];
+            return sweep<L>(
+                dst, n, recompute,
+                [&](int i) { P::storeu(dst + i, P::best(P::best(P::load(a + i), P::load(b + i)), P::load(c + i))); },
+                scalar);
+        }
+        default:
+            // Four registers per pass over the sources, so that each source
+            // pointer is fetched once per four vectors.
+            return sweep<L>(
+                dst, n, recompute,
+                [&](int i) {
+                    V acc = P::load(src[0] + i);
+                    for (int k = 1; k < count; ++k) acc = P::best(acc, P::load(src[k] + i));
+                    P::storeu(dst + i, acc);
+                },
+                [&](int i) {
+                    const T* p = src[0] + i;
+                    V a0 = P::load(p), a1 = P::load(p + L), a2 = P::load(p + 2 * L), a3 = P::load(p + 3 * L);
+                    for (int k = 1; k < count; ++k) {
+                        p = src[k] + i;
+                        a0 = P::best(a0, P::load(p));
+                        a1 = P::best(a1, P::load(p + L));
+                        a2 = P::best(a2, P::load(p + 2 * L));
+                        a3 = P::best(a3, P::load(p + 3 * L));
+                    }
+                    P::storeu(dst + i, a0);
+                    P::storeu(dst + i + L, a1);
+                    P::storeu(dst + i + 2 * L, a2);
+                    P::storeu(dst + i + 3 * L, a3);
+                },
+                scalar);
     }
-    for (; i + L <= n; i += L) {
-        V a = P::load(src[0] + i);
-        for (int k = 1; k < count; ++k) a = P::best(a, P::load(src[k] + i));
-        P::store(dst + i, a);
-    }
-    for (; i < n; ++i) dst[i] = rows_at<T, E>(src, count, i);
+}
+
+template <class T, Extremum E>
+void extrema_rows_pair(const T* const* src, int count, T* d0, T* d1, int n) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes;
+    const T *first = src[0], *last = src[count];
+    sweep<L>(
+        d0, n, true,
+        [&](int i) {
+            V mid = P::load(src[1] + i);
+            for (int k = 2; k < count; ++k) mid = P::best(mid, P::load(src[k] + i));
+            P::storeu(d0 + i, P::best(P::load(first + i), mid));
+            P::storeu(d1 + i, P::best(mid, P::load(last + i)));
+        },
+        [&](int i) {
+            const T* p = src[1] + i;
+            V m0 = P::load(p), m1 = P::load(p + L), m2 = P::load(p + 2 * L), m3 = P::load(p + 3 * L);
+            for (int k = 2; k < count; ++k) {
+                p = src[k] + i;
+                m0 = P::best(m0, P::load(p));
+                m1 = P::best(m1, P::load(p + L));
+                m2 = P::best(m2, P::load(p + 2 * L));
+                m3 = P::best(m3, P::load(p + 3 * L));
+            }
+            P::storeu(d0 + i, P::best(P::load(first + i), m0));
+            P::storeu(d0 + i + L, P::best(P::load(first + i + L), m1));
+            P::storeu(d0 + i + 2 * L, P::best(P::load(first + i + 2 * L), m2));
+            P::storeu(d0 + i + 3 * L, P::best(P::load(first + i + 3 * L), m3));
+            P::storeu(d1 + i, P::best(m0, P::load(last + i)));
+            P::storeu(d1 + i + L, P::best(m1, P::load(last + i + L)));
+            P::storeu(d1 + i + 2 * L, P::best(m2, P::load(last + i + 2 * L)));
+            P::storeu(d1 + i + 3 * L, P::best(m3, P::load(last + i + 3 * L)));
+        },
+        [&](int i) {
+            T mid = src[1][i];
+            for (int k = 2; k < count; ++k) mid = better<E>(mid, src[k][i]);
+            d0[i] = better<E>(first[i], mid);
+            d1[i] = better<E>(mid, last[i]);
+        });
 }
 
 template <class T, Extremum E>
 void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s) {
     using P = Pick<T, E>;
     constexpr int L = P::kLanes;
-    const int head = head_samples(dst, n);
-    int i = 0;
-    for (; i < head; ++i) dst[i] = nine_at<T, E>(r0, r1, r2, i, s);
+    const bool recompute = apart(r0 - s, n + 2 * s, dst, n) && apart(r1 - s, n + 2 * s, dst, n) &&
+                           apart(r2 - s, n + 2 * s, dst, n);
     auto column = [&](int at) { return P::best(P::load(r0 + at), P::best(P::load(r1 + at), P::load(r2 + at))); };
-    for (; i + L <= n; i += L) P::store(dst + i, P::best(P::best(column(i - s), column(i)), column(i + s)));
-    for (; i < n; ++i) dst[i] = nine_at<T, E>(r0, r1, r2, i, s);
+    sweep<L>(
+        dst, n, recompute,
+        [&](int i) { P::storeu(dst + i, P::best(P::best(column(i - s), column(i)), column(i + s))); },
+        [&](int i) { dst[i] = nine_at<T, E>(r0, r1, r2, i, s); });
 }
 
 template <class T, Extremum E>
 void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0, T* d1, int n, int s) {
     using P = Pick<T, E>;
     using V = typename P::V;
-    constexpr int L = P::kLanes;
-    auto pair_at = [&](int i) {
+    constexpr int L = P::kLanes, B = int(sizeof(T));
+    bool recompute = apart(d0, n, d1, n);
+    for (const T* r : {r0, r1, r2, r3}) recompute = recompute && apart(r - s, n + 2 * s, d0, n) && apart(r - s, n + 2 * s, d1, n);
+    auto scalar = [&](int i) {
         T top[3], bottom[3];
         for (int d = -1; d <= 1; ++d) {
             const T mid = better<E>(r1[i + d * s], r2[i + d * s]);
@@ -166,27 +290,48 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
         d0[i] = better<E>(better<E>(top[0], top[1]), top[2]);
         d1[i] = better<E>(better<E>(bottom[0], bottom[1]), bottom[2]);
     };
-    // The two destinations rarely share an alignment; align on the first.
-    const int head = head_samples(d0, n);
-    int i = 0;
-    for (; i < head; ++i) pair_at(i);
-    for (; i + L <= n; i += L) {
+    // The column extrema of the two output rows at samples i .. i + L - 1.
+    auto columns = [&](int i, V& top, V& bottom) {
+        const V mid = P::best(P::load(r1 + i), P::load(r2 + i));
+        top = P::best(P::load(r0 + i), mid);
+        bottom = P::best(mid, P::load(r3 + i));
+    };
+    auto by_loads = [&](int i) {
         V top[3], bottom[3];
-        for (int d = 0; d < 3; ++d) {
-            const int at = i + (d - 1) * s;
-            const V mid = P::best(P::load(r1 + at), P::load(r2 + at));
-            top[d] = P::best(P::load(r0 + at), mid);
-            bottom[d] = P::best(mid, P::load(r3 + at));
-        }
-        P::store(d0 + i, P::best(P::best(top[0], top[1]), top[2]));
+        for (int d = 0; d < 3; ++d) columns(i + (d - 1) * s, top[d], bottom[d]);
+        P::storeu(d0 + i, P::best(P::best(top[0], top[1]), top[2]));
         P::storeu(d1 + i, P::best(P::best(bottom[0], bottom[1]), bottom[2]));
+    };
+    const int head = head_samples(d0, n);
+    if (s != 1 || !recompute || n < 4 * L) return sweep<L>(d0, n, recompute, by_loads, scalar);
+    // One channel: each column extremum is loaded once and its neighbours
+    // are shifted in from the registers before and after, the stores aligned
+    // on the first destination after one or two vectors that load their
+    // neighbours.
+    by_loads(0);
+    if (head > 0) by_loads(head);
+    int i = head + L;
+    V topPrev, bottomPrev, top, bottom, topNext, bottomNext;
+    columns(i - L, topPrev, bottomPrev);
+    columns(i, top, bottom);
+    V topMid = middle(topPrev, top), bottomMid = middle(bottomPrev, bottom);
+    for (; i + 2 * L <= n; i += L) {
+        columns(i + L, topNext, bottomNext);
+        const V topMidNext = middle(top, topNext), bottomMidNext = middle(bottom, bottomNext);
+        P::storeu(d0 + i, P::best(P::best(one_before<B>(topMid, top), top), one_after<B>(top, topMidNext)));
+        P::storeu(d1 + i, P::best(P::best(one_before<B>(bottomMid, bottom), bottom), one_after<B>(bottom, bottomMidNext)));
+        topPrev = top, top = topNext, topMid = topMidNext;
+        bottomPrev = bottom, bottom = bottomNext, bottomMid = bottomMidNext;
     }
-    for (; i < n; ++i) pair_at(i);
+    for (; i + L <= n; i += L) by_loads(i);
+    if (i < n) by_loads(n - L);
 }
 
 #define ROK_EXTREMA(T)                                                                                           \
     template void extrema_rows<T, Extremum::Min>(const T* const*, int, T*, int);                                 \
     template void extrema_rows<T, Extremum::Max>(const T* const*, int, T*, int);                                 \
+    template void extrema_rows_pair<T, Extremum::Min>(const T* const*, int, T*, T*, int);                        \
+    template void extrema_rows_pair<T, Extremum::Max>(const T* const*, int, T*, T*, int);                        \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3<T, Extremum::Max>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, T*, T*, int, int); \

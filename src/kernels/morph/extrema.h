@@ -25,11 +25,20 @@ inline T better(T a, T b) {
 }
 
 // dst[i] = better(...better(better(src[0][i], src[1][i]), src[2][i])..., src[count-1][i])
-// for i in 0..n-1, count >= 1 (count 1 copies). dst may be src[0] when every
-// other source starts at or after it: the passes that widen a run in place
-// rely on that.
+// for i in 0..n-1, count >= 1 (count 1 copies). dst may be one of the
+// sources, and a source may overlap dst from a later start (the samples go
+// forward); then the head and tail go one sample at a time, otherwise they
+// are vectors that overlap the body.
 template <class T, Extremum E>
 void extrema_rows(const T* const* src, int count, T* dst, int n);
+
+// Two consecutive windows of count >= 2 rows over count + 1 sources: with
+// mid = the extremum of src[1] .. src[count-1] in order,
+//     d0[i] = better(src[0][i], mid), d1[i] = better(mid, src[count][i]).
+// The rows the windows share are combined once for both. d0 and d1 must not
+// overlap each other or a source.
+template <class T, Extremum E>
+void extrema_rows_pair(const T* const* src, int count, T* d0, T* d1, int n);
 
 // The 3x3 neighbourhood: with col(r, d) = better(r0[i+d], better(r1[i+d], r2[i+d])),
 // dst[i] = better(better(col(-s), col(0)), col(+s)) for i in 0..n-1, where s
