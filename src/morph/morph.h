@@ -39,36 +39,48 @@ inline const Neighbourhood kSquare3x3{nullptr, {3, 3}, {1, 1}};
 
 // ---- Dilate3x3, Erode3x3 ----------------------------------------------------
 
+// The 3x3 checks, steps before size; the in-place form passes its one image
+// and step twice.
+template <class T, Layout L>
+RokStatus check3x3(const T* src, int srcStep, const T* dst, int dstStep, RokiSize roi) {
+    if (src == nullptr || dst == nullptr) return rokStatusNullPtr;
+    if (srcStep < 1 || dstStep < 1) return rokStatusBadStep;
+    if (bad_size(roi)) return rokStatusBadSize;
+    if (!steps_hold<T, L>(srcStep, dstStep, roi, 3)) return rokStatusStepTooShort;
+    return rokStatusOk;
+}
+
 template <Extremum E, class T, Layout L>
 RokStatus extrema3x3(T* img, int step, RokiSize roi) {
-    if (img == nullptr) return rokStatusNullPtr;
-    if (step < 1) return rokStatusBadStep;
-    if (bad_size(roi)) return rokStatusBadSize;
-    if (!steps_hold<T, L>(step, step, roi, 3)) return rokStatusStepTooShort;
+    if (RokStatus s = check3x3<T, L>(img, step, img, step, roi)) return s;
     return extrema<T, E>(frame<T, L>(img, step, img, step, roi), kSquare3x3, false);
 }
 
 template <Extremum E, class T, Layout L>
 RokStatus extrema3x3(const T* src, int srcStep, T* dst, int dstStep, RokiSize roi) {
     if (src == dst && srcStep == dstStep) return extrema3x3<E, T, L>(dst, dstStep, roi);
-    if (src == nullptr || dst == nullptr) return rokStatusNullPtr;
-    if (srcStep < 1 || dstStep < 1) return rokStatusBadStep;
-    if (bad_size(roi)) return rokStatusBadSize;
-    if (!steps_hold<T, L>(srcStep, dstStep, roi, 3)) return rokStatusStepTooShort;
+    if (RokStatus s = check3x3<T, L>(src, srcStep, dst, dstStep, roi)) return s;
     return extrema<T, E>(frame<T, L>(src, srcStep, dst, dstStep, roi), kSquare3x3, std::is_same_v<T, Rok64f>);
 }
 
 // ---- Dilate, Erode with a caller mask ---------------------------------------
 
-template <Extremum E, class T, Layout L>
-RokStatus extrema_mask(T* img, int step, RokiSize roi, const Rok8u* mask, RokiSize maskSize, RokiPoint anchor) {
-    if (img == nullptr || mask == nullptr) return rokStatusNullPtr;
-    if (step < 1) return rokStatusBadStep;
+template <class T, Layout L>
+RokStatus check_mask(const T* src, int srcStep, const T* dst, int dstStep, RokiSize roi, const Rok8u* mask,
+                     RokiSize maskSize, RokiPoint anchor) {
+    if (src == nullptr || dst == nullptr || mask == nullptr) return rokStatusNullPtr;
+    if (srcStep < 1 || dstStep < 1) return rokStatusBadStep;
     if (bad_size(roi)) return rokStatusBadSize;
     if (bad_size(maskSize)) return rokStatusBadMaskSize;
     if (all_zero(mask, maskSize)) return rokStatusZeroMask;
     if (anchor_outside(anchor, maskSize)) return rokStatusBadAnchor;
-    if (!steps_hold<T, L>(step, step, roi, maskSize.width)) return rokStatusStepTooShort;
+    if (!steps_hold<T, L>(srcStep, dstStep, roi, maskSize.width)) return rokStatusStepTooShort;
+    return rokStatusOk;
+}
+
+template <Extremum E, class T, Layout L>
+RokStatus extrema_mask(T* img, int step, RokiSize roi, const Rok8u* mask, RokiSize maskSize, RokiPoint anchor) {
+    if (RokStatus s = check_mask<T, L>(img, step, img, step, roi, mask, maskSize, anchor)) return s;
     return extrema<T, E>(frame<T, L>(img, step, img, step, roi), Neighbourhood{mask, maskSize, anchor}, false);
 }
 
@@ -78,13 +90,7 @@ RokStatus extrema_mask(const T* src, int srcStep, T* dst, int dstStep, RokiSize 
     // Equal images go to the in-place form, whose checks, in the same order,
     // find what these would.
     if (src == dst && srcStep == dstStep) return extrema_mask<E, T, L>(dst, dstStep, roi, mask, maskSize, anchor);
-    if (src == nullptr || dst == nullptr || mask == nullptr) return rokStatusNullPtr;
-    if (srcStep < 1 || dstStep < 1) return rokStatusBadStep;
-    if (bad_size(roi)) return rokStatusBadSize;
-    if (bad_size(maskSize)) return rokStatusBadMaskSize;
-    if (all_zero(mask, maskSize)) return rokStatusZeroMask;
-    if (anchor_outside(anchor, maskSize)) return rokStatusBadAnchor;
-    if (!steps_hold<T, L>(srcStep, dstStep, roi, maskSize.width)) return rokStatusStepTooShort;
+    if (RokStatus s = check_mask<T, L>(src, srcStep, dst, dstStep, roi, mask, maskSize, anchor)) return s;
     return extrema<T, E>(frame<T, L>(src, srcStep, dst, dstStep, roi), Neighbourhood{mask, maskSize, anchor}, false);
 }
 
