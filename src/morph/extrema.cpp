@@ -59,7 +59,14 @@ struct Tap {
 // rows at a time; measured against the pairs of direct windows, which read
 // every row of the window, they win from windows of ten rows.
 constexpr int kSlideCost = 6;
-constexpr int kDoubleCost = 3;  // one doubling pass
+// In thirds of a tap (a row read at an offset, most of them across cache
+// lines), as measured on one-channel rows: one doubling pass (two such reads
+// and a store), and the first three doublings of a one-channel row, which
+// stay in registers: one pass over the row, then a little per doubling.
+constexpr int kTapCost = 3;
+constexpr int kDoubleCost = 9;
+constexpr int kRegisterPassCost = 6;
+constexpr int kRegisterDoubleCost = 3;
 
 struct Plan {
     int left = 0, right = 0, top = 0, bottom = 0;  // bounding box of the selected entries
@@ -113,17 +120,18 @@ int floor_log2(int v) { return 31 - __builtin_clz(unsigned(v)); }
 
 int taps_for(int width, int span) { return span > 1 && width >= span ? (width + span - 1) / span : width; }
 
-// The doubling span that makes a run's terms cheapest: each doubling pass
-// costs a pass over the row, each tap one read per output sample.
-void choose_span(Plan& p, Run& run, int r) {
+// The doubling span that makes a run's terms cheapest.
+void choose_span(Plan& p, Run& run, int r, int channels) {
     int widest = 0;
     for (int t = 0; t < p.nterms; ++t)
         if (p.terms[t].run == r) widest = std::max(widest, p.terms[t].width);
     int best = INT_MAX;
     for (int span = 1; span <= widest && span <= (1 << 29); span *= 2) {
-        int cost = floor_log2(span) * kDoubleCost;
+        const int levels = floor_log2(span), inRegisters = channels == 1 ? std::min(levels, 3) : 0;
+        int cost = (inRegisters > 0 ? kRegisterPassCost : 0) + inRegisters * kRegisterDoubleCost +
+                   (levels - inRegisters) * kDoubleCost;
         for (int t = 0; t < p.nterms; ++t)
-            if (p.terms[t].run == r) cost += taps_for(p.terms[t].width, span);
+            if (p.terms[t].run == r) cost += kTapCost * taps_for(p.terms[t].width, span);
         if (cost < best) {
             best = cost;
             run.span = span;
@@ -206,7 +214,7 @@ void assign_rows(Plan& p) {
 
 // Splits the neighbourhood into runs and taps. False when the plan's arrays
 // cannot be allocated.
-bool build(const Neighbourhood& nb, PlanStore& store, Plan& p) {
+bool build(const Neighbourhood& nb, int channels, PlanStore& store, Plan& p) {
     const int mw = nb.size.width, mh = nb.size.height;
     const Selected sel{nb.mask, mw};
     long long selected = 0;
@@ -275,7 +283,7 @@ bool build(const Neighbourhood& nb, PlanStore& store, Plan& p) {
             }
     }
     for (int r = 0; r < p.nruns; ++r) {
-        choose_span(p, p.runs[r], r);
+        choose_span(p, p.runs[r], r, channels);
         choose_build(p, r);
         if (p.runs[r].how == Build::Nested) p.runs[p.runs[r].from].base = true;
     }
@@ -454,15 +462,23 @@ private:
     }
 
     // The doubling row: d[x] = extremum of v[x .. x + span - 1] (pixels),
-    // valid for x in 0 .. ext - span. Each pass doubles the span, from one
-    // of the run's two doubling rows into the other.
+    // valid for x in 0 .. ext - span. One channel forms up to eight columns
+    // in registers; each further pass doubles the span, from one of the
+    // run's two doubling rows into the other.
     const T* widen(const Run& run, const T* v) const {
         T* into = scratch_row(run.d);
-        combine(v, v + c_, into, (ext_ - 1) * c_);
-        for (int s = 2; s < run.span; s *= 2) {
+        int span = 2;
+        if (c_ == 1) {
+            const int levels = std::min(floor_log2(run.span), 3);
+            span = 1 << levels;
+            kernels::extrema_doubling<T, E>(v, into, ext_ - span + 1, levels);
+        } else {
+            combine(v, v + c_, into, (ext_ - 1) * c_);
+        }
+        for (; span < run.span; span *= 2) {
             const T* from = into;
             into = scratch_row(into == scratch_row(run.d) ? run.d + 1 : run.d);
-            combine(from, from + std::ptrdiff_t(s) * c_, into, (ext_ - 2 * s + 1) * c_);
+            combine(from, from + std::ptrdiff_t(span) * c_, into, (ext_ - 2 * span + 1) * c_);
         }
         return into;
     }
@@ -538,7 +554,7 @@ template <class T, Extremum E>
 RokStatus extrema(const Frame& frame, const Neighbourhood& nb, bool threaded) {
     PlanStore store;
     Plan plan;
-    if (!build(nb, store, plan)) return rokStatusNoMemory;
+    if (!build(nb, frame.channels, store, plan)) return rokStatusNoMemory;
     return Engine<T, E>(frame, nb, plan).run(threaded);
 }
 

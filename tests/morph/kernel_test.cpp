@@ -94,14 +94,6 @@ void rows_kernel() {
         }
 }
 
-template <class T>
-T nine(Extremum e, const T* const* r, int i, int s) {
-    T v = r[0][i - s];
-    for (int k = 0; k < 3; ++k)
-        for (int d = -1; d <= 1; ++d) v = pick(e, v, r[k][i + d * s]);
-    return v;
-}
-
 // Lengths 1..70 and past three vectors of bytes, where one channel's
 // samples stream through the registers.
 std::vector<int> lengths() {
@@ -109,6 +101,32 @@ std::vector<int> lengths() {
     for (int i = 1; i <= 70; ++i) n.push_back(i);
     for (int i : {95, 96, 97, 100, 127, 128, 129, 161, 200, 257}) n.push_back(i);
     return n;
+}
+
+template <class T, Extremum E>
+void doubling_kernel() {
+    std::mt19937 rng(13);
+    for (int levels = 1; levels <= 3; ++levels)
+        for (int n : lengths()) {
+            const int span = 1 << levels;
+            Row<T> v(n + span - 1, n % 2 ? Guard::After : Guard::Before, rng);
+            GuardedBuffer out(std::size_t(n) * sizeof(T), n % 2 ? Guard::Before : Guard::After);
+            T* d = reinterpret_cast<T*>(out.data());
+            rok::kernels::extrema_doubling<T, E>(v.data(), d, n, levels);
+            for (int i = 0; i < n; ++i) {
+                T want = v.data()[i];
+                for (int t = 1; t < span; ++t) want = pick(E, want, v.data()[i + t]);
+                ASSERT_EQ(d[i], want) << "doubling, levels " << levels << " n " << n << " i " << i;
+            }
+        }
+}
+
+template <class T>
+T nine(Extremum e, const T* const* r, int i, int s) {
+    T v = r[0][i - s];
+    for (int k = 0; k < 3; ++k)
+        for (int d = -1; d <= 1; ++d) v = pick(e, v, r[k][i + d * s]);
+    return v;
 }
 
 template <class T, Extremum E>
@@ -148,6 +166,8 @@ void both() {
     rows_kernel<T, Extremum::Max>();
     square_kernels<T, Extremum::Min>();
     square_kernels<T, Extremum::Max>();
+    doubling_kernel<T, Extremum::Min>();
+    doubling_kernel<T, Extremum::Max>();
 }
 
 TEST(ExtremaKernels, EveryTypeLengthOffsetAndDistance) {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <initializer_list>
+#include <utility>
 
 namespace rok::kernels {
 
@@ -96,6 +97,19 @@ V one_after(V a, V m) {
 template <int B, class V>
 V one_before(V m, V b) {
     return as(_mm256_alignr_epi8(bits(b), bits(m), 16 - B), b);
+}
+
+// The vector S bytes into the stream (a, b), 0 < S <= 32.
+template <int S, class V>
+V bytes_into(V a, V b) {
+    if constexpr (S == 32)
+        return b;
+    else if constexpr (S == 16)
+        return middle(a, b);
+    else if constexpr (S < 16)
+        return as(_mm256_alignr_epi8(bits(middle(a, b)), bits(a), S), a);
+    else
+        return as(_mm256_alignr_epi8(bits(b), bits(middle(a, b)), S - 16), a);
 }
 
 // Samples before dst reaches a 32-byte boundary (none when it never can,
@@ -260,6 +274,63 @@ void extrema_rows_pair(const T* const* src, int count, T* d0, T* d1, int n) {
         });
 }
 
+namespace {
+
+// Level k of the doubling at vector m: best(level k-1 at m, the same
+// 2^(k-1) samples later). Each loop step loads level 0 at vector j and
+// forms level k at vector j - k from level k-1 at j - k and j - k + 1, so
+// every level is formed once per vector; level K at j - K is stored.
+template <class T, Extremum E, int K>
+void doubling_levels(const T* v, T* d, int n) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes, B = int(sizeof(T));
+    const int readable = n + (1 << K) - 1;
+    V last[K + 1] = {};
+    int done = 0;
+    for (int j = 0; (j + 1) * L <= readable && (j - K) * L < n; ++j) {
+        V now[K + 1];
+        now[0] = P::load(v + j * L);
+        [&]<int... k>(std::integer_sequence<int, k...>) {
+            ((now[k + 1] = P::best(last[k], bytes_into<(B << k)>(last[k], now[k]))), ...);
+        }(std::make_integer_sequence<int, K>{});
+        for (int k = 0; k <= K; ++k) last[k] = now[k];
+        if (j >= K && (j - K + 1) * L <= n) {
+            P::storeu(d + (j - K) * L, now[K]);
+            done = (j - K + 1) * L;
+        }
+    }
+    // What the stream could not reach: whole windows of loads, the last one
+    // ending at n.
+    int i = done;
+    auto window = [&](int at) {
+        V acc = P::load(v + at);
+        for (int t = 1; t < (1 << K); ++t) acc = P::best(acc, P::load(v + at + t));
+        P::storeu(d + at, acc);
+    };
+    if (n >= L) {
+        for (; i + L <= n; i += L) window(i);
+        if (i < n) window(n - L);
+        return;
+    }
+    for (; i < n; ++i) {
+        T acc = v[i];
+        for (int t = 1; t < (1 << K); ++t) acc = better<E>(acc, v[i + t]);
+        d[i] = acc;
+    }
+}
+
+}  // namespace
+
+template <class T, Extremum E>
+void extrema_doubling(const T* v, T* d, int n, int levels) {
+    switch (levels) {
+        case 1: return doubling_levels<T, E, 1>(v, d, n);
+        case 2: return doubling_levels<T, E, 2>(v, d, n);
+        default: return doubling_levels<T, E, 3>(v, d, n);
+    }
+}
+
 template <class T, Extremum E>
 void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s) {
     using P = Pick<T, E>;
@@ -332,6 +403,8 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
     template void extrema_rows<T, Extremum::Max>(const T* const*, int, T*, int);                                 \
     template void extrema_rows_pair<T, Extremum::Min>(const T* const*, int, T*, T*, int);                        \
     template void extrema_rows_pair<T, Extremum::Max>(const T* const*, int, T*, T*, int);                        \
+    template void extrema_doubling<T, Extremum::Min>(const T*, T*, int, int);                                    \
+    template void extrema_doubling<T, Extremum::Max>(const T*, T*, int, int);                                    \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3<T, Extremum::Max>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, T*, T*, int, int); \

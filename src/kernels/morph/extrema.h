@@ -40,6 +40,13 @@ void extrema_rows(const T* const* src, int count, T* dst, int n);
 template <class T, Extremum E>
 void extrema_rows_pair(const T* const* src, int count, T* d0, T* d1, int n);
 
+// One channel, a run of 2^levels samples, levels 1 to 3:
+//     d[i] = extremum of v[i .. i + 2^levels - 1], i in 0..n-1,
+// formed by doubling (pairs, then pairs of pairs) with every level held in
+// registers. Reads v[0 .. n + 2^levels - 2]; d must not overlap v.
+template <class T, Extremum E>
+void extrema_doubling(const T* v, T* d, int n, int levels);
+
 // The 3x3 neighbourhood: with col(r, d) = better(r0[i+d], better(r1[i+d], r2[i+d])),
 // dst[i] = better(better(col(-s), col(0)), col(+s)) for i in 0..n-1, where s
 // is the sample distance of horizontal neighbours (the channel count). Reads
