@@ -39,7 +39,7 @@ struct Run {
     bool base = false;  // another run extends it
     int span = 1;   // columns its doubling row covers (1: it has none)
     int v = -1;     // scratch rows of the run (Direct, Nested, Slide): one per row of a pair
-    int d = -1;     // scratch rows of the doubling passes (two, used in turn)
+    int d = -1;     // scratch rows of the doubling passes: two per row of a pair, used in turn
     int s = -1;     // Slide: suffix rows s .. s + len - 2, then the prefix row
 };
 
@@ -54,15 +54,16 @@ struct Tap {
     int column;  // mask column of the first entry it covers
 };
 
-// Estimated cost per output sample, in samples read and stored. Running
-// extrema make three two-input passes per row but read only two or three
-// rows at a time; measured against the pairs of direct windows, which read
-// every row of the window, they win from windows of ten rows.
+// How a run's row is formed, by cost per output sample in samples read and
+// stored: running extrema make three two-input passes per row but read only
+// two or three rows at a time; measured against the pairs of direct windows,
+// which read every row of the window, they win from windows of ten rows.
 constexpr int kSlideCost = 6;
-// In thirds of a tap (a row read at an offset, most of them across cache
-// lines), as measured on one-channel rows: one doubling pass (two such reads
-// and a store), and the first three doublings of a one-channel row, which
-// stay in registers: one pass over the row, then a little per doubling.
+// How a run is widened, by cost in thirds of a tap (a row read at an
+// offset, most of them across cache lines), as measured on one-channel rows:
+// a doubling pass (two such reads and a store), and the first three
+// doublings of a one-channel row, which stay in registers: one pass over the
+// row, then a little per doubling.
 constexpr int kTapCost = 3;
 constexpr int kDoubleCost = 9;
 constexpr int kRegisterPassCost = 6;
@@ -125,11 +126,11 @@ void choose_span(Plan& p, Run& run, int r, int channels) {
     int widest = 0;
     for (int t = 0; t < p.nterms; ++t)
         if (p.terms[t].run == r) widest = std::max(widest, p.terms[t].width);
-    int best = INT_MAX;
+    long long best = LLONG_MAX;
     for (int span = 1; span <= widest && span <= (1 << 29); span *= 2) {
         const int levels = floor_log2(span), inRegisters = channels == 1 ? std::min(levels, 3) : 0;
-        int cost = (inRegisters > 0 ? kRegisterPassCost : 0) + inRegisters * kRegisterDoubleCost +
-                   (levels - inRegisters) * kDoubleCost;
+        long long cost = (inRegisters > 0 ? kRegisterPassCost : 0) + inRegisters * kRegisterDoubleCost +
+                         (levels - inRegisters) * kDoubleCost;
         for (int t = 0; t < p.nterms; ++t)
             if (p.terms[t].run == r) cost += kTapCost * taps_for(p.terms[t].width, span);
         if (cost < best) {
@@ -201,7 +202,7 @@ void assign_rows(Plan& p) {
         }
         if (run.span > 1) {
             run.d = p.rows;
-            p.rows += 2;
+            p.rows += 4;
         }
         if (run.how == Build::Slide) {
             run.s = p.rows;
@@ -309,9 +310,10 @@ public:
         // the row pointers of the combining calls.
         const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
         const std::size_t slotBytes = round64(std::size_t(w_) * c_ * sizeof(T));
-        const std::size_t pointers = 3 * std::size_t(p_.nruns) + 2 * std::size_t(p_.maxInputs);
+        const std::size_t pointers = 4 * std::size_t(p_.nruns) + 8 * std::size_t(p_.maxInputs);
+        const std::size_t indices = 3 * std::size_t(p_.ntaps);
         const std::size_t bytes = rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots) +
-                                  (p_.fused ? 0 : pointers * sizeof(const T*));
+                                  (p_.fused ? 0 : pointers * sizeof(const T*) + indices * sizeof(int));
         void* scratch = nullptr;
         if (bytes > 0) {
             if (bytes > std::size_t(INT_MAX)) return rokStatusNoMemory;
@@ -325,9 +327,15 @@ public:
         auto** ptrs = reinterpret_cast<const T**>(base + rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots));
         runRow_[0] = ptrs;
         runRow_[1] = ptrs + p_.nruns;
-        widened_ = ptrs + 2 * p_.nruns;
-        inputs_ = widened_ + p_.nruns;
-        blockInputs_ = inputs_ + p_.maxInputs;
+        widened_[0] = ptrs + 2 * p_.nruns;
+        widened_[1] = ptrs + 3 * p_.nruns;
+        const T** more = ptrs + 4 * p_.nruns;
+        for (auto* list : {&inputs_[0], &inputs_[1], &shared_, &first_, &second_, &blockShared_, &blockFirst_,
+                           &blockSecond_}) {
+            *list = more;
+            more += p_.maxInputs;
+        }
+        if (!p_.fused) pair_taps(reinterpret_cast<int*>(more));
 
         if (inPlace)
             in_place(ring, slotBytes / sizeof(T), slots);
@@ -432,23 +440,27 @@ private:
                 case Build::Source:
                     for (int s = 0; s < rows; ++s) runRow_[s][r] = source(y + s, run.top);
                     break;
-                case Build::Direct:
-                    for (int j = 0; j < run.len + rows - 1; ++j) inputs_[j] = source(y, run.top + j);
+                case Build::Direct: {
+                    const T** in = inputs_[0];
+                    for (int j = 0; j < run.len + rows - 1; ++j) in[j] = source(y, run.top + j);
+                    // The two windows share all but their first and last rows.
                     if (pair)
-                        kernels::extrema_rows_pair<T, E>(inputs_, run.len, scratch_row(run.v), scratch_row(run.v + 1),
-                                                         ext_samples());
+                        kernels::extrema_rows_shared<T, E>(in + 1, run.len - 1, in, 1, in + run.len, 1,
+                                                           scratch_row(run.v), scratch_row(run.v + 1), ext_samples());
                     else
-                        kernels::extrema_rows<T, E>(inputs_, run.len, scratch_row(run.v), ext_samples());
+                        kernels::extrema_rows<T, E>(in, run.len, scratch_row(run.v), ext_samples());
                     for (int s = 0; s < rows; ++s) runRow_[s][r] = scratch_row(run.v + s);
                     break;
+                }
                 case Build::Nested:
                     for (int s = 0; s < rows; ++s) {
-                        const Run& in = p_.runs[run.from];
+                        const Run& base = p_.runs[run.from];
+                        const T** in = inputs_[0];
                         int n = 0;
-                        inputs_[n++] = runRow_[s][run.from];
+                        in[n++] = runRow_[s][run.from];
                         for (int j = run.top; j < run.top + run.len; ++j)
-                            if (j < in.top || j >= in.top + in.len) inputs_[n++] = source(y + s, j);
-                        kernels::extrema_rows<T, E>(inputs_, n, scratch_row(run.v + s), ext_samples());
+                            if (j < base.top || j >= base.top + base.len) in[n++] = source(y + s, j);
+                        kernels::extrema_rows<T, E>(in, n, scratch_row(run.v + s), ext_samples());
                         runRow_[s][r] = scratch_row(run.v + s);
                     }
                     break;
@@ -464,9 +476,10 @@ private:
     // The doubling row: d[x] = extremum of v[x .. x + span - 1] (pixels),
     // valid for x in 0 .. ext - span. One channel forms up to eight columns
     // in registers; each further pass doubles the span, from one of the
-    // run's two doubling rows into the other.
-    const T* widen(const Run& run, const T* v) const {
-        T* into = scratch_row(run.d);
+    // slot's two doubling rows into the other.
+    const T* widen(const Run& run, const T* v, int slot) const {
+        const int first = run.d + 2 * slot;
+        T* into = scratch_row(first);
         int span = 2;
         if (c_ == 1) {
             const int levels = std::min(floor_log2(run.span), 3);
@@ -477,36 +490,87 @@ private:
         }
         for (; span < run.span; span *= 2) {
             const T* from = into;
-            into = scratch_row(into == scratch_row(run.d) ? run.d + 1 : run.d);
+            into = scratch_row(into == scratch_row(first) ? first + 1 : first);
             combine(from, from + std::ptrdiff_t(span) * c_, into, (ext_ - 2 * span + 1) * c_);
         }
         return into;
     }
 
-    // Output row y from the runs' rows in `slot`.
-    void finish(int y, int slot, T* out, bool ac4) {
+    // The taps of output row y into inputs_[slot], from the runs' rows in
+    // that slot.
+    void gather(int y, int slot) {
         for (int r = 0; r < p_.nruns; ++r)
-            if (p_.runs[r].span > 1) widened_[r] = widen(p_.runs[r], runRow_[slot][r]);
+            if (p_.runs[r].span > 1) widened_[slot][r] = widen(p_.runs[r], runRow_[slot][r], slot);
         for (int t = 0; t < p_.ntaps; ++t) {
             const Tap& tap = p_.taps[t];
             const T* from = tap.kind == Tap::Run       ? runRow_[slot][tap.index]
-                            : tap.kind == Tap::Widened ? widened_[tap.index]
+                            : tap.kind == Tap::Widened ? widened_[slot][tap.index]
                                                        : source(y, tap.index);
-            inputs_[t] = from + std::ptrdiff_t(tap.column - p_.left) * c_;
+            inputs_[slot][t] = from + std::ptrdiff_t(tap.column - p_.left) * c_;
         }
-        if (!ac4) return kernels::extrema_rows<T, E>(inputs_, p_.ntaps, out, w_ * c_);
+    }
+
+    void finish(const T* const* in, T* out, bool ac4) const {
+        if (!ac4) return kernels::extrema_rows<T, E>(in, p_.ntaps, out, w_ * c_);
         ac4_row(out, w_, [&](T* block, int x, int n) {
-            for (int t = 0; t < p_.ntaps; ++t) blockInputs_[t] = inputs_[t] + 4 * std::ptrdiff_t(x);
-            kernels::extrema_rows<T, E>(blockInputs_, p_.ntaps, block, 4 * n);
+            for (int t = 0; t < p_.ntaps; ++t) blockShared_[t] = in[t] + 4 * std::ptrdiff_t(x);
+            kernels::extrema_rows<T, E>(blockShared_, p_.ntaps, block, 4 * n);
         });
+    }
+
+    // Source taps that two rows of a pair both read: tap t of row y and tap
+    // u of row y + 1 read the same source row when both are entries of the
+    // same column, t's a mask row below u's. Found once per call, for masks
+    // of a modest number of taps.
+    void pair_taps(int* lists) {
+        sharedTaps_ = lists;
+        firstTaps_ = lists + p_.ntaps;
+        secondTaps_ = lists + 2 * p_.ntaps;
+        nshared_ = nfirst_ = nsecond_ = 0;
+        constexpr int kMostTaps = 64;
+        for (int u = 0; u < p_.ntaps; ++u) secondTaps_[nsecond_++] = u;
+        for (int t = 0; t < p_.ntaps; ++t) {
+            const Tap& a = p_.taps[t];
+            int partner = -1;
+            for (int k = 0; k < nsecond_ && partner < 0 && p_.ntaps <= kMostTaps && a.kind == Tap::Source; ++k) {
+                const Tap& b = p_.taps[secondTaps_[k]];
+                if (b.kind == Tap::Source && b.column == a.column && b.index == a.index - 1) partner = k;
+            }
+            if (partner < 0) {
+                firstTaps_[nfirst_++] = t;
+                continue;
+            }
+            // Row y's tap t stands for both; row y + 1's partner leaves its list.
+            sharedTaps_[nshared_++] = t;
+            secondTaps_[partner] = secondTaps_[--nsecond_];
+        }
     }
 
     // Output rows y and y + 1 (out1 null: row y alone, the last of an odd
     // height). Rows always go in pairs from row 0, in place or not.
     void general_pair(int y, T* out0, T* out1, bool ac4) {
         prepare(y, out1 != nullptr);
-        finish(y, 0, out0, ac4);
-        if (out1 != nullptr) finish(y + 1, 1, out1, ac4);
+        gather(y, 0);
+        if (out1 == nullptr) return finish(inputs_[0], out0, ac4);
+        gather(y + 1, 1);
+        if (nshared_ == 0) {
+            finish(inputs_[0], out0, ac4);
+            return finish(inputs_[1], out1, ac4);
+        }
+        for (int k = 0; k < nshared_; ++k) shared_[k] = inputs_[0][sharedTaps_[k]];
+        for (int k = 0; k < nfirst_; ++k) first_[k] = inputs_[0][firstTaps_[k]];
+        for (int k = 0; k < nsecond_; ++k) second_[k] = inputs_[1][secondTaps_[k]];
+        if (!ac4)
+            return kernels::extrema_rows_shared<T, E>(shared_, nshared_, first_, nfirst_, second_, nsecond_, out0, out1,
+                                                      w_ * c_);
+        ac4_row_pair(out0, out1, w_, [&](T* b0, T* b1, int x, int n) {
+            const std::ptrdiff_t o = 4 * std::ptrdiff_t(x);
+            for (int k = 0; k < nshared_; ++k) blockShared_[k] = shared_[k] + o;
+            for (int k = 0; k < nfirst_; ++k) blockFirst_[k] = first_[k] + o;
+            for (int k = 0; k < nsecond_; ++k) blockSecond_[k] = second_[k] + o;
+            kernels::extrema_rows_shared<T, E>(blockShared_, nshared_, blockFirst_, nfirst_, blockSecond_, nsecond_,
+                                               b0, b1, 4 * n);
+        });
     }
 
     // ---- in place ----------------------------------------------------------
@@ -542,10 +606,20 @@ private:
     const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
     T* rows_ = nullptr;
     std::size_t rowStride_ = 0;
-    const T** runRow_[2] = {};     // each run's row for the two output rows of a pair
-    const T** widened_ = nullptr;  // and its doubling row
-    const T** inputs_ = nullptr;
-    const T** blockInputs_ = nullptr;
+    // Per row of a pair: each run's row, its doubling row and the taps.
+    const T** runRow_[2] = {};
+    const T** widened_[2] = {};
+    const T** inputs_[2] = {};
+    // The taps of a pair split into those both rows read and each one's own,
+    // and the same shifted to a block of AC4 pixels.
+    const T** shared_ = nullptr;
+    const T** first_ = nullptr;
+    const T** second_ = nullptr;
+    const T** blockShared_ = nullptr;
+    const T** blockFirst_ = nullptr;
+    const T** blockSecond_ = nullptr;
+    int *sharedTaps_ = nullptr, *firstTaps_ = nullptr, *secondTaps_ = nullptr;
+    int nshared_ = 0, nfirst_ = 0, nsecond_ = 0;
 };
 
 }  // namespace

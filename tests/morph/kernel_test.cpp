@@ -57,29 +57,34 @@ void rows_kernel() {
                     ASSERT_EQ(dst[i], want) << "count " << count << " n " << n << " offset " << offset << " i " << i;
                 }
             }
-    // Two windows of count rows over count + 1 rows.
-    for (int count : {2, 3, 6})
-        for (int n = 1; n <= 70; ++n) {
-            std::vector<std::unique_ptr<Row<T>>> rows;
-            std::vector<const T*> src;
-            for (int k = 0; k <= count; ++k) {
-                rows.push_back(std::make_unique<Row<T>>(n, n % 2 ? Guard::After : Guard::Before, rng));
-                src.push_back(rows.back()->data());
-            }
-            GuardedBuffer out0(std::size_t(n + 1) * sizeof(T), Guard::After), out1(std::size_t(n) * sizeof(T), Guard::Before);
-            T* d0 = reinterpret_cast<T*>(out0.data()) + 1;
-            T* d1 = reinterpret_cast<T*>(out1.data());
-            rok::kernels::extrema_rows_pair<T, E>(src.data(), count, d0, d1, n);
-            for (int i = 0; i < n; ++i) {
-                T top = src[0][i], bottom = src[std::size_t(count)][i];
-                for (int k = 1; k < count; ++k) {
-                    top = pick(E, top, src[std::size_t(k)][i]);
-                    bottom = pick(E, bottom, src[std::size_t(k)][i]);
+    // Two results over shared sources and sources of their own.
+    for (int ns : {1, 3})
+        for (int own : {0, 1, 2})
+            for (int n = 1; n <= 70; ++n) {
+                const int other = own == 2 ? 1 : own;  // the second result's own sources
+                std::vector<std::unique_ptr<Row<T>>> rows;
+                std::vector<const T*> src;
+                for (int k = 0; k < ns + own + other; ++k) {
+                    rows.push_back(std::make_unique<Row<T>>(n, n % 2 ? Guard::After : Guard::Before, rng));
+                    src.push_back(rows.back()->data());
                 }
-                ASSERT_EQ(d0[i], top) << "pair, count " << count << " n " << n << " i " << i;
-                ASSERT_EQ(d1[i], bottom) << "pair, count " << count << " n " << n << " i " << i;
+                GuardedBuffer out0(std::size_t(n + 1) * sizeof(T), Guard::After), out1(std::size_t(n) * sizeof(T), Guard::Before);
+                T* d0 = reinterpret_cast<T*>(out0.data()) + 1;
+                T* d1 = reinterpret_cast<T*>(out1.data());
+                const T* const* shared = src.data();
+                const T* const* first = shared + ns;
+                const T* const* second = first + own;
+                rok::kernels::extrema_rows_shared<T, E>(shared, ns, first, own, second, other, d0, d1, n);
+                for (int i = 0; i < n; ++i) {
+                    T mid = shared[0][i];
+                    for (int k = 1; k < ns; ++k) mid = pick(E, mid, shared[k][i]);
+                    T a = mid, b = mid;
+                    for (int k = 0; k < own; ++k) a = pick(E, a, first[k][i]);
+                    for (int k = 0; k < other; ++k) b = pick(E, b, second[k][i]);
+                    ASSERT_EQ(d0[i], a) << "shared " << ns << " own " << own << " n " << n << " i " << i;
+                    ASSERT_EQ(d1[i], b) << "shared " << ns << " own " << own << " n " << n << " i " << i;
+                }
             }
-        }
     // In place, the second source d samples ahead: the doubling pass.
     for (int d : {1, 3, 4, 8, 33})
         for (int n = 1; n <= 70; ++n) {

@@ -234,43 +234,45 @@ void extrema_rows(const T* const* src, int count, T* dst, int n) {
 }
 
 template <class T, Extremum E>
-void extrema_rows_pair(const T* const* src, int count, T* d0, T* d1, int n) {
+void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, int n0, const T* const* second,
+                         int n1, T* d0, T* d1, int n) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes;
-    const T *first = src[0], *last = src[count];
+    auto fold = [](V acc, const T* const* src, int count, int i) {
+        for (int k = 0; k < count; ++k) acc = P::best(acc, P::load(src[k] + i));
+        return acc;
+    };
     sweep<L>(
         d0, n, true,
         [&](int i) {
-            V mid = P::load(src[1] + i);
-            for (int k = 2; k < count; ++k) mid = P::best(mid, P::load(src[k] + i));
-            P::storeu(d0 + i, P::best(P::load(first + i), mid));
-            P::storeu(d1 + i, P::best(mid, P::load(last + i)));
+            const V mid = fold(P::load(shared[0] + i), shared + 1, ns - 1, i);
+            P::storeu(d0 + i, fold(mid, first, n0, i));
+            P::storeu(d1 + i, fold(mid, second, n1, i));
         },
         [&](int i) {
-            const T* p = src[1] + i;
-            V m0 = P::load(p), m1 = P::load(p + L), m2 = P::load(p + 2 * L), m3 = P::load(p + 3 * L);
-            for (int k = 2; k < count; ++k) {
-                p = src[k] + i;
-                m0 = P::best(m0, P::load(p));
-                m1 = P::best(m1, P::load(p + L));
-                m2 = P::best(m2, P::load(p + 2 * L));
-                m3 = P::best(m3, P::load(p + 3 * L));
-            }
-            P::storeu(d0 + i, P::best(P::load(first + i), m0));
-            P::storeu(d0 + i + L, P::best(P::load(first + i + L), m1));
-            P::storeu(d0 + i + 2 * L, P::best(P::load(first + i + 2 * L), m2));
-            P::storeu(d0 + i + 3 * L, P::best(P::load(first + i + 3 * L), m3));
-            P::storeu(d1 + i, P::best(m0, P::load(last + i)));
-            P::storeu(d1 + i + L, P::best(m1, P::load(last + i + L)));
-            P::storeu(d1 + i + 2 * L, P::best(m2, P::load(last + i + 2 * L)));
-            P::storeu(d1 + i + 3 * L, P::best(m3, P::load(last + i + 3 * L)));
+            // Four registers per pass over the sources, each source pointer
+            // fetched once per four vectors.
+            V m[4], a[4];
+            for (int q = 0; q < 4; ++q) m[q] = P::load(shared[0] + i + q * L);
+            for (int k = 1; k < ns; ++k)
+                for (int q = 0; q < 4; ++q) m[q] = P::best(m[q], P::load(shared[k] + i + q * L));
+            for (int q = 0; q < 4; ++q) a[q] = m[q];
+            for (int k = 0; k < n0; ++k)
+                for (int q = 0; q < 4; ++q) a[q] = P::best(a[q], P::load(first[k] + i + q * L));
+            for (int q = 0; q < 4; ++q) P::storeu(d0 + i + q * L, a[q]);
+            for (int k = 0; k < n1; ++k)
+                for (int q = 0; q < 4; ++q) m[q] = P::best(m[q], P::load(second[k] + i + q * L));
+            for (int q = 0; q < 4; ++q) P::storeu(d1 + i + q * L, m[q]);
         },
         [&](int i) {
-            T mid = src[1][i];
-            for (int k = 2; k < count; ++k) mid = better<E>(mid, src[k][i]);
-            d0[i] = better<E>(first[i], mid);
-            d1[i] = better<E>(mid, last[i]);
+            T mid = shared[0][i];
+            for (int k = 1; k < ns; ++k) mid = better<E>(mid, shared[k][i]);
+            T a = mid, b = mid;
+            for (int k = 0; k < n0; ++k) a = better<E>(a, first[k][i]);
+            for (int k = 0; k < n1; ++k) b = better<E>(b, second[k][i]);
+            d0[i] = a;
+            d1[i] = b;
         });
 }
 
@@ -401,8 +403,10 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
 #define ROK_EXTREMA(T)                                                                                           \
     template void extrema_rows<T, Extremum::Min>(const T* const*, int, T*, int);                                 \
     template void extrema_rows<T, Extremum::Max>(const T* const*, int, T*, int);                                 \
-    template void extrema_rows_pair<T, Extremum::Min>(const T* const*, int, T*, T*, int);                        \
-    template void extrema_rows_pair<T, Extremum::Max>(const T* const*, int, T*, T*, int);                        \
+    template void extrema_rows_shared<T, Extremum::Min>(const T* const*, int, const T* const*, int,             \
+                                                        const T* const*, int, T*, T*, int);                      \
+    template void extrema_rows_shared<T, Extremum::Max>(const T* const*, int, const T* const*, int,             \
+                                                        const T* const*, int, T*, T*, int);                      \
     template void extrema_doubling<T, Extremum::Min>(const T*, T*, int, int);                                    \
     template void extrema_doubling<T, Extremum::Max>(const T*, T*, int, int);                                    \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \

@@ -32,13 +32,14 @@ inline T better(T a, T b) {
 template <class T, Extremum E>
 void extrema_rows(const T* const* src, int count, T* dst, int n);
 
-// Two consecutive windows of count >= 2 rows over count + 1 sources: with
-// mid = the extremum of src[1] .. src[count-1] in order,
-//     d0[i] = better(src[0][i], mid), d1[i] = better(mid, src[count][i]).
-// The rows the windows share are combined once for both. d0 and d1 must not
-// overlap each other or a source.
+// Two results that share sources: with mid = the extremum of shared[0] ..
+// shared[ns-1] in order (ns >= 1), d0 is mid folded with first[0 .. n0-1]
+// and d1 mid folded with second[0 .. n1-1], each in order (acc =
+// better(acc, x)). The shared sources are read once for both. d0 and d1
+// must not overlap each other or a source.
 template <class T, Extremum E>
-void extrema_rows_pair(const T* const* src, int count, T* d0, T* d1, int n);
+void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, int n0, const T* const* second,
+                         int n1, T* d0, T* d1, int n);
 
 // One channel, a run of 2^levels samples, levels 1 to 3:
 //     d[i] = extremum of v[i .. i + 2^levels - 1], i in 0..n-1,
