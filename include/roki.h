@@ -1688,9 +1688,9 @@ ROKI_API RokStatus rokiErode3x3_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f*
 /* anchor outside the mask (-34); a source step below width + maskSize.width */
 /* - 1 pixels or a destination step below width pixels (-37); scratch (-9). */
 /* An R call with pSrc == pDst and equal steps runs the in-place form, whose */
-/* checks are the same. In place, result rows wait in a ring of */
-/* anchor.y + 1 rows (fewer when the mask's top rows are zero) and the result */
-/* equals the out-of-place one. AC4 leaves the destination's alpha alone. */
+/* checks are the same. In place, result rows wait in a ring of at most */
+/* anchor.y + 2 rows (rows go in pairs; fewer when the mask's top rows are */
+/* zero) and the result equals the out-of-place one. AC4 leaves the destination's alpha alone. */
 /* Rectangles, crosses and other shapes are split into runs of mask rows that */
 /* whole columns share, so the cost follows the shape's outline rather than */
 /* its area; the plan of a mask of up to 32 entries lives on the stack. The */
