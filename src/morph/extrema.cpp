@@ -324,18 +324,21 @@ public:
         rows_ = reinterpret_cast<T*>(base);
         rowStride_ = rowBytes / sizeof(T);
         T* ring = reinterpret_cast<T*>(base + rowBytes * std::size_t(p_.rows));
-        auto** ptrs = reinterpret_cast<const T**>(base + rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots));
-        runRow_[0] = ptrs;
-        runRow_[1] = ptrs + p_.nruns;
-        widened_[0] = ptrs + 2 * p_.nruns;
-        widened_[1] = ptrs + 3 * p_.nruns;
-        const T** more = ptrs + 4 * p_.nruns;
-        for (auto* list : {&inputs_[0], &inputs_[1], &shared_, &first_, &second_, &blockShared_, &blockFirst_,
-                           &blockSecond_}) {
-            *list = more;
-            more += p_.maxInputs;
+        if (!p_.fused) {
+            auto** ptrs =
+                reinterpret_cast<const T**>(base + rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots));
+            runRow_[0] = ptrs;
+            runRow_[1] = ptrs + p_.nruns;
+            widened_[0] = ptrs + 2 * p_.nruns;
+            widened_[1] = ptrs + 3 * p_.nruns;
+            const T** more = ptrs + 4 * p_.nruns;
+            for (auto* list : {&inputs_[0], &inputs_[1], &shared_, &first_, &second_, &blockShared_, &blockFirst_,
+                               &blockSecond_}) {
+                *list = more;
+                more += p_.maxInputs;
+            }
+            pair_taps(reinterpret_cast<int*>(more));
         }
-        if (!p_.fused) pair_taps(reinterpret_cast<int*>(more));
 
         if (inPlace)
             in_place(ring, slotBytes / sizeof(T), slots);
