@@ -58,7 +58,10 @@ struct Tap {
 // stored: running extrema make three two-input passes per row but read only
 // two or three rows at a time; measured against the pairs of direct windows,
 // which read every row of the window, they win from windows of ten rows.
+// Pairs of direct windows also lose to running extrema, from four rows on,
+// once the rows a pair reads no longer fit the core's first-level cache.
 constexpr int kSlideCost = 6;
+constexpr long long kDirectRowsBytes = 16384;
 // How a run is widened, by cost in thirds of a tap (a row read at an
 // offset, most of them across cache lines), as measured on one-channel rows:
 // a doubling pass (two such reads and a store), and the first three
@@ -142,7 +145,7 @@ void choose_span(Plan& p, Run& run, int r, int channels) {
 
 // The cheapest way to form each run's row; runs are in ascending length, so
 // a contained run is always formed first.
-void choose_build(Plan& p, int r) {
+void choose_build(Plan& p, int r, long long rowBytes) {
     Run& run = p.runs[r];
     if (run.len == 1) return;
     // Rows go in pairs, so a direct run reads the rows its two windows share
@@ -159,7 +162,9 @@ void choose_build(Plan& p, int r) {
             run.from = q;
         }
     }
-    if (kSlideCost < best) run.how = Build::Slide;
+    if (kSlideCost < best ||
+        (run.how == Build::Direct && run.len >= 4 && (run.len + 1) * rowBytes > kDirectRowsBytes))
+        run.how = Build::Slide;
 }
 
 // A run that one tap alone reads is cheaper read where it is needed: its
@@ -215,7 +220,8 @@ void assign_rows(Plan& p) {
 
 // Splits the neighbourhood into runs and taps. False when the plan's arrays
 // cannot be allocated.
-bool build(const Neighbourhood& nb, int channels, PlanStore& store, Plan& p) {
+// rowBytes: the bytes of a source row the plan reads.
+bool build(const Neighbourhood& nb, int channels, long long rowBytes, PlanStore& store, Plan& p) {
     const int mw = nb.size.width, mh = nb.size.height;
     const Selected sel{nb.mask, mw};
     long long selected = 0;
@@ -285,7 +291,7 @@ bool build(const Neighbourhood& nb, int channels, PlanStore& store, Plan& p) {
     }
     for (int r = 0; r < p.nruns; ++r) {
         choose_span(p, p.runs[r], r, channels);
-        choose_build(p, r);
+        choose_build(p, r, rowBytes);
         if (p.runs[r].how == Build::Nested) p.runs[p.runs[r].from].base = true;
     }
     for (int r = 0; r < p.nruns; ++r) choose_inline(p, r);
@@ -631,7 +637,8 @@ template <class T, Extremum E>
 RokStatus extrema(const Frame& frame, const Neighbourhood& nb, bool threaded) {
     PlanStore store;
     Plan plan;
-    if (!build(nb, frame.channels, store, plan)) return rokStatusNoMemory;
+    const long long rowBytes = ((long long)frame.roi.width + nb.size.width - 1) * frame.channels * (long long)sizeof(T);
+    if (!build(nb, frame.channels, rowBytes, store, plan)) return rokStatusNoMemory;
     return Engine<T, E>(frame, nb, plan).run(threaded);
 }
 

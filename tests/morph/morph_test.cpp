@@ -256,6 +256,19 @@ TEST(FilterMinMax, RectanglesAgainstBruteForce) {
     sweep_widths(FORM(Rok32f, "FilterMin 32f AC4", 4, 3, Op::Min, RECT_R(rokiFilterMin_32f_AC4R), nullptr), rect(3, 3, 0, 0));
 }
 
+// Rows wider than the plan's rows have ever been in the sweeps, in place and
+// out of place.
+TEST(Morph, WideRows) {
+    check(FORM(Rok8u, "FilterMax 8u C1", 1, 1, Op::Max, RECT_R(rokiFilterMax_8u_C1R), nullptr), 3300, 3,
+          rect(7, 4, 2, 3), 21);
+    check(FORM(Rok32f, "FilterMin 32f C4", 4, 4, Op::Min, RECT_R(rokiFilterMin_32f_C4R), nullptr), 301, 4,
+          rect(5, 12, 4, 0), 22);
+    check(FORM(Rok16u, "Dilate 16u AC4", 4, 3, Op::Max, MASK_R(rokiDilate_16u_AC4R), MASK_IR(rokiDilate_16u_AC4IR)), 450,
+          3, masks()[5], 23, Guard::Before);
+    check(FORM(Rok32f, "Erode 32f C1", 1, 1, Op::Min, MASK_R(rokiErode_32f_C1R), MASK_IR(rokiErode_32f_C1IR)), 1200, 2,
+          masks()[4], 24);
+}
+
 // ---- every member --------------------------------------------------------------
 
 enum class Kind { Square, Mask, Rect };

@@ -302,23 +302,28 @@ void doubling_levels(const T* v, T* d, int n) {
             done = (j - K + 1) * L;
         }
     }
-    // What the stream could not reach: whole windows of loads, the last one
-    // ending at n.
-    int i = done;
+    // What the stream could not reach: windows of loads combined in the
+    // same pairs as the stream combines them, so that a sample comes out
+    // the same wherever it lies; the last one ends at n.
     auto window = [&](int at) {
-        V acc = P::load(v + at);
-        for (int t = 1; t < (1 << K); ++t) acc = P::best(acc, P::load(v + at + t));
-        P::storeu(d + at, acc);
+        V node[1 << K];
+        for (int t = 0; t < (1 << K); ++t) node[t] = P::load(v + at + t);
+        for (int k = 1; k <= K; ++k)
+            for (int t = 0; t < (1 << K); t += 1 << k) node[t] = P::best(node[t], node[t + (1 << (k - 1))]);
+        P::storeu(d + at, node[0]);
     };
+    int i = done;
     if (n >= L) {
         for (; i + L <= n; i += L) window(i);
         if (i < n) window(n - L);
         return;
     }
     for (; i < n; ++i) {
-        T acc = v[i];
-        for (int t = 1; t < (1 << K); ++t) acc = better<E>(acc, v[i + t]);
-        d[i] = acc;
+        T node[1 << K];
+        for (int t = 0; t < (1 << K); ++t) node[t] = v[i + t];
+        for (int k = 1; k <= K; ++k)
+            for (int t = 0; t < (1 << K); t += 1 << k) node[t] = better<E>(node[t], node[t + (1 << (k - 1))]);
+        d[i] = node[0];
     }
 }
 
