@@ -91,6 +91,7 @@ enum {
     rokStatusLnNegArg = 8,
     rokStatusNoIntersection = 29,
     rokStatusWrongIntersectQuad = 30,
+    rokStatusEvenMedianWeight = 39,
     rokStatusSizeExceedsSpec = 48
 };
 
