@@ -16,6 +16,15 @@ namespace rok::filter {
 
 namespace {
 
+// Rows per call of the square kernels, which walk down their rows in
+// register-wide strips: enough to share each sorted source row among the
+// outputs that read it, few enough that the pages a strip touches in source
+// and destination (about 64 KiB of rows each) stay in the first-level TLB
+// and their lines in the cache for the next strip.
+int square_rows(int srcStep, int dstStep) {
+    return std::clamp(65536 / std::max(srcStep, dstStep), 8, 64);
+}
+
 // Below this many ROI pixels a threaded member stays on the calling thread.
 constexpr long long kThreadPixels = 16384;
 
@@ -62,11 +71,11 @@ RokStatus copy_roi(const MedianCall& m, std::size_t sampleBytes) {
 RokStatus histogram_8u(const Rok8u* topLeft, const MedianCall& m, int bands) {
     const int nc = channels(m.layout), pc = processed_channels(m.layout);
     const int mw = m.mask.width, mh = m.mask.height;
-    const bool wide = (long long)mw * mh > 65535;
-    const std::size_t perColumn = kernels::hist_columns_bytes(1, pc, wide);
-    const long long budget = (long long)(kStripeBytes / perColumn) - (mw - 1);
+    const kernels::HistCounts kind = kernels::hist_counts_for((long long)mw * mh);
+    const long long perColumn = (long long)kernels::hist_columns_bytes(1, pc, kind);
+    const long long budget = (long long)kStripeBytes / perColumn - (mw - 1);
     const int stripe = int(std::min<long long>(m.roi.width, std::max<long long>(kMinStripe, budget)));
-    const long long bandBytes = (long long)kernels::hist_columns_bytes(1, pc, wide) * ((long long)stripe + mw - 1);
+    const long long bandBytes = perColumn * ((long long)stripe + mw - 1);
     if (bandBytes * bands > INT_MAX) return rokStatusNoMemory;
     auto* scratch = static_cast<char*>(rokMalloc(int(bandBytes * bands)));
     if (!scratch) return rokStatusNoMemory;
@@ -75,13 +84,15 @@ RokStatus histogram_8u(const Rok8u* topLeft, const MedianCall& m, int bands) {
     for_bands(bands, m.roi.height, [&](int b, int y0, int y1) {
         for (int x0 = 0; x0 < m.roi.width; x0 += stripe) {
             const int width = std::min(stripe, m.roi.width - x0);
-            const kernels::HistColumns h{scratch + bandBytes * b, width + mw - 1, pc, nc, wide};
+            const kernels::HistColumns h{scratch + bandBytes * b, width + mw - 1, pc, nc, kind};
             const Rok8u* left = topLeft + std::size_t(x0) * nc;
             kernels::hist_clear(h);
             for (int r = 0; r < mh; ++r) kernels::hist_add_row(h, row(left, m.srcStep, y0 + r));
             for (int y = y0; y < y1; ++y) {
-                if (y > y0) kernels::hist_slide(h, row(left, m.srcStep, y - 1), row(left, m.srcStep, y - 1 + mh));
-                kernels::hist_median_row(h, mw, rank, row(dst, m.dstStep, y) + std::size_t(x0) * nc, width);
+                const bool moved = y > y0;
+                kernels::hist_median_row(h, moved ? row(left, m.srcStep, y - 1) : nullptr,
+                                         moved ? row(left, m.srcStep, y - 1 + mh) : nullptr, mw, rank,
+                                         row(dst, m.dstStep, y) + std::size_t(x0) * nc, width);
             }
         }
         return rokStatusOk;
@@ -136,13 +147,17 @@ RokStatus run(const MedianCall& m) {
     if (mw == 1 && mh == 1) return copy_roi(m, sizeof(T));
     // The fixed shapes read a neighbourhood centred on the pointer they get.
     const T* centre = at_bytes(src, std::ptrdiff_t(mh / 2 - m.anchor.y) * m.srcStep + (mw / 2 - m.anchor.x) * pixel);
-    auto rows = [&](auto&& kernel) { return kernel_rows(centre, m.srcStep, dst, m.dstStep, m.roi, m.layout, threaded, kernel); };
+    auto rows = [&](int perCall, auto&& kernel) {
+        return kernel_rows(centre, m.srcStep, dst, m.dstStep, m.roi, m.layout, threaded, perCall, kernel);
+    };
     if (mw == mh && (mw == 3 || mw == 5))
-        return rows([&](const T* s, T* d, int n) { kernels::median_square(s, m.srcStep, nc, mw, d, n); });
+        return rows(square_rows(m.srcStep, m.dstStep), [&](const T* s, T* d, int r, int n) {
+            kernels::median_square(s, m.srcStep, nc, mw, d, m.dstStep, r, n);
+        });
     if (mh == 1 && (mw == 3 || mw == 5))
-        return rows([&](const T* s, T* d, int n) { kernels::median_line(s, pixel, mw, d, n); });
+        return rows(1, [&](const T* s, T* d, int, int n) { kernels::median_line(s, pixel, mw, d, n); });
     if (mw == 1 && (mh == 3 || mh == 5))
-        return rows([&](const T* s, T* d, int n) { kernels::median_line(s, m.srcStep, mh, d, n); });
+        return rows(1, [&](const T* s, T* d, int, int n) { kernels::median_line(s, m.srcStep, mh, d, n); });
 
     const T* topLeft = at_bytes(src, -std::ptrdiff_t(m.anchor.y) * m.srcStep - m.anchor.x * pixel);
     if constexpr (std::is_same_v<T, Rok8u>) return histogram_8u(topLeft, m, bands);

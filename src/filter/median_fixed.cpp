@@ -32,7 +32,7 @@ RokStatus fixed(Fixed shape, const FixedCall& f, int arm) {
     const auto* src = static_cast<const T*>(f.src);
     auto* dst = static_cast<T*>(f.dst);
     const std::ptrdiff_t pixel = std::ptrdiff_t(nc) * std::ptrdiff_t(sizeof(T));
-    return kernel_rows(src, f.srcStep, dst, f.dstStep, f.roi, f.layout, false, [&](const T* s, T* d, int n) {
+    return kernel_rows(src, f.srcStep, dst, f.dstStep, f.roi, f.layout, false, 1, [&](const T* s, T* d, int, int n) {
         if (shape == Fixed::Horiz) kernels::median_line(s, pixel, 2 * arm + 1, d, n);
         else if (shape == Fixed::Vert) kernels::median_line(s, f.srcStep, 2 * arm + 1, d, n);
         else kernels::median_cross(s, f.srcStep, nc, arm, d, n);
@@ -80,7 +80,7 @@ RokStatus median_weighted_centre(const Rok8u* src, int srcStep, Rok8u* dst, int 
     for (int y = 0; y < roi.height; ++y) {
         const Rok8u* s = row(src, srcStep, y);
         Rok8u* d = row(dst, dstStep, y);
-        if (weight == 1) kernels::median_square(s, srcStep, 1, 3, d, roi.width);
+        if (weight == 1) kernels::median_square(s, srcStep, 1, 3, d, dstStep, 1, roi.width);
         else kernels::median_weighted_centre(s, srcStep, weight, d, roi.width);
     }
     return status;

@@ -3,6 +3,7 @@
 // row kernel.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 
 #include "filter/median.h"
@@ -25,21 +26,26 @@ const T* at_bytes(const T* p, std::ptrdiff_t bytes) {
     return reinterpret_cast<const T*>(reinterpret_cast<const char*>(p) + bytes);
 }
 
-// Runs kernel(srcRow, dstRow, samples) for every ROI row, where srcRow is
-// row y of `centre` and every channel of the row's pixels is computed; AC4
-// rows are computed four channels at a time into a block of which only
-// channels 0..2 reach the destination.
+// Runs kernel(srcRow, dstRow, rows, samples) over the ROI, where srcRow is
+// row y of `centre`, `rows` (up to rowsPerCall) rows from y on are computed
+// and every channel of their pixels; AC4 rows are computed one at a time,
+// four channels into a block of which only channels 0..2 reach the
+// destination.
 template <class T, class Kernel>
 RokStatus kernel_rows(const T* centre, int srcStep, T* dst, int dstStep, RokiSize roi, Layout layout,
-                      bool threaded, Kernel&& kernel) {
+                      bool threaded, int rowsPerCall, Kernel&& kernel) {
     const int nc = channels(layout);
-    return for_rows(threaded, roi.height, [&](int y) {
-        const T* s = row(centre, srcStep, y);
-        T* d = row(dst, dstStep, y);
-        if (layout == Layout::AC4)
-            ac4_row(d, roi.width, [&](T* block, int first, int n) { kernel(s + 4 * std::size_t(first), block, 4 * n); });
-        else
-            kernel(s, d, roi.width * nc);
+    if (layout == Layout::AC4) {
+        return for_rows(threaded, roi.height, [&](int y) {
+            const T* s = row(centre, srcStep, y);
+            ac4_row(row(dst, dstStep, y), roi.width,
+                    [&](T* block, int first, int n) { kernel(s + 4 * std::size_t(first), block, 1, 4 * n); });
+        });
+    }
+    const int calls = (roi.height + rowsPerCall - 1) / rowsPerCall;
+    return for_rows(threaded, calls, [&](int i) {
+        const int y = i * rowsPerCall;
+        kernel(row(centre, srcStep, y), row(dst, dstStep, y), std::min(rowsPerCall, roi.height - y), roi.width * nc);
     });
 }
 

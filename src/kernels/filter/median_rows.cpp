@@ -44,19 +44,25 @@ constexpr Network ranks_of_free(int count, int lo, int hi) {
 
 constexpr Network median_of_free(int count) { return ranks_of_free(count, count / 2, count / 2); }
 
-// 3x3 from its three sorted columns: sorting the rows of a column-sorted
-// matrix keeps its columns sorted, and then only the anti-diagonal can hold
-// the median (each other entry has five entries known to lie on one side).
+// 3x3 from its three sorted columns (or rows): once the rows of a
+// column-sorted matrix are sorted its columns stay sorted, and then only the
+// anti-diagonal can hold the median (every other entry has five entries
+// known to lie on one side). Those three are the largest of the column
+// minima, the median of the middles and the smallest of the maxima.
 constexpr Network square3_from_columns() {
     Plan p;
     const Wires col[3] = {p.input(3), p.input(3), p.input(3)};
-    for (int r = 0; r < 3; ++r) {
-        Wires row;
-        for (int c = 0; c < 3; ++c) row.add(col[c][r]);
-        net::sort(p, row);
-    }
+    p.compare(col[0][0], col[1][0]);  // bubble the largest minimum up
+    p.compare(col[1][0], col[2][0]);
+    Wires middles;
+    for (int c = 0; c < 3; ++c) middles.add(col[c][1]);
+    net::sort(p, middles);
+    p.compare(col[1][2], col[2][2]);  // and the smallest maximum down
+    p.compare(col[0][2], col[1][2]);
     Wires diagonal;
-    for (int c = 0; c < 3; ++c) diagonal.add(col[2 - c][c]);
+    diagonal.add(col[2][0]);
+    diagonal.add(col[1][1]);
+    diagonal.add(col[0][2]);
     const Wires s = net::sort(p, diagonal);
     Wires at;
     at.add(s[1]);
@@ -142,36 +148,40 @@ void direct(const T* centre, const std::ptrdiff_t (&taps)[Taps], T* dst, int n) 
 
 // The square kernels sort every column once and keep the sorted columns of
 // a chunk of the row in stage buffers, where each output finds those of its
-// neighbours: 3x3 then needs 20 operations an output, 5x5 (which merges
-// adjacent columns in a second stage) 90, against 32 and about 200 for a
-// network over the whole neighbourhood.
+// neighbours: 5x5 (which merges adjacent columns in a second stage) then
+// needs 90 operations an output against about 200 for a network over the
+// whole neighbourhood.
 constexpr int kChunkBytes = 1024;
 constexpr int kMaxPixel = 4;
 
+// The 3x3 kernel walks down each register-wide strip of its rows, sorting
+// every source row's three samples once: each sorted triple serves the
+// three outputs above, on and below its row. A chunk of rows keeps the
+// strip's lines in the first-level cache for the next strip.
 template <class T>
-void square3(const T* centre, std::ptrdiff_t step, int s, T* dst, int n) {
-    using K = median::Key<T>;
-    constexpr int M = kChunkBytes / int(sizeof(K));
-    alignas(32) K col[3][M + 2 * kMaxPixel];
-    for (int x0 = 0; x0 < n; x0 += M) {
-        const int m = std::min(M, n - x0);
-        const T* first = centre + x0 - s;  // column of stage position 0
-        for_lanes<T>(m + 2 * s, [&](auto ops, int p) {
-            using O = decltype(ops);
-            typename O::V v[3] = {O::load(offset(first + p, -step)), O::load(first + p),
-                                  O::load(offset(first + p, step))};
-            net::run<O, kSort3>(v);
-            for (int r = 0; r < 3; ++r) O::store_key(col[r] + p, v[kSort3.out[r]]);
-        });
-        for_lanes<T>(m, [&](auto ops, int x) {
-            using O = decltype(ops);
-            typename O::V v[9];
-            for (int c = 0; c < 3; ++c)
-                for (int r = 0; r < 3; ++r) v[3 * c + r] = O::load_key(col[r] + x + c * s);
-            net::run<O, kSquare3>(v);
-            O::store(dst + x0 + x, v[kSquare3.out[0]]);
-        });
-    }
+void square3(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdiff_t dstStep, int rows, int n) {
+    const std::ptrdiff_t h = std::ptrdiff_t(s) * std::ptrdiff_t(sizeof(T));
+    for_lanes<T>(n, [&](auto ops, int x) {
+        using O = decltype(ops);
+        using V = typename O::V;
+        auto sorted_row = [&](int y, V* v) {
+            const T* p = offset(centre + x, y * step);
+            V r[3] = {O::load(offset(p, -h)), O::load(p), O::load(offset(p, h))};
+            net::run<O, kSort3>(r);
+            for (int i = 0; i < 3; ++i) v[i] = r[kSort3.out[i]];
+        };
+        V v[9];  // the sorted rows above, on and below the output row
+        sorted_row(-1, v);
+        sorted_row(0, v + 3);
+        for (int y = 0; y < rows; ++y) {
+            sorted_row(y + 1, v + 6);
+            V w[9];
+            for (int i = 0; i < 9; ++i) w[i] = v[i];
+            net::run<O, kSquare3>(w);
+            O::store(offset(dst + x, y * dstStep), w[kSquare3.out[0]]);
+            for (int i = 0; i < 6; ++i) v[i] = v[i + 3];
+        }
+    });
 }
 
 template <class T>
@@ -216,9 +226,13 @@ void square5(const T* centre, std::ptrdiff_t step, int s, T* dst, int n) {
 }
 
 template <class T>
-void square(const T* centre, std::ptrdiff_t step, int pixel, int size, T* dst, int n) {
-    if (size == 3) square3(centre, step, pixel, dst, n);
-    else square5(centre, step, pixel, dst, n);
+void square(const T* centre, std::ptrdiff_t step, int pixel, int size, T* dst, std::ptrdiff_t dstStep, int rows,
+            int n) {
+    if (size == 3) {
+        square3(centre, step, pixel, dst, dstStep, rows, n);
+    } else {
+        for (int y = 0; y < rows; ++y) square5(offset(centre, y * step), step, pixel, offset(dst, y * dstStep), n);
+    }
 }
 
 template <class T>
@@ -260,9 +274,10 @@ void weighted(const Rok8u* centre, std::ptrdiff_t step, Rok8u* dst, int n) {
 }  // namespace
 
 #define ROK_MEDIAN_ROWS(T)                                                                             \
-    void median_square(const T* c, std::ptrdiff_t step, int pixel, int size, T* dst, int n) {         \
-        square(c, step, pixel, size, dst, n);                                                          \
-    }                                                                                                  \
+    void median_square(const T* c, std::ptrdiff_t step, int pixel, int size, T* dst, std::ptrdiff_t dstStep, \
+                       int rows, int n) {                                                                     \
+        square(c, step, pixel, size, dst, dstStep, rows, n);                                                 \
+    }                                                                                                         \
     void median_line(const T* c, std::ptrdiff_t delta, int size, T* dst, int n) { line(c, delta, size, dst, n); }
 ROK_MEDIAN_ROWS(Rok8u)
 ROK_MEDIAN_ROWS(Rok16u)

@@ -14,12 +14,20 @@
 
 namespace rok::kernels {
 
-// Median of the size x size square round each sample, size 3 or 5.
-void median_square(const Rok8u* centre, std::ptrdiff_t step, int pixel, int size, Rok8u* dst, int n);
-void median_square(const Rok16u* centre, std::ptrdiff_t step, int pixel, int size, Rok16u* dst, int n);
-void median_square(const Rok16s* centre, std::ptrdiff_t step, int pixel, int size, Rok16s* dst, int n);
-void median_square(const Rok32f* centre, std::ptrdiff_t step, int pixel, int size, Rok32f* dst, int n);
-void median_square(const Rok64f* centre, std::ptrdiff_t step, int pixel, int size, Rok64f* dst, int n);
+// Median of the size x size square round each sample, size 3 or 5, for
+// `rows` consecutive rows (source rows `step` apart, destination rows
+// `dstStep` apart): pairs of rows share the sorting of the source rows that
+// both of their neighbourhoods hold.
+void median_square(const Rok8u* centre, std::ptrdiff_t step, int pixel, int size, Rok8u* dst, std::ptrdiff_t dstStep,
+                   int rows, int n);
+void median_square(const Rok16u* centre, std::ptrdiff_t step, int pixel, int size, Rok16u* dst,
+                   std::ptrdiff_t dstStep, int rows, int n);
+void median_square(const Rok16s* centre, std::ptrdiff_t step, int pixel, int size, Rok16s* dst,
+                   std::ptrdiff_t dstStep, int rows, int n);
+void median_square(const Rok32f* centre, std::ptrdiff_t step, int pixel, int size, Rok32f* dst,
+                   std::ptrdiff_t dstStep, int rows, int n);
+void median_square(const Rok64f* centre, std::ptrdiff_t step, int pixel, int size, Rok64f* dst,
+                   std::ptrdiff_t dstStep, int rows, int n);
 
 // Median of `size` (3 or 5) samples spaced `delta` bytes apart and centred on
 // each sample: a row (delta = pixel bytes) or a column (delta = step).
