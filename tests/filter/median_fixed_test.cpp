@@ -111,7 +111,7 @@ void sweep_color(const std::vector<CodeMember<T>>& members, int spread) {
     for (const auto& m : members)
         for (int code : {33, 55}) {
             const int r = code == 33 ? 1 : 2;
-            for (int w : {1, 2, 5, 9, 33}) {
+            for (int w : {1, 2, 5, 9, 16, 33, 300}) {
                 SCOPED_TRACE(testing::Message() << m.name << " code " << code);
                 const Case k{m.channels, m.processed, {w, 3}, Border{r, r, r, r}, seed++, spread,
                              w % 2 ? medt::Guard::After : medt::Guard::Before};

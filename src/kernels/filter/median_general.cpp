@@ -1,7 +1,6 @@
 #include "kernels/filter/median_general.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <type_traits>
 
@@ -140,56 +139,6 @@ void select_row(const T* topLeft, std::ptrdiff_t step, const MaskGeometry& m, T*
         }
 }
 
-// ---- colour ------------------------------------------------------------------
-
-template <class T>
-using Distance = std::conditional_t<std::is_floating_point_v<T>, double, std::int32_t>;
-
-template <class T>
-Distance<T> l1(const T* a, const T* b) {
-    Distance<T> d = 0;
-    for (int c = 0; c < 3; ++c) {
-        if constexpr (std::is_floating_point_v<T>) d += std::fabs(double(a[c]) - double(b[c]));
-        else d += a[c] < b[c] ? Distance<T>(b[c]) - a[c] : Distance<T>(a[c]) - b[c];
-    }
-    return d;
-}
-
-// Whether sum s beats the best so far (NaN never beats, and loses to all).
-template <class D>
-bool beats(D s, D best) {
-    if constexpr (std::is_floating_point_v<D>) return !std::isnan(s) && (std::isnan(best) || s < best);
-    else return s < best;
-}
-
-template <class T>
-void color_row(const T* centre, std::ptrdiff_t step, int stride, int radius, T* dst, int width) {
-    using D = Distance<T>;
-    const int side = 2 * radius + 1, count = side * side;
-    T px[25][3];
-    D sum[25];
-    for (int x = 0; x < width; ++x) {
-        int i = 0;
-        for (int dy = -radius; dy <= radius; ++dy) {
-            const T* r = offset(centre, dy * step) + std::ptrdiff_t(x) * stride;
-            for (int dx = -radius; dx <= radius; ++dx, ++i)
-                for (int c = 0; c < 3; ++c) px[i][c] = r[dx * stride + c];
-        }
-        std::fill(sum, sum + count, D(0));
-        // Each pair once; sum[i] still receives its terms in row-major order.
-        for (int a = 0; a < count; ++a)
-            for (int b = a + 1; b < count; ++b) {
-                const D d = l1(px[a], px[b]);
-                sum[a] += d;
-                sum[b] += d;
-            }
-        int best = 0;
-        for (int k = 1; k < count; ++k)
-            if (beats(sum[k], sum[best])) best = k;
-        for (int c = 0; c < 3; ++c) dst[std::size_t(x) * stride + c] = px[best][c];
-    }
-}
-
 }  // namespace
 
 std::size_t hist16_bytes(int channels) { return std::size_t(channels) * (kFine + kMid + kCoarse) * 4; }
@@ -208,16 +157,6 @@ void median_select_row(const Rok32f* t, std::ptrdiff_t step, const MaskGeometry&
 }
 void median_select_row(const Rok64f* t, std::ptrdiff_t step, const MaskGeometry& m, Rok64f* d, int w, void* work) {
     select_row(t, step, m, d, w, work);
-}
-
-void median_color_row(const Rok8u* c, std::ptrdiff_t step, int stride, int radius, Rok8u* d, int w) {
-    color_row(c, step, stride, radius, d, w);
-}
-void median_color_row(const Rok16s* c, std::ptrdiff_t step, int stride, int radius, Rok16s* d, int w) {
-    color_row(c, step, stride, radius, d, w);
-}
-void median_color_row(const Rok32f* c, std::ptrdiff_t step, int stride, int radius, Rok32f* d, int w) {
-    color_row(c, step, stride, radius, d, w);
 }
 
 }  // namespace rok::kernels

@@ -146,14 +146,6 @@ void direct(const T* centre, const std::ptrdiff_t (&taps)[Taps], T* dst, int n) 
     });
 }
 
-// The square kernels sort every column once and keep the sorted columns of
-// a chunk of the row in stage buffers, where each output finds those of its
-// neighbours: 5x5 (which merges adjacent columns in a second stage) then
-// needs 90 operations an output against about 200 for a network over the
-// whole neighbourhood.
-constexpr int kChunkBytes = 1024;
-constexpr int kMaxPixel = 4;
-
 // The 3x3 kernel walks down each register-wide strip of its rows, sorting
 // every source row's three samples once: each sorted triple serves the
 // three outputs above, on and below its row. A chunk of rows keeps the
@@ -183,6 +175,13 @@ void square3(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdiff_t
         }
     });
 }
+
+// The 5x5 kernel sorts every column of a chunk of the row once and merges
+// every two adjacent sorted columns once, keeping both in stage buffers
+// where each output finds those of its neighbours: 90 operations an output
+// against about 200 for a network over the whole neighbourhood.
+constexpr int kChunkBytes = 1024;
+constexpr int kMaxPixel = 4;  // samples between adjacent pixels, at most
 
 template <class T>
 void square5(const T* centre, std::ptrdiff_t step, int s, T* dst, int n) {
