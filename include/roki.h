@@ -1501,10 +1501,11 @@ ROKI_API RokStatus rokiFilter_Round32f_16u_AC4R(const Rok16u* pSrc, int srcStep,
 /* 5 x 5 masks use comparator networks on whole registers, 3 x 1, 5 x 1, */
 /* 1 x 3 and 1 x 5 the kernels of rokiFilterMedianHoriz/Vert; other 8u masks */
 /* use column histograms at a cost per pixel that does not grow with the */
-/* mask, other 16-bit masks a sliding three-level histogram (its 1 MiB or */
-/* less of scratch from rokMalloc: -9 if that fails). AC4 leaves the */
-/* destination alpha untouched. The 8u C4 member divides its rows among */
-/* threads for ROIs of 16384 pixels or more; results do not depend on it. */
+/* mask (about 256 KB of scratch per thread), other 16-bit masks a sliding */
+/* three-level histogram (280 KB per channel); the scratch comes from */
+/* rokMalloc (-9 if it fails). AC4 leaves the destination alpha untouched. */
+/* The 8u C4 member divides its rows among threads for ROIs of 16384 pixels */
+/* or more; results do not depend on it. */
 ROKI_API RokStatus rokiFilterMedian_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
 ROKI_API RokStatus rokiFilterMedian_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
 ROKI_API RokStatus rokiFilterMedian_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);

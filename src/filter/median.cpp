@@ -18,11 +18,22 @@ namespace {
 
 // Rows per call of the square kernels, which walk down their rows in
 // register-wide strips: enough to share each sorted source row among the
-// outputs that read it, few enough that the pages a strip touches in source
-// and destination (about 64 KiB of rows each) stay in the first-level TLB
-// and their lines in the cache for the next strip.
-int square_rows(int srcStep, int dstStep) {
-    return std::clamp(65536 / std::max(srcStep, dstStep), 8, 64);
+// outputs that read it, few enough that the rows a strip touches (about
+// 32 KiB of each image) stay in the first-level cache and TLB for the next
+// strip. Rows whose steps are close to a multiple of 4 KiB fall into few
+// sets of that cache (64 sets of 64-byte lines); the walk is then shortened
+// until no set holds more than four of its lines.
+int square_rows(const void* src, int srcStep, const void* dst, int dstStep, int size) {
+    int rows = std::clamp(32768 / std::max(srcStep, dstStep), 8, 64);
+    auto set_of = [](const void* p, long long offset) { return ((reinterpret_cast<std::uintptr_t>(p) + offset) >> 6) & 63; };
+    for (; rows > 2; rows /= 2) {
+        int count[64] = {};
+        int most = 0;
+        for (int k = -(size / 2); k < rows + size / 2; ++k) most = std::max(most, ++count[set_of(src, (long long)k * srcStep)]);
+        for (int k = 0; k < rows; ++k) most = std::max(most, ++count[set_of(dst, (long long)k * dstStep)]);
+        if (most <= 4) break;
+    }
+    return rows;
 }
 
 // Below this many ROI pixels a threaded member stays on the calling thread.
@@ -101,7 +112,6 @@ RokStatus histogram_8u(const Rok8u* topLeft, const MedianCall& m, int bands) {
     return rokStatusOk;
 }
 
-template <class T>
 kernels::MaskGeometry geometry(const MedianCall& m) {
     return {m.mask.width, m.mask.height, channels(m.layout), processed_channels(m.layout),
             std::uint32_t((long long)m.mask.width * m.mask.height / 2)};
@@ -113,7 +123,7 @@ RokStatus histogram_16(const T* topLeft, const MedianCall& m) {
     const std::size_t bytes = kernels::hist16_bytes(processed_channels(m.layout));
     void* work = rokMalloc(int(bytes));
     if (!work) return rokStatusNoMemory;
-    kernels::median_hist16(topLeft, m.srcStep, geometry<T>(m), static_cast<T*>(m.dst), m.dstStep, m.roi, work);
+    kernels::median_hist16(topLeft, m.srcStep, geometry(m), static_cast<T*>(m.dst), m.dstStep, m.roi, work);
     rokFree(work);
     return rokStatusOk;
 }
@@ -122,7 +132,7 @@ RokStatus histogram_16(const T* topLeft, const MedianCall& m) {
 // per band.
 template <class T>
 RokStatus select(const T* topLeft, const MedianCall& m, int bands) {
-    const kernels::MaskGeometry g = geometry<T>(m);
+    const kernels::MaskGeometry g = geometry(m);
     const long long slice = buffer_per_thread(m.sample, (long long)g.width * g.height);
     return for_bands(bands, m.roi.height, [&](int b, int y0, int y1) {
         for (int y = y0; y < y1; ++y)
@@ -151,7 +161,7 @@ RokStatus run(const MedianCall& m) {
         return kernel_rows(centre, m.srcStep, dst, m.dstStep, m.roi, m.layout, threaded, perCall, kernel);
     };
     if (mw == mh && (mw == 3 || mw == 5))
-        return rows(square_rows(m.srcStep, m.dstStep), [&](const T* s, T* d, int r, int n) {
+        return rows(square_rows(centre, m.srcStep, dst, m.dstStep, mw), [&](const T* s, T* d, int r, int n) {
             kernels::median_square(s, m.srcStep, nc, mw, d, m.dstStep, r, n);
         });
     if (mh == 1 && (mw == 3 || mw == 5))

@@ -150,6 +150,8 @@ void direct(const T* centre, const std::ptrdiff_t (&taps)[Taps], T* dst, int n) 
 // every source row's three samples once: each sorted triple serves the
 // three outputs above, on and below its row. A chunk of rows keeps the
 // strip's lines in the first-level cache for the next strip.
+constexpr int kPrefetchBytes = 512;
+
 template <class T>
 void square3(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdiff_t dstStep, int rows, int n) {
     const std::ptrdiff_t h = std::ptrdiff_t(s) * std::ptrdiff_t(sizeof(T));
@@ -158,6 +160,7 @@ void square3(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdiff_t
         using V = typename O::V;
         auto sorted_row = [&](int y, V* v) {
             const T* p = offset(centre + x, y * step);
+            _mm_prefetch(reinterpret_cast<const char*>(p) + kPrefetchBytes, _MM_HINT_T0);
             V r[3] = {O::load(offset(p, -h)), O::load(p), O::load(offset(p, h))};
             net::run<O, kSort3>(r);
             for (int i = 0; i < 3; ++i) v[i] = r[kSort3.out[i]];
