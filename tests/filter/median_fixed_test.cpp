@@ -46,7 +46,10 @@ void sweep_shape(Shape shape, const std::vector<CodeMember<T>>& members, std::in
             const auto t = taps(shape, code);
             const int arm = (code == 51 || code == 15 || code == 55) ? 2 : 1;
             const int ax = shape == Shape::Vert ? 0 : arm, ay = shape == Shape::Horiz ? 0 : arm;
-            for (int w : {1, 2, 7, 15, 16, 17, 31, 32, 33, 47, 70, 300}) {
+            std::vector<int> widths{2, 17, 33, 300};
+            if (m.channels == 1)
+                for (int w = 1; w <= 70; ++w) widths.push_back(w);
+            for (int w : widths) {
                 SCOPED_TRACE(testing::Message() << m.name << " code " << code);
                 const Case k{m.channels, m.processed, {w, 1 + int(seed % 3)}, Border{ax, ay, ax, ay}, seed,
                              seed % 3 == 0 ? 3 : 0, seed % 2 ? medt::Guard::After : medt::Guard::Before};
@@ -166,7 +169,7 @@ TEST(FilterMedianColor, EveryNaNSumKeepsTheTopLeftPixel) {
 TEST(FilterMedianWeightedCenter, MedianOfNeighboursAndCentreCopies) {
     std::uint32_t seed = 3;
     for (int weight = 1; weight <= 12; ++weight)
-        for (int w : {1, 5, 31, 32, 33, 64, 70}) {
+        for (int w = 1; w <= 70; w += weight) {
             SCOPED_TRACE(testing::Message() << "weight " << weight);
             const Case k{1, 1, {w, 2}, Border{1, 1, 1, 1}, seed++, seed % 2 ? 4 : 0};
             const int used = weight % 2 ? weight : weight - 1;
@@ -190,7 +193,7 @@ TEST(FilterMedianWeightedCenter, MedianOfNeighboursAndCentreCopies) {
 // ---- median of three planes -----------------------------------------------------
 
 TEST(MedianOfPlanes, MiddleOfThreeSamples) {
-    for (int w : {1, 31, 32, 33, 70, 129}) {
+    for (int w = 1; w <= 70; ++w) {
         GuardedImage<Rok8u> a(w, 3, 1, 3), b(w, 3, 1, 3, medt::Guard::Before), c(w, 3, 1, 3);
         medt::fill(a, w, 0);
         medt::fill(b, w + 1, 0);

@@ -63,7 +63,7 @@ std::vector<Member<Rok64f>> members() {
 // The float work buffer is exactly the reported size, against a guard page.
 template <class T>
 void check(const Member<T>& m, RokiSize roi, RokiSize mask, RokiPoint a, std::uint32_t seed, int spread = 0,
-           medt::Guard guard = medt::Guard::After) {
+           medt::Guard guard = medt::Guard::After, int pad = 1) {
     SCOPED_TRACE(testing::Message() << m.name << " mask " << mask.width << "x" << mask.height << " anchor " << a.x
                                     << "," << a.y);
     std::unique_ptr<rokt::GuardedBuffer> buffer;
@@ -73,7 +73,7 @@ void check(const Member<T>& m, RokiSize roi, RokiSize mask, RokiPoint a, std::ui
         buffer = std::make_unique<rokt::GuardedBuffer>(std::size_t(bytes), medt::Guard::After);
     }
     const Case k{m.channels, m.processed, roi,
-                 Border{a.x, a.y, mask.width - 1 - a.x, mask.height - 1 - a.y}, seed, spread, guard};
+                 Border{a.x, a.y, mask.width - 1 - a.x, mask.height - 1 - a.y}, seed, spread, guard, pad};
     medt::expect_filter<T>(
         k, [&](const T* s, int ss, T* d, int ds, RokiSize r) { return m.fn(s, ss, d, ds, r, mask, a, buffer ? buffer->data() : nullptr); },
         [&](const Source<T>& at, int x, int y, int c) {
@@ -120,9 +120,10 @@ TEST(FilterMedian, NetworkKernelsAtEveryWidth) {
             check(members<Rok64f>()[0], {w, 1}, mask, c, seed++);
             if (w % 3 == 0) check(members<Rok8u>()[1], {w, 1}, mask, c, seed++);
         }
-    // Rows longer than a stage chunk (1024 bytes) and AC4 rows longer than
-    // one block of 256 pixels.
+    // Rows longer than a stage chunk (1024 bytes), AC4 rows longer than one
+    // block of 256 pixels, and rows 4 KiB apart (short strip walks).
     check(members<Rok8u>()[0], {1100, 2}, {5, 5}, {2, 2}, seed++);
+    check(members<Rok8u>()[0], {70, 9}, {3, 3}, {1, 1}, seed++, 0, medt::Guard::After, 4096 - 72);
     check(members<Rok64f>()[0], {300, 2}, {3, 3}, {1, 1}, seed++);
     check(members<Rok8u>()[3], {300, 2}, {5, 5}, {4, 0}, seed++);
 }
