@@ -150,7 +150,7 @@ void direct(const T* centre, const std::ptrdiff_t (&taps)[Taps], T* dst, int n) 
 // every source row's three samples once: each sorted triple serves the
 // three outputs above, on and below its row. A chunk of rows keeps the
 // strip's lines in the first-level cache for the next strip.
-constexpr int kPrefetchBytes = 512;
+constexpr int kPrefetchBytes = 128;
 
 template <class T>
 void square3(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdiff_t dstStep, int rows, int n) {
