@@ -129,8 +129,8 @@ TEST(FilterMedian, NetworkKernelsAtEveryWidth) {
 }
 
 // The 8-bit histogram engine: stripes (a row wider than one stripe of
-// column histograms), tall and wide masks, 32-bit counts above 65535
-// samples, and many ties.
+// column histograms), tall and wide masks, byte counts up to 255 samples,
+// 16-bit counts up to 65535 and 32-bit counts above, and many ties.
 TEST(FilterMedian, HistogramEngine8u) {
     const auto c1 = members<Rok8u>()[0], c3 = members<Rok8u>()[1];
     check(c1, {1000, 3}, {7, 3}, {6, 2}, 1);
@@ -139,6 +139,8 @@ TEST(FilterMedian, HistogramEngine8u) {
     check(c1, {21, 2}, {61, 1}, {30, 0}, 4);
     check(c1, {9, 9}, {15, 15}, {3, 11}, 5, 5);
     check(c1, {3, 2}, {257, 257}, {128, 0}, 6);
+    check(c1, {40, 4}, {17, 17}, {16, 3}, 8);
+    check(c3, {300, 2}, {101, 3}, {50, 1}, 9, 3);
     // Two distinct values: the one that holds the majority.
     check(c1, {30, 5}, {7, 5}, {3, 2}, 7, 2);
 }
