@@ -17,7 +17,10 @@ namespace rok::filter {
 template <class... Ts, class Fn>
 RokStatus with_sample(Sample s, Fn&& fn) {
     RokStatus status = rokStatusOk;
-    ((s == sample_of<Ts>() ? (status = fn(Ts{}), true) : false) || ...);
+    auto one = [&](auto t) {
+        if (s == sample_of<decltype(t)>()) status = fn(t);
+    };
+    (one(Ts{}), ...);
     return status;
 }
 
