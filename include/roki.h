@@ -110,6 +110,7 @@ enum {
     rokStatusLnNegArg = 8, /* warning: the logarithm of a negative value occurred */
     rokStatusNoIntersection = 29, /* warning: the source region lies outside the image; nothing was done */
     rokStatusWrongIntersectQuad = 30, /* warning: the transformed quadrangle misses the destination; nothing was done */
+    rokStatusEvenMedianWeight = 39, /* warning: an even centre weight was reduced by one */
     rokStatusSizeExceedsSpec = 48 /* warning: the destination exceeds the specified size; only the part inside was written */
 };
 
@@ -1484,6 +1485,136 @@ ROKI_API RokStatus rokiFilter_Round32f_16u_C1R(const Rok16u* pSrc, int srcStep, 
 ROKI_API RokStatus rokiFilter_Round32f_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
 ROKI_API RokStatus rokiFilter_Round32f_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
 ROKI_API RokStatus rokiFilter_Round32f_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
+
+/* ---- filter_median ---- */
+
+/* Replaces each sample by the median of its channel over an mw x mh */
+/* neighbourhood: destination pixel (x, y) takes the source pixels of columns */
+/* x - anchor.x .. x - anchor.x + mw - 1 and rows y - anchor.y .. */
+/* y - anchor.y + mh - 1 (the mask as stored, not flipped), so the caller */
+/* provides anchor.x columns left of the ROI, mw - 1 - anchor.x right of it, */
+/* anchor.y rows above and mh - 1 - anchor.y below. The median is the value */
+/* of rank (mw * mh) / 2 + 1 in ascending order. Checks: null pointers (-8); */
+/* ROI width or height below 1 (-6); a step below 1 (-14); mask width or */
+/* height below 1 or even, or a mask of more than 2^31 - 1 samples (-33); */
+/* anchor outside the mask (-34). A 1 x 1 mask copies the ROI; 3 x 3 and */
+/* 5 x 5 masks use comparator networks on whole registers, 3 x 1, 5 x 1, */
+/* 1 x 3 and 1 x 5 the kernels of rokiFilterMedianHoriz/Vert; other 8u masks */
+/* use column histograms at a cost per pixel that does not grow with the */
+/* mask (about 256 KB of scratch per thread), other 16-bit masks a sliding */
+/* three-level histogram (280 KB per channel); the scratch comes from */
+/* rokMalloc (-9 if it fails). AC4 leaves the destination alpha untouched. */
+/* The 8u C4 member divides its rows among threads for ROIs of 16384 pixels */
+/* or more; results do not depend on it. */
+ROKI_API RokStatus rokiFilterMedian_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+
+/* Float data: as above, with samples ranked in IEEE totalOrder */
+/* (-NaN < -inf < ... < -0 < +0 < ... < +inf < +NaN), so the result is one of */
+/* the neighbourhood's samples bit for bit. pBuffer (any alignment) holds at */
+/* least the bytes that rokiFilterMedianGetBufferSize_32f/_64f report for the */
+/* mask (the 64f size under the thread count in force at the call); a null */
+/* pBuffer is -8 with the image pointers. Masks other than the fixed shapes */
+/* gather each neighbourhood into it and select the median. The 64f member */
+/* divides its rows among threads (one slice of pBuffer each) for ROIs of */
+/* 16384 pixels or more. */
+ROKI_API RokStatus rokiFilterMedian_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+
+/* Bytes of pBuffer for rokiFilterMedian_32f (mw * mh * 4) and _64f */
+/* (((mw * mh * 136 + 144) rounded down to a multiple of 16) times the */
+/* current thread count). Checks: null pBufferSize (-8); ROI width or height */
+/* below 1 (-6); mask width or height below 1 or even (-33); nChannels not */
+/* 1, 3 or 4 (-53); a size beyond 2^31 - 1 bytes (-33). */
+ROKI_API RokStatus rokiFilterMedianGetBufferSize_32f(RokiSize roiSize, RokiSize maskSize, int nChannels, int* pBufferSize);
+ROKI_API RokStatus rokiFilterMedianGetBufferSize_64f(RokiSize roiSize, RokiSize maskSize, int nChannels, int* pBufferSize);
+
+/* Median of 3 or 5 samples along the row (mask 31: 3 x 1, 51: 5 x 1) */
+/* centred on each pixel, per channel; one or two pixels of border are read */
+/* left and right of the ROI. Checks: null pointers (-8); ROI size (-6); a */
+/* step below 1 (-14); another mask code (-33). AC4 leaves alpha untouched. */
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* As rokiFilterMedianHoriz down the column: mask 13 (1 x 3) or 15 (1 x 5), */
+/* one or two rows of border above and below the ROI. */
+ROKI_API RokStatus rokiFilterMedianVert_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* Median of the plus shape centred on each pixel, per channel: mask 33 takes */
+/* the pixel and its four direct neighbours (5 samples), mask 55 the pixel */
+/* and two neighbours in each of the four directions (9 samples). Checks as */
+/* rokiFilterMedianHoriz. */
+ROKI_API RokStatus rokiFilterMedianCross_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* Vector median of the 3 x 3 (mask 33) or 5 x 5 (mask 55) colour pixels */
+/* centred on each pixel: the neighbourhood pixel whose L1 distances */
+/* (|dR| + |dG| + |dB|) to all the others sum least is written whole, so the */
+/* output is always one of the neighbourhood's pixels; of equal sums the */
+/* first in row-major order (top row first, left to right) wins. 8u and 16s */
+/* sums are exact; 32f distances are summed in double in row-major order, */
+/* and a pixel whose sum is NaN is written only when every sum is NaN (then */
+/* the top-left pixel). Checks as rokiFilterMedianHoriz. AC4 leaves alpha */
+/* untouched. */
+ROKI_API RokStatus rokiFilterMedianColor_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* 3 x 3 median with the centre sample counted `weight` times beside its */
+/* eight neighbours (the median of 8 + weight values). An even weight is */
+/* reduced by one and the call returns rokStatusEvenMedianWeight (39) after */
+/* doing the work; weight 1 is the plain 3 x 3 median, and 9 or more copies */
+/* the source, since the centre then always wins. Checks: null pointers (-8); */
+/* ROI size (-6); a step below 1 (-14); weight below 1 (-211). */
+ROKI_API RokStatus rokiFilterMedianWeightedCenter3x3_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int weight);
+
+/* Per pixel, the middle value of the samples at the same position of the */
+/* three source planes (which share srcStep). Checks: a null plane array, */
+/* plane or destination (-8); ROI size (-6); a step below 1 (-14). */
+ROKI_API RokStatus rokiMedian_8u_P3C1R(const Rok8u* const pSrc[3], int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
 
 /* ---- filter_rowcol ---- */
 
