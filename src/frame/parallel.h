@@ -71,6 +71,27 @@ RokStatus for_rows(bool threaded, int height, Fn&& fn) {
     return threaded ? parallel_rows(height, fn) : serial_rows(height, fn);
 }
 
+// Bands of consecutive rows, one per thread, for work that keeps state from
+// row to row (a resize's ring of intermediate rows) and a scratch slice per
+// thread: a team of up to `team` threads divides rows 0 .. height-1 into
+// equal bands of height / n rows (n the team size obtained, the last band
+// also takes the remainder) and thread t runs band(t, first, count). With
+// team <= 1 the calling thread runs band(0, 0, height).
+template <class Band>
+void parallel_bands(int height, int team, Band&& band) {
+    if (team <= 1) {
+        band(0, 0, height);
+        return;
+    }
+#pragma omp parallel num_threads(team)
+    {
+        const int t = omp_get_thread_num(), n = omp_get_num_threads();
+        const int per = height / n;
+        const int first = t * per;
+        band(t, first, t == n - 1 ? height - first : per);
+    }
+}
+
 // One-dimensional kernel with a threaded variant: below `threshold` elements,
 // with one thread, or with fewer elements than threads it runs part(0, n) on
 // the calling thread; otherwise a team of at most two threads each runs

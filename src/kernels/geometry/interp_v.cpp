@@ -1,0 +1,310 @@
+// Vertical pass, stores and the other per-row kernels of the interpolating
+// transforms: nearest-neighbour rows, super-sampling accumulation and the
+// walk across its columns, edge blending and the exact 2:1 means.
+#include <immintrin.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+#include "frame/generated/roki_types.h"
+#include "kernels/convert/convert.h"
+#include "kernels/convert/convert_pack.h"
+#include "kernels/geometry/interp_rows.h"
+#include "kernels/rules.h"
+
+namespace rok::kernels {
+
+namespace {
+
+// An intermediate as a sample: nearest with ties to even (the rounding
+// control is set to nearest) and saturated for integer types.
+template <class T, class W>
+inline T to_sample(W v) {
+    if constexpr (std::is_floating_point_v<T>) {
+        return T(v);
+    } else {
+        constexpr W lo = W(std::numeric_limits<T>::min()), hi = W(std::numeric_limits<T>::max());
+        v = std::nearbyint(v);
+        v = v < lo ? lo : v;
+        v = v > hi ? hi : v;
+        return T(v);
+    }
+}
+
+// Eight samples of S as floats.
+template <class S>
+inline __m256 load8(const S* p) {
+    if constexpr (std::is_same_v<S, float>) {
+        return _mm256_loadu_ps(p);
+    } else if constexpr (sizeof(S) == 1) {
+        return _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+    } else {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        return _mm256_cvtepi32_ps(std::is_signed_v<S> ? _mm256_cvtepi16_epi32(v) : _mm256_cvtepu16_epi32(v));
+    }
+}
+
+// Rows combined by the rule, K rows (K = 0: bilinear with t in w[0]).
+template <int K>
+inline float combine(const float* const* r, const float* w, int i) {
+    if constexpr (K == 0) {
+        return r[0][i] + (r[1][i] - r[0][i]) * w[0];
+    } else {
+        float acc = w[0] * r[0][i];
+        for (int k = 1; k < K; ++k) acc = acc + w[k] * r[k][i];
+        return acc;
+    }
+}
+template <int K>
+inline __m256 combine8(const float* const* r, const __m256* w, int i) {
+    if constexpr (K == 0) {
+        const __m256 a = _mm256_loadu_ps(r[0] + i);
+        return _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(_mm256_loadu_ps(r[1] + i), a), w[0]));
+    } else {
+        __m256 acc = _mm256_mul_ps(w[0], _mm256_loadu_ps(r[0] + i));
+        for (int k = 1; k < K; ++k) acc = _mm256_add_ps(acc, _mm256_mul_ps(w[k], _mm256_loadu_ps(r[k] + i)));
+        return acc;
+    }
+}
+
+template <class T, int K>
+void vpass_float(const float* const* r, const float* w, int n, T* out) {
+    __m256 wv[6];
+    for (int k = 0; k < (K == 0 ? 1 : K); ++k) wv[k] = _mm256_set1_ps(w[k]);
+    int i = 0;
+    if constexpr (std::is_same_v<T, float>) {
+        for (; i + 8 <= n; i += 8) _mm256_storeu_ps(out + i, combine8<K>(r, wv, i));
+    } else {
+        const __m256 lo = _mm256_set1_ps(float(std::numeric_limits<T>::min()));
+        const __m256 hi = _mm256_set1_ps(float(std::numeric_limits<T>::max()));
+        for (; i + 32 <= n; i += 32)
+            pack::store32(out + i, pack::round_clamped<true>(combine8<K>(r, wv, i), lo, hi),
+                          pack::round_clamped<true>(combine8<K>(r, wv, i + 8), lo, hi),
+                          pack::round_clamped<true>(combine8<K>(r, wv, i + 16), lo, hi),
+                          pack::round_clamped<true>(combine8<K>(r, wv, i + 24), lo, hi));
+    }
+    for (; i < n; ++i) out[i] = to_sample<T>(combine<K>(r, w, i));
+}
+
+template <class T, class W>
+void vpass_scalar(const W* const* r, const W* w, int taps, int n, T* out) {
+    for (int i = 0; i < n; ++i) {
+        W acc = w[0] * r[0][i];
+        for (int k = 1; k < taps; ++k) acc = acc + w[k] * r[k][i];
+        out[i] = to_sample<T>(acc);
+    }
+}
+
+}  // namespace
+
+template <class T, class W>
+void vpass(const W* const* rows, const W* w, int taps, int n, T* out) {
+    if constexpr (std::is_same_v<W, float>) {
+        switch (taps) {
+            case 1: return vpass_float<T, 1>(rows, w, n, out);
+            case 2: return vpass_float<T, 2>(rows, w, n, out);
+            case 3: return vpass_float<T, 3>(rows, w, n, out);
+            case 4: return vpass_float<T, 4>(rows, w, n, out);
+            case 6: return vpass_float<T, 6>(rows, w, n, out);
+            default: return vpass_scalar(rows, w, taps, n, out);
+        }
+    } else {
+        vpass_scalar(rows, w, taps, n, out);
+    }
+}
+
+template <class T, class W>
+void vpass_linear(const W* r0, const W* r1, W t, int n, T* out) {
+    const W* rows[2] = {r0, r1};
+    if constexpr (std::is_same_v<W, float>) {
+        vpass_float<T, 0>(rows, &t, n, out);
+    } else {
+        for (int i = 0; i < n; ++i) out[i] = to_sample<T>(r0[i] + (r1[i] - r0[i]) * t);
+    }
+}
+
+template <class T, class W>
+void store_row(const W* v, int n, T* out) {
+    if constexpr (std::is_same_v<T, W>) {
+        std::memcpy(out, v, std::size_t(n) * sizeof(T));
+    } else if constexpr (std::is_floating_point_v<T>) {
+        for (int i = 0; i < n; ++i) out[i] = T(v[i]);
+    } else {
+        convert_float(v, out, n, 1);  // rounding control: nearest
+    }
+}
+
+template <class T, class W>
+void blend_row(const W* v, const float* cov, int pixels, int written, int stride, bool smooth, T* dst) {
+    for (int p = 0; p < pixels; ++p) {
+        const W c = W(cov[p]);
+        for (int ch = 0; ch < written; ++ch) {
+            T& d = dst[std::size_t(p) * stride + ch];
+            const W x = v[std::size_t(p) * stride + ch];
+            d = to_sample<T>(smooth ? x * c + W(d) * (W(1) - c) : x * c);
+        }
+    }
+}
+
+template <class T>
+void nearest_row(const T* srow, const std::int32_t* index, int count, int nc, int written, T* dst) {
+    if (nc == 1) {
+        for (int x = 0; x < count; ++x) dst[x] = srow[index[x]];
+    } else if (written == 3) {
+        for (int x = 0; x < count; ++x) {
+            const T* s = srow + index[x];
+            T* d = dst + std::size_t(x) * nc;
+            d[0] = s[0], d[1] = s[1], d[2] = s[2];
+        }
+    } else {
+        for (int x = 0; x < count; ++x) std::memcpy(dst + std::size_t(x) * 4, srow + index[x], 4 * sizeof(T));
+    }
+}
+
+template <class S, class W>
+void accumulate_row(const S* src, W w, int n, bool first, W* acc) {
+    int i = 0;
+    if constexpr (std::is_same_v<W, float>) {
+        const __m256 wv = _mm256_set1_ps(w);
+        if (first) {
+            for (; i + 8 <= n; i += 8) _mm256_storeu_ps(acc + i, _mm256_mul_ps(wv, load8(src + i)));
+        } else {
+            for (; i + 8 <= n; i += 8)
+                _mm256_storeu_ps(acc + i,
+                                 _mm256_add_ps(_mm256_loadu_ps(acc + i), _mm256_mul_ps(wv, load8(src + i))));
+        }
+    }
+    if (first) {
+        for (; i < n; ++i) acc[i] = w * W(src[i]);
+    } else {
+        for (; i < n; ++i) acc[i] = acc[i] + w * W(src[i]);
+    }
+}
+
+template <class W>
+void super_columns(const W* acc, int cols, const W* split, W leftExtra, W rightExtra, W area, int nc, int count,
+                   W* out) {
+    W sum[4] = {}, rem[4], last[4];
+    // The last column feeds the area beyond the rectangle after the walk,
+    // when out (which may be acc) may have overwritten it.
+    for (int c = 0; c < nc; ++c) last[c] = acc[std::size_t(cols - 1) * nc + c];
+    bool open = false;
+    int d = 0;
+    if (leftExtra > W(0)) {
+        for (int c = 0; c < nc; ++c) sum[c] = leftExtra * acc[c];
+        open = true;
+    }
+    for (int col = 0; col < cols; ++col) {
+        const W s = split[col];
+        const W p = s < W(0) ? -s : s;
+        const W* a = acc + std::size_t(col) * nc;
+        for (int c = 0; c < nc; ++c) sum[c] = open ? sum[c] + p * a[c] : p * a[c];
+        open = true;
+        if (s < W(0)) {
+            // The pixel closes in this column; the rest of the column opens
+            // the next one. Both parts are read before the pixel is written,
+            // since out may be acc itself.
+            const W r = W(1) - p;
+            for (int c = 0; c < nc; ++c) rem[c] = r * a[c];
+            for (int c = 0; c < nc; ++c) out[std::size_t(d) * nc + c] = sum[c] * area;
+            if (++d == count) return;
+            open = r > W(0);
+            for (int c = 0; c < nc; ++c) sum[c] = rem[c];
+        }
+    }
+    if (open && d < count) {
+        for (int c = 0; c < nc; ++c) {
+            W v = sum[c];
+            if (rightExtra > W(0)) v = v + rightExtra * last[c];
+            out[std::size_t(d) * nc + c] = v * area;
+        }
+    }
+}
+
+template <class T>
+void mean_2x2(const T* r0, const T* r1, int count, int nc, T* out) {
+    int x = 0;
+    if constexpr (sizeof(T) == 1) {
+        // Pairs of horizontal neighbours side by side in each 16-byte lane,
+        // summed by a multiply-add with ones; the two rows added in 16 bits.
+        const __m256i ones = _mm256_set1_epi8(1);
+        const __m256i one16 = _mm256_set1_epi16(1);
+        auto mean = [&](const std::uint8_t* a, const std::uint8_t* b, int laneBytes, __m256i pairing) {
+            const __m256i va = _mm256_shuffle_epi8(
+                _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(a + laneBytes), reinterpret_cast<const __m128i*>(a)),
+                pairing);
+            const __m256i vb = _mm256_shuffle_epi8(
+                _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(b + laneBytes), reinterpret_cast<const __m128i*>(b)),
+                pairing);
+            const __m256i s = _mm256_add_epi16(_mm256_maddubs_epi16(va, ones), _mm256_maddubs_epi16(vb, ones));
+            // (s + 1 + ((s >> 2) & 1)) >> 2: s / 4 with ties to even.
+            const __m256i odd = _mm256_and_si256(_mm256_srli_epi16(s, 2), one16);
+            return _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(s, one16), odd), 2);
+        };
+        const auto* a = reinterpret_cast<const std::uint8_t*>(r0);
+        const auto* b = reinterpret_cast<const std::uint8_t*>(r1);
+        auto* o = reinterpret_cast<std::uint8_t*>(out);
+        if (nc == 1) {
+            const __m256i pairing = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4,
+                                                     5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+            for (; x + 16 <= count; x += 16) {
+                const __m256i m = mean(a + 2 * x, b + 2 * x, 16, pairing);
+                const __m256i bytes = _mm256_packus_epi16(m, m);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(o + x),
+                                 _mm256_castsi256_si128(_mm256_permute4x64_epi64(bytes, 0x08)));
+            }
+        } else if (nc == 4) {
+            const __m256i pairing = _mm256_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0, 4, 1, 5,
+                                                     2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
+            for (; x + 4 <= count; x += 4) {
+                const __m256i m = mean(a + 8 * x, b + 8 * x, 16, pairing);
+                const __m256i bytes = _mm256_packus_epi16(m, m);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 4 * x),
+                                 _mm256_castsi256_si128(_mm256_permute4x64_epi64(bytes, 0x08)));
+            }
+        } else if (nc == 3) {
+            // Four source pixels (12 bytes) per lane make two output pixels;
+            // each 8-byte store carries 2 bytes that the next one rewrites,
+            // so the loop keeps one output pixel back for the tail.
+            const __m256i pairing = _mm256_setr_epi8(0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1, 0, 3, 1, 4,
+                                                     2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1);
+            for (; x + 5 <= count && 6 * x + 28 <= 6 * count; x += 4) {
+                const __m256i m = mean(a + 6 * x, b + 6 * x, 12, pairing);
+                const __m256i bytes = _mm256_packus_epi16(m, m);
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 3 * x), _mm256_castsi256_si128(bytes));
+                _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 3 * x + 6), _mm256_extracti128_si256(bytes, 1));
+            }
+        }
+    }
+    for (; x < count; ++x)
+        for (int c = 0; c < nc; ++c) {
+            const std::size_t i = std::size_t(2 * x) * nc + c;
+            const std::int64_t s = std::int64_t(r0[i]) + r0[i + nc] + r1[i] + r1[i + nc];
+            out[std::size_t(x) * nc + c] = T(shift_round_even(s, 2));
+        }
+}
+
+#define ROK_INTERP_TYPES(T, W)                                                                                  \
+    template void vpass<T, W>(const W* const*, const W*, int, int, T*);                                        \
+    template void vpass_linear<T, W>(const W*, const W*, W, int, T*);                                          \
+    template void store_row<T, W>(const W*, int, T*);                                                          \
+    template void blend_row<T, W>(const W*, const float*, int, int, int, bool, T*);                            \
+    template void nearest_row<T>(const T*, const std::int32_t*, int, int, int, T*);                            \
+    template void accumulate_row<T, W>(const T*, W, int, bool, W*);
+ROK_INTERP_TYPES(Rok8u, float)
+ROK_INTERP_TYPES(Rok16u, float)
+ROK_INTERP_TYPES(Rok16s, float)
+ROK_INTERP_TYPES(Rok32f, float)
+ROK_INTERP_TYPES(Rok64f, double)
+#undef ROK_INTERP_TYPES
+
+template void super_columns<float>(const float*, int, const float*, float, float, float, int, int, float*);
+template void super_columns<double>(const double*, int, const double*, double, double, double, int, int, double*);
+template void mean_2x2<Rok8u>(const Rok8u*, const Rok8u*, int, int, Rok8u*);
+template void mean_2x2<Rok16u>(const Rok16u*, const Rok16u*, int, int, Rok16u*);
+template void mean_2x2<Rok16s>(const Rok16s*, const Rok16s*, int, int, Rok16s*);
+
+}  // namespace rok::kernels
