@@ -132,6 +132,9 @@ public:
         build_columns<W>(kNearest, p.ow, [&](int x) { return p.col_pos(x); }, p.sx0, p.sx1, this->nc_, 0, cols_,
                          nullptr, nullptr, &taps);
         build_rows<W>(kNearest, p.oh, [&](int y) { return p.row_pos(y); }, p.sy0, p.sy1, rows_, nullptr, nullptr);
+        // Every second pixel of the source, a plain strided copy.
+        halves_ = true;
+        for (int x = 1; x < p.ow && halves_; ++x) halves_ = cols_[x] - cols_[x - 1] == 2 * this->nc_;
         return true;
     }
 
@@ -151,7 +154,13 @@ public:
                 } else {
                     const T* s = this->src_row(plane, rows_[y]);
                     this->emit(
-                        d, y, [&](int x, int n, T* out) { kernels::nearest_row(s, cols_ + x, n, nc, nc, out); },
+                        d, y,
+                        [&](int x, int n, T* out) {
+                            if (halves_)
+                                kernels::nearest_halves(s + cols_[x], n, nc, out);
+                            else
+                                kernels::nearest_row(s, cols_ + x, n, nc, nc, out);
+                        },
                         [&](int x, int n, W* out) {
                             for (int j = 0; j < n; ++j)
                                 for (int ch = 0; ch < nc; ++ch) out[j * nc + ch] = W(s[cols_[x + j] + ch]);
@@ -165,6 +174,7 @@ public:
 private:
     std::int32_t* cols_ = nullptr;
     std::int32_t* rows_ = nullptr;
+    bool halves_ = false;
 };
 
 // ---- separable bilinear, cubic and Lanczos ----
@@ -201,7 +211,17 @@ public:
                          colIndex, colFrac, colWeights, &cols_);
         build_rows<W>(method, p.oh, [&](int y) { return p.row_pos(y); }, p.sy0, p.sy1, rowIndex_, rowFrac_,
                       rowWeights_);
-        halves_ = method == kLinear && !this->framed_ && !std::is_floating_point_v<T> && exact_halves();
+        halves_ = method == kLinear && !this->framed_ && exact_halves();
+        if (halves_) {
+            // Columns whose two taps lie inside the rectangle.
+            const long long lo = (long long)p.sx0 * this->nc_, hi = (long long)p.sx1 * this->nc_;
+            halfBegin_ = halfEnd_ = 0;
+            for (int x = 0; x < p.ow; ++x)
+                if (colIndex[x] >= lo && colIndex[x] + 2LL * this->nc_ <= hi) {
+                    if (halfEnd_ == 0) halfBegin_ = x;
+                    halfEnd_ = x + 1;
+                }
+        }
         return true;
     }
 
@@ -216,11 +236,9 @@ public:
             std::fill(tags, tags + taps_, INT_MIN);
             for (int y = first; y < first + count; ++y) {
                 T* d = this->dst_row(plane, y);
-                if constexpr (!std::is_floating_point_v<T>) {
-                    if (halves_ && half_row(y)) {
-                        halves(plane, y, d);
-                        continue;
-                    }
+                if (halves_ && half_row(y)) {
+                    halves(plane, y, d);
+                    continue;
                 }
                 // The source rows of this output row, each horizontal pass
                 // done once and kept in its slot while later rows need it.
@@ -255,7 +273,7 @@ private:
 
     // A bilinear 2:1 reduction on pixel boundaries: every fraction is 1/2
     // and the taps advance by two pixels, so inside the source rectangle
-    // each output is the rounded mean of four samples.
+    // each output comes from one 2x2 block.
     bool exact_halves() const {
         const ResizePlan& p = this->p_;
         if (p.rec.invX != 2.0 || p.rec.invY != 2.0) return false;
@@ -266,7 +284,7 @@ private:
         return true;
     }
     bool half_row(int y) const {
-        return rowIndex_[y] >= this->p_.sy0 && rowIndex_[y] + 1 < this->p_.sy1 && cols_.innerBegin < cols_.innerEnd;
+        return rowIndex_[y] >= this->p_.sy0 && rowIndex_[y] + 1 < this->p_.sy1 && halfBegin_ < halfEnd_;
     }
     void halves(int plane, int y, T* d) const {
         const T* r0 = this->src_row(plane, rowIndex_[y]);
@@ -283,11 +301,11 @@ private:
             }
         };
         auto direct = [&](int x, int n, T* out) {
-            const int ib = std::clamp(cols_.innerBegin, x, x + n), ie = std::clamp(cols_.innerEnd, ib, x + n);
+            const int ib = std::clamp(halfBegin_, x, x + n), ie = std::clamp(halfEnd_, ib, x + n);
             if (ib > x) part(x, ib - x, out);
             if (ie > ib)
-                kernels::mean_2x2(r0 + cols_.index[ib], r1 + cols_.index[ib], ie - ib, nc,
-                                  out + std::size_t(ib - x) * nc);
+                kernels::halve_2x2(r0 + cols_.index[ib], r1 + cols_.index[ib], ie - ib, nc, kernels::Halving::Linear,
+                                   out + std::size_t(ib - x) * nc);
             if (x + n > ie) part(ie, x + n - ie, out + std::size_t(ie - x) * nc);
         };
         if (this->ac4_)
@@ -303,6 +321,7 @@ private:
     int taps_ = 2, first_ = 0;
     std::size_t slotStride_ = 0;
     bool halves_ = false;
+    int halfBegin_ = 0, halfEnd_ = 0;
 };
 
 // ---- super-sampling ----
@@ -342,8 +361,8 @@ public:
             }
             split_[col - c0_] = W(part);
         }
-        halves_ = !this->framed_ && p.rec.invX == 2.0 && p.rec.invY == 2.0 && !std::is_floating_point_v<T> &&
-                  p.rec.offX == std::floor(p.rec.offX) && p.rec.offY == std::floor(p.rec.offY);
+        halves_ = !this->framed_ && p.rec.invX == 2.0 && p.rec.invY == 2.0 && p.rec.offX == std::floor(p.rec.offX) &&
+                  p.rec.offY == std::floor(p.rec.offY);
         if (halves_) {
             // Output columns [xa, xb) cover two whole columns of the rectangle.
             xa_ = 0;
@@ -363,11 +382,9 @@ public:
             for (int y = first; y < first + count; ++y) {
                 T* d = this->dst_row(plane, y);
                 const double b0 = p.row_edge(y), b1 = p.row_edge(y + 1);
-                if constexpr (!std::is_floating_point_v<T>) {
-                    if (halves_ && b0 >= p.sy0 && b1 <= p.sy1) {
-                        halves(plane, y, int(b0), acc, d);
-                        continue;
-                    }
+                if (halves_ && b0 >= p.sy0 && b1 <= p.sy1) {
+                    halves(plane, y, int(b0), acc, d);
+                    continue;
                 }
                 accumulate(plane, b0, b1, 0, cols_, acc);
                 kernels::super_columns<W>(acc, cols_, split_, leftExtra_, rightExtra_, area_, nc, p.ow, acc);
@@ -406,7 +423,7 @@ private:
     }
 
     // A 2:1 reduction on pixel boundaries: inside the rectangle each output
-    // is the mean of a 2x2 block; the edge columns go by the rule.
+    // comes from one 2x2 block; the edge columns go by the general walk.
     void halves(int plane, int y, int r, W* acc, T* d) const {
         const ResizePlan& p = this->p_;
         const int nc = this->nc_;
@@ -430,8 +447,9 @@ private:
             const int ib = std::clamp(xa_, x, x + n), ie = std::clamp(xb_, ib, x + n);
             if (ib > x) kernels::store_row<T, W>(acc + std::size_t(x) * nc, (ib - x) * nc, out);
             if (ie > ib)
-                kernels::mean_2x2(r0 + from + std::size_t(ib - xa_) * 2 * nc, r1 + from + std::size_t(ib - xa_) * 2 * nc,
-                                  ie - ib, nc, out + std::size_t(ib - x) * nc);
+                kernels::halve_2x2(r0 + from + std::size_t(ib - xa_) * 2 * nc,
+                                   r1 + from + std::size_t(ib - xa_) * 2 * nc, ie - ib, nc, kernels::Halving::Super,
+                                   out + std::size_t(ib - x) * nc);
             if (x + n > ie)
                 kernels::store_row<T, W>(acc + std::size_t(xa_ + ie - xb_) * nc, (x + n - ie) * nc,
                                          out + std::size_t(ie - x) * nc);

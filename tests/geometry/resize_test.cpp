@@ -123,12 +123,13 @@ TEST(ResizeSqrPixel, EveryVectorTail16u) { widths<Rok16u>(); }
 TEST(ResizeSqrPixel, EveryVectorTail16s) { widths<Rok16s>(); }
 TEST(ResizeSqrPixel, EveryVectorTail32f) { widths<Rok32f>(); }
 
-// 2:1 reductions on pixel boundaries take the integer path inside the
+// 2:1 reductions on pixel boundaries take the 2x2 path inside the
 // rectangle and the general one at its edges (a source rectangle that is
-// cut, odd sizes, a shift of whole pixels that moves the edges out).
+// cut, odd sizes, a shift of whole pixels that moves the edges out);
+// nearest neighbour copies every second pixel.
 template <class T>
 void halves() {
-    for (int method : {2, 8})
+    for (int method : {1, 2, 8})
         for (Lay lay : {Lay::C1, Lay::C3, Lay::C4, Lay::AC4, Lay::P3})
             for (int w = 1; w <= 70; w += (w < 40 ? 1 : 7))
                 for (double shift : {0.0, 1.0, -2.0}) {
@@ -149,6 +150,8 @@ TEST(ResizeSqrPixel, ExactHalves) {
     halves<Rok8u>();
     halves<Rok16u>();
     halves<Rok16s>();
+    halves<Rok32f>();
+    halves<Rok64f>();
 }
 
 // Regions of at least 64 x 64 pixels are split among threads; every row is

@@ -87,11 +87,19 @@ template <class T, class W>
 void hpass_general(const T* srow, const std::int32_t* start, const std::int32_t* count,
                    const std::int32_t* offset, const W* weights, int columns, int nc, W* out);
 
-// Exact 2:1 reduction of 8u, 16u and 16s rows: pixel x, channel c is the
-// mean of samples (2x, 2x + 1) of r0 and r1, rounded to nearest with ties
-// to even; this is what the bilinear rule and super-sampling give for a
-// factor of 1/2 on pixel boundaries, computed in integers.
+// Exact 2:1 reductions on pixel boundaries: pixel x, channel c of out from
+// samples (2x, 2x + 1) of rows r0 and r1. Integer types: their mean rounded
+// to nearest with ties to even, which the bilinear rule and super-sampling
+// both give exactly (computed in integers). Float types, by each rule's own
+// operations: bilinear h = a + (b - a) * 0.5 in each row, then
+// h0 + (h1 - h0) * 0.5; super-sampling ((a0 + a1) + (b0 + b1)) * 0.25,
+// a and b the two columns, 0 and 1 the two rows.
+enum class Halving { Linear, Super };
 template <class T>
-void mean_2x2(const T* r0, const T* r1, int count, int nc, T* out);
+void halve_2x2(const T* r0, const T* r1, int count, int nc, Halving rule, T* out);
+
+// Nearest neighbour at half resolution: pixel x of dst is pixel 2x of src.
+template <class T>
+void nearest_halves(const T* src, int count, int nc, T* dst);
 
 }  // namespace rok::kernels

@@ -1,6 +1,6 @@
 // Vertical pass, stores and the other per-row kernels of the interpolating
 // transforms: nearest-neighbour rows, super-sampling accumulation and the
-// walk across its columns, edge blending and the exact 2:1 means.
+// walk across its columns and edge blending.
 #include <immintrin.h>
 
 #include <cmath>
@@ -13,7 +13,6 @@
 #include "kernels/convert/convert.h"
 #include "kernels/convert/convert_pack.h"
 #include "kernels/geometry/interp_rows.h"
-#include "kernels/rules.h"
 
 namespace rok::kernels {
 
@@ -224,69 +223,6 @@ void super_columns(const W* acc, int cols, const W* split, W leftExtra, W rightE
     }
 }
 
-template <class T>
-void mean_2x2(const T* r0, const T* r1, int count, int nc, T* out) {
-    int x = 0;
-    if constexpr (sizeof(T) == 1) {
-        // Pairs of horizontal neighbours side by side in each 16-byte lane,
-        // summed by a multiply-add with ones; the two rows added in 16 bits.
-        const __m256i ones = _mm256_set1_epi8(1);
-        const __m256i one16 = _mm256_set1_epi16(1);
-        auto mean = [&](const std::uint8_t* a, const std::uint8_t* b, int laneBytes, __m256i pairing) {
-            const __m256i va = _mm256_shuffle_epi8(
-                _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(a + laneBytes), reinterpret_cast<const __m128i*>(a)),
-                pairing);
-            const __m256i vb = _mm256_shuffle_epi8(
-                _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(b + laneBytes), reinterpret_cast<const __m128i*>(b)),
-                pairing);
-            const __m256i s = _mm256_add_epi16(_mm256_maddubs_epi16(va, ones), _mm256_maddubs_epi16(vb, ones));
-            // (s + 1 + ((s >> 2) & 1)) >> 2: s / 4 with ties to even.
-            const __m256i odd = _mm256_and_si256(_mm256_srli_epi16(s, 2), one16);
-            return _mm256_srli_epi16(_mm256_add_epi16(_mm256_add_epi16(s, one16), odd), 2);
-        };
-        const auto* a = reinterpret_cast<const std::uint8_t*>(r0);
-        const auto* b = reinterpret_cast<const std::uint8_t*>(r1);
-        auto* o = reinterpret_cast<std::uint8_t*>(out);
-        if (nc == 1) {
-            const __m256i pairing = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 0, 1, 2, 3, 4,
-                                                     5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
-            for (; x + 16 <= count; x += 16) {
-                const __m256i m = mean(a + 2 * x, b + 2 * x, 16, pairing);
-                const __m256i bytes = _mm256_packus_epi16(m, m);
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(o + x),
-                                 _mm256_castsi256_si128(_mm256_permute4x64_epi64(bytes, 0x08)));
-            }
-        } else if (nc == 4) {
-            const __m256i pairing = _mm256_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0, 4, 1, 5,
-                                                     2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
-            for (; x + 4 <= count; x += 4) {
-                const __m256i m = mean(a + 8 * x, b + 8 * x, 16, pairing);
-                const __m256i bytes = _mm256_packus_epi16(m, m);
-                _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 4 * x),
-                                 _mm256_castsi256_si128(_mm256_permute4x64_epi64(bytes, 0x08)));
-            }
-        } else if (nc == 3) {
-            // Four source pixels (12 bytes) per lane make two output pixels;
-            // each 8-byte store carries 2 bytes that the next one rewrites,
-            // so the loop keeps one output pixel back for the tail.
-            const __m256i pairing = _mm256_setr_epi8(0, 3, 1, 4, 2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1, 0, 3, 1, 4,
-                                                     2, 5, 6, 9, 7, 10, 8, 11, -1, -1, -1, -1);
-            for (; x + 5 <= count && 6 * x + 28 <= 6 * count; x += 4) {
-                const __m256i m = mean(a + 6 * x, b + 6 * x, 12, pairing);
-                const __m256i bytes = _mm256_packus_epi16(m, m);
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 3 * x), _mm256_castsi256_si128(bytes));
-                _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 3 * x + 6), _mm256_extracti128_si256(bytes, 1));
-            }
-        }
-    }
-    for (; x < count; ++x)
-        for (int c = 0; c < nc; ++c) {
-            const std::size_t i = std::size_t(2 * x) * nc + c;
-            const std::int64_t s = std::int64_t(r0[i]) + r0[i + nc] + r1[i] + r1[i + nc];
-            out[std::size_t(x) * nc + c] = T(shift_round_even(s, 2));
-        }
-}
-
 #define ROK_INTERP_TYPES(T, W)                                                                                  \
     template void vpass<T, W>(const W* const*, const W*, int, int, T*);                                        \
     template void vpass_linear<T, W>(const W*, const W*, W, int, T*);                                          \
@@ -303,8 +239,5 @@ ROK_INTERP_TYPES(Rok64f, double)
 
 template void super_columns<float>(const float*, int, const float*, float, float, float, int, int, float*);
 template void super_columns<double>(const double*, int, const double*, double, double, double, int, int, double*);
-template void mean_2x2<Rok8u>(const Rok8u*, const Rok8u*, int, int, Rok8u*);
-template void mean_2x2<Rok16u>(const Rok16u*, const Rok16u*, int, int, Rok16u*);
-template void mean_2x2<Rok16s>(const Rok16s*, const Rok16s*, int, int, Rok16s*);
 
 }  // namespace rok::kernels
