@@ -183,43 +183,54 @@ void accumulate_row(const S* src, W w, int n, bool first, W* acc) {
     }
 }
 
+template <class W, int NC>
+void super_walk(const W* acc, int cols, const W* split, W leftExtra, W rightExtra, W area, int count, W* out) {
+    // The last column feeds the area beyond the rectangle after the walk,
+    // when out (which may be acc) may have overwritten it.
+    W sum[NC], last[NC];
+    for (int c = 0; c < NC; ++c) last[c] = acc[std::size_t(cols - 1) * NC + c];
+    bool open = leftExtra > W(0);
+    if (open)
+        for (int c = 0; c < NC; ++c) sum[c] = leftExtra * acc[c];
+    int col = 0;
+    for (int d = 0; d < count; ++d) {
+        W* o = out + std::size_t(d) * NC;
+        for (;; ++col) {
+            if (col == cols) {
+                // Out of columns: the pixel ends beyond the rectangle.
+                if (!open) return;
+                for (int c = 0; c < NC; ++c) o[c] = (rightExtra > W(0) ? sum[c] + rightExtra * last[c] : sum[c]) * area;
+                return;
+            }
+            const W s = split[col];
+            const W p = s < W(0) ? -s : s;
+            const W* a = acc + std::size_t(col) * NC;
+            for (int c = 0; c < NC; ++c) sum[c] = open ? sum[c] + p * a[c] : p * a[c];
+            open = true;
+            if (s < W(0)) {
+                // The pixel closes in this column and the rest of the column
+                // opens the next one; both parts are read before the pixel is
+                // written, since out may be acc itself.
+                const W r = W(1) - p;
+                W rem[NC];
+                for (int c = 0; c < NC; ++c) rem[c] = r * a[c];
+                for (int c = 0; c < NC; ++c) o[c] = sum[c] * area;
+                open = r > W(0);
+                for (int c = 0; c < NC; ++c) sum[c] = rem[c];
+                ++col;
+                break;
+            }
+        }
+    }
+}
+
 template <class W>
 void super_columns(const W* acc, int cols, const W* split, W leftExtra, W rightExtra, W area, int nc, int count,
                    W* out) {
-    W sum[4] = {}, rem[4], last[4];
-    // The last column feeds the area beyond the rectangle after the walk,
-    // when out (which may be acc) may have overwritten it.
-    for (int c = 0; c < nc; ++c) last[c] = acc[std::size_t(cols - 1) * nc + c];
-    bool open = false;
-    int d = 0;
-    if (leftExtra > W(0)) {
-        for (int c = 0; c < nc; ++c) sum[c] = leftExtra * acc[c];
-        open = true;
-    }
-    for (int col = 0; col < cols; ++col) {
-        const W s = split[col];
-        const W p = s < W(0) ? -s : s;
-        const W* a = acc + std::size_t(col) * nc;
-        for (int c = 0; c < nc; ++c) sum[c] = open ? sum[c] + p * a[c] : p * a[c];
-        open = true;
-        if (s < W(0)) {
-            // The pixel closes in this column; the rest of the column opens
-            // the next one. Both parts are read before the pixel is written,
-            // since out may be acc itself.
-            const W r = W(1) - p;
-            for (int c = 0; c < nc; ++c) rem[c] = r * a[c];
-            for (int c = 0; c < nc; ++c) out[std::size_t(d) * nc + c] = sum[c] * area;
-            if (++d == count) return;
-            open = r > W(0);
-            for (int c = 0; c < nc; ++c) sum[c] = rem[c];
-        }
-    }
-    if (open && d < count) {
-        for (int c = 0; c < nc; ++c) {
-            W v = sum[c];
-            if (rightExtra > W(0)) v = v + rightExtra * last[c];
-            out[std::size_t(d) * nc + c] = v * area;
-        }
+    switch (nc) {
+        case 1: return super_walk<W, 1>(acc, cols, split, leftExtra, rightExtra, area, count, out);
+        case 3: return super_walk<W, 3>(acc, cols, split, leftExtra, rightExtra, area, count, out);
+        default: return super_walk<W, 4>(acc, cols, split, leftExtra, rightExtra, area, count, out);
     }
 }
 
