@@ -1707,8 +1707,8 @@ ROKI_API RokStatus rokiGetResizeRect(RokiRect srcRoi, RokiRect* pDstRect, double
 /* Lanczos base + (r32(W) + r32(H)) * 4 + 4L + ((6H + 191) / 32) * 128 + 4Ln */
 /* with L = (6W + 191) & ~31; super-sampling ceil(srcRoi.width / 16) * 128 * */
 /* n (rK rounds up to a multiple of K). With rokAntiAlias (support radius R, */
-/* as in rokiResizeSqrPixel): 3 * ceil(W/16) * 64 + ceil(T/16) * 64 + 2R * */
-/* r16(W) * 4 * n with T = max(2R * W, (2R + 2) * srcRoi.width). The _64f */
+/* as in rokiResizeSqrPixel): 3 * ceil(W/16) * 64 + ceil(T/16) * 64 + (2R + */
+/* 2) * r16(W) * 4 * n with T = max(2R * W, (2R + 2) * srcRoi.width). The _64f */
 /* size doubles every term but the index tables (base, and the 3 * ceil(W/16) */
 /* * 64 of the anti-aliasing engine): its intermediates are doubles. The */
 /* result is the per-thread size times min(floor((2^31 - 1) / (S + 32)), */

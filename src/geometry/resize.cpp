@@ -45,12 +45,12 @@ long long slice_bytes(RokiRect srcRoi, RokiRect dstRoi, long long n, int method,
         rest = 0;
     } else if (antialias) {
         // Anti-aliasing engine: per column a start, a count and a weight
-        // offset (two more index tables), the column weights (at most
-        // max(2R W, (2R + 2) srcRoi.width) of them for support radius R),
-        // and 2R rows of W intermediates per channel.
+        // offset, the column weights (at most max(2R W, (2R + 2)
+        // srcRoi.width) of them for support radius R), and 2R + 2 rows of W
+        // intermediates per channel.
         const long long r = support_radius(method);
         const long long weights = std::max(2 * r * W, (2 * r + 2) * (long long)srcRoi.width);
-        const long long floats = ceil_div(weights, 16) * 64 + 2 * r * round_up(W, 16) * 4 * n;
+        const long long floats = ceil_div(weights, 16) * 64 + (2 * r + 2) * round_up(W, 16) * 4 * n;
         return 3 * ceil_div(W, 16) * 64 + (wide ? 2 * floats : floats);
     } else if (method == kLinear) {
         rest = (round_up(W, 64) + round_up(H, 64)) * 4 + ((8 * W + 508) & ~255LL) * n;

@@ -491,31 +491,32 @@ struct AntiAliasAxis {
             *jhi = (long long)std::floor(pos + radius * s);
         }
     }
-    int count(double pos) const {
+    // Source pixels [first, last] that the position reads.
+    void span(double pos, int* first, int* last) const {
         long long jlo, jhi;
         window(pos, &jlo, &jhi);
-        return clamp_index(jhi, lo, hi) - clamp_index(jlo, lo, hi) + 1;
+        *first = clamp_index(jlo, lo, hi);
+        *last = clamp_index(jhi, lo, hi);
     }
-    // Calls fn(pixel, weight) for each merged tap in ascending order.
-    template <class Fn>
-    void taps(double pos, Fn&& fn) const {
+    double kernel(long long j, double pos) const {
+        return stretched_kernel(method, std::fabs(double(j) - pos), scale());
+    }
+    double total(double pos) const {
         long long jlo, jhi;
         window(pos, &jlo, &jhi);
-        const double s = scale();
-        double total = 0.0;
-        for (long long j = jlo; j <= jhi; ++j) total += stretched_kernel(method, std::fabs(double(j) - pos), s);
-        int current = clamp_index(jlo, lo, hi);
+        double t = 0.0;
+        for (long long j = jlo; j <= jhi; ++j) t += kernel(j, pos);
+        return t;
+    }
+    // Weight of source pixel r (inside the span), the taps that clamp to it
+    // summed in ascending order and divided by the total.
+    double weight(double pos, int r, double total) const {
+        long long jlo, jhi;
+        window(pos, &jlo, &jhi);
         double sum = 0.0;
-        for (long long j = jlo; j <= jhi; ++j) {
-            const int r = clamp_index(j, lo, hi);
-            if (r != current) {
-                fn(current, sum / total);
-                current = r;
-                sum = 0.0;
-            }
-            sum += stretched_kernel(method, std::fabs(double(j) - pos), s);
-        }
-        fn(current, sum / total);
+        const long long from = r == lo ? jlo : r, to = r == hi - 1 ? jhi : r;
+        for (long long j = std::max(from, jlo); j <= std::min(to, jhi); ++j) sum += kernel(j, pos);
+        return sum / total;
     }
 };
 
@@ -537,89 +538,138 @@ public:
         offset_ = c.take<std::int32_t>(std::size_t(p.ow));
         long long total = 0;
         for (int x = 0; x < p.ow; ++x) {
+            int first, last;
+            xs_.span(p.col_pos(x), &first, &last);
+            start_[x] = first;
+            count_[x] = last - first + 1;
             offset_[x] = std::int32_t(total);
-            total += xs_.count(p.col_pos(x));
+            total += count_[x];
             if (total > INT_MAX / 8) return false;
         }
         weights_ = c.take<W>(std::size_t(total));
         privateAt_ = c.used();
         slotStride_ = round8(std::size_t(p.ow) * this->nc_);
-        slots_ = 2 * radius;
+        // Enlarging rows: a ring of 2R source rows. Reducing: a source row
+        // and the sums of the (at most 2R + 1) output rows that read it.
+        slots_ = ys_.scale() == 1.0 ? 2 * radius : 2 * radius + 2;
         c.take<W>(slotStride_ * slots_);
         if (c.used() > p.sliceBytes) return false;
         for (int x = 0; x < p.ow; ++x) {
-            int k = 0;
-            xs_.taps(p.col_pos(x), [&](int j, double w) {
-                if (k == 0) start_[x] = j;
-                weights_[offset_[x] + k++] = W(w);
-            });
-            count_[x] = k;
+            const double pos = p.col_pos(x), t = xs_.total(pos);
+            for (int k = 0; k < count_[x]; ++k) weights_[offset_[x] + k] = W(xs_.weight(pos, start_[x] + k, t));
         }
         return true;
     }
 
     void band(Rok8u* slice, int first, int count) const {
-        const ResizePlan& p = this->p_;
-        const int nc = this->nc_;
-        const std::size_t samples = std::size_t(p.ow) * nc;
         Carver c(slice, privateAt_);
-        W* slots[6];
-        int tags[6];
+        W* slots[8];
         for (int k = 0; k < slots_; ++k) slots[k] = c.take<W>(slotStride_);
-        auto horizontal = [&](int plane, int r, W* out) {
-            kernels::hpass_general<T, W>(this->src_row(plane, r), start_, count_, offset_, weights_, p.ow, nc, out);
-        };
         for (int plane = 0; plane < this->a_.planes; ++plane) {
-            std::fill(tags, tags + slots_, INT_MIN);
-            for (int y = first; y < first + count; ++y) {
-                T* d = this->dst_row(plane, y);
-                if (ys_.scale() == 1.0) {
-                    // Enlarging: at most 2R consecutive rows, kept in a ring.
-                    const W* rows[6];
-                    W w[6];
-                    int k = 0;
-                    ys_.taps(p.row_pos(y), [&](int r, double wt) {
-                        const int s = r % slots_;
-                        if (tags[s] != r) {
-                            horizontal(plane, r, slots[s]);
-                            tags[s] = r;
-                        }
-                        rows[k] = slots[s];
-                        w[k++] = W(wt);
-                    });
-                    auto vertical = [&](auto* out, int x, int n) {
-                        const W* shifted[6];
-                        for (int i = 0; i < k; ++i) shifted[i] = rows[i] + std::size_t(x) * nc;
-                        kernels::vpass(shifted, w, k, n * nc, out);
-                    };
-                    this->emit(
-                        d, y, [&](int x, int n, T* out) { vertical(out, x, n); },
-                        [&](int x, int n, W* out) { vertical(out, x, n); });
-                } else {
-                    // Reducing: the weighted rows summed one after another.
-                    W* acc = slots[0];
-                    W* tmp = slots[1];
-                    bool firstRow = true;
-                    ys_.taps(p.row_pos(y), [&](int r, double wt) {
-                        horizontal(plane, r, tmp);
-                        kernels::accumulate_row<W, W>(tmp, W(wt), int(samples), firstRow, acc);
-                        firstRow = false;
-                    });
-                    this->emit(
-                        d, y,
-                        [&](int x, int n, T* out) {
-                            kernels::store_row<T, W>(acc + std::size_t(x) * nc, n * nc, out);
-                        },
-                        [&](int x, int n, W* out) {
-                            std::memcpy(out, acc + std::size_t(x) * nc, std::size_t(n) * nc * sizeof(W));
-                        });
-                    std::fill(tags, tags + slots_, INT_MIN);
-                }
-            }
+            if (ys_.scale() == 1.0)
+                enlarge(plane, first, count, slots);
+            else
+                reduce(plane, first, count, slots);
         }
     }
 
 private:
+    void horizontal(int plane, int r, W* out) const {
+        kernels::hpass_general<T, W>(this->src_row(plane, r), start_, count_, offset_, weights_, this->p_.ow,
+                                     this->nc_, out);
+    }
+
+    // Output row y from intermediate rows (nc samples per pixel).
+    template <class Direct, class Values>
+    void write(int plane, int y, Direct&& direct, Values&& values) const {
+        this->emit(this->dst_row(plane, y), y, direct, values);
+    }
+
+    void enlarge(int plane, int first, int count, W* const* slots) const {
+        const ResizePlan& p = this->p_;
+        const int nc = this->nc_;
+        int tags[8];
+        std::fill(tags, tags + slots_, INT_MIN);
+        for (int y = first; y < first + count; ++y) {
+            // At most 2R consecutive rows, kept in a ring.
+            const double pos = p.row_pos(y), t = ys_.total(pos);
+            int r0, r1;
+            ys_.span(pos, &r0, &r1);
+            const W* rows[8];
+            W w[8];
+            for (int r = r0; r <= r1; ++r) {
+                const int s = r % slots_;
+                if (tags[s] != r) {
+                    horizontal(plane, r, slots[s]);
+                    tags[s] = r;
+                }
+                rows[r - r0] = slots[s];
+                w[r - r0] = W(ys_.weight(pos, r, t));
+            }
+            const int k = r1 - r0 + 1;
+            auto vertical = [&](auto* out, int x, int n) {
+                const W* shifted[8];
+                for (int i = 0; i < k; ++i) shifted[i] = rows[i] + std::size_t(x) * nc;
+                kernels::vpass(shifted, w, k, n * nc, out);
+            };
+            write(
+                plane, y, [&](int x, int n, T* out) { vertical(out, x, n); },
+                [&](int x, int n, W* out) { vertical(out, x, n); });
+        }
+    }
+
+    // Each source row is filtered across once and added, weighted, to the
+    // sums of every output row that reads it, in ascending source order;
+    // an output row is written when its last source row is in.
+    void reduce(int plane, int first, int count, W* const* slots) const {
+        const ResizePlan& p = this->p_;
+        const int nc = this->nc_;
+        const int sums = slots_ - 1;
+        W* row = slots[sums];
+        const std::size_t samples = std::size_t(p.ow) * nc;
+        const int end = first + count;
+        int from, last, opened = first;  // rows [first, opened) have begun
+        double totals[8];
+        ys_.span(p.row_pos(first), &from, &last);
+        ys_.span(p.row_pos(end - 1), &last, &last);
+        int done = first;
+        for (int r = from; r <= last && done < end; ++r) {
+            horizontal(plane, r, row);
+            // Open the output rows whose span starts here.
+            while (opened < end) {
+                int r0, r1;
+                ys_.span(p.row_pos(opened), &r0, &r1);
+                if (r0 > r) break;
+                totals[opened % sums] = ys_.total(p.row_pos(opened));
+                ++opened;
+            }
+            for (int y = done; y < opened; ++y) {
+                int r0, r1;
+                const double pos = p.row_pos(y);
+                ys_.span(pos, &r0, &r1);
+                W* acc = slots[y % sums];
+                kernels::accumulate_row<W, W>(row, W(ys_.weight(pos, r, totals[y % sums])), int(samples), r == r0,
+                                              acc);
+            }
+            // Write the rows that are complete.
+            while (done < opened) {
+                int r0, r1;
+                ys_.span(p.row_pos(done), &r0, &r1);
+                if (r1 > r) break;
+                const W* acc = slots[done % sums];
+                write(
+                    plane, done,
+                    [&](int x, int n, T* out) {
+                        kernels::store_row<T, W>(acc + std::size_t(x) * nc, n * nc, out);
+                    },
+                    [&](int x, int n, W* out) {
+                        std::memcpy(out, acc + std::size_t(x) * nc, std::size_t(n) * nc * sizeof(W));
+                    });
+                ++done;
+            }
+        }
+    }
+
     AntiAliasAxis xs_{}, ys_{};
     std::int32_t *start_ = nullptr, *count_ = nullptr, *offset_ = nullptr;
     W* weights_ = nullptr;

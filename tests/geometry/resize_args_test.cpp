@@ -266,11 +266,11 @@ TEST(ResizeGetBufSize, FollowsTheStatedSizes) {
         {s, d, 3, 2, true, rokStatusOk, 704 + 2 * ((128 + 64) * 4 + 1280 * 3) + 32},
         {s, d, 3, 8, true, rokStatusOk, 2 * 3 * 128 * 3 + 32},
         // Anti-aliasing, R = 1: T = max(200, 4 * 37); R = 3: T = max(600, 8 * 37).
-        {s, d, 3, 2 | rokAntiAlias, false, rokStatusOk, 3 * 7 * 64 + 13 * 64 + 2 * 112 * 4 * 3 + 32},
-        {s, d, 1, 16 | rokAntiAlias, false, rokStatusOk, 3 * 7 * 64 + 38 * 64 + 6 * 112 * 4 + 32},
-        {s, d, 1, 16 | rokAntiAlias, true, rokStatusOk, 3 * 7 * 64 + 2 * (38 * 64 + 6 * 112 * 4) + 32},
+        {s, d, 3, 2 | rokAntiAlias, false, rokStatusOk, 3 * 7 * 64 + 13 * 64 + 4 * 112 * 4 * 3 + 32},
+        {s, d, 1, 16 | rokAntiAlias, false, rokStatusOk, 3 * 7 * 64 + 38 * 64 + 8 * 112 * 4 + 32},
+        {s, d, 1, 16 | rokAntiAlias, true, rokStatusOk, 3 * 7 * 64 + 2 * (38 * 64 + 8 * 112 * 4) + 32},
         {{0, 0, 1000, 1}, {0, 0, 10, 1}, 1, 4 | rokAntiAlias, false, rokStatusOk,
-         3 * 64 + 375 * 64 + 4 * 16 * 4 + 32},  // T = 6 * 1000
+         3 * 64 + 375 * 64 + 6 * 16 * 4 + 32},  // T = 6 * 1000
         // The largest nearest-neighbour size that fits, and the next one.
         {s, {0, 0, 536870880, 1}, 1, 1, false, rokStatusOk, 33554431 * 64 + 32},
         {s, {0, 0, 536870896, 1}, 1, 1, false, rokStatusBadSize, 0},
