@@ -682,9 +682,15 @@ RokStatus run_engine(const ResizePlan& p) {
     Engine e(p);
     Rok8u* buffer = p.args->buffer;
     if (!e.prepare(buffer)) return rokStatusBadSize;
-    parallel_bands(p.oh, p.team,
-                   [&](int t, int first, int count) { e.band(buffer + p.sliceBytes * std::size_t(t), first, count); });
-    return rokStatusOk;
+    // Each part is a run of consecutive rows, done as a band of its own in
+    // the slice of the buffer that belongs to the thread running it.
+    if (p.team <= 1) {
+        e.band(buffer, 0, p.oh);
+        return rokStatusOk;
+    }
+    return parallel_for(p.oh, p.team, [&](int begin, int end, int slot) {
+        e.band(buffer + p.sliceBytes * std::size_t(slot), begin, end - begin);
+    });
 }
 
 }  // namespace
