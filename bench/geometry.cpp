@@ -14,12 +14,11 @@
 //             sampling does not enlarge).
 //   Lanczos   rokInterLanczos   / INTER_LANCZOS4: radius 3 (6 taps) here,
 //             radius 4 (8 taps) in OpenCV.
-#include <omp.h>
-
 #include <opencv2/imgproc.hpp>
 
 #include <cmath>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "harness.h"
@@ -102,7 +101,7 @@ Case resize_case(int w, int h, int cvType, Kind kind, double factor) {
     // The buffer for every thread the machine has: the cases run at 1 and
     // at all threads.
     int size = 0;
-    rokSetNumThreads(omp_get_num_procs());
+    rokSetNumThreads(int(std::max(1u, std::thread::hardware_concurrency())));
     if (sizeof(T) == 8)
         rokiResizeGetBufSize_64f(srcRoi, dstRoi, Rok32u(nc), rok_code(kind), &size);
     else
