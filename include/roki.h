@@ -1626,12 +1626,13 @@ ROKI_API void rokiFree(void* ptr);
 /* Sources narrower or lower than 6 pixels resize Lanczos as cubic, below 4 */
 /* pixels every cubic and Lanczos method as bilinear (decided on srcSize). */
 /* Pixel (dx, dy) samples the source at x = (dx + 0.5) / xFactor - xShift / */
-/* xFactor - 0.5 (centres on integers), likewise y, separably: fraction t of */
-/* x as a 32-bit float; bilinear a + (b - a) * t; cubic methods (4 Lagrange, */
-/* 5 B-spline, 6 Catmull-Rom, 7 B = 1/2, C = 3/10) four taps from x - 1 with */
-/* weights K(|k - t|) evaluated in double and stored as floats; Lanczos six */
-/* taps from x - 2 read from a table of L(i/100) in steps of 1/100 with */
-/* linear interpolation, divided by their sum. B-spline and method 7 smooth: */
+/* xFactor - 0.5 (centres on integers), likewise y, separably, rows first: */
+/* fraction t of x as a 32-bit float; bilinear a + (b - a) * t; cubic */
+/* methods (4 Lagrange, 5 B-spline, 6 Catmull-Rom, 7 B = 1/2, C = 3/10) four */
+/* taps from floor(x) - 1 with weights K(|k - t|) evaluated in double and */
+/* stored as floats; Lanczos six taps from floor(x) - 2 read from a table of */
+/* L(i/100) with linear interpolation, divided by their sum. The 64f members */
+/* keep fractions, weights and intermediates in double. B-spline and method 7 smooth: */
 /* even at factor 1 they blend each pixel with its neighbours. Nearest */
 /* neighbour takes the closer pixel, the lower one on a tie (a 2:1 reduction */
 /* keeps the even pixels). Super-sampling (reduction only) averages the */
@@ -1647,9 +1648,10 @@ ROKI_API void rokiFree(void* ptr);
 /* rokEdgeSubpixel: those pixels become v * c, the source's share of them. */
 /* rokAntiAlias: each axis that shrinks uses the method's kernel stretched */
 /* by the reduction (support radius 1 bilinear, 2 cubic, 3 Lanczos, times */
-/* 1/factor), over every source pixel in reach, weights divided by their */
-/* sum; an axis that grows uses the kernel as it is with its weights divided */
-/* by their sum. Nearest neighbour and super-sampling ignore the flag. */
+/* 1/factor) over every source pixel in reach, weights divided by their sum, */
+/* the weight of pixels beyond the rectangle added to its edge pixel; an */
+/* axis that grows is resized as without the flag. Nearest neighbour and */
+/* super-sampling ignore the flag. */
 /* pBuffer: at least what rokiResizeGetBufSize (64f: _64f) reports for the */
 /* same srcRoi, dstRoi and interpolation, with nChannel 1 for C1, 3 for C3 */
 /* and 4 for C4 and AC4 (the planar forms need only the size for one */

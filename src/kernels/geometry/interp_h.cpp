@@ -288,17 +288,27 @@ void hpass(const T* srow, const ColumnTaps<W>& t, int begin, int end, W* out) {
     }
 }
 
+template <class T, class W, int NC>
+void hpass_general_nc(const T* srow, const std::int32_t* start, const std::int32_t* count,
+                      const std::int32_t* offset, const W* weights, int columns, W* out) {
+    for (int x = 0; x < columns; ++x) {
+        const T* s = srow + std::size_t(start[x]) * NC;
+        const W* w = weights + offset[x];
+        W acc[NC];
+        for (int c = 0; c < NC; ++c) acc[c] = w[0] * W(s[c]);
+        for (int k = 1; k < count[x]; ++k)
+            for (int c = 0; c < NC; ++c) acc[c] = acc[c] + w[k] * W(s[std::size_t(k) * NC + c]);
+        for (int c = 0; c < NC; ++c) out[std::size_t(x) * NC + c] = acc[c];
+    }
+}
+
 template <class T, class W>
 void hpass_general(const T* srow, const std::int32_t* start, const std::int32_t* count, const std::int32_t* offset,
                    const W* weights, int columns, int nc, W* out) {
-    for (int x = 0; x < columns; ++x) {
-        const T* s = srow + std::size_t(start[x]) * nc;
-        const W* w = weights + offset[x];
-        for (int c = 0; c < nc; ++c) {
-            W acc = w[0] * W(s[c]);
-            for (int k = 1; k < count[x]; ++k) acc = acc + w[k] * W(s[std::size_t(k) * nc + c]);
-            out[std::size_t(x) * nc + c] = acc;
-        }
+    switch (nc) {
+        case 1: return hpass_general_nc<T, W, 1>(srow, start, count, offset, weights, columns, out);
+        case 3: return hpass_general_nc<T, W, 3>(srow, start, count, offset, weights, columns, out);
+        default: return hpass_general_nc<T, W, 4>(srow, start, count, offset, weights, columns, out);
     }
 }
 
