@@ -158,11 +158,35 @@ inline void c1_taps(const T* s, const std::int32_t* at, int first, __m256* v) {
     }
 }
 
+// Eight consecutive samples as floats.
+template <class T>
+inline __m256 window8(const T* p) {
+    if constexpr (std::is_same_v<T, float>) {
+        return _mm256_loadu_ps(p);
+    } else if constexpr (sizeof(T) == 1) {
+        return _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+    } else {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        return _mm256_cvtepi32_ps(std::is_signed_v<T> ? _mm256_cvtepi16_epi32(v) : _mm256_cvtepu16_epi32(v));
+    }
+}
+
 // Eight one-channel columns x .. x+7 (x a multiple of 8, all inside).
 template <class T, int K>
 inline void c1_block(const T* s, const ColumnTaps<float>& t, int x, float* out) {
     __m256 v[K];
-    c1_taps<T, K>(s, t.index + x, t.first, v);
+    const std::int32_t* at = t.index + x;
+    const int base = at[0] + t.first;
+    if (at[7] - at[0] <= 8 - K && base + 8 <= t.hi) {
+        // Enlarging: the taps of all eight columns lie in eight consecutive
+        // samples, one load, then one permute per tap.
+        const __m256 window = window8(s + base);
+        const __m256i d = _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at)),
+                                           _mm256_set1_epi32(at[0]));
+        for (int k = 0; k < K; ++k) v[k] = _mm256_permutevar8x32_ps(window, _mm256_add_epi32(d, _mm256_set1_epi32(k)));
+    } else {
+        c1_taps<T, K>(s, at, t.first, v);
+    }
     __m256 acc;
     if constexpr (K == 2) {
         acc = _mm256_add_ps(v[0], _mm256_mul_ps(_mm256_sub_ps(v[1], v[0]), _mm256_loadu_ps(t.frac + x)));
