@@ -1632,8 +1632,8 @@ ROKI_API void rokiFree(void* ptr);
 /* taps from floor(x) - 1 with weights K(|k - t|) evaluated in double and */
 /* stored as floats; Lanczos six taps from floor(x) - 2 read from a table of */
 /* L(i/100) with linear interpolation, divided by their sum. The 64f members */
-/* keep fractions, weights and intermediates in double. B-spline and method 7 smooth: */
-/* even at factor 1 they blend each pixel with its neighbours. Nearest */
+/* keep fractions, weights and intermediates in double. B-spline and method */
+/* 7 smooth: even at factor 1 they blend each pixel with its neighbours. Nearest */
 /* neighbour takes the closer pixel, the lower one on a tie (a 2:1 reduction */
 /* keeps the even pixels). Super-sampling (reduction only) averages the */
 /* covered source area, each pixel weighted by its covered part. Taps outside */
