@@ -112,8 +112,7 @@ inline void floats4(const float* s, const std::int32_t* at, int delta, __m256* v
 // Two consecutive floats at eight offsets, tap-major.
 inline void floats2(const float* s, const std::int32_t* at, int delta, __m256* v) {
     auto pair = [&](int a, int b) {
-        return _mm_castpd_ps(_mm_loadh_pd(_mm_load_sd(reinterpret_cast<const double*>(s + at[a] + delta)),
-                                          reinterpret_cast<const double*>(s + at[b] + delta)));
+        return _mm_castsi128_ps(_mm_set_epi64x(load64(s + at[b] + delta), load64(s + at[a] + delta)));
     };
     const __m256 p0 = _mm256_set_m128(pair(4, 5), pair(0, 1)), p1 = _mm256_set_m128(pair(6, 7), pair(2, 3));
     v[0] = _mm256_shuffle_ps(p0, p1, 0x88);
