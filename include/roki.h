@@ -1612,8 +1612,9 @@ ROKI_API void rokiFree(void* ptr);
 /* pointers sharing one step); the rectangles are in image coordinates. */
 /* Checks, in this order: a null pSrc, pDst or pBuffer, or a null plane */
 /* pointer (-8); srcSize, srcRoi or dstRoi with a width or height below 1 or a */
-/* negative x or y (-6); a factor that is not a finite number above 0 (-23); */
-/* an interpolation outside the eight methods or with two edge flags (-22); */
+/* negative x or y (-6); a factor that is not a finite number above 0 or */
+/* whose reciprocal overflows (-23); an interpolation outside the eight */
+/* methods or with two edge flags (-22); */
 /* super-sampling with a factor above 1 (-23). Then, writing nothing: a */
 /* srcRoi that starts outside the image gives warning 29, and one whose */
 /* mapping covers no pixel of dstRoi (or a shift that is not finite) gives */
@@ -1696,8 +1697,8 @@ ROKI_API RokStatus rokiResizeSqrPixel_64f_P4R(const Rok64f* const pSrc[4], RokiS
 /* rokEdgeSmooth or rokEdgeSubpixel every pixel it touches, floor(edge + */
 /* 1e-10) and ceil(edge - 1e-10), the left at least 0. Then top, right and */
 /* bottom are raised to 0 (left is not). Checks: null pDstRect (-8); srcRoi */
-/* with a negative x or y or a width or height below 1 (-6); a factor that is */
-/* not a finite number above 0 (-23); interpolation as rokiResizeSqrPixel */
+/* with a negative x or y or a width or height below 1 (-6); a factor as in */
+/* rokiResizeSqrPixel (-23); interpolation as rokiResizeSqrPixel */
 /* (-22). An empty rectangle, or a shift that is not finite, gives warning 1 */
 /* and leaves *pDstRect as it was; a rectangle beyond 32-bit fields gives -6. */
 ROKI_API RokStatus rokiGetResizeRect(RokiRect srcRoi, RokiRect* pDstRect, double xFactor, double yFactor, double xShift, double yShift, int interpolation);
