@@ -154,6 +154,17 @@ enum {
     rokIdMoment64f = 33, rokIdMoment64s = 34, rokIdWtFwd = 46
 };
 
+/* ---- transform specifications ----
+ * Records that the library builds (InitAlloc, or Init in the caller's
+ * memory) and that the caller only passes on and releases with the matching
+ * Free. Their first word is the record's identifier (rokIdFftC ...). */
+typedef struct RokiFFTSpec_C_32fc RokiFFTSpec_C_32fc;
+typedef struct RokiFFTSpec_R_32f RokiFFTSpec_R_32f;
+typedef struct RokiFFTSpec_R_32s RokiFFTSpec_R_32s;
+typedef struct RokiDFTSpec_C_32fc RokiDFTSpec_C_32fc;
+typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
+typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
+
 /* ---- version record ---- */
 typedef struct {
     int32_t major;
@@ -2000,6 +2011,163 @@ ROKI_API RokStatus rokiMean_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize ro
 ROKI_API RokStatus rokiMean_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
 ROKI_API RokStatus rokiMean_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4], int hint);
 ROKI_API RokStatus rokiMean_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+
+/* ---- transform_fft ---- */
+
+/* Two-dimensional FFT of a 2^orderX x 2^orderY image. InitAlloc builds a */
+/* record (released with the matching Free) for the normalisation flag: */
+/* rokFftDivFwd divides the forward result by N, rokFftDivInv the inverse */
+/* one, rokFftDivSqrt multiplies both by 1/sqrt(N), rokFftNoDiv scales */
+/* neither; rows and columns apply their own factor, so the image is scaled */
+/* by 1/(W H) or 1/sqrt(W H). 1/N is 1.0f/N; 1/sqrt(N) is the processor's */
+/* approximate reciprocal square root r of N refined once in single */
+/* precision, -0.5f * r * ((N * r) * r - 3.0f) (its last bit may differ */
+/* between processor makers). The hint is kept and changes nothing. */
+/* Checks: null ppSpec (-8); an order below 0 or of 30 and more (-15; the */
+/* engines take lengths below 2^30); any other flag (-16); sizes of more than */
+/* 2^31 - 1 bytes and failed allocations (-9). *ppSpec is written only on */
+/* success. The record uses every thread of the library (rokGetNumThreads at */
+/* InitAlloc) when both sides are at least 141 (real) or 240 (complex) */
+/* samples, otherwise one; its buffer then has room for that many threads. */
+/* The 32s record holds a real float record for the integer forms. */
+ROKI_API RokStatus rokiFFTInitAlloc_C_32fc(RokiFFTSpec_C_32fc** ppSpec, int orderX, int orderY, int flag, int hint);
+ROKI_API RokStatus rokiFFTInitAlloc_R_32f(RokiFFTSpec_R_32f** ppSpec, int orderX, int orderY, int flag, int hint);
+ROKI_API RokStatus rokiFFTInitAlloc_R_32s(RokiFFTSpec_R_32s** ppSpec, int orderX, int orderY, int flag, int hint);
+
+/* Releases a record and clears its identifier: null (-8), a record of */
+/* another kind (-17). The record's memory is returned to the core library, */
+/* so it must not be used after Free; a record built by Init in caller memory */
+/* is only marked released (a second Free of it returns -17) and the caller */
+/* releases the memory. */
+ROKI_API RokStatus rokiFFTFree_C_32fc(RokiFFTSpec_C_32fc* pSpec);
+ROKI_API RokStatus rokiFFTFree_R_32f(RokiFFTSpec_R_32f* pSpec);
+ROKI_API RokStatus rokiFFTFree_R_32s(RokiFFTSpec_R_32s* pSpec);
+
+/* Bytes of the pBuffer that a transform with this record takes: */
+/* (work + 4) x threads + 16, work being the per-thread scratch, the larger of */
+/* eight rows (32 W bytes) or eight columns (64 H bytes for complex columns, */
+/* 32 H for the real columns 0 and W-1) of samples plus the engine's own */
+/* scratch, plus 64 bytes for alignment. The 32s records add (16 H + 4) W */
+/* bytes for a float copy of the image. Checks: null pointers (-8), a record */
+/* of another kind (-17). */
+ROKI_API RokStatus rokiFFTGetBufSize_C_32fc(const RokiFFTSpec_C_32fc* pSpec, int* pSize);
+ROKI_API RokStatus rokiFFTGetBufSize_R_32f(const RokiFFTSpec_R_32f* pSpec, int* pSize);
+ROKI_API RokStatus rokiFFTGetBufSize_R_32s(const RokiFFTSpec_R_32s* pSpec, int* pSize);
+
+/* Forward transform of a real image (every channel by itself; AC4 leaves */
+/* the destination's alpha alone) into the packed layout, an image of the */
+/* same size: with F(u, v) the spectrum (u along x), inner columns hold */
+/* Re F(u, v), Im F(u, v) at columns 2u-1, 2u for u = 1 .. (W-1)/2 in every */
+/* row; column 0 holds the one-dimensional packed layout of F(0, v) along y */
+/* (row 0: Re F(0, 0); rows 2k-1, 2k: Re, Im F(0, k); for even H row H-1: */
+/* Re F(0, H/2)); for even W, column W-1 holds F(W/2, v) in the same way. */
+/* The rest follows from F(W-u, H-v) = conj F(u, v). The inverse takes that */
+/* layout back to a real image (scaled as the flag says). Checks: null */
+/* pointers (-8; pBuffer may be null), a record of another kind (-17), a */
+/* step below 1 (-14). A null pBuffer allocates GetBufSize bytes for the */
+/* call (-9 on failure). Rows and columns are split among the record's */
+/* threads; results do not depend on the thread count. Against a */
+/* double-precision DFT of random data, the largest error stays below 1e-6 */
+/* of the spectrum's RMS value up to 4096 samples a side. */
+ROKI_API RokStatus rokiFFTFwd_RToPack_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, const RokiFFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+
+/* Complex transforms of a complex image (the inverse unnormalised apart from */
+/* the flag's factor). Checks as the real forms. */
+ROKI_API RokStatus rokiFFTFwd_CToC_32fc_C1R(const Rok32fc* pSrc, int srcStep, Rok32fc* pDst, int dstStep, const RokiFFTSpec_C_32fc* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_CToC_32fc_C1IR(Rok32fc* pSrcDst, int srcDstStep, const RokiFFTSpec_C_32fc* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_CToC_32fc_C1R(const Rok32fc* pSrc, int srcStep, Rok32fc* pDst, int dstStep, const RokiFFTSpec_C_32fc* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_CToC_32fc_C1IR(Rok32fc* pSrcDst, int srcDstStep, const RokiFFTSpec_C_32fc* pSpec, Rok8u* pBuffer);
+
+/* Integer data with a 32s record: the forward transform converts the 8u */
+/* image to float, transforms it with the record's float record, then */
+/* multiplies every value by 2^-scaleFactor, rounds to nearest (ties to even) */
+/* and saturates to 32s; the inverse converts the 32s packed image to float */
+/* (rounded to nearest), transforms it back and scales, rounds and saturates */
+/* to 8u. A NaN converts to the type's minimum. Checks as the float forms. */
+ROKI_API RokStatus rokiFFTFwd_RToPack_8u32s_C1RSfs(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, int scaleFactor, const RokiFFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_8u32s_C3RSfs(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, int scaleFactor, const RokiFFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_8u32s_C4RSfs(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, int scaleFactor, const RokiFFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTFwd_RToPack_8u32s_AC4RSfs(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, int scaleFactor, const RokiFFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32s8u_C1RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiFFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32s8u_C3RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiFFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32s8u_C4RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiFFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFFTInv_PackToR_32s8u_AC4RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiFFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+
+/* DFT records: as the FFT records with width and height (any size from 1) */
+/* instead of orders; width or height below 1 gives -6 after the null check, */
+/* then the flag (-16). Lengths with no prime factor above 7 run as */
+/* mixed-radix transforms, others through Bluestein's algorithm; every */
+/* length costs O(N log N). */
+ROKI_API RokStatus rokiDFTInitAlloc_C_32fc(RokiDFTSpec_C_32fc** ppSpec, int width, int height, int flag, int hint);
+ROKI_API RokStatus rokiDFTInitAlloc_R_32f(RokiDFTSpec_R_32f** ppSpec, int width, int height, int flag, int hint);
+ROKI_API RokStatus rokiDFTInitAlloc_R_32s(RokiDFTSpec_R_32s** ppSpec, int width, int height, int flag, int hint);
+ROKI_API RokStatus rokiDFTFree_C_32fc(RokiDFTSpec_C_32fc* pSpec);
+ROKI_API RokStatus rokiDFTFree_R_32f(RokiDFTSpec_R_32f* pSpec);
+ROKI_API RokStatus rokiDFTFree_R_32s(RokiDFTSpec_R_32s* pSpec);
+ROKI_API RokStatus rokiDFTGetBufSize_C_32fc(const RokiDFTSpec_C_32fc* pSpec, int* pSize);
+ROKI_API RokStatus rokiDFTGetBufSize_R_32f(const RokiDFTSpec_R_32f* pSpec, int* pSize);
+ROKI_API RokStatus rokiDFTGetBufSize_R_32s(const RokiDFTSpec_R_32s* pSpec, int* pSize);
+
+/* Sizes for a record in caller memory: *pSpecSize bytes for the record, */
+/* *pSpecBufferSize bytes of scratch that Init uses while building it (0 when */
+/* none is needed), *pBufferSize the transform buffer (as GetBufSize will */
+/* report with the current thread count). Checks: null pointers (-8), width */
+/* or height below 1 (-6), flag (-16), sizes past 2^31 - 1 bytes (-9). */
+ROKI_API RokStatus rokiDFTGetSize_C_32fc(int width, int height, int flag, int hint, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
+ROKI_API RokStatus rokiDFTGetSize_R_32f(int width, int height, int flag, int hint, int* pSpecSize, int* pSpecBufferSize, int* pBufferSize);
+
+/* Builds a record in the caller's pSpec block of GetSize's *pSpecSize bytes, */
+/* aligned as malloc aligns (a block not aligned to 8 bytes gives -9), with */
+/* pMemInit as scratch (a null pMemInit takes the scratch from the core */
+/* library for the call). Checks: null pSpec (-8), then as GetSize. Free on */
+/* such a record only clears its identifier; the caller releases the block. */
+ROKI_API RokStatus rokiDFTInit_C_32fc(int width, int height, int flag, int hint, RokiDFTSpec_C_32fc* pSpec, Rok8u* pMemInit);
+ROKI_API RokStatus rokiDFTInit_R_32f(int width, int height, int flag, int hint, RokiDFTSpec_R_32f* pSpec, Rok8u* pMemInit);
+
+/* The DFT transforms: as the FFT forms of the same names. */
+ROKI_API RokStatus rokiDFTFwd_RToPack_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, const RokiDFTSpec_R_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_CToC_32fc_C1R(const Rok32fc* pSrc, int srcStep, Rok32fc* pDst, int dstStep, const RokiDFTSpec_C_32fc* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_CToC_32fc_C1IR(Rok32fc* pSrcDst, int srcDstStep, const RokiDFTSpec_C_32fc* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_CToC_32fc_C1R(const Rok32fc* pSrc, int srcStep, Rok32fc* pDst, int dstStep, const RokiDFTSpec_C_32fc* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_CToC_32fc_C1IR(Rok32fc* pSrcDst, int srcDstStep, const RokiDFTSpec_C_32fc* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_8u32s_C1RSfs(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_8u32s_C3RSfs(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_8u32s_C4RSfs(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTFwd_RToPack_8u32s_AC4RSfs(const Rok8u* pSrc, int srcStep, Rok32s* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32s8u_C1RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32s8u_C3RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32s8u_C4RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDFTInv_PackToR_32s8u_AC4RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
 
 #ifdef __cplusplus
 }

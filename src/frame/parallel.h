@@ -93,4 +93,23 @@ RokStatus threaded_1d(int n, int threshold, Part&& part) {
     return halves[0] != rokStatusOk ? halves[0] : halves[1];
 }
 
+// Runs fn(item, thread) for item = 0 .. count-1 on a team of at most
+// maxTeam threads (and at most ownGetNumThreads()), sharing the items by a
+// static schedule. `thread` (0 .. team-1) picks per-thread scratch; items
+// never depend on which thread runs them.
+template <class Fn>
+void parallel_items(int count, int maxTeam, Fn&& fn) {
+    const int team = std::min({maxTeam, ownGetNumThreads(), count});
+    if (team <= 1) {
+        for (int i = 0; i < count; ++i) fn(i, 0);
+        return;
+    }
+#pragma omp parallel num_threads(team)
+    {
+        const int t = omp_get_thread_num();
+#pragma omp for schedule(static)
+        for (int i = 0; i < count; ++i) fn(i, t);
+    }
+}
+
 }  // namespace rok
