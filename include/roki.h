@@ -2169,6 +2169,106 @@ ROKI_API RokStatus rokiDFTInv_PackToR_32s8u_C3RSfs(const Rok32s* pSrc, int srcSt
 ROKI_API RokStatus rokiDFTInv_PackToR_32s8u_C4RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
 ROKI_API RokStatus rokiDFTInv_PackToR_32s8u_AC4RSfs(const Rok32s* pSrc, int srcStep, Rok8u* pDst, int dstStep, int scaleFactor, const RokiDFTSpec_R_32s* pSpec, Rok8u* pBuffer);
 
+/* ---- transform_packed ---- */
+
+/* Multiplies two spectra in the packed layout of the real transforms */
+/* element by element as complex numbers: every stored (Re, Im) pair (the */
+/* inner pixel pairs 2u-1, 2u of each row, and the vertical pairs of rows */
+/* 2k-1, 2k in columns 0 and, for even width, W-1) is a complex product; the */
+/* real-only elements (row 0 and, for even height, row H-1 of those */
+/* columns) multiply as reals. 32f: each product rounded, then the sum */
+/* (re = ac - bd, im = bc + ad). 16s, 32s: the exact result times */
+/* 2^-scaleFactor, half to even, saturated. The in-place form computes */
+/* srcDst = src * srcDst. AC4 leaves alpha alone. Checks: null pointers */
+/* (-8), size below 1 (-6), a step below 1 (-14). Runs on the calling thread. */
+ROKI_API RokStatus rokiMulPack_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPack_32f_C1IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPack_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPack_32f_C3IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPack_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPack_32f_C4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPack_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPack_32f_AC4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPack_16s_C1RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_16s_C1IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_16s_C3RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_16s_C3IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_16s_C4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_16s_C4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_16s_AC4RSfs(const Rok16s* pSrc1, int src1Step, const Rok16s* pSrc2, int src2Step, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_16s_AC4IRSfs(const Rok16s* pSrc, int srcStep, Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_32s_C1RSfs(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_32s_C1IRSfs(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_32s_C3RSfs(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_32s_C3IRSfs(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_32s_C4RSfs(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_32s_C4IRSfs(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_32s_AC4RSfs(const Rok32s* pSrc1, int src1Step, const Rok32s* pSrc2, int src2Step, Rok32s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMulPack_32s_AC4IRSfs(const Rok32s* pSrc, int srcStep, Rok32s* pSrcDst, int srcDstStep, RokiSize roiSize, int scaleFactor);
+
+/* src1 times the complex conjugate of src2: (ac + bd) + i(bc - ad) for a */
+/* pair a + ib of src1 and c + id of src2 (real-only elements: ac). The */
+/* in-place form conjugates srcDst: srcDst = src * conj(srcDst). When the */
+/* destination is src2 (same pointer and step) the result is the same as */
+/* for a separate destination; when it is src1 (same pointer and step) the */
+/* call runs the in-place form with src2 as the source, giving */
+/* src2 * conj(src1), the complex conjugate of the separate result. */
+/* Checks as MulPack. */
+ROKI_API RokStatus rokiMulPackConj_32f_C1R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPackConj_32f_C1IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPackConj_32f_C3R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPackConj_32f_C3IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPackConj_32f_C4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPackConj_32f_C4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPackConj_32f_AC4R(const Rok32f* pSrc1, int src1Step, const Rok32f* pSrc2, int src2Step, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMulPackConj_32f_AC4IR(const Rok32f* pSrc, int srcStep, Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* The magnitude |F(x, y)| of every element of the full W x H spectrum that */
+/* a packed image describes, written as a W x H image in natural order */
+/* (x along the row; the elements the packed layout leaves out follow from */
+/* F(W-x, H-y) = conj F(x, y)), each channel by itself. 32f: sqrt(re^2 + */
+/* im^2) in double precision, rounded once to float. 16s, 32s: the exact */
+/* magnitude times 2^-scaleFactor, rounded to nearest (ties to even), */
+/* saturated. Checks: null pointers (-8), size below 1 (-6), a step below 1 */
+/* (-14). */
+ROKI_API RokStatus rokiMagnitudePack_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMagnitudePack_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiMagnitudePack_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMagnitudePack_16s_C3RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMagnitudePack_32s_C1RSfs(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiMagnitudePack_32s_C3RSfs(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+
+/* The phase arg F(x, y) = atan2(Im, Re) of every element of the full */
+/* spectrum, in radians in [-pi, pi], in the same W x H layout as */
+/* MagnitudePack (a left-out element has the negated phase of its */
+/* conjugate). 32f: computed in double precision, rounded to float. 16s, */
+/* 32s: that value times 2^-scaleFactor (a negative factor keeps fraction */
+/* bits: -12 gives units of 2^-12 radian), rounded to nearest (ties to even), */
+/* saturated. Checks as MagnitudePack. */
+ROKI_API RokStatus rokiPhasePack_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiPhasePack_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiPhasePack_16s_C1RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiPhasePack_16s_C3RSfs(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiPhasePack_32s_C1RSfs(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+ROKI_API RokStatus rokiPhasePack_32s_C3RSfs(const Rok32s* pSrc, int srcStep, Rok32s* pDst, int dstStep, RokiSize roiSize, int scaleFactor);
+
+/* The full W x H complex spectrum of a packed image: the stored elements as */
+/* they are, the others from the conjugate symmetry, imaginary parts of the */
+/* real-only elements 0 (32s: a conjugate of -2^31 saturates to 2^31 - 1). */
+/* Checks: null pointers (-8), width or height below 1 (-6), a step below 1 */
+/* (-14). */
+ROKI_API RokStatus rokiPackToCplxExtend_32f32fc_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32fc* pDst, int dstStep);
+ROKI_API RokStatus rokiPackToCplxExtend_32s32sc_C1R(const Rok32s* pSrc, int srcStep, RokiSize roiSize, Rok32sc* pDst, int dstStep);
+
+/* The reverse: the packed image takes from a full complex spectrum only the */
+/* elements that the packed layout stores. Checks as PackToCplxExtend. */
+ROKI_API RokStatus rokiCplxExtendToPack_32fc32f_C1R(const Rok32fc* pSrc, int srcStep, RokiSize roiSize, Rok32f* pDst, int dstStep);
+ROKI_API RokStatus rokiCplxExtendToPack_32fc32f_C3R(const Rok32fc* pSrc, int srcStep, RokiSize roiSize, Rok32f* pDst, int dstStep);
+ROKI_API RokStatus rokiCplxExtendToPack_32sc32s_C1R(const Rok32sc* pSrc, int srcStep, RokiSize roiSize, Rok32s* pDst, int dstStep);
+ROKI_API RokStatus rokiCplxExtendToPack_32sc32s_C3R(const Rok32sc* pSrc, int srcStep, RokiSize roiSize, Rok32s* pDst, int dstStep);
+ROKI_API RokStatus rokiCplxExtendToPack_16sc16s_C1R(const Rok16sc* pSrc, int srcStep, RokiSize roiSize, Rok16s* pDst, int dstStep);
+ROKI_API RokStatus rokiCplxExtendToPack_16sc16s_C3R(const Rok16sc* pSrc, int srcStep, RokiSize roiSize, Rok16s* pDst, int dstStep);
+
 #ifdef __cplusplus
 }
 #endif

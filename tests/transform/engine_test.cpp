@@ -10,7 +10,7 @@
 #include <random>
 
 #include "kernels/transform/fft_engine.h"
-#include "reference.h"
+#include "dft_reference.h"
 
 namespace {
 
@@ -64,13 +64,17 @@ std::vector<std::vector<cd>> random_lanes(int n, bool complex, unsigned seed) {
     return lanes;
 }
 
+// The lanes checked against the direct DFT: all of them for short
+// lengths, three (first, middle, last) for long ones.
+bool checked(int lane, int n) { return n <= 256 || lane == 0 || lane == 3 || lane == 7; }
+
 // Largest error of lane spectra against their references, over the
-// references' RMS.
+// references' RMS (lanes without a reference are skipped).
 double relative_error(const std::vector<std::vector<cd>>& got, const std::vector<std::vector<cd>>& want) {
     double err = 0, sum = 0;
     std::size_t count = 0;
     for (std::size_t l = 0; l < got.size(); ++l)
-        for (std::size_t k = 0; k < got[l].size(); ++k) {
+        for (std::size_t k = 0; k < want[l].size(); ++k) {
             err = std::max(err, std::abs(got[l][k] - want[l][k]));
             sum += std::norm(want[l][k]);
             ++count;
@@ -99,7 +103,7 @@ TEST(ComplexEngine, MatchesTheDirectDftInBothDirections) {
                 fk::complex_inverse(e.plan, src.get(), kStride, dst.get(), 16, e.work.get());
             std::vector<std::vector<cd>> got(kLanes), want(kLanes);
             for (int l = 0; l < kLanes; ++l) {
-                want[l] = rokt::dft::direct(x[l], dir == 0 ? -1 : 1);
+                if (checked(l, n)) want[l] = rokt::dft::direct(x[l], dir == 0 ? -1 : 1);
                 for (int k = 0; k < n; ++k) got[l].push_back(cd(dst.get()[k * 16 + l], dst.get()[k * 16 + 8 + l]));
             }
             EXPECT_LT(relative_error(got, want), 2e-6) << "n " << n << (dir ? " inverse" : " forward");
@@ -128,6 +132,7 @@ TEST(RealEngine, ForwardGivesThePackedSpectrumAndInverseUndoesIt) {
         // Unpack by the layout rule and compare with the direct spectrum.
         std::vector<std::vector<cd>> got(kLanes), want(kLanes);
         for (int l = 0; l < kLanes; ++l) {
+            if (!checked(l, n)) continue;
             const auto full = rokt::dft::direct(x[l]);
             for (int k = 0; 2 * k <= n; ++k) {
                 want[l].push_back(full[std::size_t(k)]);

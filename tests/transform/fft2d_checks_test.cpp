@@ -8,7 +8,7 @@
 #include <limits>
 
 #include "fft2d_harness.h"
-#include "reference.h"
+#include "dft_reference.h"
 #include "threads.h"
 
 namespace {

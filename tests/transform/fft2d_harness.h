@@ -9,7 +9,7 @@
 
 #include "guarded.h"
 #include "random.h"
-#include "reference.h"
+#include "dft_reference.h"
 #include "roki.h"
 
 namespace rokt::fft2d {

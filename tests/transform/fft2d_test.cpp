@@ -36,6 +36,9 @@ TEST(Fft2d, ForwardGivesThePackedSpectrum) {
                                                 : std::vector<Size2>(std::begin(kFftSizes), std::end(kFftSizes))) {
             Spec spec(kind, Domain::Real, s.w, s.h, rokFftNoDiv);
             for (int lay : {C1, C3, C4, AC4}) {
+                // Channels match the one-channel transform bit for bit (below),
+                // so the largest sizes run one channel only.
+                if (lay != C1 && s.w * s.h > 2000) continue;
                 const int nc = kSamples[lay];
                 GuardedImage<float> src(s.w, s.h, nc, 3), dst(s.w, s.h, nc, 1), inplace(s.w, s.h, nc, 0);
                 rokt::fill_random(src, unsigned(s.w * 131 + s.h));
