@@ -4,12 +4,11 @@
 // spectrum's RMS value (the transforms round differently; the data is
 // zero-mean so that no single large term decides the comparison). Records are made
 // once per size for every processor; the 1-thread runs use one of them.
-#include <omp.h>
-
 #include <opencv2/core.hpp>
 
 #include <cmath>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "harness.h"
@@ -32,7 +31,7 @@ template <class Make>
 auto with_all_threads(Make make) {
     int saved = 1;
     rokGetNumThreads(&saved);
-    rokSetNumThreads(omp_get_num_procs());
+    rokSetNumThreads(int(std::thread::hardware_concurrency()));
     auto spec = make();
     rokSetNumThreads(saved);
     return spec;

@@ -241,13 +241,22 @@ constexpr std::ptrdiff_t kComplexFloats = fk::kComplexPacketFloats;
 
 float* after(float* p, std::size_t bytes) { return p + round64(bytes) / sizeof(float); }
 
+// Runs fn(item, slot) for every item on up to the record's threads (and no
+// more than the library's thread count now); slot picks the scratch slice.
+template <class Fn>
+void for_items(int count, int threads, Fn&& fn) {
+    parallel_for(count, std::min(threads, ownGetNumThreads()), [&](int begin, int end, int slot) {
+        for (int i = begin; i < end; ++i) fn(i, slot);
+    });
+}
+
 // Rows of a real image, eight at a time per channel: src rows into the
 // packed layout in dst (forward), or packed dst rows back to samples.
 void real_rows(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds, Pixels px,
                const Slices& slices) {
     const int w = rec->width, h = rec->height;
     const int blocks = (h + kLanes - 1) / kLanes;
-    parallel_items(blocks * px.channels, rec->threads, [&](int item, int t) {
+    for_items(blocks * px.channels, rec->threads, [&](int item, int t) {
         const int y0 = item / px.channels * kLanes, c = item % px.channels;
         const int rows = std::min(kLanes, h - y0);
         float* g = slices.at(t);
@@ -269,7 +278,7 @@ void real_columns(bool forward, const Record2d* rec, const float* src, int ss, f
     const int pairs = (w - 1) / 2 * nc;
     const int blocks = (pairs + kLanes - 1) / kLanes;
     const fk::RealPlan* columnPlan = rec->column_plan ? rec->column_plan : rec->row_plan;
-    parallel_items(1 + blocks, rec->threads, [&](int item, int t) {
+    for_items(1 + blocks, rec->threads, [&](int item, int t) {
         float* g = slices.at(t);
         if (item == 0) {
             int lanes[kLanes];
@@ -318,7 +327,7 @@ void real_columns(bool forward, const Record2d* rec, const float* src, int ss, f
 void complex_rows(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds,
                   const Slices& slices) {
     const int w = rec->width, h = rec->height;
-    parallel_items((h + kLanes - 1) / kLanes, rec->threads, [&](int item, int t) {
+    for_items((h + kLanes - 1) / kLanes, rec->threads, [&](int item, int t) {
         const int y0 = item * kLanes, rows = std::min(kLanes, h - y0);
         float* g = slices.at(t);
         float* work = after(g, w * kComplexPacket);
@@ -334,7 +343,7 @@ void complex_rows(bool forward, const Record2d* rec, const float* src, int ss, f
 void complex_columns(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds,
                      const Slices& slices) {
     const int w = rec->width, h = rec->height;
-    parallel_items((w + kLanes - 1) / kLanes, rec->threads, [&](int item, int t) {
+    for_items((w + kLanes - 1) / kLanes, rec->threads, [&](int item, int t) {
         const int q0 = item * kLanes, n = std::min(kLanes, w - q0);
         float* g = slices.at(t);
         float* work = after(g, h * kComplexPacket);
