@@ -2045,12 +2045,12 @@ ROKI_API RokStatus rokiFFTFree_R_32f(RokiFFTSpec_R_32f* pSpec);
 ROKI_API RokStatus rokiFFTFree_R_32s(RokiFFTSpec_R_32s* pSpec);
 
 /* Bytes of the pBuffer that a transform with this record takes: */
-/* (work + 4) x threads + 16, work being the per-thread scratch, the larger of */
-/* eight rows (32 W bytes) or eight columns (64 H bytes for complex columns, */
-/* 32 H for the real columns 0 and W-1) of samples plus the engine's own */
-/* scratch, plus 64 bytes for alignment. The 32s records add (16 H + 4) W */
-/* bytes for a float copy of the image. Checks: null pointers (-8), a record */
-/* of another kind (-17). */
+/* (work + 4) x threads + 16, work being the per-thread scratch: the largest */
+/* of eight rows of samples (32 W bytes; 64 W for complex rows), 32 complex */
+/* columns (256 H bytes) and the real columns 0 and W-1 (32 H bytes), each */
+/* with the engine's own scratch, plus 64 bytes for alignment. The 32s */
+/* records add (16 H + 4) W bytes for a float copy of the image. Checks: */
+/* null pointers (-8), a record of another kind (-17). */
 ROKI_API RokStatus rokiFFTGetBufSize_C_32fc(const RokiFFTSpec_C_32fc* pSpec, int* pSize);
 ROKI_API RokStatus rokiFFTGetBufSize_R_32f(const RokiFFTSpec_R_32f* pSpec, int* pSize);
 ROKI_API RokStatus rokiFFTGetBufSize_R_32s(const RokiFFTSpec_R_32s* pSpec, int* pSize);

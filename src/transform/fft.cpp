@@ -30,6 +30,8 @@ namespace {
 
 namespace fk = rok::kernels::fft;
 constexpr int kLanes = fk::kLanes;
+// Blocks of eight complex columns that one column item transforms.
+constexpr int kColumnBlocks = 4;
 
 // Sizes from which a transform splits its rows and columns among threads.
 constexpr int kRealThreadFrom = 141;
@@ -93,7 +95,8 @@ Record2d* build_float(fk::Arena& arena, std::int32_t id, int sizeX, int sizeY, i
         complexPlan[0] = fk::build_complex(arena, h, flag, inner, init);
         rows = inner;
         complexPlan[1] = w == h ? complexPlan[0] : fk::build_complex(arena, w, flag, rows, init);
-        work = std::max(round64(h * kComplexPacket) + inner.work_bytes, round64(w * kComplexPacket) + rows.work_bytes);
+        work = std::max(round64(kColumnBlocks * h * kComplexPacket) + inner.work_bytes,
+                        round64(w * kComplexPacket) + rows.work_bytes);
         out.init_bytes = std::max(inner.init_bytes, rows.init_bytes);
     } else {
         rowPlan = fk::build_real(arena, w, flag, rows, init);
@@ -101,7 +104,7 @@ Record2d* build_float(fk::Arena& arena, std::int32_t id, int sizeX, int sizeY, i
         if (h != w) columnPlan = fk::build_real(arena, h, flag, cols, init);
         complexPlan[0] = fk::build_complex(arena, h, flag, inner, init);
         work = std::max({round64(w * kRealPacket) + rows.work_bytes, round64(h * kRealPacket) + cols.work_bytes,
-                         round64(h * kComplexPacket) + inner.work_bytes});
+                         round64(kColumnBlocks * h * kComplexPacket) + inner.work_bytes});
         out.init_bytes = std::max({rows.init_bytes, cols.init_bytes, inner.init_bytes});
     }
     // Room to align a thread's slice to 64 bytes.
@@ -270,58 +273,80 @@ void real_rows(bool forward, const Record2d* rec, const float* src, int ss, floa
     });
 }
 
-// Columns of a packed image: item 0 the real columns 0 and (even W) W-1 of
-// every channel along y, then blocks of eight complex columns (2u-1, 2u).
+// Complex columns along y: column q has Re at float offset re(q) and Im at
+// im(q) of every row. Items are kColumnBlocks blocks of eight columns, so
+// one sweep down the rows reads and writes the cache lines of all of them;
+// with `interleaved`, column q is the pair at floats first + 2q, first +
+// 2q + 1, and whole items move with vector loads.
+template <class Offsets>
+void column_blocks(bool forward, const fk::ComplexPlan* plan, int h, int columns, bool interleaved, int first,
+                   Offsets offsets, const float* src, int ss, float* dst, int ds, int threads,
+                   const Slices& slices) {
+    constexpr int kItem = kColumnBlocks * kLanes;
+    for_items((columns + kItem - 1) / kItem, threads, [&](int item, int t) {
+        float* g = slices.at(t);
+        float* work = after(g, kColumnBlocks * h * kComplexPacket);
+        const int q0 = item * kItem, blocks = std::min(kColumnBlocks, (columns - q0 + kLanes - 1) / kLanes);
+        const bool whole = interleaved && q0 + kItem <= columns;
+        int re[kColumnBlocks][kLanes], im[kColumnBlocks][kLanes];
+        auto packets = [&](int b) { return g + std::ptrdiff_t(b) * h * kComplexFloats; };
+        if (whole) {
+            kernels::fft::gather_pairs(src, ss, h, first + 2 * q0, g, kColumnBlocks);
+        } else {
+            for (int b = 0; b < blocks; ++b) {
+                for (int l = 0; l < kLanes; ++l) {
+                    const int q = q0 + b * kLanes + l;
+                    re[b][l] = q < columns ? offsets(q).first : -1;
+                    im[b][l] = q < columns ? offsets(q).second : -1;
+                }
+                kernels::fft::gather_columns(src, ss, h, re[b], packets(b), kComplexFloats, 0);
+                kernels::fft::gather_columns(src, ss, h, im[b], packets(b), kComplexFloats, kLanes);
+            }
+        }
+        for (int b = 0; b < blocks; ++b) {
+            if (forward)
+                fk::complex_forward(plan, packets(b), kComplexFloats, packets(b), kComplexFloats, work);
+            else
+                fk::complex_inverse(plan, packets(b), kComplexFloats, packets(b), kComplexFloats, work);
+        }
+        if (whole) {
+            kernels::fft::scatter_pairs(g, dst, ds, h, first + 2 * q0, kColumnBlocks);
+        } else {
+            for (int b = 0; b < blocks; ++b) {
+                kernels::fft::scatter_columns(packets(b), kComplexFloats, 0, dst, ds, h, re[b]);
+                kernels::fft::scatter_columns(packets(b), kComplexFloats, kLanes, dst, ds, h, im[b]);
+            }
+        }
+    });
+}
+
+// Columns of a packed image: the real columns 0 and (even W) W-1 of every
+// channel along y in one batch, then the complex columns (2u-1, 2u).
 void real_columns(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds, Pixels px,
                   const Slices& slices) {
     const int w = rec->width, h = rec->height, nc = px.channels, stride = px.stride;
-    const int pairs = (w - 1) / 2 * nc;
-    const int blocks = (pairs + kLanes - 1) / kLanes;
     const fk::RealPlan* columnPlan = rec->column_plan ? rec->column_plan : rec->row_plan;
-    for_items(1 + blocks, rec->threads, [&](int item, int t) {
-        float* g = slices.at(t);
-        if (item == 0) {
-            int lanes[kLanes];
-            std::fill(lanes, lanes + kLanes, -1);
-            for (int c = 0; c < nc; ++c) {
-                lanes[c] = c;
-                if (w % 2 == 0) lanes[nc + c] = (w - 1) * stride + c;
-            }
-            float* work = after(g, h * kRealPacket);
-            kernels::fft::gather_columns(src, ss, h, lanes, g, kRealFloats, 0);
-            if (forward)
-                fk::real_forward(columnPlan, g, work);
-            else
-                fk::real_inverse(columnPlan, g, work);
-            kernels::fft::scatter_columns(g, kRealFloats, 0, dst, ds, h, lanes);
-            return;
-        }
-        const int q0 = (item - 1) * kLanes, n = std::min(kLanes, pairs - q0);
-        float* work = after(g, h * kComplexPacket);
-        int re[kLanes], im[kLanes];
-        const bool whole = stride == 1 && n == kLanes;
-        if (whole) {
-            kernels::fft::gather_pairs(src, ss, h, 2 * q0 + 1, g);
-        } else {
-            for (int l = 0; l < kLanes; ++l) {
-                const int q = q0 + l, u = q / nc + 1, c = q % nc;
-                re[l] = l < n ? (2 * u - 1) * stride + c : -1;
-                im[l] = l < n ? 2 * u * stride + c : -1;
-            }
-            kernels::fft::gather_columns(src, ss, h, re, g, kComplexFloats, 0);
-            kernels::fft::gather_columns(src, ss, h, im, g, kComplexFloats, kLanes);
-        }
-        if (forward)
-            fk::complex_forward(rec->complex_plan[0], g, kComplexFloats, g, kComplexFloats, work);
-        else
-            fk::complex_inverse(rec->complex_plan[0], g, kComplexFloats, g, kComplexFloats, work);
-        if (whole) {
-            kernels::fft::scatter_pairs(g, dst, ds, h, 2 * q0 + 1);
-        } else {
-            kernels::fft::scatter_columns(g, kComplexFloats, 0, dst, ds, h, re);
-            kernels::fft::scatter_columns(g, kComplexFloats, kLanes, dst, ds, h, im);
-        }
-    });
+    int lanes[kLanes];
+    std::fill(lanes, lanes + kLanes, -1);
+    for (int c = 0; c < nc; ++c) {
+        lanes[c] = c;
+        if (w % 2 == 0) lanes[nc + c] = (w - 1) * stride + c;
+    }
+    // Any thread's slice serves: this batch runs before the others start.
+    float* g = slices.at(0);
+    kernels::fft::gather_columns(src, ss, h, lanes, g, kRealFloats, 0);
+    if (forward)
+        fk::real_forward(columnPlan, g, after(g, h * kRealPacket));
+    else
+        fk::real_inverse(columnPlan, g, after(g, h * kRealPacket));
+    kernels::fft::scatter_columns(g, kRealFloats, 0, dst, ds, h, lanes);
+    // Column q is pair u = q / nc + 1 of channel q % nc.
+    column_blocks(forward, rec->complex_plan[0], h, (w - 1) / 2 * nc, stride == 1, 1,
+                  [&](int q) {
+                      const int u = q / nc + 1, c = q % nc;
+                      return std::pair{(2 * u - 1) * stride + c, 2 * u * stride + c};
+                  },
+                  src, ss, dst, ds, rec->threads, slices);
 }
 
 void complex_rows(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds,
@@ -342,33 +367,8 @@ void complex_rows(bool forward, const Record2d* rec, const float* src, int ss, f
 
 void complex_columns(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds,
                      const Slices& slices) {
-    const int w = rec->width, h = rec->height;
-    for_items((w + kLanes - 1) / kLanes, rec->threads, [&](int item, int t) {
-        const int q0 = item * kLanes, n = std::min(kLanes, w - q0);
-        float* g = slices.at(t);
-        float* work = after(g, h * kComplexPacket);
-        int re[kLanes], im[kLanes];
-        for (int l = 0; l < kLanes; ++l) {
-            re[l] = l < n ? 2 * (q0 + l) : -1;
-            im[l] = l < n ? 2 * (q0 + l) + 1 : -1;
-        }
-        if (n == kLanes) {
-            kernels::fft::gather_pairs(src, ss, h, 2 * q0, g);
-        } else {
-            kernels::fft::gather_columns(src, ss, h, re, g, kComplexFloats, 0);
-            kernels::fft::gather_columns(src, ss, h, im, g, kComplexFloats, kLanes);
-        }
-        if (forward)
-            fk::complex_forward(rec->complex_plan[0], g, kComplexFloats, g, kComplexFloats, work);
-        else
-            fk::complex_inverse(rec->complex_plan[0], g, kComplexFloats, g, kComplexFloats, work);
-        if (n == kLanes) {
-            kernels::fft::scatter_pairs(g, dst, ds, h, 2 * q0);
-        } else {
-            kernels::fft::scatter_columns(g, kComplexFloats, 0, dst, ds, h, re);
-            kernels::fft::scatter_columns(g, kComplexFloats, kLanes, dst, ds, h, im);
-        }
-    });
+    column_blocks(forward, rec->complex_plan[0], rec->height, rec->width, true, 0,
+                  [](int q) { return std::pair{2 * q, 2 * q + 1}; }, src, ss, dst, ds, rec->threads, slices);
 }
 
 // The float transform of a real image with a checked record.

@@ -94,23 +94,29 @@ void scatter_columns(const float* packets, int packetFloats, int laneBase, float
     }
 }
 
-void gather_pairs(const float* base, int step, int count, int first, float* packets) {
+void gather_pairs(const float* base, int step, int count, int first, float* packets, int blocks) {
+    const std::ptrdiff_t next = std::ptrdiff_t(count) * kComplexPacketFloats;
     for (int y = 0; y < count; ++y) {
         const float* row = row_at(base, step, y) + first;
-        const __m256 a = _mm256_loadu_ps(row), b = _mm256_loadu_ps(row + kLanes);
-        float* p = packets + std::ptrdiff_t(y) * kComplexPacketFloats;
-        _mm256_store_ps(p, _mm256_shuffle_ps(a, b, 0x88));
-        _mm256_store_ps(p + kLanes, _mm256_shuffle_ps(a, b, 0xDD));
+        for (int b = 0; b < blocks; ++b) {
+            const __m256 a = _mm256_loadu_ps(row + 16 * b), c = _mm256_loadu_ps(row + 16 * b + kLanes);
+            float* p = packets + b * next + std::ptrdiff_t(y) * kComplexPacketFloats;
+            _mm256_store_ps(p, _mm256_shuffle_ps(a, c, 0x88));
+            _mm256_store_ps(p + kLanes, _mm256_shuffle_ps(a, c, 0xDD));
+        }
     }
 }
 
-void scatter_pairs(const float* packets, float* base, int step, int count, int first) {
+void scatter_pairs(const float* packets, float* base, int step, int count, int first, int blocks) {
+    const std::ptrdiff_t next = std::ptrdiff_t(count) * kComplexPacketFloats;
     for (int y = 0; y < count; ++y) {
         float* row = row_at(base, step, y) + first;
-        const float* p = packets + std::ptrdiff_t(y) * kComplexPacketFloats;
-        const __m256 re = _mm256_load_ps(p), im = _mm256_load_ps(p + kLanes);
-        _mm256_storeu_ps(row, _mm256_unpacklo_ps(re, im));
-        _mm256_storeu_ps(row + kLanes, _mm256_unpackhi_ps(re, im));
+        for (int b = 0; b < blocks; ++b) {
+            const float* p = packets + b * next + std::ptrdiff_t(y) * kComplexPacketFloats;
+            const __m256 re = _mm256_load_ps(p), im = _mm256_load_ps(p + kLanes);
+            _mm256_storeu_ps(row + 16 * b, _mm256_unpacklo_ps(re, im));
+            _mm256_storeu_ps(row + 16 * b + kLanes, _mm256_unpackhi_ps(re, im));
+        }
     }
 }
 

@@ -27,7 +27,7 @@ void scatter_columns(const float* packets, int packetFloats, int laneBase, float
 // Eight complex columns stored as interleaved (re, im) pairs at float
 // offsets first .. first + 15 of every row, gathered into complex packets
 // (lanes in the order 0 1 4 5 2 3 6 7, which scatter_pairs undoes).
-void gather_pairs(const float* base, int step, int count, int first, float* packets);
-void scatter_pairs(const float* packets, float* base, int step, int count, int first);
+void gather_pairs(const float* base, int step, int count, int first, float* packets, int blocks = 1);
+void scatter_pairs(const float* packets, float* base, int step, int count, int first, int blocks = 1);
 
 }  // namespace rok::kernels::fft
