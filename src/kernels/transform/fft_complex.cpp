@@ -95,6 +95,21 @@ inline void butterfly(C* a) {
         // t1 -/+ i t3
         a[1] = {_mm256_add_ps(t1.re, t3.im), _mm256_sub_ps(t1.im, t3.re)};
         a[3] = {_mm256_sub_ps(t1.re, t3.im), _mm256_add_ps(t1.im, t3.re)};
+    } else if constexpr (P == 8) {
+        // Two radix-4 butterflies on the even and odd inputs; the odd
+        // results turn by w8^k, w8 = (1 - i) / sqrt 2, before they join.
+        C e[4] = {a[0], a[2], a[4], a[6]}, o[4] = {a[1], a[3], a[5], a[7]};
+        butterfly<4>(e);
+        butterfly<4>(o);
+        const __m256 h = _mm256_set1_ps(0.70710678118654752f);
+        o[1] = {_mm256_mul_ps(_mm256_add_ps(o[1].re, o[1].im), h), _mm256_mul_ps(_mm256_sub_ps(o[1].im, o[1].re), h)};
+        o[2] = {o[2].im, _mm256_sub_ps(_mm256_setzero_ps(), o[2].re)};
+        o[3] = {_mm256_mul_ps(_mm256_sub_ps(o[3].im, o[3].re), h),
+                _mm256_mul_ps(_mm256_sub_ps(_mm256_setzero_ps(), _mm256_add_ps(o[3].re, o[3].im)), h)};
+        for (int k = 0; k < 4; ++k) {
+            a[k] = add(e[k], o[k]);
+            a[k + 4] = sub(e[k], o[k]);
+        }
     } else {
         // Odd p: pairs n, p-n give t = a[n] + a[p-n] (cosine terms) and
         // u = a[n] - a[p-n] (sine terms); y[k] = c - i d, y[p-k] = c + i d.
@@ -168,7 +183,8 @@ void run_pass(const float* src, std::ptrdiff_t ss, float* dst, std::ptrdiff_t ds
         case 3: return pass<3>(src, ss, dst, ds, st, h, scale);
         case 4: return pass<4>(src, ss, dst, ds, st, h, scale);
         case 5: return pass<5>(src, ss, dst, ds, st, h, scale);
-        default: return pass<7>(src, ss, dst, ds, st, h, scale);
+        case 7: return pass<7>(src, ss, dst, ds, st, h, scale);
+        default: return pass<8>(src, ss, dst, ds, st, h, scale);
     }
 }
 

@@ -15,8 +15,9 @@ namespace {
 
 using cd = std::complex<double>;
 
-// Splits n into radices 4, 2, 3, 5, 7 (in that order); false when n has
-// another prime factor.
+// Splits n into radices 4, 8, 2, 3, 5, 7 (in that order): powers of two in
+// radix-4 passes, an odd power of two ending with one radix-8 pass (at most
+// one radix-2 pass, for 2 itself); false when n has another prime factor.
 bool smooth_factors(std::int64_t n, int* radices, int* count) {
     *count = 0;
     int twos = 0;
@@ -24,8 +25,10 @@ bool smooth_factors(std::int64_t n, int* radices, int* count) {
         n /= 2;
         ++twos;
     }
-    for (int i = 0; i < twos / 2; ++i) radices[(*count)++] = 4;
-    if (twos % 2) radices[(*count)++] = 2;
+    const bool eight = twos % 2 == 1 && twos >= 3;
+    for (int i = 0; i < (eight ? twos - 3 : twos) / 2; ++i) radices[(*count)++] = 4;
+    if (eight) radices[(*count)++] = 8;
+    if (twos == 1) radices[(*count)++] = 2;
     for (int p : {3, 5, 7})
         while (n % p == 0) {
             n /= p;
