@@ -77,20 +77,26 @@ void scatter_rows(const float* packets, float* base, int step, int rows, int cou
 
 void gather_columns(const float* base, int step, int count, const int* offsets, float* packets, int packetFloats,
                     int laneBase) {
+    int used[kLanes], lanes = 0;
+    for (int l = 0; l < kLanes; ++l)
+        if (offsets[l] >= 0) used[lanes++] = l;
     for (int y = 0; y < count; ++y) {
         const float* row = row_at(base, step, y);
         float* p = packets + std::ptrdiff_t(y) * packetFloats + laneBase;
-        for (int l = 0; l < kLanes; ++l) p[l] = offsets[l] >= 0 ? row[offsets[l]] : 0.0f;
+        if (lanes < kLanes) _mm256_storeu_ps(p, _mm256_setzero_ps());
+        for (int i = 0; i < lanes; ++i) p[used[i]] = row[offsets[used[i]]];
     }
 }
 
 void scatter_columns(const float* packets, int packetFloats, int laneBase, float* base, int step, int count,
                      const int* offsets) {
+    int used[kLanes], lanes = 0;
+    for (int l = 0; l < kLanes; ++l)
+        if (offsets[l] >= 0) used[lanes++] = l;
     for (int y = 0; y < count; ++y) {
         float* row = row_at(base, step, y);
         const float* p = packets + std::ptrdiff_t(y) * packetFloats + laneBase;
-        for (int l = 0; l < kLanes; ++l)
-            if (offsets[l] >= 0) row[offsets[l]] = p[l];
+        for (int i = 0; i < lanes; ++i) row[offsets[used[i]]] = p[used[i]];
     }
 }
 
