@@ -37,6 +37,12 @@ constexpr int kColumnBlocks = 4;
 constexpr int kRealThreadFrom = 141;
 constexpr int kComplexThreadFrom = 240;
 
+// The identifier that every record starts with, for the shared record
+// checks (frame/record.h).
+struct Header {
+    std::int32_t id;
+};
+
 struct Record2d {
     std::int32_t id;
     std::int32_t sizeX, sizeY;  // orders (FFT) or width and height (DFT)
@@ -196,7 +202,10 @@ const Rec* as(const void* spec) {
     return static_cast<const Rec*>(spec);
 }
 
-std::int32_t identifier(const void* spec) { return *static_cast<const std::int32_t*>(spec); }
+std::int32_t identifier(const void* spec) { return static_cast<const Header*>(spec)->id; }
+
+// Null: rokStatusNullPtr; another kind, or a freed record: rokStatusBadContext.
+RokStatus check(const void* spec, std::int32_t id) { return check_record(static_cast<const Header*>(spec), id); }
 
 std::int64_t record_buffer_bytes(const void* spec) {
     if (is_integer(identifier(spec))) {
@@ -393,14 +402,13 @@ RokStatus record_init_alloc(void** out, std::int32_t id, int sizeX, int sizeY, i
     std::int64_t bufferBytes = 0;
     if (RokStatus s = plan_sizes(id, sizeX, sizeY, flag, hint, &w, &h, lay, &bufferBytes); s != rokStatusOk)
         return s;
-    void* mem = rokMalloc(int(lay.record_bytes));
+    Header* mem = alloc_record<Header>(id, lay.record_bytes - sizeof(Header));
     if (!mem) return rokStatusNoMemory;
-    std::memset(mem, 0, lay.record_bytes);
     void* init = nullptr;
     if (lay.init_bytes) {
         init = rokMalloc(int(lay.init_bytes));
         if (!init) {
-            rokFree(mem);
+            free_record(mem, id);
             return rokStatusNoMemory;
         }
     }
@@ -445,41 +453,37 @@ RokStatus record_init(std::int32_t id, int width, int height, int flag, int hint
             init = own;
         }
     }
-    std::memset(spec, 0, lay.record_bytes);
+    place_record<Header>(spec, lay.record_bytes, id);
     build_record(spec, id, width, height, w, h, flag, hint, init, true);
     rokFree(own);
     return rokStatusOk;
 }
 
 RokStatus record_free(void* spec, std::int32_t id) {
-    if (!spec) return rokStatusNullPtr;
-    if (identifier(spec) != id) return rokStatusBadContext;
+    if (RokStatus s = check(spec, id); s != rokStatusOk) return s;
     bool callerMemory;
     if (is_integer(id)) {
         IntRecord* rec = as<IntRecord>(spec);
         callerMemory = rec->caller_memory;
         rec->real->id = 0;
-        rec->id = 0;
     } else {
-        Record2d* rec = as<Record2d>(spec);
-        callerMemory = rec->caller_memory;
-        rec->id = 0;
+        callerMemory = as<Record2d>(spec)->caller_memory;
     }
-    if (!callerMemory) rokFree(spec);
-    return rokStatusOk;
+    Header* rec = as<Header>(spec);
+    return callerMemory ? clear_record(rec, id) : free_record(rec, id);
 }
 
 RokStatus record_buf_size(const void* spec, std::int32_t id, int* size) {
-    if (any_null(spec, size)) return rokStatusNullPtr;
-    if (identifier(spec) != id) return rokStatusBadContext;
+    if (!size) return rokStatusNullPtr;
+    if (RokStatus s = check(spec, id); s != rokStatusOk) return s;
     *size = int(record_buffer_bytes(spec));
     return rokStatusOk;
 }
 
 RokStatus real_transform(bool forward, const Rok32f* src, int srcStep, Rok32f* dst, int dstStep, Pixels px,
                          const void* spec, std::int32_t id, Rok8u* buffer) {
-    if (any_null(src, dst, spec)) return rokStatusNullPtr;
-    if (identifier(spec) != id) return rokStatusBadContext;
+    if (any_null(src, dst)) return rokStatusNullPtr;
+    if (RokStatus s = check(spec, id); s != rokStatusOk) return s;
     if (any_step_below_one(srcStep, dstStep)) return rokStatusBadStep;
     const Record2d* rec = as<Record2d>(spec);
     return with_buffer(buffer, record_buffer_bytes(spec), [&](Rok8u* buf) {
@@ -489,8 +493,8 @@ RokStatus real_transform(bool forward, const Rok32f* src, int srcStep, Rok32f* d
 
 RokStatus complex_transform(bool forward, const Rok32fc* src, int srcStep, Rok32fc* dst, int dstStep,
                             const void* spec, std::int32_t id, Rok8u* buffer) {
-    if (any_null(src, dst, spec)) return rokStatusNullPtr;
-    if (identifier(spec) != id) return rokStatusBadContext;
+    if (any_null(src, dst)) return rokStatusNullPtr;
+    if (RokStatus s = check(spec, id); s != rokStatusOk) return s;
     if (any_step_below_one(srcStep, dstStep)) return rokStatusBadStep;
     const Record2d* rec = as<Record2d>(spec);
     const float* s = reinterpret_cast<const float*>(src);
@@ -512,8 +516,8 @@ RokStatus complex_transform(bool forward, const Rok32fc* src, int srcStep, Rok32
 // (ties to even) and saturated.
 RokStatus integer_forward(const Rok8u* src, int srcStep, Rok32s* dst, int dstStep, Pixels px, int scaleFactor,
                           const void* spec, std::int32_t id, Rok8u* buffer) {
-    if (any_null(src, dst, spec)) return rokStatusNullPtr;
-    if (identifier(spec) != id) return rokStatusBadContext;
+    if (any_null(src, dst)) return rokStatusNullPtr;
+    if (RokStatus s = check(spec, id); s != rokStatusOk) return s;
     if (any_step_below_one(srcStep, dstStep)) return rokStatusBadStep;
     const IntRecord* rec = as<IntRecord>(spec);
     const Record2d* real = rec->real;
@@ -543,8 +547,8 @@ RokStatus integer_forward(const Rok8u* src, int srcStep, Rok32s* dst, int dstSte
 
 RokStatus integer_inverse(const Rok32s* src, int srcStep, Rok8u* dst, int dstStep, Pixels px, int scaleFactor,
                           const void* spec, std::int32_t id, Rok8u* buffer) {
-    if (any_null(src, dst, spec)) return rokStatusNullPtr;
-    if (identifier(spec) != id) return rokStatusBadContext;
+    if (any_null(src, dst)) return rokStatusNullPtr;
+    if (RokStatus s = check(spec, id); s != rokStatusOk) return s;
     if (any_step_below_one(srcStep, dstStep)) return rokStatusBadStep;
     const IntRecord* rec = as<IntRecord>(spec);
     const Record2d* real = rec->real;
