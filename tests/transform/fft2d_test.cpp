@@ -21,9 +21,10 @@ struct Size2 {
 };
 
 // DFT sizes (odd and even sides, primes, rectangles) and FFT sizes.
-const Size2 kDftSizes[] = {{1, 1}, {2, 1}, {1, 2}, {2, 2}, {3, 5},   {5, 3},    {7, 8},   {8, 7},  {12, 17},
-                           {17, 12}, {1, 17}, {17, 1}, {100, 3}, {127, 128}, {128, 127}, {36, 50}, {9, 70}};
-const Size2 kFftSizes[] = {{1, 1}, {2, 1}, {1, 2}, {8, 4}, {4, 8}, {32, 128}, {128, 32}, {64, 64}};
+const Size2 kDftSizes[] = {{1, 1},   {2, 1},   {1, 2},    {2, 2},     {3, 5},   {5, 3},  {7, 8},
+                           {8, 7},   {12, 17}, {17, 12},  {1, 17},    {17, 1},  {100, 3}, {127, 128},
+                           {128, 127}, {36, 50}, {9, 70}, {1000, 2}, {3, 1000}};
+const Size2 kFftSizes[] = {{1, 1}, {2, 1}, {1, 2}, {8, 4}, {4, 8}, {32, 128}, {128, 32}, {64, 64}, {1024, 2}, {4, 1024}};
 
 double rms_of(const GuardedImage<float>& img, int c) { return rokt::dft::rms(rokt::dft::direct2d(channel(img, c))); }
 
@@ -52,6 +53,21 @@ TEST(Fft2d, ForwardGivesThePackedSpectrum) {
                     const auto f = rokt::dft::direct2d(channel(src, c));
                     const double err = packed_error(dst, c, rokt::dft::pack(f), rokt::dft::rms(f));
                     EXPECT_LT(err, 2e-6) << kLayNames[lay] << " " << s.w << "x" << s.h << " channel " << c;
+                    if (lay == C1) {
+                        // The elements the layout leaves out follow from the
+                        // conjugate symmetry: the extended spectrum is the
+                        // whole direct DFT.
+                        GuardedImage<Rok32fc> full(s.w, s.h, 1);
+                        ASSERT_EQ(rokiPackToCplxExtend_32f32fc_C1R(dst.data(), dst.step(), {s.w, s.h}, full.data(),
+                                                                    full.step()),
+                                  0);
+                        double worst = 0;
+                        for (int y = 0; y < s.h; ++y)
+                            for (int x = 0; x < s.w; ++x)
+                                worst = std::max(worst, std::abs(rokt::dft::cd(full.at(x, y).re, full.at(x, y).im) -
+                                                                 f.at(x, y)));
+                        EXPECT_LT(worst / rokt::dft::rms(f), 2e-6) << s.w << "x" << s.h << " extended";
+                    }
                     for (int y = 0; y < s.h; ++y)
                         for (int x = 0; x < s.w; ++x)
                             ASSERT_EQ(dst.at(x, y, c), inplace.at(x, y, c)) << kLayNames[lay] << " in place";
