@@ -6,86 +6,654 @@ namespace {
 
 using namespace rokc;
 
+const Arg shape_fft_c_initalloc___args[] = {
+    {.name = "ppSpec", .kind = Kind::Made},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_fft_c_initalloc___order[] = {1, 2, 3, 4, -1};
+int call_rokiFFTInitAlloc_C_32fc(Call& c) { return rokiFFTInitAlloc_C_32fc(reinterpret_cast<RokiFFTSpec_C_32fc**>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.integer(4)); }
+void release_rokiFFTInitAlloc_C_32fc(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
+const Arg shape_fft_r_initalloc___args[] = {
+    {.name = "ppSpec", .kind = Kind::Made},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_fft_r_initalloc___order[] = {1, 2, 3, 4, -1};
+int call_rokiFFTInitAlloc_R_32f(Call& c) { return rokiFFTInitAlloc_R_32f(reinterpret_cast<RokiFFTSpec_R_32f**>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.integer(4)); }
+void release_rokiFFTInitAlloc_R_32f(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+const Arg shape_fft_r32s_initalloc___args[] = {
+    {.name = "ppSpec", .kind = Kind::Made},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_fft_r32s_initalloc___order[] = {1, 2, 3, 4, -1};
+int call_rokiFFTInitAlloc_R_32s(Call& c) { return rokiFFTInitAlloc_R_32s(reinterpret_cast<RokiFFTSpec_R_32s**>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.integer(4)); }
+void release_rokiFFTInitAlloc_R_32s(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+const Arg shape_fft_c_free___args[] = {
+    {.name = "pSpec", .kind = Kind::Record, .consumed = true},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_c_free___order[] = {1, 2, 3, -1};
+int call_rokiFFTFree_C_32fc(Call& c) { return rokiFFTFree_C_32fc(reinterpret_cast<RokiFFTSpec_C_32fc*>(c.ptr(0))); }
+void* make_rokiFFTFree_C_32fc([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(1),c.integer(2),c.integer(3),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFree_C_32fc(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
+const Arg shape_fft_r_free___args[] = {
+    {.name = "pSpec", .kind = Kind::Record, .consumed = true},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_r_free___order[] = {1, 2, 3, -1};
+int call_rokiFFTFree_R_32f(Call& c) { return rokiFFTFree_R_32f(reinterpret_cast<RokiFFTSpec_R_32f*>(c.ptr(0))); }
+void* make_rokiFFTFree_R_32f([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(1),c.integer(2),c.integer(3),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFree_R_32f(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+const Arg shape_fft_r32s_free___args[] = {
+    {.name = "pSpec", .kind = Kind::Record, .consumed = true},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_r32s_free___order[] = {1, 2, 3, -1};
+int call_rokiFFTFree_R_32s(Call& c) { return rokiFFTFree_R_32s(reinterpret_cast<RokiFFTSpec_R_32s*>(c.ptr(0))); }
+void* make_rokiFFTFree_R_32s([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(1),c.integer(2),c.integer(3),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFree_R_32s(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+const Arg shape_fft_c_bufsize___args[] = {
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_c_bufsize___order[] = {2, 3, 4, -1};
+int call_rokiFFTGetBufSize_C_32fc(Call& c) { return rokiFFTGetBufSize_C_32fc(reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(0)), reinterpret_cast<int*>(c.ptr(1))); }
+void* make_rokiFFTGetBufSize_C_32fc([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(2),c.integer(3),c.integer(4),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTGetBufSize_C_32fc(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
+const Arg shape_fft_r_bufsize___args[] = {
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_r_bufsize___order[] = {2, 3, 4, -1};
+int call_rokiFFTGetBufSize_R_32f(Call& c) { return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(0)), reinterpret_cast<int*>(c.ptr(1))); }
+void* make_rokiFFTGetBufSize_R_32f([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(2),c.integer(3),c.integer(4),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTGetBufSize_R_32f(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+const Arg shape_fft_r32s_bufsize___args[] = {
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_r32s_bufsize___order[] = {2, 3, 4, -1};
+int call_rokiFFTGetBufSize_R_32s(Call& c) { return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(0)), reinterpret_cast<int*>(c.ptr(1))); }
+void* make_rokiFFTGetBufSize_R_32s([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(2),c.integer(3),c.integer(4),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTGetBufSize_R_32s(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+const Arg shape_fft_r_transform_R_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1<<c.wint(7)}; }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1<<c.wint(7)}; }},
+    {.name = "dstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_r_transform_R_order[] = {6, 7, 8, -1};
+int call_rokiFFTFwd_RToPack_32f_C1R(Call& c) { return rokiFFTFwd_RToPack_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTFwd_RToPack_32f_C1R(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_32f_C1R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+const Arg shape_fft_r_transform_IR_args[] = {
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(4), 1<<c.wint(5)}; }},
+    {.name = "srcDstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_r_transform_IR_order[] = {4, 5, 6, -1};
+int call_rokiFFTFwd_RToPack_32f_C1IR(Call& c) { return rokiFFTFwd_RToPack_32f_C1IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTFwd_RToPack_32f_C1IR(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_32f_C1IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_32f_C1IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTFwd_RToPack_32f_C3R(Call& c) { return rokiFFTFwd_RToPack_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTFwd_RToPack_32f_C3R(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_32f_C3R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_32f_C3R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTFwd_RToPack_32f_C3IR(Call& c) { return rokiFFTFwd_RToPack_32f_C3IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTFwd_RToPack_32f_C3IR(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_32f_C3IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_32f_C3IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTFwd_RToPack_32f_C4R(Call& c) { return rokiFFTFwd_RToPack_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTFwd_RToPack_32f_C4R(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_32f_C4R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_32f_C4R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTFwd_RToPack_32f_C4IR(Call& c) { return rokiFFTFwd_RToPack_32f_C4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTFwd_RToPack_32f_C4IR(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_32f_C4IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_32f_C4IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTFwd_RToPack_32f_AC4R(Call& c) { return rokiFFTFwd_RToPack_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTFwd_RToPack_32f_AC4R(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_32f_AC4R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_32f_AC4R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTFwd_RToPack_32f_AC4IR(Call& c) { return rokiFFTFwd_RToPack_32f_AC4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTFwd_RToPack_32f_AC4IR(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_32f_AC4IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_32f_AC4IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTInv_PackToR_32f_C1R(Call& c) { return rokiFFTInv_PackToR_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTInv_PackToR_32f_C1R(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32f_C1R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTInv_PackToR_32f_C1IR(Call& c) { return rokiFFTInv_PackToR_32f_C1IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTInv_PackToR_32f_C1IR(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32f_C1IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32f_C1IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTInv_PackToR_32f_C3R(Call& c) { return rokiFFTInv_PackToR_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTInv_PackToR_32f_C3R(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32f_C3R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32f_C3R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTInv_PackToR_32f_C3IR(Call& c) { return rokiFFTInv_PackToR_32f_C3IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTInv_PackToR_32f_C3IR(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32f_C3IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32f_C3IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTInv_PackToR_32f_C4R(Call& c) { return rokiFFTInv_PackToR_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTInv_PackToR_32f_C4R(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32f_C4R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32f_C4R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTInv_PackToR_32f_C4IR(Call& c) { return rokiFFTInv_PackToR_32f_C4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTInv_PackToR_32f_C4IR(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32f_C4IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32f_C4IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTInv_PackToR_32f_AC4R(Call& c) { return rokiFFTInv_PackToR_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTInv_PackToR_32f_AC4R(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32f_AC4R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32f_AC4R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+int call_rokiFFTInv_PackToR_32f_AC4IR(Call& c) { return rokiFFTInv_PackToR_32f_AC4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTInv_PackToR_32f_AC4IR(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32f(reinterpret_cast<const RokiFFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32f_AC4IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32f_AC4IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
+const Arg shape_fft_c_transform_R_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1<<c.wint(7)}; }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1<<c.wint(7)}; }},
+    {.name = "dstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_c_transform_R_order[] = {6, 7, 8, -1};
+int call_rokiFFTFwd_CToC_32fc_C1R(Call& c) { return rokiFFTFwd_CToC_32fc_C1R(reinterpret_cast<const Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32fc*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTFwd_CToC_32fc_C1R(Call& c) { int size = -1; return rokiFFTGetBufSize_C_32fc(reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_CToC_32fc_C1R([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_CToC_32fc_C1R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
+const Arg shape_fft_c_transform_IR_args[] = {
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(4), 1<<c.wint(5)}; }},
+    {.name = "srcDstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_c_transform_IR_order[] = {4, 5, 6, -1};
+int call_rokiFFTFwd_CToC_32fc_C1IR(Call& c) { return rokiFFTFwd_CToC_32fc_C1IR(reinterpret_cast<Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTFwd_CToC_32fc_C1IR(Call& c) { int size = -1; return rokiFFTGetBufSize_C_32fc(reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_CToC_32fc_C1IR([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_CToC_32fc_C1IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
+int call_rokiFFTInv_CToC_32fc_C1R(Call& c) { return rokiFFTInv_CToC_32fc_C1R(reinterpret_cast<const Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32fc*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiFFTInv_CToC_32fc_C1R(Call& c) { int size = -1; return rokiFFTGetBufSize_C_32fc(reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_CToC_32fc_C1R([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_CToC_32fc_C1R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
+int call_rokiFFTInv_CToC_32fc_C1IR(Call& c) { return rokiFFTInv_CToC_32fc_C1IR(reinterpret_cast<Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiFFTInv_CToC_32fc_C1IR(Call& c) { int size = -1; return rokiFFTGetBufSize_C_32fc(reinterpret_cast<const RokiFFTSpec_C_32fc*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_CToC_32fc_C1IR([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_CToC_32fc_C1IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
+const Arg shape_fft_r32s_transform_RSfs_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(7), 1<<c.wint(8)}; }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(7), 1<<c.wint(8)}; }},
+    {.name = "dstStep", .kind = Kind::Step},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "orderX", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,7); }},
+    {.name = "orderY", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,5); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_fft_r32s_transform_RSfs_order[] = {4, 7, 8, 9, -1};
+int call_rokiFFTFwd_RToPack_8u32s_C1RSfs(Call& c) { return rokiFFTFwd_RToPack_8u32s_C1RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiFFTFwd_RToPack_8u32s_C1RSfs(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_8u32s_C1RSfs([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_8u32s_C1RSfs(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+int call_rokiFFTFwd_RToPack_8u32s_C3RSfs(Call& c) { return rokiFFTFwd_RToPack_8u32s_C3RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiFFTFwd_RToPack_8u32s_C3RSfs(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_8u32s_C3RSfs([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_8u32s_C3RSfs(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+int call_rokiFFTFwd_RToPack_8u32s_C4RSfs(Call& c) { return rokiFFTFwd_RToPack_8u32s_C4RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiFFTFwd_RToPack_8u32s_C4RSfs(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_8u32s_C4RSfs([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_8u32s_C4RSfs(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+int call_rokiFFTFwd_RToPack_8u32s_AC4RSfs(Call& c) { return rokiFFTFwd_RToPack_8u32s_AC4RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiFFTFwd_RToPack_8u32s_AC4RSfs(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiFFTFwd_RToPack_8u32s_AC4RSfs([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTFwd_RToPack_8u32s_AC4RSfs(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+int call_rokiFFTInv_PackToR_32s8u_C1RSfs(Call& c) { return rokiFFTInv_PackToR_32s8u_C1RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiFFTInv_PackToR_32s8u_C1RSfs(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32s8u_C1RSfs([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32s8u_C1RSfs(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+int call_rokiFFTInv_PackToR_32s8u_C3RSfs(Call& c) { return rokiFFTInv_PackToR_32s8u_C3RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiFFTInv_PackToR_32s8u_C3RSfs(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32s8u_C3RSfs([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32s8u_C3RSfs(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+int call_rokiFFTInv_PackToR_32s8u_C4RSfs(Call& c) { return rokiFFTInv_PackToR_32s8u_C4RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiFFTInv_PackToR_32s8u_C4RSfs(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32s8u_C4RSfs([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32s8u_C4RSfs(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+int call_rokiFFTInv_PackToR_32s8u_AC4RSfs(Call& c) { return rokiFFTInv_PackToR_32s8u_AC4RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiFFTInv_PackToR_32s8u_AC4RSfs(Call& c) { int size = -1; return rokiFFTGetBufSize_R_32s(reinterpret_cast<const RokiFFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiFFTInv_PackToR_32s8u_AC4RSfs([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiFFTInv_PackToR_32s8u_AC4RSfs(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
+const Arg shape_dft_c_initalloc___args[] = {
+    {.name = "ppSpec", .kind = Kind::Made},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_dft_c_initalloc___order[] = {1, 2, 3, 4, -1};
+int call_rokiDFTInitAlloc_C_32fc(Call& c) { return rokiDFTInitAlloc_C_32fc(reinterpret_cast<RokiDFTSpec_C_32fc**>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.integer(4)); }
+void release_rokiDFTInitAlloc_C_32fc(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_C_32fc* rec_ = static_cast<RokiDFTSpec_C_32fc*>(p); rokiDFTFree_C_32fc(rec_); }
+const Arg shape_dft_r_initalloc___args[] = {
+    {.name = "ppSpec", .kind = Kind::Made},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_dft_r_initalloc___order[] = {1, 2, 3, 4, -1};
+int call_rokiDFTInitAlloc_R_32f(Call& c) { return rokiDFTInitAlloc_R_32f(reinterpret_cast<RokiDFTSpec_R_32f**>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.integer(4)); }
+void release_rokiDFTInitAlloc_R_32f(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+const Arg shape_dft_r32s_initalloc___args[] = {
+    {.name = "ppSpec", .kind = Kind::Made},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_dft_r32s_initalloc___order[] = {1, 2, 3, 4, -1};
+int call_rokiDFTInitAlloc_R_32s(Call& c) { return rokiDFTInitAlloc_R_32s(reinterpret_cast<RokiDFTSpec_R_32s**>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.integer(4)); }
+void release_rokiDFTInitAlloc_R_32s(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+const Arg shape_dft_c_free___args[] = {
+    {.name = "pSpec", .kind = Kind::Record, .consumed = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_c_free___order[] = {1, 2, 3, -1};
+int call_rokiDFTFree_C_32fc(Call& c) { return rokiDFTFree_C_32fc(reinterpret_cast<RokiDFTSpec_C_32fc*>(c.ptr(0))); }
+void* make_rokiDFTFree_C_32fc([[maybe_unused]] Call& c) { RokiDFTSpec_C_32fc* rec_ = nullptr; return ((rokiDFTInitAlloc_C_32fc(&rec_,c.integer(1),c.integer(2),c.integer(3),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFree_C_32fc(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_C_32fc* rec_ = static_cast<RokiDFTSpec_C_32fc*>(p); rokiDFTFree_C_32fc(rec_); }
+const Arg shape_dft_r_free___args[] = {
+    {.name = "pSpec", .kind = Kind::Record, .consumed = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_r_free___order[] = {1, 2, 3, -1};
+int call_rokiDFTFree_R_32f(Call& c) { return rokiDFTFree_R_32f(reinterpret_cast<RokiDFTSpec_R_32f*>(c.ptr(0))); }
+void* make_rokiDFTFree_R_32f([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(1),c.integer(2),c.integer(3),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFree_R_32f(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+const Arg shape_dft_r32s_free___args[] = {
+    {.name = "pSpec", .kind = Kind::Record, .consumed = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_r32s_free___order[] = {1, 2, 3, -1};
+int call_rokiDFTFree_R_32s(Call& c) { return rokiDFTFree_R_32s(reinterpret_cast<RokiDFTSpec_R_32s*>(c.ptr(0))); }
+void* make_rokiDFTFree_R_32s([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(1),c.integer(2),c.integer(3),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFree_R_32s(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+const Arg shape_dft_c_bufsize___args[] = {
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_c_bufsize___order[] = {2, 3, 4, -1};
+int call_rokiDFTGetBufSize_C_32fc(Call& c) { return rokiDFTGetBufSize_C_32fc(reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(0)), reinterpret_cast<int*>(c.ptr(1))); }
+void* make_rokiDFTGetBufSize_C_32fc([[maybe_unused]] Call& c) { RokiDFTSpec_C_32fc* rec_ = nullptr; return ((rokiDFTInitAlloc_C_32fc(&rec_,c.integer(2),c.integer(3),c.integer(4),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTGetBufSize_C_32fc(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_C_32fc* rec_ = static_cast<RokiDFTSpec_C_32fc*>(p); rokiDFTFree_C_32fc(rec_); }
+const Arg shape_dft_r_bufsize___args[] = {
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_r_bufsize___order[] = {2, 3, 4, -1};
+int call_rokiDFTGetBufSize_R_32f(Call& c) { return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(0)), reinterpret_cast<int*>(c.ptr(1))); }
+void* make_rokiDFTGetBufSize_R_32f([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(2),c.integer(3),c.integer(4),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTGetBufSize_R_32f(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+const Arg shape_dft_r32s_bufsize___args[] = {
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_r32s_bufsize___order[] = {2, 3, 4, -1};
+int call_rokiDFTGetBufSize_R_32s(Call& c) { return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(0)), reinterpret_cast<int*>(c.ptr(1))); }
+void* make_rokiDFTGetBufSize_R_32s([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(2),c.integer(3),c.integer(4),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTGetBufSize_R_32s(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+const Arg shape_dft_c_getsize___args[] = {
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "pSpecSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "pSpecBufferSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "pBufferSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+};
+const int shape_dft_c_getsize___order[] = {0, 1, 2, 3, -1};
+int call_rokiDFTGetSize_C_32fc(Call& c) { return rokiDFTGetSize_C_32fc(c.integer(0), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<int*>(c.ptr(4)), reinterpret_cast<int*>(c.ptr(5)), reinterpret_cast<int*>(c.ptr(6))); }
+const Arg shape_dft_r_getsize___args[] = {
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "pSpecSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "pSpecBufferSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "pBufferSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+};
+const int shape_dft_r_getsize___order[] = {0, 1, 2, 3, -1};
+int call_rokiDFTGetSize_R_32f(Call& c) { return rokiDFTGetSize_R_32f(c.integer(0), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<int*>(c.ptr(4)), reinterpret_cast<int*>(c.ptr(5)), reinterpret_cast<int*>(c.ptr(6))); }
+const Arg shape_dft_c_init___args[] = {
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "pSpec", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::U8, .count = +[]([[maybe_unused]] Call& c) -> long long { return 65536; }},
+    {.name = "pMemInit", .kind = Kind::Buffer, .optional = true},
+};
+const int shape_dft_c_init___order[] = {0, 1, 2, 3, -1};
+int call_rokiDFTInit_C_32fc(Call& c) { return rokiDFTInit_C_32fc(c.integer(0), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<RokiDFTSpec_C_32fc*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTInit_C_32fc(Call& c) { int size = -1; return rokiDFTGetSize_C_32fc(c.integer(0),c.integer(1),c.integer(2),c.integer(3),&size,&size,&size) == 0 ? size : -1; }
+const Arg shape_dft_r_init___args[] = {
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "pSpec", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::U8, .count = +[]([[maybe_unused]] Call& c) -> long long { return 65536; }},
+    {.name = "pMemInit", .kind = Kind::Buffer, .optional = true},
+};
+const int shape_dft_r_init___order[] = {0, 1, 2, 3, -1};
+int call_rokiDFTInit_R_32f(Call& c) { return rokiDFTInit_R_32f(c.integer(0), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTInit_R_32f(Call& c) { int size = -1; return rokiDFTGetSize_R_32f(c.integer(0),c.integer(1),c.integer(2),c.integer(3),&size,&size,&size) == 0 ? size : -1; }
+const Arg shape_dft_r_transform_R_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
+    {.name = "dstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_r_transform_R_order[] = {6, 7, 8, -1};
+int call_rokiDFTFwd_RToPack_32f_C1R(Call& c) { return rokiDFTFwd_RToPack_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTFwd_RToPack_32f_C1R(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_32f_C1R([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+const Arg shape_dft_r_transform_IR_args[] = {
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(4), c.wint(5)}; }},
+    {.name = "srcDstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_r_transform_IR_order[] = {4, 5, 6, -1};
+int call_rokiDFTFwd_RToPack_32f_C1IR(Call& c) { return rokiDFTFwd_RToPack_32f_C1IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTFwd_RToPack_32f_C1IR(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_32f_C1IR([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_32f_C1IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTFwd_RToPack_32f_C3R(Call& c) { return rokiDFTFwd_RToPack_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTFwd_RToPack_32f_C3R(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_32f_C3R([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_32f_C3R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTFwd_RToPack_32f_C3IR(Call& c) { return rokiDFTFwd_RToPack_32f_C3IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTFwd_RToPack_32f_C3IR(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_32f_C3IR([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_32f_C3IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTFwd_RToPack_32f_C4R(Call& c) { return rokiDFTFwd_RToPack_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTFwd_RToPack_32f_C4R(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_32f_C4R([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_32f_C4R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTFwd_RToPack_32f_C4IR(Call& c) { return rokiDFTFwd_RToPack_32f_C4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTFwd_RToPack_32f_C4IR(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_32f_C4IR([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_32f_C4IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTFwd_RToPack_32f_AC4R(Call& c) { return rokiDFTFwd_RToPack_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTFwd_RToPack_32f_AC4R(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_32f_AC4R([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_32f_AC4R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTFwd_RToPack_32f_AC4IR(Call& c) { return rokiDFTFwd_RToPack_32f_AC4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTFwd_RToPack_32f_AC4IR(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_32f_AC4IR([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_32f_AC4IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTInv_PackToR_32f_C1R(Call& c) { return rokiDFTInv_PackToR_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTInv_PackToR_32f_C1R(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32f_C1R([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTInv_PackToR_32f_C1IR(Call& c) { return rokiDFTInv_PackToR_32f_C1IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTInv_PackToR_32f_C1IR(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32f_C1IR([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32f_C1IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTInv_PackToR_32f_C3R(Call& c) { return rokiDFTInv_PackToR_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTInv_PackToR_32f_C3R(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32f_C3R([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32f_C3R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTInv_PackToR_32f_C3IR(Call& c) { return rokiDFTInv_PackToR_32f_C3IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTInv_PackToR_32f_C3IR(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32f_C3IR([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32f_C3IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTInv_PackToR_32f_C4R(Call& c) { return rokiDFTInv_PackToR_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTInv_PackToR_32f_C4R(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32f_C4R([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32f_C4R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTInv_PackToR_32f_C4IR(Call& c) { return rokiDFTInv_PackToR_32f_C4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTInv_PackToR_32f_C4IR(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32f_C4IR([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32f_C4IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTInv_PackToR_32f_AC4R(Call& c) { return rokiDFTInv_PackToR_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTInv_PackToR_32f_AC4R(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32f_AC4R([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32f_AC4R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+int call_rokiDFTInv_PackToR_32f_AC4IR(Call& c) { return rokiDFTInv_PackToR_32f_AC4IR(reinterpret_cast<Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTInv_PackToR_32f_AC4IR(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32f(reinterpret_cast<const RokiDFTSpec_R_32f*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32f_AC4IR([[maybe_unused]] Call& c) { RokiDFTSpec_R_32f* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32f_AC4IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32f* rec_ = static_cast<RokiDFTSpec_R_32f*>(p); rokiDFTFree_R_32f(rec_); }
+const Arg shape_dft_c_transform_R_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
+    {.name = "dstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_c_transform_R_order[] = {6, 7, 8, -1};
+int call_rokiDFTFwd_CToC_32fc_C1R(Call& c) { return rokiDFTFwd_CToC_32fc_C1R(reinterpret_cast<const Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32fc*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTFwd_CToC_32fc_C1R(Call& c) { int size = -1; return rokiDFTGetBufSize_C_32fc(reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_CToC_32fc_C1R([[maybe_unused]] Call& c) { RokiDFTSpec_C_32fc* rec_ = nullptr; return ((rokiDFTInitAlloc_C_32fc(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_CToC_32fc_C1R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_C_32fc* rec_ = static_cast<RokiDFTSpec_C_32fc*>(p); rokiDFTFree_C_32fc(rec_); }
+const Arg shape_dft_c_transform_IR_args[] = {
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(4), c.wint(5)}; }},
+    {.name = "srcDstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_c_transform_IR_order[] = {4, 5, 6, -1};
+int call_rokiDFTFwd_CToC_32fc_C1IR(Call& c) { return rokiDFTFwd_CToC_32fc_C1IR(reinterpret_cast<Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTFwd_CToC_32fc_C1IR(Call& c) { int size = -1; return rokiDFTGetBufSize_C_32fc(reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_CToC_32fc_C1IR([[maybe_unused]] Call& c) { RokiDFTSpec_C_32fc* rec_ = nullptr; return ((rokiDFTInitAlloc_C_32fc(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_CToC_32fc_C1IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_C_32fc* rec_ = static_cast<RokiDFTSpec_C_32fc*>(p); rokiDFTFree_C_32fc(rec_); }
+int call_rokiDFTInv_CToC_32fc_C1R(Call& c) { return rokiDFTInv_CToC_32fc_C1R(reinterpret_cast<const Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32fc*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDFTInv_CToC_32fc_C1R(Call& c) { int size = -1; return rokiDFTGetBufSize_C_32fc(reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_CToC_32fc_C1R([[maybe_unused]] Call& c) { RokiDFTSpec_C_32fc* rec_ = nullptr; return ((rokiDFTInitAlloc_C_32fc(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_CToC_32fc_C1R(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_C_32fc* rec_ = static_cast<RokiDFTSpec_C_32fc*>(p); rokiDFTFree_C_32fc(rec_); }
+int call_rokiDFTInv_CToC_32fc_C1IR(Call& c) { return rokiDFTInv_CToC_32fc_C1IR(reinterpret_cast<Rok32fc*>(c.ptr(0)), c.integer(1), reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(2)), reinterpret_cast<Rok8u*>(c.ptr(3))); }
+int buffer_rokiDFTInv_CToC_32fc_C1IR(Call& c) { int size = -1; return rokiDFTGetBufSize_C_32fc(reinterpret_cast<const RokiDFTSpec_C_32fc*>(c.ptr(2)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_CToC_32fc_C1IR([[maybe_unused]] Call& c) { RokiDFTSpec_C_32fc* rec_ = nullptr; return ((rokiDFTInitAlloc_C_32fc(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_CToC_32fc_C1IR(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_C_32fc* rec_ = static_cast<RokiDFTSpec_C_32fc*>(p); rokiDFTFree_C_32fc(rec_); }
+const Arg shape_dft_r32s_transform_RSfs_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(7), c.wint(8)}; }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(7), c.wint(8)}; }},
+    {.name = "dstStep", .kind = Kind::Step},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
+};
+const int shape_dft_r32s_transform_RSfs_order[] = {4, 7, 8, 9, -1};
+int call_rokiDFTFwd_RToPack_8u32s_C1RSfs(Call& c) { return rokiDFTFwd_RToPack_8u32s_C1RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiDFTFwd_RToPack_8u32s_C1RSfs(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_8u32s_C1RSfs([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_8u32s_C1RSfs(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+int call_rokiDFTFwd_RToPack_8u32s_C3RSfs(Call& c) { return rokiDFTFwd_RToPack_8u32s_C3RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiDFTFwd_RToPack_8u32s_C3RSfs(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_8u32s_C3RSfs([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_8u32s_C3RSfs(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+int call_rokiDFTFwd_RToPack_8u32s_C4RSfs(Call& c) { return rokiDFTFwd_RToPack_8u32s_C4RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiDFTFwd_RToPack_8u32s_C4RSfs(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_8u32s_C4RSfs([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_8u32s_C4RSfs(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+int call_rokiDFTFwd_RToPack_8u32s_AC4RSfs(Call& c) { return rokiDFTFwd_RToPack_8u32s_AC4RSfs(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiDFTFwd_RToPack_8u32s_AC4RSfs(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiDFTFwd_RToPack_8u32s_AC4RSfs([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTFwd_RToPack_8u32s_AC4RSfs(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+int call_rokiDFTInv_PackToR_32s8u_C1RSfs(Call& c) { return rokiDFTInv_PackToR_32s8u_C1RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiDFTInv_PackToR_32s8u_C1RSfs(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32s8u_C1RSfs([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32s8u_C1RSfs(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+int call_rokiDFTInv_PackToR_32s8u_C3RSfs(Call& c) { return rokiDFTInv_PackToR_32s8u_C3RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiDFTInv_PackToR_32s8u_C3RSfs(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32s8u_C3RSfs([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32s8u_C3RSfs(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+int call_rokiDFTInv_PackToR_32s8u_C4RSfs(Call& c) { return rokiDFTInv_PackToR_32s8u_C4RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiDFTInv_PackToR_32s8u_C4RSfs(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32s8u_C4RSfs([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32s8u_C4RSfs(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
+int call_rokiDFTInv_PackToR_32s8u_AC4RSfs(Call& c) { return rokiDFTInv_PackToR_32s8u_AC4RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.integer(4), reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)), reinterpret_cast<Rok8u*>(c.ptr(6))); }
+int buffer_rokiDFTInv_PackToR_32s8u_AC4RSfs(Call& c) { int size = -1; return rokiDFTGetBufSize_R_32s(reinterpret_cast<const RokiDFTSpec_R_32s*>(c.ptr(5)),&size) == 0 ? size : -1; }
+void* make_rokiDFTInv_PackToR_32s8u_AC4RSfs([[maybe_unused]] Call& c) { RokiDFTSpec_R_32s* rec_ = nullptr; return ((rokiDFTInitAlloc_R_32s(&rec_,c.integer(7),c.integer(8),c.integer(9),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDFTInv_PackToR_32s8u_AC4RSfs(void* p) { [[maybe_unused]] Call c; RokiDFTSpec_R_32s* rec_ = static_cast<RokiDFTSpec_R_32s*>(p); rokiDFTFree_R_32s(rec_); }
 
 const Export exports[] = {
-    {.name = "rokiFFTInitAlloc_C_32fc"},
-    {.name = "rokiFFTInitAlloc_R_32f"},
-    {.name = "rokiFFTInitAlloc_R_32s"},
-    {.name = "rokiFFTFree_C_32fc"},
-    {.name = "rokiFFTFree_R_32f"},
-    {.name = "rokiFFTFree_R_32s"},
-    {.name = "rokiFFTGetBufSize_C_32fc"},
-    {.name = "rokiFFTGetBufSize_R_32f"},
-    {.name = "rokiFFTGetBufSize_R_32s"},
-    {.name = "rokiFFTFwd_RToPack_32f_C1R"},
-    {.name = "rokiFFTFwd_RToPack_32f_C1IR"},
-    {.name = "rokiFFTFwd_RToPack_32f_C3R"},
-    {.name = "rokiFFTFwd_RToPack_32f_C3IR"},
-    {.name = "rokiFFTFwd_RToPack_32f_C4R"},
-    {.name = "rokiFFTFwd_RToPack_32f_C4IR"},
-    {.name = "rokiFFTFwd_RToPack_32f_AC4R"},
-    {.name = "rokiFFTFwd_RToPack_32f_AC4IR"},
-    {.name = "rokiFFTInv_PackToR_32f_C1R"},
-    {.name = "rokiFFTInv_PackToR_32f_C1IR"},
-    {.name = "rokiFFTInv_PackToR_32f_C3R"},
-    {.name = "rokiFFTInv_PackToR_32f_C3IR"},
-    {.name = "rokiFFTInv_PackToR_32f_C4R"},
-    {.name = "rokiFFTInv_PackToR_32f_C4IR"},
-    {.name = "rokiFFTInv_PackToR_32f_AC4R"},
-    {.name = "rokiFFTInv_PackToR_32f_AC4IR"},
-    {.name = "rokiFFTFwd_CToC_32fc_C1R"},
-    {.name = "rokiFFTFwd_CToC_32fc_C1IR"},
-    {.name = "rokiFFTInv_CToC_32fc_C1R"},
-    {.name = "rokiFFTInv_CToC_32fc_C1IR"},
-    {.name = "rokiFFTFwd_RToPack_8u32s_C1RSfs"},
-    {.name = "rokiFFTFwd_RToPack_8u32s_C3RSfs"},
-    {.name = "rokiFFTFwd_RToPack_8u32s_C4RSfs"},
-    {.name = "rokiFFTFwd_RToPack_8u32s_AC4RSfs"},
-    {.name = "rokiFFTInv_PackToR_32s8u_C1RSfs"},
-    {.name = "rokiFFTInv_PackToR_32s8u_C3RSfs"},
-    {.name = "rokiFFTInv_PackToR_32s8u_C4RSfs"},
-    {.name = "rokiFFTInv_PackToR_32s8u_AC4RSfs"},
-    {.name = "rokiDFTInitAlloc_C_32fc"},
-    {.name = "rokiDFTInitAlloc_R_32f"},
-    {.name = "rokiDFTInitAlloc_R_32s"},
-    {.name = "rokiDFTFree_C_32fc"},
-    {.name = "rokiDFTFree_R_32f"},
-    {.name = "rokiDFTFree_R_32s"},
-    {.name = "rokiDFTGetBufSize_C_32fc"},
-    {.name = "rokiDFTGetBufSize_R_32f"},
-    {.name = "rokiDFTGetBufSize_R_32s"},
-    {.name = "rokiDFTGetSize_C_32fc"},
-    {.name = "rokiDFTGetSize_R_32f"},
-    {.name = "rokiDFTInit_C_32fc"},
-    {.name = "rokiDFTInit_R_32f"},
-    {.name = "rokiDFTFwd_RToPack_32f_C1R"},
-    {.name = "rokiDFTFwd_RToPack_32f_C1IR"},
-    {.name = "rokiDFTFwd_RToPack_32f_C3R"},
-    {.name = "rokiDFTFwd_RToPack_32f_C3IR"},
-    {.name = "rokiDFTFwd_RToPack_32f_C4R"},
-    {.name = "rokiDFTFwd_RToPack_32f_C4IR"},
-    {.name = "rokiDFTFwd_RToPack_32f_AC4R"},
-    {.name = "rokiDFTFwd_RToPack_32f_AC4IR"},
-    {.name = "rokiDFTInv_PackToR_32f_C1R"},
-    {.name = "rokiDFTInv_PackToR_32f_C1IR"},
-    {.name = "rokiDFTInv_PackToR_32f_C3R"},
-    {.name = "rokiDFTInv_PackToR_32f_C3IR"},
-    {.name = "rokiDFTInv_PackToR_32f_C4R"},
-    {.name = "rokiDFTInv_PackToR_32f_C4IR"},
-    {.name = "rokiDFTInv_PackToR_32f_AC4R"},
-    {.name = "rokiDFTInv_PackToR_32f_AC4IR"},
-    {.name = "rokiDFTFwd_CToC_32fc_C1R"},
-    {.name = "rokiDFTFwd_CToC_32fc_C1IR"},
-    {.name = "rokiDFTInv_CToC_32fc_C1R"},
-    {.name = "rokiDFTInv_CToC_32fc_C1IR"},
-    {.name = "rokiDFTFwd_RToPack_8u32s_C1RSfs"},
-    {.name = "rokiDFTFwd_RToPack_8u32s_C3RSfs"},
-    {.name = "rokiDFTFwd_RToPack_8u32s_C4RSfs"},
-    {.name = "rokiDFTFwd_RToPack_8u32s_AC4RSfs"},
-    {.name = "rokiDFTInv_PackToR_32s8u_C1RSfs"},
-    {.name = "rokiDFTInv_PackToR_32s8u_C3RSfs"},
-    {.name = "rokiDFTInv_PackToR_32s8u_C4RSfs"},
-    {.name = "rokiDFTInv_PackToR_32s8u_AC4RSfs"},
+    {.name = "rokiFFTInitAlloc_C_32fc", .call = call_rokiFFTInitAlloc_C_32fc, .args = shape_fft_c_initalloc___args, .nargs = 5, .order = shape_fft_c_initalloc___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .release = release_rokiFFTInitAlloc_C_32fc},
+    {.name = "rokiFFTInitAlloc_R_32f", .call = call_rokiFFTInitAlloc_R_32f, .args = shape_fft_r_initalloc___args, .nargs = 5, .order = shape_fft_r_initalloc___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .release = release_rokiFFTInitAlloc_R_32f},
+    {.name = "rokiFFTInitAlloc_R_32s", .call = call_rokiFFTInitAlloc_R_32s, .args = shape_fft_r32s_initalloc___args, .nargs = 5, .order = shape_fft_r32s_initalloc___order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .release = release_rokiFFTInitAlloc_R_32s},
+    {.name = "rokiFFTFree_C_32fc", .call = call_rokiFFTFree_C_32fc, .args = shape_fft_c_free___args, .nargs = 1, .order = shape_fft_c_free___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 0, .threadsH = 0, .make = make_rokiFFTFree_C_32fc, .release = release_rokiFFTFree_C_32fc},
+    {.name = "rokiFFTFree_R_32f", .call = call_rokiFFTFree_R_32f, .args = shape_fft_r_free___args, .nargs = 1, .order = shape_fft_r_free___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 0, .threadsH = 0, .make = make_rokiFFTFree_R_32f, .release = release_rokiFFTFree_R_32f},
+    {.name = "rokiFFTFree_R_32s", .call = call_rokiFFTFree_R_32s, .args = shape_fft_r32s_free___args, .nargs = 1, .order = shape_fft_r32s_free___order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 0, .threadsH = 0, .make = make_rokiFFTFree_R_32s, .release = release_rokiFFTFree_R_32s},
+    {.name = "rokiFFTGetBufSize_C_32fc", .call = call_rokiFFTGetBufSize_C_32fc, .args = shape_fft_c_bufsize___args, .nargs = 2, .order = shape_fft_c_bufsize___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiFFTGetBufSize_C_32fc, .release = release_rokiFFTGetBufSize_C_32fc},
+    {.name = "rokiFFTGetBufSize_R_32f", .call = call_rokiFFTGetBufSize_R_32f, .args = shape_fft_r_bufsize___args, .nargs = 2, .order = shape_fft_r_bufsize___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiFFTGetBufSize_R_32f, .release = release_rokiFFTGetBufSize_R_32f},
+    {.name = "rokiFFTGetBufSize_R_32s", .call = call_rokiFFTGetBufSize_R_32s, .args = shape_fft_r32s_bufsize___args, .nargs = 2, .order = shape_fft_r32s_bufsize___order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiFFTGetBufSize_R_32s, .release = release_rokiFFTGetBufSize_R_32s},
+    {.name = "rokiFFTFwd_RToPack_32f_C1R", .call = call_rokiFFTFwd_RToPack_32f_C1R, .args = shape_fft_r_transform_R_args, .nargs = 6, .order = shape_fft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_32f_C1R, .make = make_rokiFFTFwd_RToPack_32f_C1R, .release = release_rokiFFTFwd_RToPack_32f_C1R},
+    {.name = "rokiFFTFwd_RToPack_32f_C1IR", .call = call_rokiFFTFwd_RToPack_32f_C1IR, .args = shape_fft_r_transform_IR_args, .nargs = 4, .order = shape_fft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_32f_C1IR, .make = make_rokiFFTFwd_RToPack_32f_C1IR, .release = release_rokiFFTFwd_RToPack_32f_C1IR},
+    {.name = "rokiFFTFwd_RToPack_32f_C3R", .call = call_rokiFFTFwd_RToPack_32f_C3R, .args = shape_fft_r_transform_R_args, .nargs = 6, .order = shape_fft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_32f_C3R, .make = make_rokiFFTFwd_RToPack_32f_C3R, .release = release_rokiFFTFwd_RToPack_32f_C3R},
+    {.name = "rokiFFTFwd_RToPack_32f_C3IR", .call = call_rokiFFTFwd_RToPack_32f_C3IR, .args = shape_fft_r_transform_IR_args, .nargs = 4, .order = shape_fft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_32f_C3IR, .make = make_rokiFFTFwd_RToPack_32f_C3IR, .release = release_rokiFFTFwd_RToPack_32f_C3IR},
+    {.name = "rokiFFTFwd_RToPack_32f_C4R", .call = call_rokiFFTFwd_RToPack_32f_C4R, .args = shape_fft_r_transform_R_args, .nargs = 6, .order = shape_fft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_32f_C4R, .make = make_rokiFFTFwd_RToPack_32f_C4R, .release = release_rokiFFTFwd_RToPack_32f_C4R},
+    {.name = "rokiFFTFwd_RToPack_32f_C4IR", .call = call_rokiFFTFwd_RToPack_32f_C4IR, .args = shape_fft_r_transform_IR_args, .nargs = 4, .order = shape_fft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_32f_C4IR, .make = make_rokiFFTFwd_RToPack_32f_C4IR, .release = release_rokiFFTFwd_RToPack_32f_C4IR},
+    {.name = "rokiFFTFwd_RToPack_32f_AC4R", .call = call_rokiFFTFwd_RToPack_32f_AC4R, .args = shape_fft_r_transform_R_args, .nargs = 6, .order = shape_fft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_32f_AC4R, .make = make_rokiFFTFwd_RToPack_32f_AC4R, .release = release_rokiFFTFwd_RToPack_32f_AC4R},
+    {.name = "rokiFFTFwd_RToPack_32f_AC4IR", .call = call_rokiFFTFwd_RToPack_32f_AC4IR, .args = shape_fft_r_transform_IR_args, .nargs = 4, .order = shape_fft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_32f_AC4IR, .make = make_rokiFFTFwd_RToPack_32f_AC4IR, .release = release_rokiFFTFwd_RToPack_32f_AC4IR},
+    {.name = "rokiFFTInv_PackToR_32f_C1R", .call = call_rokiFFTInv_PackToR_32f_C1R, .args = shape_fft_r_transform_R_args, .nargs = 6, .order = shape_fft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32f_C1R, .make = make_rokiFFTInv_PackToR_32f_C1R, .release = release_rokiFFTInv_PackToR_32f_C1R},
+    {.name = "rokiFFTInv_PackToR_32f_C1IR", .call = call_rokiFFTInv_PackToR_32f_C1IR, .args = shape_fft_r_transform_IR_args, .nargs = 4, .order = shape_fft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32f_C1IR, .make = make_rokiFFTInv_PackToR_32f_C1IR, .release = release_rokiFFTInv_PackToR_32f_C1IR},
+    {.name = "rokiFFTInv_PackToR_32f_C3R", .call = call_rokiFFTInv_PackToR_32f_C3R, .args = shape_fft_r_transform_R_args, .nargs = 6, .order = shape_fft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32f_C3R, .make = make_rokiFFTInv_PackToR_32f_C3R, .release = release_rokiFFTInv_PackToR_32f_C3R},
+    {.name = "rokiFFTInv_PackToR_32f_C3IR", .call = call_rokiFFTInv_PackToR_32f_C3IR, .args = shape_fft_r_transform_IR_args, .nargs = 4, .order = shape_fft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32f_C3IR, .make = make_rokiFFTInv_PackToR_32f_C3IR, .release = release_rokiFFTInv_PackToR_32f_C3IR},
+    {.name = "rokiFFTInv_PackToR_32f_C4R", .call = call_rokiFFTInv_PackToR_32f_C4R, .args = shape_fft_r_transform_R_args, .nargs = 6, .order = shape_fft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32f_C4R, .make = make_rokiFFTInv_PackToR_32f_C4R, .release = release_rokiFFTInv_PackToR_32f_C4R},
+    {.name = "rokiFFTInv_PackToR_32f_C4IR", .call = call_rokiFFTInv_PackToR_32f_C4IR, .args = shape_fft_r_transform_IR_args, .nargs = 4, .order = shape_fft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32f_C4IR, .make = make_rokiFFTInv_PackToR_32f_C4IR, .release = release_rokiFFTInv_PackToR_32f_C4IR},
+    {.name = "rokiFFTInv_PackToR_32f_AC4R", .call = call_rokiFFTInv_PackToR_32f_AC4R, .args = shape_fft_r_transform_R_args, .nargs = 6, .order = shape_fft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32f_AC4R, .make = make_rokiFFTInv_PackToR_32f_AC4R, .release = release_rokiFFTInv_PackToR_32f_AC4R},
+    {.name = "rokiFFTInv_PackToR_32f_AC4IR", .call = call_rokiFFTInv_PackToR_32f_AC4IR, .args = shape_fft_r_transform_IR_args, .nargs = 4, .order = shape_fft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32f_AC4IR, .make = make_rokiFFTInv_PackToR_32f_AC4IR, .release = release_rokiFFTInv_PackToR_32f_AC4IR},
+    {.name = "rokiFFTFwd_CToC_32fc_C1R", .call = call_rokiFFTFwd_CToC_32fc_C1R, .args = shape_fft_c_transform_R_args, .nargs = 6, .order = shape_fft_c_transform_R_order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_CToC_32fc_C1R, .make = make_rokiFFTFwd_CToC_32fc_C1R, .release = release_rokiFFTFwd_CToC_32fc_C1R},
+    {.name = "rokiFFTFwd_CToC_32fc_C1IR", .call = call_rokiFFTFwd_CToC_32fc_C1IR, .args = shape_fft_c_transform_IR_args, .nargs = 4, .order = shape_fft_c_transform_IR_order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_CToC_32fc_C1IR, .make = make_rokiFFTFwd_CToC_32fc_C1IR, .release = release_rokiFFTFwd_CToC_32fc_C1IR},
+    {.name = "rokiFFTInv_CToC_32fc_C1R", .call = call_rokiFFTInv_CToC_32fc_C1R, .args = shape_fft_c_transform_R_args, .nargs = 6, .order = shape_fft_c_transform_R_order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_CToC_32fc_C1R, .make = make_rokiFFTInv_CToC_32fc_C1R, .release = release_rokiFFTInv_CToC_32fc_C1R},
+    {.name = "rokiFFTInv_CToC_32fc_C1IR", .call = call_rokiFFTInv_CToC_32fc_C1IR, .args = shape_fft_c_transform_IR_args, .nargs = 4, .order = shape_fft_c_transform_IR_order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_CToC_32fc_C1IR, .make = make_rokiFFTInv_CToC_32fc_C1IR, .release = release_rokiFFTInv_CToC_32fc_C1IR},
+    {.name = "rokiFFTFwd_RToPack_8u32s_C1RSfs", .call = call_rokiFFTFwd_RToPack_8u32s_C1RSfs, .args = shape_fft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_fft_r32s_transform_RSfs_order, .sType = Type::U8, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_8u32s_C1RSfs, .make = make_rokiFFTFwd_RToPack_8u32s_C1RSfs, .release = release_rokiFFTFwd_RToPack_8u32s_C1RSfs},
+    {.name = "rokiFFTFwd_RToPack_8u32s_C3RSfs", .call = call_rokiFFTFwd_RToPack_8u32s_C3RSfs, .args = shape_fft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_fft_r32s_transform_RSfs_order, .sType = Type::U8, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_8u32s_C3RSfs, .make = make_rokiFFTFwd_RToPack_8u32s_C3RSfs, .release = release_rokiFFTFwd_RToPack_8u32s_C3RSfs},
+    {.name = "rokiFFTFwd_RToPack_8u32s_C4RSfs", .call = call_rokiFFTFwd_RToPack_8u32s_C4RSfs, .args = shape_fft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_fft_r32s_transform_RSfs_order, .sType = Type::U8, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_8u32s_C4RSfs, .make = make_rokiFFTFwd_RToPack_8u32s_C4RSfs, .release = release_rokiFFTFwd_RToPack_8u32s_C4RSfs},
+    {.name = "rokiFFTFwd_RToPack_8u32s_AC4RSfs", .call = call_rokiFFTFwd_RToPack_8u32s_AC4RSfs, .args = shape_fft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_fft_r32s_transform_RSfs_order, .sType = Type::U8, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTFwd_RToPack_8u32s_AC4RSfs, .make = make_rokiFFTFwd_RToPack_8u32s_AC4RSfs, .release = release_rokiFFTFwd_RToPack_8u32s_AC4RSfs},
+    {.name = "rokiFFTInv_PackToR_32s8u_C1RSfs", .call = call_rokiFFTInv_PackToR_32s8u_C1RSfs, .args = shape_fft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_fft_r32s_transform_RSfs_order, .sType = Type::S32, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32s8u_C1RSfs, .make = make_rokiFFTInv_PackToR_32s8u_C1RSfs, .release = release_rokiFFTInv_PackToR_32s8u_C1RSfs},
+    {.name = "rokiFFTInv_PackToR_32s8u_C3RSfs", .call = call_rokiFFTInv_PackToR_32s8u_C3RSfs, .args = shape_fft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_fft_r32s_transform_RSfs_order, .sType = Type::S32, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32s8u_C3RSfs, .make = make_rokiFFTInv_PackToR_32s8u_C3RSfs, .release = release_rokiFFTInv_PackToR_32s8u_C3RSfs},
+    {.name = "rokiFFTInv_PackToR_32s8u_C4RSfs", .call = call_rokiFFTInv_PackToR_32s8u_C4RSfs, .args = shape_fft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_fft_r32s_transform_RSfs_order, .sType = Type::S32, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32s8u_C4RSfs, .make = make_rokiFFTInv_PackToR_32s8u_C4RSfs, .release = release_rokiFFTInv_PackToR_32s8u_C4RSfs},
+    {.name = "rokiFFTInv_PackToR_32s8u_AC4RSfs", .call = call_rokiFFTInv_PackToR_32s8u_AC4RSfs, .args = shape_fft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_fft_r32s_transform_RSfs_order, .sType = Type::S32, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiFFTInv_PackToR_32s8u_AC4RSfs, .make = make_rokiFFTInv_PackToR_32s8u_AC4RSfs, .release = release_rokiFFTInv_PackToR_32s8u_AC4RSfs},
+    {.name = "rokiDFTInitAlloc_C_32fc", .call = call_rokiDFTInitAlloc_C_32fc, .args = shape_dft_c_initalloc___args, .nargs = 5, .order = shape_dft_c_initalloc___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .release = release_rokiDFTInitAlloc_C_32fc},
+    {.name = "rokiDFTInitAlloc_R_32f", .call = call_rokiDFTInitAlloc_R_32f, .args = shape_dft_r_initalloc___args, .nargs = 5, .order = shape_dft_r_initalloc___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .release = release_rokiDFTInitAlloc_R_32f},
+    {.name = "rokiDFTInitAlloc_R_32s", .call = call_rokiDFTInitAlloc_R_32s, .args = shape_dft_r32s_initalloc___args, .nargs = 5, .order = shape_dft_r32s_initalloc___order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .release = release_rokiDFTInitAlloc_R_32s},
+    {.name = "rokiDFTFree_C_32fc", .call = call_rokiDFTFree_C_32fc, .args = shape_dft_c_free___args, .nargs = 1, .order = shape_dft_c_free___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 0, .threadsH = 0, .make = make_rokiDFTFree_C_32fc, .release = release_rokiDFTFree_C_32fc},
+    {.name = "rokiDFTFree_R_32f", .call = call_rokiDFTFree_R_32f, .args = shape_dft_r_free___args, .nargs = 1, .order = shape_dft_r_free___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 0, .threadsH = 0, .make = make_rokiDFTFree_R_32f, .release = release_rokiDFTFree_R_32f},
+    {.name = "rokiDFTFree_R_32s", .call = call_rokiDFTFree_R_32s, .args = shape_dft_r32s_free___args, .nargs = 1, .order = shape_dft_r32s_free___order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 0, .threadsH = 0, .make = make_rokiDFTFree_R_32s, .release = release_rokiDFTFree_R_32s},
+    {.name = "rokiDFTGetBufSize_C_32fc", .call = call_rokiDFTGetBufSize_C_32fc, .args = shape_dft_c_bufsize___args, .nargs = 2, .order = shape_dft_c_bufsize___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiDFTGetBufSize_C_32fc, .release = release_rokiDFTGetBufSize_C_32fc},
+    {.name = "rokiDFTGetBufSize_R_32f", .call = call_rokiDFTGetBufSize_R_32f, .args = shape_dft_r_bufsize___args, .nargs = 2, .order = shape_dft_r_bufsize___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiDFTGetBufSize_R_32f, .release = release_rokiDFTGetBufSize_R_32f},
+    {.name = "rokiDFTGetBufSize_R_32s", .call = call_rokiDFTGetBufSize_R_32s, .args = shape_dft_r32s_bufsize___args, .nargs = 2, .order = shape_dft_r32s_bufsize___order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiDFTGetBufSize_R_32s, .release = release_rokiDFTGetBufSize_R_32s},
+    {.name = "rokiDFTGetSize_C_32fc", .call = call_rokiDFTGetSize_C_32fc, .args = shape_dft_c_getsize___args, .nargs = 7, .order = shape_dft_c_getsize___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiDFTGetSize_R_32f", .call = call_rokiDFTGetSize_R_32f, .args = shape_dft_r_getsize___args, .nargs = 7, .order = shape_dft_r_getsize___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiDFTInit_C_32fc", .call = call_rokiDFTInit_C_32fc, .args = shape_dft_c_init___args, .nargs = 6, .order = shape_dft_c_init___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInit_C_32fc},
+    {.name = "rokiDFTInit_R_32f", .call = call_rokiDFTInit_R_32f, .args = shape_dft_r_init___args, .nargs = 6, .order = shape_dft_r_init___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInit_R_32f},
+    {.name = "rokiDFTFwd_RToPack_32f_C1R", .call = call_rokiDFTFwd_RToPack_32f_C1R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C1R, .make = make_rokiDFTFwd_RToPack_32f_C1R, .release = release_rokiDFTFwd_RToPack_32f_C1R},
+    {.name = "rokiDFTFwd_RToPack_32f_C1IR", .call = call_rokiDFTFwd_RToPack_32f_C1IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C1IR, .make = make_rokiDFTFwd_RToPack_32f_C1IR, .release = release_rokiDFTFwd_RToPack_32f_C1IR},
+    {.name = "rokiDFTFwd_RToPack_32f_C3R", .call = call_rokiDFTFwd_RToPack_32f_C3R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C3R, .make = make_rokiDFTFwd_RToPack_32f_C3R, .release = release_rokiDFTFwd_RToPack_32f_C3R},
+    {.name = "rokiDFTFwd_RToPack_32f_C3IR", .call = call_rokiDFTFwd_RToPack_32f_C3IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C3IR, .make = make_rokiDFTFwd_RToPack_32f_C3IR, .release = release_rokiDFTFwd_RToPack_32f_C3IR},
+    {.name = "rokiDFTFwd_RToPack_32f_C4R", .call = call_rokiDFTFwd_RToPack_32f_C4R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C4R, .make = make_rokiDFTFwd_RToPack_32f_C4R, .release = release_rokiDFTFwd_RToPack_32f_C4R},
+    {.name = "rokiDFTFwd_RToPack_32f_C4IR", .call = call_rokiDFTFwd_RToPack_32f_C4IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C4IR, .make = make_rokiDFTFwd_RToPack_32f_C4IR, .release = release_rokiDFTFwd_RToPack_32f_C4IR},
+    {.name = "rokiDFTFwd_RToPack_32f_AC4R", .call = call_rokiDFTFwd_RToPack_32f_AC4R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_AC4R, .make = make_rokiDFTFwd_RToPack_32f_AC4R, .release = release_rokiDFTFwd_RToPack_32f_AC4R},
+    {.name = "rokiDFTFwd_RToPack_32f_AC4IR", .call = call_rokiDFTFwd_RToPack_32f_AC4IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_AC4IR, .make = make_rokiDFTFwd_RToPack_32f_AC4IR, .release = release_rokiDFTFwd_RToPack_32f_AC4IR},
+    {.name = "rokiDFTInv_PackToR_32f_C1R", .call = call_rokiDFTInv_PackToR_32f_C1R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32f_C1R, .make = make_rokiDFTInv_PackToR_32f_C1R, .release = release_rokiDFTInv_PackToR_32f_C1R},
+    {.name = "rokiDFTInv_PackToR_32f_C1IR", .call = call_rokiDFTInv_PackToR_32f_C1IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32f_C1IR, .make = make_rokiDFTInv_PackToR_32f_C1IR, .release = release_rokiDFTInv_PackToR_32f_C1IR},
+    {.name = "rokiDFTInv_PackToR_32f_C3R", .call = call_rokiDFTInv_PackToR_32f_C3R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32f_C3R, .make = make_rokiDFTInv_PackToR_32f_C3R, .release = release_rokiDFTInv_PackToR_32f_C3R},
+    {.name = "rokiDFTInv_PackToR_32f_C3IR", .call = call_rokiDFTInv_PackToR_32f_C3IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32f_C3IR, .make = make_rokiDFTInv_PackToR_32f_C3IR, .release = release_rokiDFTInv_PackToR_32f_C3IR},
+    {.name = "rokiDFTInv_PackToR_32f_C4R", .call = call_rokiDFTInv_PackToR_32f_C4R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32f_C4R, .make = make_rokiDFTInv_PackToR_32f_C4R, .release = release_rokiDFTInv_PackToR_32f_C4R},
+    {.name = "rokiDFTInv_PackToR_32f_C4IR", .call = call_rokiDFTInv_PackToR_32f_C4IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32f_C4IR, .make = make_rokiDFTInv_PackToR_32f_C4IR, .release = release_rokiDFTInv_PackToR_32f_C4IR},
+    {.name = "rokiDFTInv_PackToR_32f_AC4R", .call = call_rokiDFTInv_PackToR_32f_AC4R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32f_AC4R, .make = make_rokiDFTInv_PackToR_32f_AC4R, .release = release_rokiDFTInv_PackToR_32f_AC4R},
+    {.name = "rokiDFTInv_PackToR_32f_AC4IR", .call = call_rokiDFTInv_PackToR_32f_AC4IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32f_AC4IR, .make = make_rokiDFTInv_PackToR_32f_AC4IR, .release = release_rokiDFTInv_PackToR_32f_AC4IR},
+    {.name = "rokiDFTFwd_CToC_32fc_C1R", .call = call_rokiDFTFwd_CToC_32fc_C1R, .args = shape_dft_c_transform_R_args, .nargs = 6, .order = shape_dft_c_transform_R_order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_CToC_32fc_C1R, .make = make_rokiDFTFwd_CToC_32fc_C1R, .release = release_rokiDFTFwd_CToC_32fc_C1R},
+    {.name = "rokiDFTFwd_CToC_32fc_C1IR", .call = call_rokiDFTFwd_CToC_32fc_C1IR, .args = shape_dft_c_transform_IR_args, .nargs = 4, .order = shape_dft_c_transform_IR_order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_CToC_32fc_C1IR, .make = make_rokiDFTFwd_CToC_32fc_C1IR, .release = release_rokiDFTFwd_CToC_32fc_C1IR},
+    {.name = "rokiDFTInv_CToC_32fc_C1R", .call = call_rokiDFTInv_CToC_32fc_C1R, .args = shape_dft_c_transform_R_args, .nargs = 6, .order = shape_dft_c_transform_R_order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_CToC_32fc_C1R, .make = make_rokiDFTInv_CToC_32fc_C1R, .release = release_rokiDFTInv_CToC_32fc_C1R},
+    {.name = "rokiDFTInv_CToC_32fc_C1IR", .call = call_rokiDFTInv_CToC_32fc_C1IR, .args = shape_dft_c_transform_IR_args, .nargs = 4, .order = shape_dft_c_transform_IR_order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_CToC_32fc_C1IR, .make = make_rokiDFTInv_CToC_32fc_C1IR, .release = release_rokiDFTInv_CToC_32fc_C1IR},
+    {.name = "rokiDFTFwd_RToPack_8u32s_C1RSfs", .call = call_rokiDFTFwd_RToPack_8u32s_C1RSfs, .args = shape_dft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_dft_r32s_transform_RSfs_order, .sType = Type::U8, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_8u32s_C1RSfs, .make = make_rokiDFTFwd_RToPack_8u32s_C1RSfs, .release = release_rokiDFTFwd_RToPack_8u32s_C1RSfs},
+    {.name = "rokiDFTFwd_RToPack_8u32s_C3RSfs", .call = call_rokiDFTFwd_RToPack_8u32s_C3RSfs, .args = shape_dft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_dft_r32s_transform_RSfs_order, .sType = Type::U8, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_8u32s_C3RSfs, .make = make_rokiDFTFwd_RToPack_8u32s_C3RSfs, .release = release_rokiDFTFwd_RToPack_8u32s_C3RSfs},
+    {.name = "rokiDFTFwd_RToPack_8u32s_C4RSfs", .call = call_rokiDFTFwd_RToPack_8u32s_C4RSfs, .args = shape_dft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_dft_r32s_transform_RSfs_order, .sType = Type::U8, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_8u32s_C4RSfs, .make = make_rokiDFTFwd_RToPack_8u32s_C4RSfs, .release = release_rokiDFTFwd_RToPack_8u32s_C4RSfs},
+    {.name = "rokiDFTFwd_RToPack_8u32s_AC4RSfs", .call = call_rokiDFTFwd_RToPack_8u32s_AC4RSfs, .args = shape_dft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_dft_r32s_transform_RSfs_order, .sType = Type::U8, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_8u32s_AC4RSfs, .make = make_rokiDFTFwd_RToPack_8u32s_AC4RSfs, .release = release_rokiDFTFwd_RToPack_8u32s_AC4RSfs},
+    {.name = "rokiDFTInv_PackToR_32s8u_C1RSfs", .call = call_rokiDFTInv_PackToR_32s8u_C1RSfs, .args = shape_dft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_dft_r32s_transform_RSfs_order, .sType = Type::S32, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32s8u_C1RSfs, .make = make_rokiDFTInv_PackToR_32s8u_C1RSfs, .release = release_rokiDFTInv_PackToR_32s8u_C1RSfs},
+    {.name = "rokiDFTInv_PackToR_32s8u_C3RSfs", .call = call_rokiDFTInv_PackToR_32s8u_C3RSfs, .args = shape_dft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_dft_r32s_transform_RSfs_order, .sType = Type::S32, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32s8u_C3RSfs, .make = make_rokiDFTInv_PackToR_32s8u_C3RSfs, .release = release_rokiDFTInv_PackToR_32s8u_C3RSfs},
+    {.name = "rokiDFTInv_PackToR_32s8u_C4RSfs", .call = call_rokiDFTInv_PackToR_32s8u_C4RSfs, .args = shape_dft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_dft_r32s_transform_RSfs_order, .sType = Type::S32, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32s8u_C4RSfs, .make = make_rokiDFTInv_PackToR_32s8u_C4RSfs, .release = release_rokiDFTInv_PackToR_32s8u_C4RSfs},
+    {.name = "rokiDFTInv_PackToR_32s8u_AC4RSfs", .call = call_rokiDFTInv_PackToR_32s8u_AC4RSfs, .args = shape_dft_r32s_transform_RSfs_args, .nargs = 7, .order = shape_dft_r32s_transform_RSfs_order, .sType = Type::S32, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInv_PackToR_32s8u_AC4RSfs, .make = make_rokiDFTInv_PackToR_32s8u_AC4RSfs, .release = release_rokiDFTInv_PackToR_32s8u_AC4RSfs},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);

@@ -7,20 +7,20 @@ namespace {
 using namespace rokc;
 
 const Arg shape_mulpack_R_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src2Step", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
 const int shape_mulpack_R_order[] = {6, -1};
 int call_rokiMulPack_32f_C1R(Call& c) { return rokiMulPack_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok32f*>(c.ptr(4)), c.integer(5), c.size(6)); }
 const Arg shape_mulpack_IR_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -33,24 +33,24 @@ int call_rokiMulPack_32f_C4IR(Call& c) { return rokiMulPack_32f_C4IR(reinterpret
 int call_rokiMulPack_32f_AC4R(Call& c) { return rokiMulPack_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok32f*>(c.ptr(4)), c.integer(5), c.size(6)); }
 int call_rokiMulPack_32f_AC4IR(Call& c) { return rokiMulPack_32f_AC4IR(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_mulpack_RSfs_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src2Step", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_mulpack_RSfs_order[] = {6, 7, -1};
 int call_rokiMulPack_16s_C1RSfs(Call& c) { return rokiMulPack_16s_C1RSfs(reinterpret_cast<const Rok16s*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok16s*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok16s*>(c.ptr(4)), c.integer(5), c.size(6), c.integer(7)); }
 const Arg shape_mulpack_IRSfs_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_mulpack_IRSfs_order[] = {4, 5, -1};
 int call_rokiMulPack_16s_C1IRSfs(Call& c) { return rokiMulPack_16s_C1IRSfs(reinterpret_cast<const Rok16s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
@@ -69,20 +69,20 @@ int call_rokiMulPack_32s_C4IRSfs(Call& c) { return rokiMulPack_32s_C4IRSfs(reint
 int call_rokiMulPack_32s_AC4RSfs(Call& c) { return rokiMulPack_32s_AC4RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32s*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok32s*>(c.ptr(4)), c.integer(5), c.size(6), c.integer(7)); }
 int call_rokiMulPack_32s_AC4IRSfs(Call& c) { return rokiMulPack_32s_AC4IRSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 const Arg shape_mulpackconj_R_args[] = {
-    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc1", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src1Step", .kind = Kind::Step},
-    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pSrc2", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "src2Step", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(6); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::S, .ch = -1, .step = 5, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(6); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
 const int shape_mulpackconj_R_order[] = {6, -1};
 int call_rokiMulPackConj_32f_C1R(Call& c) { return rokiMulPackConj_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok32f*>(c.ptr(4)), c.integer(5), c.size(6)); }
 const Arg shape_mulpackconj_IR_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -95,9 +95,9 @@ int call_rokiMulPackConj_32f_C4IR(Call& c) { return rokiMulPackConj_32f_C4IR(rei
 int call_rokiMulPackConj_32f_AC4R(Call& c) { return rokiMulPackConj_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<const Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<Rok32f*>(c.ptr(4)), c.integer(5), c.size(6)); }
 int call_rokiMulPackConj_32f_AC4IR(Call& c) { return rokiMulPackConj_32f_AC4IR(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_packed_unary_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
 };
@@ -105,12 +105,12 @@ const int shape_packed_unary_R_order[] = {4, -1};
 int call_rokiMagnitudePack_32f_C1R(Call& c) { return rokiMagnitudePack_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 int call_rokiMagnitudePack_32f_C3R(Call& c) { return rokiMagnitudePack_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4)); }
 const Arg shape_packed_unary_RSfs_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-4,12); }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
 };
 const int shape_packed_unary_RSfs_order[] = {4, 5, -1};
 int call_rokiMagnitudePack_16s_C1RSfs(Call& c) { return rokiMagnitudePack_16s_C1RSfs(reinterpret_cast<const Rok16s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
@@ -124,20 +124,20 @@ int call_rokiPhasePack_16s_C3RSfs(Call& c) { return rokiPhasePack_16s_C3RSfs(rei
 int call_rokiPhasePack_32s_C1RSfs(Call& c) { return rokiPhasePack_32s_C1RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 int call_rokiPhasePack_32s_C3RSfs(Call& c) { return rokiPhasePack_32s_C3RSfs(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32s*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 const Arg shape_packed_extend_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "dstStep", .kind = Kind::Step},
 };
 const int shape_packed_extend_R_order[] = {2, -1};
 int call_rokiPackToCplxExtend_32f32fc_C1R(Call& c) { return rokiPackToCplxExtend_32f32fc_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32fc*>(c.ptr(3)), c.integer(4)); }
 int call_rokiPackToCplxExtend_32s32sc_C1R(Call& c) { return rokiPackToCplxExtend_32s32sc_C1R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32sc*>(c.ptr(3)), c.integer(4)); }
 const Arg shape_packed_to_pack_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "dstStep", .kind = Kind::Step},
 };
 const int shape_packed_to_pack_R_order[] = {2, -1};
@@ -149,58 +149,58 @@ int call_rokiCplxExtendToPack_16sc16s_C1R(Call& c) { return rokiCplxExtendToPack
 int call_rokiCplxExtendToPack_16sc16s_C3R(Call& c) { return rokiCplxExtendToPack_16sc16s_C3R(reinterpret_cast<const Rok16sc*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok16s*>(c.ptr(3)), c.integer(4)); }
 
 const Export exports[] = {
-    {.name = "rokiMulPack_32f_C1R", .call = call_rokiMulPack_32f_C1R, .args = shape_mulpack_R_args, .nargs = 7, .order = shape_mulpack_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32f_C1IR", .call = call_rokiMulPack_32f_C1IR, .args = shape_mulpack_IR_args, .nargs = 5, .order = shape_mulpack_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32f_C3R", .call = call_rokiMulPack_32f_C3R, .args = shape_mulpack_R_args, .nargs = 7, .order = shape_mulpack_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32f_C3IR", .call = call_rokiMulPack_32f_C3IR, .args = shape_mulpack_IR_args, .nargs = 5, .order = shape_mulpack_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32f_C4R", .call = call_rokiMulPack_32f_C4R, .args = shape_mulpack_R_args, .nargs = 7, .order = shape_mulpack_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32f_C4IR", .call = call_rokiMulPack_32f_C4IR, .args = shape_mulpack_IR_args, .nargs = 5, .order = shape_mulpack_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32f_AC4R", .call = call_rokiMulPack_32f_AC4R, .args = shape_mulpack_R_args, .nargs = 7, .order = shape_mulpack_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32f_AC4IR", .call = call_rokiMulPack_32f_AC4IR, .args = shape_mulpack_IR_args, .nargs = 5, .order = shape_mulpack_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_16s_C1RSfs", .call = call_rokiMulPack_16s_C1RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_16s_C1IRSfs", .call = call_rokiMulPack_16s_C1IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_16s_C3RSfs", .call = call_rokiMulPack_16s_C3RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_16s_C3IRSfs", .call = call_rokiMulPack_16s_C3IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_16s_C4RSfs", .call = call_rokiMulPack_16s_C4RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_16s_C4IRSfs", .call = call_rokiMulPack_16s_C4IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_16s_AC4RSfs", .call = call_rokiMulPack_16s_AC4RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_16s_AC4IRSfs", .call = call_rokiMulPack_16s_AC4IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32s_C1RSfs", .call = call_rokiMulPack_32s_C1RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32s_C1IRSfs", .call = call_rokiMulPack_32s_C1IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32s_C3RSfs", .call = call_rokiMulPack_32s_C3RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32s_C3IRSfs", .call = call_rokiMulPack_32s_C3IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32s_C4RSfs", .call = call_rokiMulPack_32s_C4RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32s_C4IRSfs", .call = call_rokiMulPack_32s_C4IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32s_AC4RSfs", .call = call_rokiMulPack_32s_AC4RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPack_32s_AC4IRSfs", .call = call_rokiMulPack_32s_AC4IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPackConj_32f_C1R", .call = call_rokiMulPackConj_32f_C1R, .args = shape_mulpackconj_R_args, .nargs = 7, .order = shape_mulpackconj_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPackConj_32f_C1IR", .call = call_rokiMulPackConj_32f_C1IR, .args = shape_mulpackconj_IR_args, .nargs = 5, .order = shape_mulpackconj_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPackConj_32f_C3R", .call = call_rokiMulPackConj_32f_C3R, .args = shape_mulpackconj_R_args, .nargs = 7, .order = shape_mulpackconj_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPackConj_32f_C3IR", .call = call_rokiMulPackConj_32f_C3IR, .args = shape_mulpackconj_IR_args, .nargs = 5, .order = shape_mulpackconj_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPackConj_32f_C4R", .call = call_rokiMulPackConj_32f_C4R, .args = shape_mulpackconj_R_args, .nargs = 7, .order = shape_mulpackconj_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPackConj_32f_C4IR", .call = call_rokiMulPackConj_32f_C4IR, .args = shape_mulpackconj_IR_args, .nargs = 5, .order = shape_mulpackconj_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPackConj_32f_AC4R", .call = call_rokiMulPackConj_32f_AC4R, .args = shape_mulpackconj_R_args, .nargs = 7, .order = shape_mulpackconj_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMulPackConj_32f_AC4IR", .call = call_rokiMulPackConj_32f_AC4IR, .args = shape_mulpackconj_IR_args, .nargs = 5, .order = shape_mulpackconj_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMagnitudePack_32f_C1R", .call = call_rokiMagnitudePack_32f_C1R, .args = shape_packed_unary_R_args, .nargs = 5, .order = shape_packed_unary_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMagnitudePack_32f_C3R", .call = call_rokiMagnitudePack_32f_C3R, .args = shape_packed_unary_R_args, .nargs = 5, .order = shape_packed_unary_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMagnitudePack_16s_C1RSfs", .call = call_rokiMagnitudePack_16s_C1RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMagnitudePack_16s_C3RSfs", .call = call_rokiMagnitudePack_16s_C3RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMagnitudePack_32s_C1RSfs", .call = call_rokiMagnitudePack_32s_C1RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMagnitudePack_32s_C3RSfs", .call = call_rokiMagnitudePack_32s_C3RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiPhasePack_32f_C1R", .call = call_rokiPhasePack_32f_C1R, .args = shape_packed_unary_R_args, .nargs = 5, .order = shape_packed_unary_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiPhasePack_32f_C3R", .call = call_rokiPhasePack_32f_C3R, .args = shape_packed_unary_R_args, .nargs = 5, .order = shape_packed_unary_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiPhasePack_16s_C1RSfs", .call = call_rokiPhasePack_16s_C1RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiPhasePack_16s_C3RSfs", .call = call_rokiPhasePack_16s_C3RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiPhasePack_32s_C1RSfs", .call = call_rokiPhasePack_32s_C1RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiPhasePack_32s_C3RSfs", .call = call_rokiPhasePack_32s_C3RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiPackToCplxExtend_32f32fc_C1R", .call = call_rokiPackToCplxExtend_32f32fc_C1R, .args = shape_packed_extend_R_args, .nargs = 5, .order = shape_packed_extend_R_order, .sType = Type::F32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiPackToCplxExtend_32s32sc_C1R", .call = call_rokiPackToCplxExtend_32s32sc_C1R, .args = shape_packed_extend_R_args, .nargs = 5, .order = shape_packed_extend_R_order, .sType = Type::S32, .dType = Type::SC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCplxExtendToPack_32fc32f_C1R", .call = call_rokiCplxExtendToPack_32fc32f_C1R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::FC32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCplxExtendToPack_32fc32f_C3R", .call = call_rokiCplxExtendToPack_32fc32f_C3R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::FC32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCplxExtendToPack_32sc32s_C1R", .call = call_rokiCplxExtendToPack_32sc32s_C1R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::SC32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCplxExtendToPack_32sc32s_C3R", .call = call_rokiCplxExtendToPack_32sc32s_C3R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::SC32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCplxExtendToPack_16sc16s_C1R", .call = call_rokiCplxExtendToPack_16sc16s_C1R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::SC16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCplxExtendToPack_16sc16s_C3R", .call = call_rokiCplxExtendToPack_16sc16s_C3R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::SC16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32f_C1R", .call = call_rokiMulPack_32f_C1R, .args = shape_mulpack_R_args, .nargs = 7, .order = shape_mulpack_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32f_C1IR", .call = call_rokiMulPack_32f_C1IR, .args = shape_mulpack_IR_args, .nargs = 5, .order = shape_mulpack_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32f_C3R", .call = call_rokiMulPack_32f_C3R, .args = shape_mulpack_R_args, .nargs = 7, .order = shape_mulpack_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32f_C3IR", .call = call_rokiMulPack_32f_C3IR, .args = shape_mulpack_IR_args, .nargs = 5, .order = shape_mulpack_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32f_C4R", .call = call_rokiMulPack_32f_C4R, .args = shape_mulpack_R_args, .nargs = 7, .order = shape_mulpack_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32f_C4IR", .call = call_rokiMulPack_32f_C4IR, .args = shape_mulpack_IR_args, .nargs = 5, .order = shape_mulpack_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32f_AC4R", .call = call_rokiMulPack_32f_AC4R, .args = shape_mulpack_R_args, .nargs = 7, .order = shape_mulpack_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32f_AC4IR", .call = call_rokiMulPack_32f_AC4IR, .args = shape_mulpack_IR_args, .nargs = 5, .order = shape_mulpack_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_16s_C1RSfs", .call = call_rokiMulPack_16s_C1RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_16s_C1IRSfs", .call = call_rokiMulPack_16s_C1IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_16s_C3RSfs", .call = call_rokiMulPack_16s_C3RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_16s_C3IRSfs", .call = call_rokiMulPack_16s_C3IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_16s_C4RSfs", .call = call_rokiMulPack_16s_C4RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_16s_C4IRSfs", .call = call_rokiMulPack_16s_C4IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_16s_AC4RSfs", .call = call_rokiMulPack_16s_AC4RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_16s_AC4IRSfs", .call = call_rokiMulPack_16s_AC4IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32s_C1RSfs", .call = call_rokiMulPack_32s_C1RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32s_C1IRSfs", .call = call_rokiMulPack_32s_C1IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32s_C3RSfs", .call = call_rokiMulPack_32s_C3RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32s_C3IRSfs", .call = call_rokiMulPack_32s_C3IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32s_C4RSfs", .call = call_rokiMulPack_32s_C4RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32s_C4IRSfs", .call = call_rokiMulPack_32s_C4IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32s_AC4RSfs", .call = call_rokiMulPack_32s_AC4RSfs, .args = shape_mulpack_RSfs_args, .nargs = 8, .order = shape_mulpack_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPack_32s_AC4IRSfs", .call = call_rokiMulPack_32s_AC4IRSfs, .args = shape_mulpack_IRSfs_args, .nargs = 6, .order = shape_mulpack_IRSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPackConj_32f_C1R", .call = call_rokiMulPackConj_32f_C1R, .args = shape_mulpackconj_R_args, .nargs = 7, .order = shape_mulpackconj_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPackConj_32f_C1IR", .call = call_rokiMulPackConj_32f_C1IR, .args = shape_mulpackconj_IR_args, .nargs = 5, .order = shape_mulpackconj_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPackConj_32f_C3R", .call = call_rokiMulPackConj_32f_C3R, .args = shape_mulpackconj_R_args, .nargs = 7, .order = shape_mulpackconj_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPackConj_32f_C3IR", .call = call_rokiMulPackConj_32f_C3IR, .args = shape_mulpackconj_IR_args, .nargs = 5, .order = shape_mulpackconj_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPackConj_32f_C4R", .call = call_rokiMulPackConj_32f_C4R, .args = shape_mulpackconj_R_args, .nargs = 7, .order = shape_mulpackconj_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPackConj_32f_C4IR", .call = call_rokiMulPackConj_32f_C4IR, .args = shape_mulpackconj_IR_args, .nargs = 5, .order = shape_mulpackconj_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPackConj_32f_AC4R", .call = call_rokiMulPackConj_32f_AC4R, .args = shape_mulpackconj_R_args, .nargs = 7, .order = shape_mulpackconj_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMulPackConj_32f_AC4IR", .call = call_rokiMulPackConj_32f_AC4IR, .args = shape_mulpackconj_IR_args, .nargs = 5, .order = shape_mulpackconj_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMagnitudePack_32f_C1R", .call = call_rokiMagnitudePack_32f_C1R, .args = shape_packed_unary_R_args, .nargs = 5, .order = shape_packed_unary_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMagnitudePack_32f_C3R", .call = call_rokiMagnitudePack_32f_C3R, .args = shape_packed_unary_R_args, .nargs = 5, .order = shape_packed_unary_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMagnitudePack_16s_C1RSfs", .call = call_rokiMagnitudePack_16s_C1RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMagnitudePack_16s_C3RSfs", .call = call_rokiMagnitudePack_16s_C3RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMagnitudePack_32s_C1RSfs", .call = call_rokiMagnitudePack_32s_C1RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMagnitudePack_32s_C3RSfs", .call = call_rokiMagnitudePack_32s_C3RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiPhasePack_32f_C1R", .call = call_rokiPhasePack_32f_C1R, .args = shape_packed_unary_R_args, .nargs = 5, .order = shape_packed_unary_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiPhasePack_32f_C3R", .call = call_rokiPhasePack_32f_C3R, .args = shape_packed_unary_R_args, .nargs = 5, .order = shape_packed_unary_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiPhasePack_16s_C1RSfs", .call = call_rokiPhasePack_16s_C1RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiPhasePack_16s_C3RSfs", .call = call_rokiPhasePack_16s_C3RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiPhasePack_32s_C1RSfs", .call = call_rokiPhasePack_32s_C1RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiPhasePack_32s_C3RSfs", .call = call_rokiPhasePack_32s_C3RSfs, .args = shape_packed_unary_RSfs_args, .nargs = 6, .order = shape_packed_unary_RSfs_order, .sType = Type::S32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiPackToCplxExtend_32f32fc_C1R", .call = call_rokiPackToCplxExtend_32f32fc_C1R, .args = shape_packed_extend_R_args, .nargs = 5, .order = shape_packed_extend_R_order, .sType = Type::F32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiPackToCplxExtend_32s32sc_C1R", .call = call_rokiPackToCplxExtend_32s32sc_C1R, .args = shape_packed_extend_R_args, .nargs = 5, .order = shape_packed_extend_R_order, .sType = Type::S32, .dType = Type::SC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCplxExtendToPack_32fc32f_C1R", .call = call_rokiCplxExtendToPack_32fc32f_C1R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::FC32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCplxExtendToPack_32fc32f_C3R", .call = call_rokiCplxExtendToPack_32fc32f_C3R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::FC32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCplxExtendToPack_32sc32s_C1R", .call = call_rokiCplxExtendToPack_32sc32s_C1R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::SC32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCplxExtendToPack_32sc32s_C3R", .call = call_rokiCplxExtendToPack_32sc32s_C3R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::SC32, .dType = Type::S32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCplxExtendToPack_16sc16s_C1R", .call = call_rokiCplxExtendToPack_16sc16s_C1R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::SC16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCplxExtendToPack_16sc16s_C3R", .call = call_rokiCplxExtendToPack_16sc16s_C3R, .args = shape_packed_to_pack_R_args, .nargs = 5, .order = shape_packed_to_pack_R_order, .sType = Type::SC16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);
