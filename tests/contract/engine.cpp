@@ -15,14 +15,14 @@ constexpr long long kMostPixels = 1LL << 26;
 void store_number(std::uint8_t* p, Type t, double v) {
     auto put = [p](auto x) { std::memcpy(p, &x, sizeof x); };
     switch (t) {
-        case Type::U8: put(std::uint8_t(v)); break;
-        case Type::S8: put(std::int8_t(v)); break;
-        case Type::U16: put(std::uint16_t(v)); break;
-        case Type::S16: case Type::SC16: put(std::int16_t(v)); break;
-        case Type::U32: put(std::uint32_t(v)); break;
-        case Type::S32: case Type::SC32: put(std::int32_t(v)); break;
-        case Type::F32: case Type::FC32: put(float(v)); break;
-        case Type::S64: put(std::int64_t(v)); break;
+        case Type::U8: put(number_as<std::uint8_t>(v)); break;
+        case Type::S8: put(number_as<std::int8_t>(v)); break;
+        case Type::U16: put(number_as<std::uint16_t>(v)); break;
+        case Type::S16: case Type::SC16: put(number_as<std::int16_t>(v)); break;
+        case Type::U32: put(number_as<std::uint32_t>(v)); break;
+        case Type::S32: case Type::SC32: put(number_as<std::int32_t>(v)); break;
+        case Type::F32: case Type::FC32: put(number_as<float>(v)); break;
+        case Type::S64: put(number_as<std::int64_t>(v)); break;
         case Type::F64: case Type::FC64: put(double(v)); break;
         default: break;
     }
