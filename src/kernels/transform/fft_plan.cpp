@@ -81,6 +81,16 @@ void dft_double(const cd* in, std::ptrdiff_t stride, cd* out, std::int64_t n, co
     }
 }
 
+// Plans are written field by field into zeroed memory: a whole-struct copy
+// may carry the padding bytes of a temporary, and a record built twice must
+// come out the same bytes.
+void set_header(ComplexPlan* plan, std::int64_t n, float fwd, float inv, int stages) {
+    plan->n = int(n);
+    plan->forward_scale = fwd;
+    plan->inverse_scale = inv;
+    plan->stages = stages;
+}
+
 }  // namespace
 
 bool flag_scales(int flag, std::int64_t n, float* forward, float* inverse) {
@@ -114,7 +124,7 @@ const ComplexPlan* build_complex(Arena& arena, std::int64_t n, int flag, PlanNee
     int radices[kMaxStages];
     int count = 0;
     if (smooth_factors(n, radices, &count)) {
-        if (plan) *plan = ComplexPlan{int(n), fwd, inv, count, {}, nullptr, nullptr, nullptr};
+        if (plan) set_header(plan, n, fwd, inv, count);
         std::int64_t L = 1;
         for (int s = 0; s < count; ++s) {
             const int p = radices[s];
@@ -123,7 +133,11 @@ const ComplexPlan* build_complex(Arena& arena, std::int64_t n, int flag, PlanNee
             if (plan) {
                 for (std::int64_t n1 = 1; n1 < mp; ++n1)
                     for (int k = 1; k < p; ++k) store_pair(tw + 2 * ((n1 - 1) * (p - 1) + k - 1), root(n1 * k, p * mp));
-                plan->stage[s] = Stage{p, int(L), int(mp), tw};
+                Stage& st = plan->stage[s];
+                st.radix = p;
+                st.L = int(L);
+                st.Mp = int(mp);
+                st.tw = tw;
             }
             L *= p;
         }
@@ -139,7 +153,10 @@ const ComplexPlan* build_complex(Arena& arena, std::int64_t n, int flag, PlanNee
     needs.work_bytes = std::size_t(2 * m) * kComplexPacketFloats * sizeof(float) + subNeeds.work_bytes;
     needs.init_bytes = std::size_t(3 * m) * sizeof(cd);
     if (!plan) return nullptr;
-    *plan = ComplexPlan{int(n), fwd, inv, 0, {}, sub, chirp, filter};
+    set_header(plan, n, fwd, inv, 0);
+    plan->sub = sub;
+    plan->chirp = chirp;
+    plan->filter = filter;
     // exp(-i pi k^2 / n) = root(k^2 mod 2n, 2n).
     cd* b = static_cast<cd*>(init);
     cd* spectrum = b + m;
@@ -171,7 +188,11 @@ const RealPlan* build_real(Arena& arena, std::int64_t n, int flag, PlanNeeds& ne
     needs.work_bytes = std::size_t(inner) * kComplexPacketFloats * sizeof(float) + complexNeeds.work_bytes;
     needs.init_bytes = complexNeeds.init_bytes;
     if (!plan) return nullptr;
-    *plan = RealPlan{int(n), fwd, inv, complex, tw};
+    plan->n = int(n);
+    plan->forward_scale = fwd;
+    plan->inverse_scale = inv;
+    plan->complex = complex;
+    plan->tw = tw;
     if (even)
         for (std::int64_t k = 0; k <= n / 4; ++k) store_pair(tw + 2 * k, root(k, n));
     return plan;
