@@ -81,14 +81,17 @@ void dft_double(const cd* in, std::ptrdiff_t stride, cd* out, std::int64_t n, co
     }
 }
 
-// Plans are written field by field into zeroed memory: a whole-struct copy
-// may carry the padding bytes of a temporary, and a record built twice must
-// come out the same bytes.
+// Plans are written field by field (every field a transform reads): a
+// whole-struct copy may carry the padding bytes of a temporary, and a record
+// built twice in the same zeroed memory must come out the same bytes.
 void set_header(ComplexPlan* plan, std::int64_t n, float fwd, float inv, int stages) {
     plan->n = int(n);
     plan->forward_scale = fwd;
     plan->inverse_scale = inv;
     plan->stages = stages;
+    plan->sub = nullptr;
+    plan->chirp = nullptr;
+    plan->filter = nullptr;
 }
 
 }  // namespace
