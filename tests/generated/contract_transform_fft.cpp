@@ -100,9 +100,9 @@ int call_rokiFFTGetBufSize_R_32s(Call& c) { return rokiFFTGetBufSize_R_32s(reint
 void* make_rokiFFTGetBufSize_R_32s([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(2),c.integer(3),c.integer(4),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTGetBufSize_R_32s(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
 const Arg shape_fft_r_transform_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1<<c.wint(7)}; }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:1LL<<c.wint(6), c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7)}; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1<<c.wint(7)}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:1LL<<c.wint(6), c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7)}; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "pSpec", .kind = Kind::Record},
     {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
@@ -116,7 +116,7 @@ int buffer_rokiFFTFwd_RToPack_32f_C1R(Call& c) { int size = -1; return rokiFFTGe
 void* make_rokiFFTFwd_RToPack_32f_C1R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTFwd_RToPack_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
 const Arg shape_fft_r_transform_IR_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(4), 1<<c.wint(5)}; }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(4)<0||c.wint(4)>30?0:1LL<<c.wint(4), c.wint(5)<0||c.wint(5)>30?0:1LL<<c.wint(5)}; }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "pSpec", .kind = Kind::Record},
     {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
@@ -186,9 +186,9 @@ int buffer_rokiFFTInv_PackToR_32f_AC4IR(Call& c) { int size = -1; return rokiFFT
 void* make_rokiFFTInv_PackToR_32f_AC4IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTInv_PackToR_32f_AC4IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
 const Arg shape_fft_c_transform_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1<<c.wint(7)}; }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:1LL<<c.wint(6), c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7)}; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1<<c.wint(7)}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:1LL<<c.wint(6), c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7)}; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "pSpec", .kind = Kind::Record},
     {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
@@ -202,7 +202,7 @@ int buffer_rokiFFTFwd_CToC_32fc_C1R(Call& c) { int size = -1; return rokiFFTGetB
 void* make_rokiFFTFwd_CToC_32fc_C1R([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTFwd_CToC_32fc_C1R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
 const Arg shape_fft_c_transform_IR_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(4), 1<<c.wint(5)}; }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(4)<0||c.wint(4)>30?0:1LL<<c.wint(4), c.wint(5)<0||c.wint(5)>30?0:1LL<<c.wint(5)}; }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "pSpec", .kind = Kind::Record},
     {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
@@ -224,9 +224,9 @@ int buffer_rokiFFTInv_CToC_32fc_C1IR(Call& c) { int size = -1; return rokiFFTGet
 void* make_rokiFFTInv_CToC_32fc_C1IR([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTInv_CToC_32fc_C1IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
 const Arg shape_fft_r32s_transform_RSfs_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(7), 1<<c.wint(8)}; }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7), c.wint(8)<0||c.wint(8)>30?0:1LL<<c.wint(8)}; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(7), 1<<c.wint(8)}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7), c.wint(8)<0||c.wint(8)>30?0:1LL<<c.wint(8)}; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
     {.name = "pSpec", .kind = Kind::Record},
@@ -383,28 +383,6 @@ const Arg shape_dft_r_getsize___args[] = {
 };
 const int shape_dft_r_getsize___order[] = {0, 1, 2, 3, -1};
 int call_rokiDFTGetSize_R_32f(Call& c) { return rokiDFTGetSize_R_32f(c.integer(0), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<int*>(c.ptr(4)), reinterpret_cast<int*>(c.ptr(5)), reinterpret_cast<int*>(c.ptr(6))); }
-const Arg shape_dft_c_init___args[] = {
-    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
-    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
-    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
-    {.name = "pSpec", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::U8, .count = +[]([[maybe_unused]] Call& c) -> long long { return 65536; }},
-    {.name = "pMemInit", .kind = Kind::Buffer, .optional = true},
-};
-const int shape_dft_c_init___order[] = {0, 1, 2, 3, -1};
-int call_rokiDFTInit_C_32fc(Call& c) { return rokiDFTInit_C_32fc(c.integer(0), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<RokiDFTSpec_C_32fc*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
-int buffer_rokiDFTInit_C_32fc(Call& c) { int size = -1; return rokiDFTGetSize_C_32fc(c.integer(0),c.integer(1),c.integer(2),c.integer(3),&size,&size,&size) == 0 ? size : -1; }
-const Arg shape_dft_r_init___args[] = {
-    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
-    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }, .bad = -6},
-    {.name = "flag", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.rand(0,3); }},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
-    {.name = "pSpec", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::U8, .count = +[]([[maybe_unused]] Call& c) -> long long { return 65536; }},
-    {.name = "pMemInit", .kind = Kind::Buffer, .optional = true},
-};
-const int shape_dft_r_init___order[] = {0, 1, 2, 3, -1};
-int call_rokiDFTInit_R_32f(Call& c) { return rokiDFTInit_R_32f(c.integer(0), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<RokiDFTSpec_R_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
-int buffer_rokiDFTInit_R_32f(Call& c) { int size = -1; return rokiDFTGetSize_R_32f(c.integer(0),c.integer(1),c.integer(2),c.integer(3),&size,&size,&size) == 0 ? size : -1; }
 const Arg shape_dft_r_transform_R_args[] = {
     {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
     {.name = "srcStep", .kind = Kind::Step},
@@ -624,8 +602,8 @@ const Export exports[] = {
     {.name = "rokiDFTGetBufSize_R_32s", .call = call_rokiDFTGetBufSize_R_32s, .args = shape_dft_r32s_bufsize___args, .nargs = 2, .order = shape_dft_r32s_bufsize___order, .sType = Type::S32, .dType = Type::S32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiDFTGetBufSize_R_32s, .release = release_rokiDFTGetBufSize_R_32s},
     {.name = "rokiDFTGetSize_C_32fc", .call = call_rokiDFTGetSize_C_32fc, .args = shape_dft_c_getsize___args, .nargs = 7, .order = shape_dft_c_getsize___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
     {.name = "rokiDFTGetSize_R_32f", .call = call_rokiDFTGetSize_R_32f, .args = shape_dft_r_getsize___args, .nargs = 7, .order = shape_dft_r_getsize___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiDFTInit_C_32fc", .call = call_rokiDFTInit_C_32fc, .args = shape_dft_c_init___args, .nargs = 6, .order = shape_dft_c_init___order, .sType = Type::FC32, .dType = Type::FC32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInit_C_32fc},
-    {.name = "rokiDFTInit_R_32f", .call = call_rokiDFTInit_R_32f, .args = shape_dft_r_init___args, .nargs = 6, .order = shape_dft_r_init___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTInit_R_32f},
+    {.name = "rokiDFTInit_C_32fc"},
+    {.name = "rokiDFTInit_R_32f"},
     {.name = "rokiDFTFwd_RToPack_32f_C1R", .call = call_rokiDFTFwd_RToPack_32f_C1R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C1R, .make = make_rokiDFTFwd_RToPack_32f_C1R, .release = release_rokiDFTFwd_RToPack_32f_C1R},
     {.name = "rokiDFTFwd_RToPack_32f_C1IR", .call = call_rokiDFTFwd_RToPack_32f_C1IR, .args = shape_dft_r_transform_IR_args, .nargs = 4, .order = shape_dft_r_transform_IR_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C1IR, .make = make_rokiDFTFwd_RToPack_32f_C1IR, .release = release_rokiDFTFwd_RToPack_32f_C1IR},
     {.name = "rokiDFTFwd_RToPack_32f_C3R", .call = call_rokiDFTFwd_RToPack_32f_C3R, .args = shape_dft_r_transform_R_args, .nargs = 6, .order = shape_dft_r_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 9, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDFTFwd_RToPack_32f_C3R, .make = make_rokiDFTFwd_RToPack_32f_C3R, .release = release_rokiDFTFwd_RToPack_32f_C3R},

@@ -2,6 +2,7 @@
 // records and the integer forms of the two-dimensional transforms.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -193,10 +194,17 @@ TEST(Fft2dRecords, InitBuildsInCallerMemory) {
         std::unique_ptr<Rok8u, FreeMem> block(static_cast<Rok8u*>(std::malloc(std::size_t(specSize) + 8)));
         std::unique_ptr<Rok8u, FreeMem> init(static_cast<Rok8u*>(std::malloc(std::size_t(initSize) + 1)));
         auto* spec = reinterpret_cast<RokiDFTSpec_R_32f*>(block.get());
+        // Refused calls leave the block as it was.
+        std::memset(block.get(), 0x6b, std::size_t(specSize) + 8);
+        const std::vector<Rok8u> untouched(block.get(), block.get() + specSize + 8);
         EXPECT_EQ(rokiDFTInit_R_32f(s.first, s.second, rokFftDivFwd, 0, nullptr, init.get()), rokStatusNullPtr);
         EXPECT_EQ(rokiDFTInit_R_32f(s.first, s.second, rokFftDivFwd, 0,
                                     reinterpret_cast<RokiDFTSpec_R_32f*>(block.get() + 4), init.get()),
                   rokStatusNoMemory);
+        EXPECT_EQ(rokiDFTInit_R_32f(0, s.second, rokFftDivFwd, 0, spec, init.get()), rokStatusBadSize);
+        EXPECT_EQ(rokiDFTInit_R_32f(s.first, -1, rokFftDivFwd, 0, spec, init.get()), rokStatusBadSize);
+        EXPECT_EQ(rokiDFTInit_R_32f(s.first, s.second, 0, 0, spec, init.get()), rokStatusBadFftFlag);
+        EXPECT_TRUE(std::equal(untouched.begin(), untouched.end(), block.get())) << "written on error";
         ASSERT_EQ(rokiDFTInit_R_32f(s.first, s.second, rokFftDivFwd, 0, spec, init.get()), rokStatusOk);
         int reported = -1;
         ASSERT_EQ(rokiDFTGetBufSize_R_32f(spec, &reported), rokStatusOk);

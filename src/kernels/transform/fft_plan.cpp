@@ -89,6 +89,7 @@ void set_header(ComplexPlan* plan, std::int64_t n, float fwd, float inv, int sta
     plan->forward_scale = fwd;
     plan->inverse_scale = inv;
     plan->stages = stages;
+    plan->stage = nullptr;
     plan->sub = nullptr;
     plan->chirp = nullptr;
     plan->filter = nullptr;
@@ -127,7 +128,11 @@ const ComplexPlan* build_complex(Arena& arena, std::int64_t n, int flag, PlanNee
     int radices[kMaxStages];
     int count = 0;
     if (smooth_factors(n, radices, &count)) {
-        if (plan) set_header(plan, n, fwd, inv, count);
+        Stage* stage = arena.take<Stage>(std::size_t(count));
+        if (plan) {
+            set_header(plan, n, fwd, inv, count);
+            plan->stage = stage;
+        }
         std::int64_t L = 1;
         for (int s = 0; s < count; ++s) {
             const int p = radices[s];
@@ -136,7 +141,7 @@ const ComplexPlan* build_complex(Arena& arena, std::int64_t n, int flag, PlanNee
             if (plan) {
                 for (std::int64_t n1 = 1; n1 < mp; ++n1)
                     for (int k = 1; k < p; ++k) store_pair(tw + 2 * ((n1 - 1) * (p - 1) + k - 1), root(n1 * k, p * mp));
-                Stage& st = plan->stage[s];
+                Stage& st = stage[s];
                 st.radix = p;
                 st.L = int(L);
                 st.Mp = int(mp);

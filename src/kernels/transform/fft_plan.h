@@ -29,7 +29,7 @@ struct ComplexPlan {
     float forward_scale;
     float inverse_scale;
     int stages;
-    Stage stage[kMaxStages];
+    const Stage* stage;
     // Bluestein: the smooth-length plan, the chirp exp(-i pi k^2 / n) for
     // k < n and the filter DFT_M(conj chirp, wrapped round) / M (pairs).
     const ComplexPlan* sub;
