@@ -24,7 +24,7 @@ T scale_wide(Wide x, int sf) {
         x = (x + (Wide(1) << (sf - 1)) - 1 + ((x >> sf) & 1)) >> sf;
     } else if (sf < 0 && x != 0) {
         // Any shift of 40 or more saturates every non-zero value.
-        x *= Wide(1) << (-sf < 40 ? -sf : 40);
+        x *= Wide(1) << (sf > -40 ? -sf : 40);
     }
     return T(x < lo ? lo : (x > hi ? hi : x));
 }
@@ -145,7 +145,7 @@ T magnitude(std::uint64_t s, int sf) {
     if (s == 0) return T(0);
     if (sf < 0) {
         // sqrt(s) >= 1: a factor of 2^32 or more saturates every type here.
-        if (-sf >= 32) return T(hi);
+        if (sf <= -32) return T(hi);
         const unsigned __int128 n = (unsigned __int128)s << (-2 * sf);
         if (n >> 64) return T(hi);
         s = std::uint64_t(n);
