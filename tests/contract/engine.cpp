@@ -63,7 +63,11 @@ void Trial::fill_random(std::uint8_t* p, std::size_t n) {
 }
 
 Trial::Trial(const Export& e, const Plan& plan)
-    : e_(e), guard_(plan.guard), most_bytes_(plan.most_bytes), plane_arrays_(e.nargs, nullptr) {
+    : e_(e),
+      guard_(plan.guard),
+      most_bytes_(plan.most_bytes),
+      most_pixels_(plan.most_pixels),
+      plane_arrays_(e.nargs, nullptr) {
     call_.rng.seed(plan.seed);
     call_.nc = e.nc;
     draw_scalars(plan);
@@ -171,6 +175,10 @@ void Trial::lay_image(int i, const Arg& a, const Plan& plan) {
     }
     const long long width = std::max(roi.width, 1LL) + border[0] + border[2];
     const long long height = std::max(roi.height, 1LL) + border[1] + border[3];
+    if (width * height > most_pixels_) {
+        problem_ = std::string(a.name) + ": no image of that size";
+        return;
+    }
     const long long row = width * static_cast<long long>(pixel);
     const long long step = step_for(plan, row, type_align(e_.type(a.elem)));
     const long long bytes = (height - 1) * step + row;
@@ -189,6 +197,10 @@ void Trial::lay_planes(int i, const Arg& a, const Plan& plan) {
     const WideSize roi = a.size(call_);
     const std::size_t sample = std::size_t(type_bytes(e_.type(a.elem)));
     if (roi.width > kMostPixels || roi.height > kMostPixels) {
+        problem_ = std::string(a.name) + ": no planes of that size";
+        return;
+    }
+    if (std::max(roi.width, 1LL) * std::max(roi.height, 1LL) > most_pixels_) {
         problem_ = std::string(a.name) + ": no planes of that size";
         return;
     }
