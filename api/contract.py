@@ -144,6 +144,8 @@ def infer_roles(shape_name, params, lines):
         if name not in by_name:
             raise ContractError(f"[{shape_name}]: '{key} {name}' names no argument")
         stated[name] = (key, parts[2:])
+    if skip:  # nothing of the shape is driven, so its arguments need no roles
+        return [], (threads, accept), True, params
     roles = {}
     sizes = [p for p in params if p.base == "RokiSize" and not p.pointer]
     roi_default = None

@@ -192,7 +192,8 @@ def contract_source(path, exports):
         out.append(f"int call_{e.name}(Call& c) {{ return {e.name}({passed}); }}\n")
         extra = ""
         t, lay = e.types[0], e.layout
-        for r in roles:
+        # Buffer before record: the order of the fields in rokc::Export.
+        for r in sorted(roles, key=lambda r: r.kind != "buffer"):
             if r.kind == "buffer":
                 query = contract.cpp_expr(r.query.format(type=t, layout=lay), variables, roles, wide=False)
                 out.append(f"int buffer_{e.name}(Call& c) {{ int size = -1; "

@@ -138,6 +138,17 @@ enum {
     rokIdMoment64f = 33, rokIdMoment64s = 34, rokIdWtFwd = 46
 };
 
+/* ---- transform specifications ----
+ * Records that the library builds (InitAlloc, or Init in the caller's
+ * memory) and that the caller only passes on and releases with the matching
+ * Free. Their first word is the record's identifier (rokIdFftC ...). */
+typedef struct RokiFFTSpec_C_32fc RokiFFTSpec_C_32fc;
+typedef struct RokiFFTSpec_R_32f RokiFFTSpec_R_32f;
+typedef struct RokiFFTSpec_R_32s RokiFFTSpec_R_32s;
+typedef struct RokiDFTSpec_C_32fc RokiDFTSpec_C_32fc;
+typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
+typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
+
 /* ---- version record ---- */
 typedef struct {
     int32_t major;

@@ -14,9 +14,6 @@ namespace rokbench {
 
 namespace {
 
-struct Size {
-    int width, height;
-};
 constexpr Size kSizes[] = {{1920, 1080}, {3840, 2160}};
 
 void run_timed(benchmark::State& state, const std::function<void()>& fn, int threads, std::size_t bytes) {
@@ -32,11 +29,12 @@ void run_timed(benchmark::State& state, const std::function<void()>& fn, int thr
 
 }  // namespace
 
-void register_case(const std::string& name, CaseFactory make) {
+void register_case(const std::string& name, CaseFactory make, std::vector<Size> sizes) {
     const int all = int(std::thread::hardware_concurrency());
     std::vector<int> threadCounts = {1};
     if (all > 1) threadCounts.push_back(all);
-    for (Size size : kSizes) {
+    if (sizes.empty()) sizes.assign(std::begin(kSizes), std::end(kSizes));
+    for (Size size : sizes) {
         // Built on first use so that unselected cases allocate nothing.
         auto shared = std::make_shared<std::unique_ptr<Case>>();
         auto get = [shared, make, size]() -> Case& {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "roki.h"
 
@@ -27,13 +28,17 @@ struct Case {
 
 using CaseFactory = std::function<Case(int width, int height)>;
 
-// Registers <name>/<W>x<H>/t<threads>/{rok,cv,memcpy} for 1920x1080 and
-// 3840x2160 at 1 thread and at every processor.
-void register_case(const std::string& name, CaseFactory make);
+struct Size {
+    int width, height;
+};
+
+// Registers <name>/<W>x<H>/t<threads>/{rok,cv,memcpy} for each size (by
+// default 1920x1080 and 3840x2160) at 1 thread and at every processor.
+void register_case(const std::string& name, CaseFactory make, std::vector<Size> sizes = {});
 
 // Registers at file scope: static const bool added = rokbench::add("Add_8u_C1RSfs", factory);
-inline bool add(const std::string& name, CaseFactory make) {
-    register_case(name, std::move(make));
+inline bool add(const std::string& name, CaseFactory make, std::vector<Size> sizes = {}) {
+    register_case(name, std::move(make), std::move(sizes));
     return true;
 }
 

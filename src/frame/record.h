@@ -51,4 +51,25 @@ RokStatus free_record(Rec* rec, std::int32_t id) {
     return rokStatusOk;
 }
 
+// A record built in `bytes` bytes of memory that the caller owns and
+// releases: zeroed, identifier set. Null for a null block.
+template <Record Rec>
+Rec* place_record(void* mem, std::size_t bytes, std::int32_t id) {
+    static_assert(offsetof(Rec, id) == 0, "the identifier is a record's first field");
+    if (!mem || bytes < sizeof(Rec)) return nullptr;
+    std::memset(mem, 0, bytes);
+    Rec* rec = static_cast<Rec*>(mem);
+    rec->id = id;
+    return rec;
+}
+
+// Free of a record from place_record: clears the identifier and releases
+// nothing, so a second Free (or any later use) answers rokStatusBadContext.
+template <Record Rec>
+RokStatus clear_record(Rec* rec, std::int32_t id) {
+    if (RokStatus s = check_record(rec, id); s != rokStatusOk) return s;
+    rec->id = 0;
+    return rokStatusOk;
+}
+
 }  // namespace rok

@@ -105,6 +105,10 @@ Trial::Trial(const Export& e, const Plan& plan)
             problem_ = "the buffer-size query failed";
             break;
         }
+        if (std::size_t(bytes) > most_bytes_) {  // as for images: a larger one rules the layout out
+            problem_ = "no scratch of that size";
+            break;
+        }
         std::uint8_t* p = buffer(std::size_t(bytes));
         std::memset(p, 0xA5, std::size_t(bytes));
         call_.slot[i].p = p;

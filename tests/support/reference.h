@@ -33,7 +33,7 @@ inline Wide divide_pow2_half_even(Wide x, int sf) {
 template <class T>
 T scale(Wide x, int sf) {
     if (sf >= 0) return saturate<T>(divide_pow2_half_even(x, sf));
-    const int left = -sf > 60 ? 60 : -sf;  // 2^60 saturates every 32-bit type
+    const int left = sf < -60 ? 60 : -sf;  // 2^60 saturates every 32-bit type
     return saturate<T>(x * (Wide(1) << left));
 }
 
