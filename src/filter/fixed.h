@@ -1,7 +1,9 @@
 // Fixed-kernel filters: Prewitt, Sobel, Scharr, Laplace, Hipass, Lowpass,
 // Gauss and Sharpen with built-in 3x3 or 5x5 masks, and Roberts. Each export
-// checks its arguments here and hands its plan (fixed.cpp) to the two-stage
-// engine; Roberts is the image subtraction of the arithmetic family.
+// checks its arguments here; fixed.cpp runs the filter's kernel (whose plan,
+// kernels/filter/fixed_plans.h, states the mask as a column stage and a row
+// stage) down the rows in strips. Roberts is the image subtraction of the
+// arithmetic family.
 #pragma once
 
 #include "frame/ac4.h"
@@ -9,13 +11,11 @@
 #include "frame/layout.h"
 #include "frame/generated/roki_types.h"
 #include "kernels/arith/arith.h"
+#include "kernels/filter/fixed_plans.h"
 
 namespace rok::filter {
 
-enum class Fixed {
-    PrewittVert, PrewittHoriz, SobelVert, SobelHoriz, SobelVertSecond, SobelHorizSecond, SobelCross,
-    ScharrVert, ScharrHoriz, Laplace, Hipass, Lowpass, Gauss, Sharpen,
-};
+using kernels::fixed::Fixed;
 
 // Runs filter f with a size x size mask (3 or 5).
 template <class S, class D>
