@@ -18,12 +18,13 @@ std::size_t round64(std::size_t v) { return (v + 63) / 64 * 64; }
 
 }  // namespace
 
-// The rows go down in vertical strips sized so that a strip's source rows
-// and mids stay in the level-1 cache: each source row is loaded once from
-// memory and reused by the rows below it. Rows are shared among threads for
-// ROIs wider and higher than 63 pixels, in equal stripes (the last thread
-// also takes the remainder); every row is computed the same way whatever
-// the split.
+// Whole rows, top to bottom: the source streams through in memory order
+// and each row is loaded once, then reused from the cache by the rows below
+// it (vertical strips narrower than the row would keep more in the level-1
+// cache but break the stream at every row, which costs more). Rows are
+// shared among threads for ROIs wider and higher than 63 pixels, in equal
+// stripes (the last thread also takes the remainder); every row is computed
+// the same way whatever the split.
 template <class S, class D>
 RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, Layout layout) {
     kernels::fixed::Strip<S, D> kernel = nullptr;
@@ -33,11 +34,9 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
     const int nc = channels(layout), half = size / 2;
     const bool ac4 = layout == Layout::AC4;
 
-    const long long perPixel = (long long)(size * sizeof(S) + mids * midBytes) * nc;
-    const int strip = int(std::min<long long>(roi.width, std::max<long long>(64, 24576000 / perPixel)));
-    const int midStride = int(round64(std::size_t(strip + size - 1) * nc * midBytes) / midBytes);
-    const std::size_t blockBytes = ac4 ? round64(std::size_t(strip) * 4 * sizeof(D)) : 0;
-    const std::size_t slice = std::size_t(midStride) * midBytes * mids + blockBytes;
+    const std::size_t midRow = round64((std::size_t(roi.width) + size - 1) * nc * midBytes);
+    const std::size_t blockBytes = ac4 ? round64(std::size_t(roi.width) * 4 * sizeof(D)) : 0;
+    const std::size_t slice = midRow * mids + blockBytes;
 
     const int team = ownGetNumThreads();
     const bool threaded = team > 1 && roi.width > 63 && roi.height > 63;
@@ -45,18 +44,16 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
     if ((long long)slice * slices > INT_MAX) return rokStatusNoMemory;
     char* scratch = static_cast<char*>(rokMalloc(int(slice * slices)));
     if (scratch == nullptr) return rokStatusNoMemory;
+    const int midStride = int(midRow / midBytes);
 
     auto band = [&](int first, int last, char* mem) {
-        D* block = reinterpret_cast<D*>(mem + std::size_t(midStride) * midBytes * mids);
+        D* block = reinterpret_cast<D*>(mem + midRow * mids);
         const S* rows[kernels::fixed::kMaxRows];
-        for (int x0 = 0; x0 < roi.width; x0 += strip) {
-            const int n = std::min(strip, roi.width - x0);
-            for (int y = first; y < last; ++y) {
-                for (int j = 0; j < size; ++j) rows[j] = row(src, srcStep, y - half + j) + (x0 - half) * nc;
-                D* out = row(dst, dstStep, y) + x0 * nc;
-                kernel(rows, n, nc, mem, midStride, ac4 ? block : out);
-                if (ac4) kernels::copy_ac4(block, out, n, sizeof(D));
-            }
+        for (int y = first; y < last; ++y) {
+            for (int j = 0; j < size; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
+            D* out = row(dst, dstStep, y);
+            kernel(rows, roi.width, nc, mem, midStride, ac4 ? block : out);
+            if (ac4) kernels::copy_ac4(block, out, roi.width, sizeof(D));
         }
     };
     if (!threaded) {

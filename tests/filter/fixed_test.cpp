@@ -367,7 +367,7 @@ TEST(FixedFilters, VectorTailsAndOddSteps) {
     sweep(Form<Rok16s, Rok16s>{"Roberts 16s C3", F::RobertsUp, 3, 3, 3, NOMASK(rokiFilterRobertsUp_16s_C3R)});
 }
 
-// Wide images cross the engine's strips; rows are split among threads.
+// Rows are split among threads; every row must come out the same.
 TEST(FixedFilters, SameResultsAtOneAndTwoThreads) {
     auto twice = [](const auto& form, auto& image) {
         for (int t : {1, 2}) {

@@ -8,9 +8,9 @@
 
 namespace rok::kernels::fixed {
 
-// One strip of one destination row. rows[j] points at the first sample of
-// the neighbourhood's left column in its row j (j below the plan's size);
-// the strip is `pixels` pixels of nc samples. mids is scratch for the plan's
+// One destination row of `pixels` pixels of nc samples. rows[j] points at
+// the first sample of the neighbourhood's left column in its row j (j below
+// the plan's size). mids is scratch for the plan's
 // mids, each midStride samples of mid_bytes<S>() bytes, at least
 // (pixels + size - 1) * nc samples long. For AC4 the alpha samples are
 // computed too (the family keeps the destination's alpha).
