@@ -1316,6 +1316,99 @@ ROKI_API RokStatus rokiSet_32f_C3MR(const Rok32f value[3], Rok32f* pDst, int dst
 ROKI_API RokStatus rokiSet_32f_C4MR(const Rok32f value[4], Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
 ROKI_API RokStatus rokiSet_32f_AC4MR(const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
 
+/* ---- filter_box ---- */
+
+/* Mean of a maskSize.width x maskSize.height box. The box of destination */
+/* pixel (x, y) is the mask as laid, not flipped: columns x - anchor.x .. */
+/* x - anchor.x + mw - 1 and rows y - anchor.y .. y - anchor.y + mh - 1, all */
+/* read from the caller's memory (anchor.x columns left of the ROI and */
+/* mw - 1 - anchor.x right, anchor.y rows above and mh - 1 - anchor.y below). */
+/* Running column and row sums: the cost per pixel does not grow with the */
+/* mask. Integer data with an area mw * mh up to 8100: the exact sum S times */
+/* a fixed-point reciprocal, (mult * S + 2^(shift-1)) >> shift, from */
+/* r = 1.0f / area: u = the 32-bit truncation of r * 4294967295.0, shifted */
+/* left n times (n <= 24) until its top bit is set; C1: mult = (u >> 20) + 1, */
+/* shift = n + 12; C3, C4, AC4: mult = u >> 8, shift = n + 24. A 1x1 mask */
+/* takes mult 4096, shift 12 on C1 (the source exactly) and mult 65536, */
+/* shift 24 on the other layouts (that is (s + 128) >> 8). An area above 8100: */
+/* the nearest integer to S / area with halves rounded up, from the exact sum */
+/* in double precision. 32f and 64f: sums in double precision (the column */
+/* sums start afresh every 64 rows of the ROI), each mean S / area rounded */
+/* once to the destination precision; it can differ from the exactly rounded */
+/* mean by the rounding of the running sums. Checks, in this order: null */
+/* pointer (-8); a step below 1 (-14); ROI width or height below 1 (-6); */
+/* mask width or height below 1 (-33); anchor outside the mask (-34); */
+/* scratch (-9). pSrc equal to pDst runs in place (as the IR form) with */
+/* dstStep, whatever srcStep says. AC4 leaves the destination alpha alone. */
+/* Rows are shared among threads for ROIs wider and higher than 63 pixels */
+/* (not in place); results do not depend on it. */
+ROKI_API RokStatus rokiFilterBox_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+
+/* In place: the box filter of pSrcDst onto itself with srcDstStep; every */
+/* row keeps its source values until no later row needs them. */
+ROKI_API RokStatus rokiFilterBox_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+
+/* Window sums into 32f: per channel, the sum of maskSize consecutive samples */
+/* of a row (Row) or of a column (Column), the window of destination pixel x */
+/* (row y) being the source columns x - anchor .. x - anchor + maskSize - 1 */
+/* (rows y - anchor .. y - anchor + maskSize - 1), read from the caller's */
+/* memory round the ROI. The sum is exact (integer running sums, in double */
+/* precision once they could pass 2^31) and rounded once to single */
+/* precision. Checks, in this order: null pointer (-8); maskSize below 1 */
+/* (-33); anchor below 0 or not below maskSize (-34); a ROI height below 1 */
+/* returns 0 with nothing written; ROI width below 1 (-6); a step below 1 */
+/* (-14); scratch (-9). Rows are shared among threads for ROIs wider and */
+/* higher than 63 pixels; results do not depend on it. */
+ROKI_API RokStatus rokiSumWindowRow_8u32f_C1R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_8u32f_C3R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_8u32f_C4R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16u32f_C1R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16u32f_C3R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16u32f_C4R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16s32f_C1R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16s32f_C3R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16s32f_C4R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_8u32f_C1R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_8u32f_C3R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_8u32f_C4R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16u32f_C1R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16u32f_C3R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16u32f_C4R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16s32f_C1R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16s32f_C3R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16s32f_C4R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+
 /* ---- filter_bufsize ---- */
 
 /* Bytes of work buffer that rokiFilter_Round16s_8u_* needs for a kernel of */
