@@ -93,7 +93,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
             }
             D* out = held > 0 ? slot(y) : row(dst, dstStep, y);
             if constexpr (std::is_same_v<A, std::uint16_t>) {
-                kernels::box::box_mean(sums, n, nc, g.mw, mean, out);
+                kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out);
             } else if constexpr (std::is_same_v<D, Rok32f> && std::is_integral_v<T>) {
                 if (g.window) kernels::box::window_sum(sums, n, nc, g.mw, prefix, out);
                 else if constexpr (std::is_floating_point_v<A>) kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
@@ -147,9 +147,8 @@ RokStatus run_box(const T* src, int srcStep, D* dst, int dstStep, RokiSize roi, 
             const BoxMultiplier m = box_multiplier(area, g.nc == 1);
             mean = {m.mult, m.shift, m.mult * area * largest + (1ll << (m.shift - 1)) >= (1ll << 31)};
             if constexpr (std::is_same_v<T, Rok8u> && std::is_same_v<D, Rok8u>) {
-                // 16-bit lanes while every window sum fits and the window
-                // is narrow enough to add directly.
-                if (mask.width <= 8 && area * 255 <= 65535)
+                // 16-bit lanes while every window sum fits.
+                if (area * 255 <= 65535)
                     return run_lanes<std::uint16_t>(src, srcStep, dst, dstStep, g, mean);
             }
             return run_lanes<std::int32_t>(src, srcStep, dst, dstStep, g, mean);

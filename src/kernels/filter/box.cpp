@@ -66,7 +66,41 @@ constexpr int kDirect = 8;  // windows up to this many pixels add directly
 inline __m256i load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 
 // prefix[0 .. nc) = 0, prefix[nc + x] = sums[x] + sums[x - nc] + ... for
-// x < m: the running sum of each channel.
+// x < m: the running sum of each channel, modulo the lanes' width (window
+// sums taken as differences stay exact while they fit the lanes).
+void prefix_of(const std::uint16_t* sums, int m, int nc, std::uint16_t* prefix) {
+    for (int c = 0; c < nc; ++c) prefix[c] = 0;
+    std::uint16_t* p = prefix + nc;
+    int x = 0;
+    if (nc == 1) {
+        // Within each 128-bit lane by shifts of 1, 2 and 4 samples, then the
+        // low lane's total into the high lane, then the carry.
+        const __m256i last = _mm256_set1_epi16(0x0F0E);
+        __m256i carry = _mm256_setzero_si256();
+        for (; x + 16 <= m; x += 16) {
+            __m256i v = load(sums + x);
+            v = _mm256_add_epi16(v, _mm256_slli_si256(v, 2));
+            v = _mm256_add_epi16(v, _mm256_slli_si256(v, 4));
+            v = _mm256_add_epi16(v, _mm256_slli_si256(v, 8));
+            const __m256i ends = _mm256_shuffle_epi8(v, last);
+            v = _mm256_add_epi16(v, _mm256_permute2x128_si256(ends, ends, 0x08));
+            // The block's total joins the carry off the chain of blocks.
+            const __m256i top = _mm256_shuffle_epi8(v, last);
+            const __m256i total = _mm256_permute2x128_si256(top, top, 0x11);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + x), _mm256_add_epi16(v, carry));
+            carry = _mm256_add_epi16(carry, total);
+        }
+        std::uint16_t run = x > 0 ? p[x - 1] : 0;
+        for (; x < m; ++x) p[x] = run = std::uint16_t(run + sums[x]);
+    } else {
+        __m128i run = _mm_setzero_si128();
+        for (; x < m; x += nc) {
+            run = _mm_add_epi16(run, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(sums + x)));
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(p + x), run);
+        }
+    }
+}
+
 void prefix_of(const std::int32_t* sums, int m, int nc, std::int32_t* prefix) {
     for (int c = 0; c < nc; ++c) prefix[c] = 0;
     std::int32_t* p = prefix + nc;
@@ -83,9 +117,9 @@ void prefix_of(const std::int32_t* sums, int m, int nc, std::int32_t* prefix) {
             v = _mm256_add_epi32(v, _mm256_and_si256(_mm256_permutevar8x32_epi32(v, i1), m1));
             v = _mm256_add_epi32(v, _mm256_and_si256(_mm256_permutevar8x32_epi32(v, i2), m2));
             v = _mm256_add_epi32(v, _mm256_permute2x128_si256(v, v, 0x08));
-            v = _mm256_add_epi32(v, carry);
-            carry = _mm256_permutevar8x32_epi32(v, last);
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + x), v);
+            // The block's total joins the carry off the chain of blocks.
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(p + x), _mm256_add_epi32(v, carry));
+            carry = _mm256_add_epi32(carry, _mm256_permutevar8x32_epi32(v, last));
         }
         std::int32_t run = x > 0 ? p[x - 1] : 0;
         for (; x < m; ++x) p[x] = run = std::int32_t(std::uint32_t(run) + std::uint32_t(sums[x]));
@@ -112,9 +146,10 @@ void prefix_of(const double* sums, int m, int nc, double* prefix) {
             __m256d v = _mm256_loadu_pd(sums + x);
             v = _mm256_add_pd(v, _mm256_blend_pd(_mm256_permute4x64_pd(v, 0x90), zero, 1));
             v = _mm256_add_pd(v, _mm256_permute2f128_pd(v, v, 0x08));
-            v = _mm256_add_pd(v, carry);
-            carry = _mm256_permute4x64_pd(v, 0xFF);
-            _mm256_storeu_pd(p + x, v);
+            // The block's total joins the carry off the chain of blocks (the
+            // same sum as the block's last element plus the carry).
+            _mm256_storeu_pd(p + x, _mm256_add_pd(v, carry));
+            carry = _mm256_add_pd(carry, _mm256_permute4x64_pd(v, 0xFF));
         }
         double run = x > 0 ? p[x - 1] : 0.0;
         for (; x < m; ++x) p[x] = run = run + sums[x];
@@ -219,11 +254,15 @@ void mean_int32(const std::int32_t* sums, int n, int nc, int width, Mean m, std:
             [&](int x, std::int32_t s) { dst[x] = saturate<D>(mean_one(s, m)); });
 }
 
-// The 16-bit lanes of 8u data: windows of at most kDirect pixels whose sums
-// fit 16 bits, 32 samples a step.
-void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, Rok8u* dst) {
+// The 16-bit lanes of 8u data (every window sum fits 16 bits), 32 samples
+// a step: windows added directly, or as differences of running sums.
+void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst) {
     const __m256i zero = _mm256_setzero_si256();
+    const bool direct = width <= kDirect;
+    const int span = width * nc;
+    if (!direct) prefix_of(sums, n + (width - 1) * nc, nc, prefix);
     auto sum16 = [&](int x) {
+        if (!direct) return _mm256_sub_epi16(load(prefix + x + span), load(prefix + x));
         __m256i s = load(sums + x);
         for (int i = 1; i < width; ++i) s = _mm256_add_epi16(s, load(sums + x + i * nc));
         return s;
@@ -240,8 +279,11 @@ void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, Ro
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), _mm256_permute4x64_epi64(w, 0xD8));
     }
     for (; x < n; ++x) {
-        std::int64_t s = sums[x];
-        for (int i = 1; i < width; ++i) s += sums[x + i * nc];
+        std::uint16_t s = 0;
+        if (direct)
+            for (int i = 0; i < width; ++i) s = std::uint16_t(s + sums[x + i * nc]);
+        else
+            s = std::uint16_t(prefix[x + span] - prefix[x]);
         dst[x] = saturate<Rok8u>(mean_one(s, m));
     }
 }
@@ -279,7 +321,7 @@ void mean_double(const double* sums, int n, int nc, int width, double area, doub
 
 }  // namespace
 
-void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, Rok8u* d) { mean_uint16(s, n, nc, w, m, d); }
+void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d) { mean_uint16(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok8u* d) { mean_int32(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok16s* d) { mean_int32(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok16u* d) { mean_int32(s, n, nc, w, m, p, d); }

@@ -39,7 +39,7 @@ struct Mean {
 //   window: S converted to single precision.
 // `prefix` is scratch of n + width * nc + 8 elements of the sums' type (it
 // holds their running prefix when the window is too wide to add directly).
-void box_mean(const std::uint16_t* sums, int n, int nc, int width, Mean m, Rok8u* dst);
+void box_mean(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst);
 void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok8u* dst);
 void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok16s* dst);
 void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok16u* dst);
