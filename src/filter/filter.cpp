@@ -28,6 +28,8 @@ struct RowJob {
     const void* coefs;
     int ntaps;
     bool packed;
+    bool bytes;  // horizontal byte pairs (ntaps pairs, sums from `lowest`)
+    int lowest;
     kernels::IntRule intRule;
     kernels::FloatFinish floatMode;
 };
@@ -44,7 +46,10 @@ void filter_row(const RowJob& job, int y, void* scratch) {
     } else {
         A* acc = static_cast<A*>(scratch);
         if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<A, std::int32_t>) {
-            if (job.packed) {
+            if (job.bytes) {
+                kernels::filter_sum_bytes(base, job.offs, static_cast<const std::int16_t*>(job.coefs), job.ntaps,
+                                          job.lowest, job.samples, acc);
+            } else if (job.packed) {
                 kernels::filter_sum_pairs(base, job.offs, static_cast<const std::int32_t*>(job.coefs), job.ntaps,
                                           job.samples, acc);
             } else {
@@ -158,6 +163,44 @@ bool prepare_taps(const FilterCall& s, std::ptrdiff_t* offs, void* coefs) {
     return true;
 }
 
+// One-channel 8u data with small coefficients: horizontally adjacent taps in
+// pairs, one byte multiply-add each, summed in 16-bit lanes. Holds when
+// every coefficient lies in -127..127, the two of a pair add up to at most
+// 128 in magnitude (no pair saturates) and 255 times the sum of magnitudes
+// stays within 65535 (every sum fits 16 bits from its lowest value). Pair p
+// starts at byte offs[p] with weights[p] = (second << 8) | first; an odd
+// kernel width ends with the last tap paired with a zero weight on its left.
+// Returns the number of pairs, or 0 where this does not apply.
+int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest) {
+    const int kw = s.kernelSize.width, kh = s.kernelSize.height;
+    if (!s.packable || s.layout != Layout::C1 || kw < 2) return 0;
+    const long long ntaps = (long long)kw * kh;
+    long long magnitude = 0, negative = 0;
+    for (long long t = 0; t < ntaps; ++t) {
+        const std::int32_t v = int_coef(s, t);
+        if (v < -127 || v > 127) return 0;
+        magnitude += v < 0 ? -v : v;
+        negative += v < 0 ? v : 0;
+    }
+    if (255 * magnitude > 65535) return 0;
+    // Neighbourhood pixel (i, j) from the top left takes the coefficient
+    // stored at (kh-1-j, kw-1-i): the kernel is applied flipped.
+    auto w = [&](int j, int i) { return i < 0 ? 0 : int_coef(s, ntaps - 1 - ((long long)j * kw + i)); };
+    const long long left = kw - 1 - (long long)s.anchor.x, up = kh - 1 - (long long)s.anchor.y;
+    int pairs = 0;
+    for (int j = 0; j < kh; ++j)
+        for (int i = 0; i < kw; i += 2) {
+            const int first = i + 1 < kw ? i : i - 1;  // an odd last tap pairs leftwards with a zero
+            const int a = first == i ? w(j, i) : 0, b = w(j, first + 1);
+            if (a == 0 && b == 0) continue;
+            if ((a < 0 ? -a : a) + (b < 0 ? -b : b) > 128) return 0;
+            offs[pairs] = std::ptrdiff_t(j - up) * s.srcStep + std::ptrdiff_t(first - left);
+            weights[pairs++] = std::int16_t((b << 8) | (a & 0xFF));
+        }
+    *lowest = int(255 * negative);
+    return pairs;
+}
+
 }  // namespace
 
 RokStatus run(const FilterCall& s) {
@@ -220,7 +263,10 @@ RokStatus run(const FilterCall& s) {
     job.offs = offs;
     job.coefs = coefs;
     job.ntaps = int(ntaps);
-    job.packed = prepare_taps(s, offs, coefs);
+    const int pairs = prepare_byte_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest);
+    job.bytes = pairs > 0;
+    if (job.bytes) job.ntaps = pairs;
+    else job.packed = prepare_taps(s, offs, coefs);
     job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
     job.floatMode = s.rounding ? kernels::FloatFinish(s.mode) : kernels::FloatFinish::NearestEven;
 

@@ -133,6 +133,67 @@ void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::
     }
 }
 
+void filter_sum_bytes(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs,
+                      int lowest, int n, std::int32_t* acc) {
+    const __m256i low = _mm256_set1_epi16(std::int16_t(lowest)), zero = _mm256_setzero_si256();
+    const __m256i low32 = _mm256_set1_epi32(lowest);
+    auto load = [](const Rok8u* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); };
+    // 32 outputs a step: loads at x give the even outputs (bytes 2m, 2m+1),
+    // loads at x + 1 the odd ones; interleaving them restores the order.
+    auto put = [&](int at, __m256i even, __m256i odd) {
+        const __m256i lo = _mm256_unpacklo_epi16(even, odd), hi = _mm256_unpackhi_epi16(even, odd);
+        const __m256i first = _mm256_sub_epi16(_mm256_permute2x128_si256(lo, hi, 0x20), low);
+        const __m256i second = _mm256_sub_epi16(_mm256_permute2x128_si256(lo, hi, 0x31), low);
+        auto widen = [&](int i, __m256i v) {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc + i),
+                                _mm256_add_epi32(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), low32));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc + i + 8),
+                                _mm256_add_epi32(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), low32));
+        };
+        widen(at, first);
+        widen(at + 16, second);
+    };
+    auto block = [&](int x) {
+        __m256i even = zero, odd = zero;
+        for (int p = 0; p < pairs; ++p) {
+            const Rok8u* at = tap(base, offs[p]) + x;
+            const __m256i w = _mm256_set1_epi16(weights[p]);
+            even = _mm256_add_epi16(even, _mm256_maddubs_epi16(load(at), w));
+            odd = _mm256_add_epi16(odd, _mm256_maddubs_epi16(load(at + 1), w));
+        }
+        put(x, even, odd);
+    };
+    // Two blocks per pass over the pairs share the weights and the loop.
+    auto twice = [&](int x) {
+        __m256i e0 = zero, o0 = zero, e1 = zero, o1 = zero;
+        for (int p = 0; p < pairs; ++p) {
+            const Rok8u* at = tap(base, offs[p]) + x;
+            const __m256i w = _mm256_set1_epi16(weights[p]);
+            e0 = _mm256_add_epi16(e0, _mm256_maddubs_epi16(load(at), w));
+            o0 = _mm256_add_epi16(o0, _mm256_maddubs_epi16(load(at + 1), w));
+            e1 = _mm256_add_epi16(e1, _mm256_maddubs_epi16(load(at + 32), w));
+            o1 = _mm256_add_epi16(o1, _mm256_maddubs_epi16(load(at + 33), w));
+        }
+        put(x, e0, o0);
+        put(x + 32, e1, o1);
+    };
+    int x = 0;
+    if (n >= 32) {
+        for (; x + 64 <= n; x += 64) twice(x);
+        for (; x + 32 <= n; x += 32) block(x);
+        if (x < n) block(n - 32);  // the last outputs again, to the same values
+        return;
+    }
+    for (; x < n; ++x) {
+        std::int32_t s = 0;
+        for (int p = 0; p < pairs; ++p) {
+            const Rok8u* at = tap(base, offs[p]) + x;
+            s += std::int8_t(weights[p] & 0xFF) * std::int32_t(at[0]) + std::int8_t(weights[p] >> 8) * std::int32_t(at[1]);
+        }
+        acc[x] = s;
+    }
+}
+
 void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
 void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
 void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }

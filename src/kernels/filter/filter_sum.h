@@ -22,6 +22,14 @@ namespace rok::kernels {
 void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* packed, int ntaps, int n,
                       std::int32_t* acc);
 
+// One-channel 8u data: horizontally adjacent taps in pairs, pair p reading
+// the bytes at offs[p] and offs[p] + 1 with the weights (w >> 8 second,
+// low byte first) in one byte multiply-add. Every pair's weights keep
+// |first| + |second| <= 128 and every sum lies in lowest .. lowest + 65535,
+// so 16-bit lanes that wrap hold it exactly; acc gets the 32-bit sums.
+void filter_sum_bytes(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs,
+                      int lowest, int n, std::int32_t* acc);
+
 void filter_sum(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
                 std::int32_t* acc);
 void filter_sum(const Rok16s* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
