@@ -8,9 +8,11 @@
 #include <cstring>
 
 #include "core/core.h"
+#include "copy/engine.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
 #include "kernels/copy/channels.h"
+#include "kernels/copy/copy_move.h"
 #include "kernels/filter/filter_finish.h"
 #include "kernels/filter/filter_sum.h"
 
@@ -30,6 +32,7 @@ struct RowJob {
     bool packed;
     bool bytes;  // horizontal byte pairs (ntaps pairs, sums from `lowest`)
     int lowest;
+    bool stream;  // float sums written straight to a destination too large to cache
     kernels::IntRule intRule;
     kernels::FloatFinish floatMode;
 };
@@ -41,7 +44,11 @@ void filter_row(const RowJob& job, int y, void* scratch) {
     if constexpr (std::is_floating_point_v<D>) {
         // Float data: the sums are the results.
         A* acc = job.ac4 ? static_cast<A*>(scratch) : reinterpret_cast<A*>(out);
-        kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps, job.samples, acc);
+        if constexpr (std::is_same_v<S, Rok32f>)
+            kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps,
+                                job.samples, acc, job.stream && !job.ac4);
+        else
+            kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps, job.samples, acc);
         if (job.ac4) kernels::copy_ac4(acc, out, job.width, sizeof(D));
     } else {
         A* acc = static_cast<A*>(scratch);
@@ -270,10 +277,16 @@ RokStatus run(const FilterCall& s) {
     job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
     job.floatMode = s.rounding ? kernels::FloatFinish(s.mode) : kernels::FloatFinish::NearestEven;
 
+    // Float results that outgrow the core's cache go past it.
+    job.stream = s.dstBytes == 4 && s.accBytes == 0 &&
+                 copy::outgrows_core_cache(std::size_t(dstRow) * std::size_t(s.roi.height),
+                                     std::size_t(dstRow + srcRow) * std::size_t(s.roi.height));
+
     const int height = s.roi.height;
     if (!threaded) {
         void* acc = acc_of(0);
         for (int y = 0; y < height; ++y) s.row(job, y, acc);
+        if (job.stream) kernels::store_fence();
     } else {
 #pragma omp parallel num_threads(team)
         {
@@ -285,6 +298,7 @@ RokStatus run(const FilterCall& s) {
             const int last = t == size - 1 ? height : first + stripe;
             void* acc = acc_of(t);
             for (int y = first; y < last; ++y) s.row(job, y, acc);
+            if (job.stream) kernels::store_fence();
         }
     }
     rokFree(owned);

@@ -6,6 +6,9 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
+#include <cstdint>
+
 #include <type_traits>
 
 namespace rok::kernels {
@@ -66,11 +69,23 @@ void sum_int32(const T* base, const std::ptrdiff_t* offs, const std::int32_t* co
 }
 
 // Each lane's sum is a chain of dependent adds, so a block keeps eight
-// independent accumulators in flight to hide the add latency.
+// independent accumulators in flight to hide the add latency. With `stream`
+// the stores that can be aligned bypass the cache (the caller fences).
 template <class T>
-void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc) {
+void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc,
+               bool stream) {
     constexpr int kLanes = 8, kVectors = 8, kBlock = kLanes * kVectors;
     int x = 0;
+    if (stream) {
+        const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(acc);
+        stream = at % sizeof(float) == 0;
+        const int head = stream ? std::min(n, int((32 - at % 32) % 32 / sizeof(float))) : 0;
+        for (; x < head; ++x) acc[x] = scalar_sum<T, float, float>(base, offs, coef, ntaps, x);
+    }
+    auto put = [&](float* p, __m256 v) {
+        if (stream) _mm256_stream_ps(p, v);
+        else _mm256_storeu_ps(p, v);
+    };
     for (; x + kBlock <= n; x += kBlock) {
         __m256 a[kVectors];
         for (int v = 0; v < kVectors; ++v) a[v] = _mm256_setzero_ps();
@@ -79,13 +94,13 @@ void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int
             const __m256 c = _mm256_set1_ps(coef[t]);
             for (int v = 0; v < kVectors; ++v) a[v] = _mm256_add_ps(a[v], _mm256_mul_ps(float8(p + kLanes * v), c));
         }
-        for (int v = 0; v < kVectors; ++v) _mm256_storeu_ps(acc + x + kLanes * v, a[v]);
+        for (int v = 0; v < kVectors; ++v) put(acc + x + kLanes * v, a[v]);
     }
     for (; x + kLanes <= n; x += kLanes) {
         __m256 a = _mm256_setzero_ps();
         for (int t = 0; t < ntaps; ++t)
             a = _mm256_add_ps(a, _mm256_mul_ps(float8(tap(base, offs[t]) + x), _mm256_set1_ps(coef[t])));
-        _mm256_storeu_ps(acc + x, a);
+        put(acc + x, a);
     }
     for (; x < n; ++x) acc[x] = scalar_sum<T, float, float>(base, offs, coef, ntaps, x);
 }
@@ -198,12 +213,14 @@ void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const std::int32_t* c, 
 void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
 void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
 
-void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok8s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok32s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok32f* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
+void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok8s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok32s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok32f* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a, bool stream) {
+    sum_float(b, o, c, k, n, a, stream);
+}
 
 void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc) {
     constexpr int kLanes = 4, kVectors = 8, kBlock = kLanes * kVectors;

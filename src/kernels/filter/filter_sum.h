@@ -42,7 +42,10 @@ void filter_sum(const Rok8s* base, const std::ptrdiff_t* offs, const float* coef
 void filter_sum(const Rok16s* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
 void filter_sum(const Rok16u* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
 void filter_sum(const Rok32s* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
-void filter_sum(const Rok32f* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
+// With `stream`, the stores that can be aligned bypass the cache; the
+// caller ends the rows with kernels::store_fence().
+void filter_sum(const Rok32f* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc,
+                bool stream = false);
 
 void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc);
 
