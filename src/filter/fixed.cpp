@@ -6,8 +6,10 @@
 #include <climits>
 #include <cstddef>
 
+#include "copy/engine.h"
 #include "core/core.h"
 #include "kernels/copy/channels.h"
+#include "kernels/copy/copy_move.h"
 #include "kernels/filter/fixed.h"
 
 namespace rok::filter {
@@ -38,6 +40,10 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
     const std::size_t blockBytes = ac4 ? round64(std::size_t(roi.width) * 4 * sizeof(D)) : 0;
     const std::size_t slice = midRow * mids + blockBytes;
 
+    // Results that outgrow the core's cache go past it.
+    const std::size_t written = std::size_t(roi.width) * nc * sizeof(D) * std::size_t(roi.height);
+    const bool stream = !ac4 && copy::outgrows_core_cache(written, written + written / sizeof(D) * sizeof(S));
+
     const int team = ownGetNumThreads();
     const bool threaded = team > 1 && roi.width > 63 && roi.height > 63;
     const int slices = threaded ? team : 1;
@@ -52,9 +58,10 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
         for (int y = first; y < last; ++y) {
             for (int j = 0; j < size; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
             D* out = row(dst, dstStep, y);
-            kernel(rows, roi.width, nc, mem, midStride, ac4 ? block : out);
+            kernel(rows, roi.width, nc, mem, midStride, ac4 ? block : out, stream);
             if (ac4) kernels::copy_ac4(block, out, roi.width, sizeof(D));
         }
+        if (stream) kernels::store_fence();
     };
     if (!threaded) {
         band(0, roi.height, scratch);

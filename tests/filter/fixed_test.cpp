@@ -526,3 +526,18 @@ TEST(FixedFilters, IntegerResultsIgnoreTheRoundingControl) {
 }
 
 }  // namespace
+
+namespace {
+
+// Destinations larger than the core's cache take streaming stores between
+// an ordinary first and last block of each row.
+TEST(FixedFilters, LargeDestinations) {
+    check(Form<Rok8u, Rok16s>{"Sobel 8u16s 5x5", F::SobelVert, 5, 1, 1, WITHMASK(rokiFilterSobelVert_8u16s_C1R, 55)},
+          2051, 1030, 31, rokt::Guard::After, 3);
+    check(Form<Rok32f, Rok32f>{"Gauss 32f 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_32f_C1R, 55)}, 1031, 1030, 32,
+          rokt::Guard::After, 1);
+    check(Form<Rok8u, Rok8u>{"Sharpen 8u C3", F::Sharpen, 3, 3, 3, NOMASK(rokiFilterSharpen_8u_C3R)}, 1501, 1000, 33,
+          rokt::Guard::After, 2);
+}
+
+}  // namespace

@@ -13,9 +13,11 @@ namespace rok::kernels::fixed {
 // the plan's size). mids is scratch for the plan's
 // mids, each midStride samples of mid_bytes<S>() bytes, at least
 // (pixels + size - 1) * nc samples long. For AC4 the alpha samples are
-// computed too (the family keeps the destination's alpha).
+// computed too (the family keeps the destination's alpha). With `stream`
+// the aligned stores bypass the cache; the caller ends its rows with
+// kernels::store_fence().
 template <class S, class D>
-using Strip = void (*)(const S* const* rows, int pixels, int nc, void* mids, int midStride, D* out);
+using Strip = void (*)(const S* const* rows, int pixels, int nc, void* mids, int midStride, D* out, bool stream);
 
 template <class S>
 constexpr int mid_bytes() {

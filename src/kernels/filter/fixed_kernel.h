@@ -81,6 +81,32 @@ template <class Body, class Scalar>
     if (x < n) body(n - step);
 }
 
+// The row stage's blocks: body(x, stream) for blocks of `step` samples of
+// D. When streaming, the blocks between the first and the last start on
+// 32-byte boundaries and their stores bypass the cache; the first and last
+// (which may overlap them, recomputing the same values) store normally.
+template <class D, class Body, class Scalar>
+[[gnu::always_inline]] inline void out_blocks(const D* out, int n, int step, bool stream, Body&& body, Scalar&& scalar) {
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(out);
+    if (n < step || !stream || at % sizeof(D) != 0) {
+        blocks(n, step, [&](int x) { body(x, false); }, scalar);
+        return;
+    }
+    body(0, false);
+    int x = int((32 - at % 32) % 32 / sizeof(D));
+    for (; x + step <= n; x += step) body(x, true);
+    if (x < n) body(n - step, false);
+}
+
+inline void put(void* p, __m256i v, bool stream) {
+    if (stream) _mm256_stream_si256(static_cast<__m256i*>(p), v);
+    else _mm256_storeu_si256(static_cast<__m256i*>(p), v);
+}
+inline void put(float* p, __m256 v, bool stream) {
+    if (stream) _mm256_stream_ps(p, v);
+    else _mm256_storeu_ps(p, v);
+}
+
 // Eight 32-bit values rounded by the Nearest rule, independent of the
 // rounding control.
 template <bool Wide>
@@ -123,11 +149,11 @@ inline void store16(Rok8u* d, __m256i a, __m256i b) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
                      _mm_packus_epi16(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1)));
 }
-inline void store16(Rok16s* d, __m256i a, __m256i b) {
-    store(d, _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8));
+inline void store16(Rok16s* d, __m256i a, __m256i b, bool stream) {
+    put(d, _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8), stream);
 }
-inline void store16(Rok16u* d, __m256i a, __m256i b) {
-    store(d, _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8));
+inline void store16(Rok16u* d, __m256i a, __m256i b, bool stream) {
+    put(d, _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8), stream);
 }
 
 // 32 bytes with the 8-byte quarters ordered 0 2 1 3, so that the in-lane
@@ -302,9 +328,9 @@ struct Kernel {
 
     // ---- row stage ----
 
-    static void row(I* const* mids, int nc, int n, D* out) {
+    static void row(I* const* mids, int nc, int n, D* out, bool stream) {
         if constexpr (kFloat) {
-            row_floats(mids, nc, n, out);
+            row_floats(mids, nc, n, out, stream);
         } else {
             const I* p[kRow.n];
 #pragma GCC unroll 16
@@ -318,8 +344,8 @@ struct Kernel {
                 }
                 out[x] = finish_int<D>(v, kFinish, kWide);
             };
-            if constexpr (sizeof(S) == 1) row_halfwords(p, n, out, scalar);
-            else row_words(p, n, out, scalar);
+            if constexpr (sizeof(S) == 1) row_halfwords(p, n, out, stream, scalar);
+            else row_words(p, n, out, stream, scalar);
         }
     }
 
@@ -408,39 +434,39 @@ struct Kernel {
     }
 
     template <class Scalar>
-    static void row_halfwords(const std::int16_t* const* p, int n, D* out, Scalar&& scalar) {
+    static void row_halfwords(const std::int16_t* const* p, int n, D* out, bool stream, Scalar&& scalar) {
         if constexpr (kNarrow && kFinish.kind != Finish::Nearest) {
             auto finish = [](__m256i v) {
                 if constexpr (kFinish.kind == Finish::ShiftEven) return shift_even16<kFinish.shift>(v);
                 else return v;
             };
             if constexpr (std::is_same_v<D, Rok8u>) {
-                blocks(n, 32, [&](int x) {
+                out_blocks(out, n, 32, stream, [&](int x, bool s) {
                     const __m256i a = finish(sum16(p, x)), b = finish(sum16(p, x + 16));
-                    store(out + x, _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8));
+                    put(out + x, _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8), s);
                 }, scalar);
             } else {
-                blocks(n, 16, [&](int x) { store(out + x, finish(sum16(p, x))); }, scalar);
+                out_blocks(out, n, 16, stream, [&](int x, bool s) { put(out + x, finish(sum16(p, x)), s); }, scalar);
             }
         } else if constexpr (std::is_same_v<D, Rok8u>) {
-            blocks(n, 32, [&](int x) {
+            out_blocks(out, n, 32, stream, [&](int x, bool s) {
                 __m256i a0, b0, a1, b1;
                 finished16(p, x, a0, b0);
                 finished16(p, x + 16, a1, b1);
                 const __m256i w = _mm256_packus_epi16(_mm256_packs_epi32(a0, b0), _mm256_packs_epi32(a1, b1));
-                store(out + x, _mm256_permute4x64_epi64(w, 0xD8));
+                put(out + x, _mm256_permute4x64_epi64(w, 0xD8), s);
             }, scalar);
         } else {
-            blocks(n, 16, [&](int x) {
+            out_blocks(out, n, 16, stream, [&](int x, bool s) {
                 __m256i a, b;
                 finished16(p, x, a, b);
-                store(out + x, _mm256_packs_epi32(a, b));
+                put(out + x, _mm256_packs_epi32(a, b), s);
             }, scalar);
         }
     }
 
     template <class Scalar>
-    static void row_words(const std::int32_t* const* p, int n, D* out, Scalar&& scalar) {
+    static void row_words(const std::int32_t* const* p, int n, D* out, bool stream, Scalar&& scalar) {
         auto sum8 = [&](int x) {
             __m256i a = _mm256_setzero_si256();
 #pragma GCC unroll 16
@@ -452,34 +478,34 @@ struct Kernel {
             }
             return finish32<kFinish, kWide>(a);
         };
-        blocks(n, 16, [&](int x) { store16(out + x, sum8(x), sum8(x + 8)); }, scalar);
+        out_blocks(out, n, 16, stream, [&](int x, bool s) { store16(out + x, sum8(x), sum8(x + 8), s); }, scalar);
     }
 
-    static void row_floats(float* const* mids, int nc, int n, Rok32f* out) {
-        blocks(n, 8 * kVec,
-               [&](int x) {
-                   __m256 acc[kVec];
-                   sum_vectors(P.row, [&](const Term& t) { return mids[t.src] + x + t.off * nc; }, acc);
-                   const __m256 c = _mm256_set1_ps(float(kFinish.c));
+    static void row_floats(float* const* mids, int nc, int n, Rok32f* out, bool stream) {
+        out_blocks(out, n, 8 * kVec, stream,
+                   [&](int x, bool s) {
+                       __m256 acc[kVec];
+                       sum_vectors(P.row, [&](const Term& t) { return mids[t.src] + x + t.off * nc; }, acc);
+                       const __m256 c = _mm256_set1_ps(float(kFinish.c));
 #pragma GCC unroll 4
-                   for (int v = 0; v < kVec; ++v) {
-                       __m256 r = acc[v];
-                       if constexpr (kFinish.kind == Finish::Scale) r = _mm256_mul_ps(r, c);
-                       else if constexpr (kFinish.kind == Finish::Divide) r = _mm256_div_ps(r, c);
-                       _mm256_storeu_ps(out + x + 8 * v, r);
-                   }
-               },
-               [&](int x) {
-                   out[x] = finish_float(grouped(P.row, [&](const Term& t) { return mids[t.src][x + t.off * nc]; }),
-                                         kFinish);
-               });
+                       for (int v = 0; v < kVec; ++v) {
+                           __m256 r = acc[v];
+                           if constexpr (kFinish.kind == Finish::Scale) r = _mm256_mul_ps(r, c);
+                           else if constexpr (kFinish.kind == Finish::Divide) r = _mm256_div_ps(r, c);
+                           put(out + x + 8 * v, r, s);
+                       }
+                   },
+                   [&](int x) {
+                       out[x] = finish_float(grouped(P.row, [&](const Term& t) { return mids[t.src][x + t.off * nc]; }),
+                                             kFinish);
+                   });
     }
 
-    static void strip(const S* const* rows, int pixels, int nc, void* scratch, int midStride, D* out) {
+    static void strip(const S* const* rows, int pixels, int nc, void* scratch, int midStride, D* out, bool stream) {
         I* mids[kMaxMids];
         for (int m = 0; m < P.mids; ++m) mids[m] = static_cast<I*>(scratch) + std::ptrdiff_t(m) * midStride;
         column(rows, (pixels + Size - 1) * nc, mids);
-        row(mids, nc, pixels * nc, out);
+        row(mids, nc, pixels * nc, out, stream);
     }
 };
 
