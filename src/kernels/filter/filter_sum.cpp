@@ -107,6 +107,54 @@ void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int
 
 }  // namespace
 
+void filter_sum_rows2(const Rok32f* base, std::ptrdiff_t step, const std::ptrdiff_t* offs, const float* coef, int kw,
+                      int kh, int n, float* out0, float* out1, bool stream) {
+    constexpr int kLanes = 8, kVectors = 4, kBlock = kLanes * kVectors;
+    const int ntaps = kw * kh;
+    const Rok32f* next = tap(base, step);
+    auto scalar = [&](int x) {
+        out0[x] = scalar_sum<Rok32f, float, float>(base, offs, coef, ntaps, x);
+        out1[x] = scalar_sum<Rok32f, float, float>(next, offs, coef, ntaps, x);
+    };
+    // Streaming starts where the first row reaches a 32-byte boundary; the
+    // second streams too when it is then aligned as well.
+    int x = 0;
+    auto at = [](const float* p) { return reinterpret_cast<std::uintptr_t>(p); };
+    if (stream && at(out0) % sizeof(float) == 0)
+        for (const int head = std::min(n, int((32 - at(out0) % 32) % 32 / sizeof(float))); x < head; ++x) scalar(x);
+    const bool stream0 = stream && at(out0 + x) % 32 == 0, stream1 = stream && at(out1 + x) % 32 == 0;
+    auto put = [](float* p, __m256 v, bool s) {
+        if (s) _mm256_stream_ps(p, v);
+        else _mm256_storeu_ps(p, v);
+    };
+    for (; x + kBlock <= n; x += kBlock) {
+        __m256 a0[kVectors], a1[kVectors];
+        for (int v = 0; v < kVectors; ++v) a0[v] = a1[v] = _mm256_setzero_ps();
+        // Source row r of the pair serves tap (r, i) of the first output and
+        // tap (r - 1, i) of the second; each output still adds its taps in
+        // order.
+        for (int r = 0; r <= kh; ++r)
+            for (int i = 0; i < kw; ++i) {
+                const float* p = r < kh ? tap(base, offs[r * kw + i]) + x : tap(base, offs[(kh - 1) * kw + i] + step) + x;
+                __m256 v[kVectors];
+                for (int k = 0; k < kVectors; ++k) v[k] = _mm256_loadu_ps(p + kLanes * k);
+                if (r < kh) {
+                    const __m256 c = _mm256_set1_ps(coef[r * kw + i]);
+                    for (int k = 0; k < kVectors; ++k) a0[k] = _mm256_add_ps(a0[k], _mm256_mul_ps(v[k], c));
+                }
+                if (r > 0) {
+                    const __m256 c = _mm256_set1_ps(coef[(r - 1) * kw + i]);
+                    for (int k = 0; k < kVectors; ++k) a1[k] = _mm256_add_ps(a1[k], _mm256_mul_ps(v[k], c));
+                }
+            }
+        for (int k = 0; k < kVectors; ++k) {
+            put(out0 + x + kLanes * k, a0[k], stream0);
+            put(out1 + x + kLanes * k, a1[k], stream1);
+        }
+    }
+    for (; x < n; ++x) scalar(x);
+}
+
 void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* packed, int ntaps, int n,
                       std::int32_t* acc) {
     const int pairs = ntaps / 2;

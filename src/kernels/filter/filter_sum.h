@@ -47,6 +47,13 @@ void filter_sum(const Rok32s* base, const std::ptrdiff_t* offs, const float* coe
 void filter_sum(const Rok32f* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc,
                 bool stream = false);
 
+// Two destination rows of float data at once: base is the first one's
+// source position and base + step the second's; the taps are kh rows of kw
+// (offs and coef as filter_sum), and the rows they share are loaded once.
+// Each result equals filter_sum's.
+void filter_sum_rows2(const Rok32f* base, std::ptrdiff_t step, const std::ptrdiff_t* offs, const float* coef, int kw,
+                      int kh, int n, float* out0, float* out1, bool stream = false);
+
 void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc);
 
 }  // namespace rok::kernels

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "kernels/filter/fixed.h"
 #include "kernels/rules.h"
@@ -79,6 +80,16 @@ template <class Body, class Scalar>
     int x = 0;
     for (; x + step <= n; x += step) body(x);
     if (x < n) body(n - step);
+}
+
+// f(integral_constant<int, 0>) .. f(integral_constant<int, N - 1>): the
+// plans' loops spelled out, so that every index, weight and sign is a
+// constant of the code.
+template <int N, class F>
+[[gnu::always_inline]] inline void unroll(F&& f) {
+    [&]<int... I>(std::integer_sequence<int, I...>) {
+        (f(std::integral_constant<int, I>{}), ...);
+    }(std::make_integer_sequence<int, N>{});
 }
 
 // The row stage's blocks: body(x, stream) for blocks of `step` samples of
@@ -203,23 +214,23 @@ struct Kernel {
         const __m256i flip = _mm256_set1_epi8(kSigned ? char(0x80) : 0);
         auto body = [&](int x) {
             __m256i lo[kPairs.pairs], hi[kPairs.pairs];
-#pragma GCC unroll 8
-            for (int p = 0; p < kPairs.pairs; ++p) {
+            unroll<kPairs.pairs>([&](auto p) {
                 const __m256i a = load_bytes(rows[kPairs.a[p]] + x, flip);
-                const __m256i b = kPairs.b[p] < 0 ? _mm256_setzero_si256() : load_bytes(rows[kPairs.b[p]] + x, flip);
+                __m256i b = _mm256_setzero_si256();
+                if constexpr (kPairs.b[p] >= 0) b = load_bytes(rows[kPairs.b[p]] + x, flip);
                 lo[p] = _mm256_unpacklo_epi8(a, b);
                 hi[p] = _mm256_unpackhi_epi8(a, b);
-            }
-#pragma GCC unroll 8
-            for (int m = 0; m < P.mids; ++m) {
+            });
+            unroll<P.mids>([&](auto m) {
                 __m256i l = _mm256_setzero_si256(), h = _mm256_setzero_si256();
-#pragma GCC unroll 8
-                for (int p = 0; p < kPairs.pairs; ++p) {
-                    if (kPairs.wa[m][p] == 0 && kPairs.wb[m][p] == 0) continue;
-                    const __m256i w = _mm256_set1_epi16(std::int16_t((kPairs.wb[m][p] << 8) | (kPairs.wa[m][p] & 0xFF)));
-                    l = _mm256_add_epi16(l, _mm256_maddubs_epi16(lo[p], w));
-                    h = _mm256_add_epi16(h, _mm256_maddubs_epi16(hi[p], w));
-                }
+                unroll<kPairs.pairs>([&](auto p) {
+                    if constexpr (kPairs.wa[m][p] != 0 || kPairs.wb[m][p] != 0) {
+                        const __m256i w =
+                            _mm256_set1_epi16(std::int16_t((kPairs.wb[m][p] << 8) | (kPairs.wa[m][p] & 0xFF)));
+                        l = _mm256_add_epi16(l, _mm256_maddubs_epi16(lo[p], w));
+                        h = _mm256_add_epi16(h, _mm256_maddubs_epi16(hi[p], w));
+                    }
+                });
                 if constexpr (kSigned) {
                     // Each biased sample counted 128 too many.
                     const __m256i bias = _mm256_set1_epi16(std::int16_t(128 * kPairs.weightSum[m]));
@@ -228,7 +239,7 @@ struct Kernel {
                 }
                 store(mids[m] + x, l);
                 store(mids[m] + x + 16, h);
-            }
+            });
         };
         auto scalar = [&](int x) {
             for (int m = 0; m < P.mids; ++m) {
@@ -249,17 +260,15 @@ struct Kernel {
             if constexpr (std::is_signed_v<S>) return _mm256_cvtepi16_epi32(v);
             else return _mm256_cvtepu16_epi32(v);
         };
-#pragma GCC unroll 4
-        for (int m = 0; m < P.mids; ++m) {
-            const Flat& c = kColumns[m];
+        unroll<P.mids>([&](auto m) {
+            constexpr const Flat& c = kColumns[m];
             auto body = [&](int x) {
                 __m256i a = _mm256_setzero_si256(), b = _mm256_setzero_si256();
-#pragma GCC unroll 8
-                for (int i = 0; i < c.n; ++i) {
+                unroll<c.n>([&](auto i) {
                     const __m256i w = _mm256_set1_epi32(c.w[i]);
                     a = _mm256_add_epi32(a, _mm256_mullo_epi32(widen(rows[c.src[i]] + x), w));
                     b = _mm256_add_epi32(b, _mm256_mullo_epi32(widen(rows[c.src[i]] + x + 8), w));
-                }
+                });
                 store(mids[m] + x, a);
                 store(mids[m] + x + 8, b);
             };
@@ -269,61 +278,50 @@ struct Kernel {
                 mids[m][x] = v;
             };
             blocks(n, 16, body, scalar);
-        }
+        });
     }
     static constexpr Flat kColumns[kMaxMids] = {flatten(P.column[0]), flatten(P.column[1]), flatten(P.column[2])};
 
-    // kVec vectors of one float group: w * (+-t0 +- t1 ...); at(term)
-    // points at the term's input for the block's first sample.
-    static constexpr int kVec = 4;
-    template <class At>
-    [[gnu::always_inline]] static void group_vectors(const Group& grp, At&& at, __m256* part) {
-        const float* r0 = at(grp.t[0]);
-#pragma GCC unroll 4
-        for (int v = 0; v < kVec; ++v) {
-            const __m256 t = _mm256_loadu_ps(r0 + 8 * v);
-            part[v] = grp.t[0].sign > 0 ? t : _mm256_xor_ps(t, _mm256_set1_ps(-0.0f));
-        }
-#pragma GCC unroll 8
-        for (int t = 1; t < grp.n; ++t) {
-            const float* r = at(grp.t[t]);
-#pragma GCC unroll 4
-            for (int v = 0; v < kVec; ++v) {
-                const __m256 l = _mm256_loadu_ps(r + 8 * v);
-                part[v] = grp.t[t].sign > 0 ? _mm256_add_ps(part[v], l) : _mm256_sub_ps(part[v], l);
-            }
-        }
-        if (grp.w != 1.0) {
-            const __m256 w = _mm256_set1_ps(float(grp.w));
-#pragma GCC unroll 4
-            for (int v = 0; v < kVec; ++v) part[v] = _mm256_mul_ps(w, part[v]);
-        }
+    // kVec vectors of a float sum (mid M of the column stage, or the row
+    // stage for M < 0), groups and terms in order; at(term) points at the
+    // term's input for the block's first sample.
+    template <int M>
+    static constexpr const Sum& sum_at() {
+        if constexpr (M < 0) return P.row;
+        else return P.column[M];
     }
-    template <class At>
-    [[gnu::always_inline]] static void sum_vectors(const Sum& s, At&& at, __m256* acc) {
-        group_vectors(s.g[0], at, acc);
-#pragma GCC unroll 8
-        for (int g = 1; g < s.n; ++g) {
+    static constexpr int kVec = 4;
+    template <int M, class At>
+    [[gnu::always_inline]] static void sum_vectors(At&& at, __m256* acc) {
+        constexpr const Sum& s = sum_at<M>();
+        unroll<s.n>([&](auto g) {
+            constexpr const Group& grp = s.g[g];
             __m256 part[kVec];
-            group_vectors(s.g[g], at, part);
-#pragma GCC unroll 4
-            for (int v = 0; v < kVec; ++v) acc[v] = _mm256_add_ps(acc[v], part[v]);
-        }
+            unroll<grp.n>([&](auto t) {
+                constexpr Term term = grp.t[t];
+                const float* r = at(term);
+                for (int v = 0; v < kVec; ++v) {
+                    const __m256 l = _mm256_loadu_ps(r + 8 * v);
+                    if constexpr (t == 0) part[v] = term.sign > 0 ? l : _mm256_xor_ps(l, _mm256_set1_ps(-0.0f));
+                    else part[v] = term.sign > 0 ? _mm256_add_ps(part[v], l) : _mm256_sub_ps(part[v], l);
+                }
+            });
+            if constexpr (grp.w != 1.0)
+                for (int v = 0; v < kVec; ++v) part[v] = _mm256_mul_ps(_mm256_set1_ps(float(grp.w)), part[v]);
+            for (int v = 0; v < kVec; ++v) acc[v] = g == 0 ? part[v] : _mm256_add_ps(acc[v], part[v]);
+        });
     }
 
     static void column_floats(const float* const* rows, int n, float* const* mids) {
-#pragma GCC unroll 4
-        for (int m = 0; m < P.mids; ++m) {
-            const Sum& s = P.column[m];
+        unroll<P.mids>([&](auto m) {
             blocks(n, 8 * kVec,
                    [&](int x) {
                        __m256 acc[kVec];
-                       sum_vectors(s, [&](const Term& t) { return rows[t.src] + x; }, acc);
-#pragma GCC unroll 4
+                       sum_vectors<m>([&](const Term& t) { return rows[t.src] + x; }, acc);
                        for (int v = 0; v < kVec; ++v) _mm256_storeu_ps(mids[m] + x + 8 * v, acc[v]);
                    },
-                   [&](int x) { mids[m][x] = grouped(s, [&](const Term& t) { return rows[t.src][x]; }); });
-        }
+                   [&](int x) { mids[m][x] = grouped(P.column[m], [&](const Term& t) { return rows[t.src][x]; }); });
+        });
     }
 
     // ---- row stage ----
@@ -333,8 +331,7 @@ struct Kernel {
             row_floats(mids, nc, n, out, stream);
         } else {
             const I* p[kRow.n];
-#pragma GCC unroll 16
-            for (int i = 0; i < kRow.n; ++i) p[i] = mids[kRow.src[i]] + kRow.off[i] * nc;
+            unroll<kRow.n>([&](auto i) { p[i] = mids[kRow.src[i]] + kRow.off[i] * nc; });
             auto scalar = [&](int x) {
                 std::int64_t v = 0;
                 for (int i = 0; i < kRow.n; ++i) {
@@ -352,13 +349,12 @@ struct Kernel {
     // Sixteen sums of 16-bit mids in 16-bit lanes (the narrow plans).
     [[gnu::always_inline]] static __m256i sum16(const std::int16_t* const* p, int x) {
         __m256i a = _mm256_setzero_si256();
-#pragma GCC unroll 16
-        for (int i = 0; i < kRow.n; ++i) {
+        unroll<kRow.n>([&](auto i) {
             const __m256i v = load(p[i] + x);
-            if (kRow.w[i] == 1) a = _mm256_add_epi16(a, v);
-            else if (kRow.w[i] == -1) a = _mm256_sub_epi16(a, v);
+            if constexpr (kRow.w[i] == 1) a = _mm256_add_epi16(a, v);
+            else if constexpr (kRow.w[i] == -1) a = _mm256_sub_epi16(a, v);
             else a = _mm256_add_epi16(a, _mm256_mullo_epi16(v, _mm256_set1_epi16(std::int16_t(kRow.w[i]))));
-        }
+        });
         return a;
     }
 
@@ -402,16 +398,15 @@ struct Kernel {
     // Sixteen sums of 16-bit mids in 32-bit lanes, in the in-lane order.
     [[gnu::always_inline]] static void sum16_wide(const std::int16_t* const* p, int x, __m256i& a, __m256i& b) {
         a = b = _mm256_setzero_si256();
-#pragma GCC unroll 16
-        for (int g = 0; g < kRowPairs.n; ++g) {
+        unroll<kRowPairs.n>([&](auto g) {
             __m256i v = load(p[kRowPairs.a[g]] + x);
-            if (kRowPairs.b[g] >= 0) v = _mm256_add_epi16(v, load(p[kRowPairs.b[g]] + x));
+            if constexpr (kRowPairs.b[g] >= 0) v = _mm256_add_epi16(v, load(p[kRowPairs.b[g]] + x));
             __m256i l, h;
             widen_in_lanes<kUnsignedMids>(v, l, h);
-            if (kRowPairs.w[g] == 1) {
+            if constexpr (kRowPairs.w[g] == 1) {
                 a = _mm256_add_epi32(a, l);
                 b = _mm256_add_epi32(b, h);
-            } else if (kRowPairs.w[g] == -1) {
+            } else if constexpr (kRowPairs.w[g] == -1) {
                 a = _mm256_sub_epi32(a, l);
                 b = _mm256_sub_epi32(b, h);
             } else {
@@ -419,7 +414,7 @@ struct Kernel {
                 a = _mm256_add_epi32(a, _mm256_mullo_epi32(l, w));
                 b = _mm256_add_epi32(b, _mm256_mullo_epi32(h, w));
             }
-        }
+        });
     }
 
     // Sixteen finished results in the in-lane order of sum16_wide.
@@ -469,13 +464,12 @@ struct Kernel {
     static void row_words(const std::int32_t* const* p, int n, D* out, bool stream, Scalar&& scalar) {
         auto sum8 = [&](int x) {
             __m256i a = _mm256_setzero_si256();
-#pragma GCC unroll 16
-            for (int i = 0; i < kRow.n; ++i) {
+            unroll<kRow.n>([&](auto i) {
                 const __m256i v = load(p[i] + x);
-                if (kRow.w[i] == 1) a = _mm256_add_epi32(a, v);
-                else if (kRow.w[i] == -1) a = _mm256_sub_epi32(a, v);
+                if constexpr (kRow.w[i] == 1) a = _mm256_add_epi32(a, v);
+                else if constexpr (kRow.w[i] == -1) a = _mm256_sub_epi32(a, v);
                 else a = _mm256_add_epi32(a, _mm256_mullo_epi32(v, _mm256_set1_epi32(kRow.w[i])));
-            }
+            });
             return finish32<kFinish, kWide>(a);
         };
         out_blocks(out, n, 16, stream, [&](int x, bool s) { store16(out + x, sum8(x), sum8(x + 8), s); }, scalar);
@@ -485,7 +479,7 @@ struct Kernel {
         out_blocks(out, n, 8 * kVec, stream,
                    [&](int x, bool s) {
                        __m256 acc[kVec];
-                       sum_vectors(P.row, [&](const Term& t) { return mids[t.src] + x + t.off * nc; }, acc);
+                       sum_vectors<-1>([&](const Term& t) { return mids[t.src] + x + t.off * nc; }, acc);
                        const __m256 c = _mm256_set1_ps(float(kFinish.c));
 #pragma GCC unroll 4
                        for (int v = 0; v < kVec; ++v) {
