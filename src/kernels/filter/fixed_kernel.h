@@ -17,6 +17,10 @@
 #include "kernels/filter/fixed.h"
 #include "kernels/rules.h"
 
+// The lambdas that unroll() spells out are inlined whatever their size, so
+// that the plan's constants reach every instruction.
+#define ROK_INLINE __attribute__((always_inline))
+
 namespace rok::kernels::fixed {
 
 namespace detail {
@@ -85,11 +89,13 @@ template <class Body, class Scalar>
 // f(integral_constant<int, 0>) .. f(integral_constant<int, N - 1>): the
 // plans' loops spelled out, so that every index, weight and sign is a
 // constant of the code.
+template <class F, int... I>
+[[gnu::always_inline]] inline void unroll_each(F& f, std::integer_sequence<int, I...>) {
+    (f(std::integral_constant<int, I>{}), ...);
+}
 template <int N, class F>
 [[gnu::always_inline]] inline void unroll(F&& f) {
-    [&]<int... I>(std::integer_sequence<int, I...>) {
-        (f(std::integral_constant<int, I>{}), ...);
-    }(std::make_integer_sequence<int, N>{});
+    unroll_each(f, std::make_integer_sequence<int, N>{});
 }
 
 // The row stage's blocks: body(x, stream) for blocks of `step` samples of
@@ -214,16 +220,16 @@ struct Kernel {
         const __m256i flip = _mm256_set1_epi8(kSigned ? char(0x80) : 0);
         auto body = [&](int x) {
             __m256i lo[kPairs.pairs], hi[kPairs.pairs];
-            unroll<kPairs.pairs>([&](auto p) {
+            unroll<kPairs.pairs>([&](auto p) ROK_INLINE {
                 const __m256i a = load_bytes(rows[kPairs.a[p]] + x, flip);
                 __m256i b = _mm256_setzero_si256();
                 if constexpr (kPairs.b[p] >= 0) b = load_bytes(rows[kPairs.b[p]] + x, flip);
                 lo[p] = _mm256_unpacklo_epi8(a, b);
                 hi[p] = _mm256_unpackhi_epi8(a, b);
             });
-            unroll<P.mids>([&](auto m) {
+            unroll<P.mids>([&](auto m) ROK_INLINE {
                 __m256i l = _mm256_setzero_si256(), h = _mm256_setzero_si256();
-                unroll<kPairs.pairs>([&](auto p) {
+                unroll<kPairs.pairs>([&](auto p) ROK_INLINE {
                     if constexpr (kPairs.wa[m][p] != 0 || kPairs.wb[m][p] != 0) {
                         const __m256i w =
                             _mm256_set1_epi16(std::int16_t((kPairs.wb[m][p] << 8) | (kPairs.wa[m][p] & 0xFF)));
@@ -260,11 +266,11 @@ struct Kernel {
             if constexpr (std::is_signed_v<S>) return _mm256_cvtepi16_epi32(v);
             else return _mm256_cvtepu16_epi32(v);
         };
-        unroll<P.mids>([&](auto m) {
+        unroll<P.mids>([&](auto m) ROK_INLINE {
             constexpr const Flat& c = kColumns[m];
             auto body = [&](int x) {
                 __m256i a = _mm256_setzero_si256(), b = _mm256_setzero_si256();
-                unroll<c.n>([&](auto i) {
+                unroll<c.n>([&](auto i) ROK_INLINE {
                     const __m256i w = _mm256_set1_epi32(c.w[i]);
                     a = _mm256_add_epi32(a, _mm256_mullo_epi32(widen(rows[c.src[i]] + x), w));
                     b = _mm256_add_epi32(b, _mm256_mullo_epi32(widen(rows[c.src[i]] + x + 8), w));
@@ -294,10 +300,10 @@ struct Kernel {
     template <int M, class At>
     [[gnu::always_inline]] static void sum_vectors(At&& at, __m256* acc) {
         constexpr const Sum& s = sum_at<M>();
-        unroll<s.n>([&](auto g) {
+        unroll<s.n>([&](auto g) ROK_INLINE {
             constexpr const Group& grp = s.g[g];
             __m256 part[kVec];
-            unroll<grp.n>([&](auto t) {
+            unroll<grp.n>([&](auto t) ROK_INLINE {
                 constexpr Term term = grp.t[t];
                 const float* r = at(term);
                 for (int v = 0; v < kVec; ++v) {
@@ -313,7 +319,7 @@ struct Kernel {
     }
 
     static void column_floats(const float* const* rows, int n, float* const* mids) {
-        unroll<P.mids>([&](auto m) {
+        unroll<P.mids>([&](auto m) ROK_INLINE {
             blocks(n, 8 * kVec,
                    [&](int x) {
                        __m256 acc[kVec];
@@ -331,7 +337,7 @@ struct Kernel {
             row_floats(mids, nc, n, out, stream);
         } else {
             const I* p[kRow.n];
-            unroll<kRow.n>([&](auto i) { p[i] = mids[kRow.src[i]] + kRow.off[i] * nc; });
+            unroll<kRow.n>([&](auto i) ROK_INLINE { p[i] = mids[kRow.src[i]] + kRow.off[i] * nc; });
             auto scalar = [&](int x) {
                 std::int64_t v = 0;
                 for (int i = 0; i < kRow.n; ++i) {
@@ -349,7 +355,7 @@ struct Kernel {
     // Sixteen sums of 16-bit mids in 16-bit lanes (the narrow plans).
     [[gnu::always_inline]] static __m256i sum16(const std::int16_t* const* p, int x) {
         __m256i a = _mm256_setzero_si256();
-        unroll<kRow.n>([&](auto i) {
+        unroll<kRow.n>([&](auto i) ROK_INLINE {
             const __m256i v = load(p[i] + x);
             if constexpr (kRow.w[i] == 1) a = _mm256_add_epi16(a, v);
             else if constexpr (kRow.w[i] == -1) a = _mm256_sub_epi16(a, v);
@@ -398,7 +404,7 @@ struct Kernel {
     // Sixteen sums of 16-bit mids in 32-bit lanes, in the in-lane order.
     [[gnu::always_inline]] static void sum16_wide(const std::int16_t* const* p, int x, __m256i& a, __m256i& b) {
         a = b = _mm256_setzero_si256();
-        unroll<kRowPairs.n>([&](auto g) {
+        unroll<kRowPairs.n>([&](auto g) ROK_INLINE {
             __m256i v = load(p[kRowPairs.a[g]] + x);
             if constexpr (kRowPairs.b[g] >= 0) v = _mm256_add_epi16(v, load(p[kRowPairs.b[g]] + x));
             __m256i l, h;
@@ -464,7 +470,7 @@ struct Kernel {
     static void row_words(const std::int32_t* const* p, int n, D* out, bool stream, Scalar&& scalar) {
         auto sum8 = [&](int x) {
             __m256i a = _mm256_setzero_si256();
-            unroll<kRow.n>([&](auto i) {
+            unroll<kRow.n>([&](auto i) ROK_INLINE {
                 const __m256i v = load(p[i] + x);
                 if constexpr (kRow.w[i] == 1) a = _mm256_add_epi32(a, v);
                 else if constexpr (kRow.w[i] == -1) a = _mm256_sub_epi32(a, v);
@@ -511,3 +517,5 @@ constexpr Strip<S, D> strip_of() {
 }
 
 }  // namespace rok::kernels::fixed
+
+#undef ROK_INLINE
