@@ -1,7 +1,5 @@
 #include "filter/box.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -10,6 +8,7 @@
 #include <type_traits>
 
 #include "core/core.h"
+#include "frame/parallel.h"
 #include "kernels/copy/channels.h"
 #include "kernels/filter/box.h"
 
@@ -115,14 +114,11 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
     if (!threaded) {
         band(0, g.height, scratch);
     } else {
+        // Threads take whole blocks of rows.
         const int blocks = (g.height + kBlock - 1) / kBlock;
-#pragma omp parallel num_threads(team)
-        {
-            const int t = omp_get_thread_num(), count = omp_get_num_threads();
-            const int first = int((long long)blocks * t / count) * kBlock;
-            const int last = std::min(g.height, int((long long)blocks * (t + 1) / count) * kBlock);
-            if (first < last) band(first, last, scratch + slice * t);
-        }
+        parallel_for(blocks, team, [&](int first, int last, int slot) {
+            band(first * kBlock, std::min(g.height, last * kBlock), scratch + slice * slot);
+        });
     }
     rokFree(scratch);
     return rokStatusOk;

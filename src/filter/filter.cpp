@@ -1,7 +1,5 @@
 #include "filter/filter.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -11,6 +9,7 @@
 #include "copy/engine.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
+#include "frame/parallel.h"
 #include "kernels/copy/channels.h"
 #include "kernels/copy/copy_move.h"
 #include "kernels/filter/filter_finish.h"
@@ -311,16 +310,7 @@ RokStatus run(const FilterCall& s) {
     if (!threaded) {
         rows(0, height, acc_of(0));
     } else {
-#pragma omp parallel num_threads(team)
-        {
-            // Equal stripes of height / T rows; the last thread also takes
-            // the remainder.
-            const int t = omp_get_thread_num(), size = omp_get_num_threads();
-            const int stripe = height / size;
-            const int first = t * stripe;
-            const int last = t == size - 1 ? height : first + stripe;
-            rows(first, last, acc_of(t));
-        }
+        parallel_for(height, team, [&](int first, int last, int slot) { rows(first, last, acc_of(slot)); });
     }
     rokFree(owned);
     return rokStatusOk;

@@ -1,13 +1,12 @@
 #include "filter/fixed.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstddef>
 
 #include "copy/engine.h"
 #include "core/core.h"
+#include "frame/parallel.h"
 #include "kernels/copy/channels.h"
 #include "kernels/copy/copy_move.h"
 #include "kernels/filter/fixed.h"
@@ -24,9 +23,8 @@ std::size_t round64(std::size_t v) { return (v + 63) / 64 * 64; }
 // and each row is loaded once, then reused from the cache by the rows below
 // it (vertical strips narrower than the row would keep more in the level-1
 // cache but break the stream at every row, which costs more). Rows are
-// shared among threads for ROIs wider and higher than 63 pixels, in equal
-// stripes (the last thread also takes the remainder); every row is computed
-// the same way whatever the split.
+// shared among the pool's threads for ROIs wider and higher than 63 pixels;
+// every row is computed the same way whatever the split.
 template <class S, class D>
 RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, Layout layout) {
     kernels::fixed::Strip<S, D> kernel = nullptr;
@@ -66,12 +64,7 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
     if (!threaded) {
         band(0, roi.height, scratch);
     } else {
-#pragma omp parallel num_threads(team)
-        {
-            const int t = omp_get_thread_num(), count = omp_get_num_threads();
-            const int stripe = roi.height / count;
-            band(t * stripe, t == count - 1 ? roi.height : (t + 1) * stripe, scratch + slice * t);
-        }
+        parallel_for(roi.height, team, [&](int first, int last, int slot) { band(first, last, scratch + slice * slot); });
     }
     rokFree(scratch);
     return rokStatusOk;
