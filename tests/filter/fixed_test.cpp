@@ -7,6 +7,7 @@
 #include <cfenv>
 #include <cmath>
 #include <cstring>
+#include <algorithm>
 #include <functional>
 #include <limits>
 #include <string>
@@ -538,6 +539,72 @@ TEST(FixedFilters, LargeDestinations) {
           rokt::Guard::After, 1);
     check(Form<Rok8u, Rok8u>{"Sharpen 8u C3", F::Sharpen, 3, 3, 3, NOMASK(rokiFilterSharpen_8u_C3R)}, 1501, 1000, 33,
           rokt::Guard::After, 2);
+}
+
+}  // namespace
+
+namespace {
+
+// The nearest-integer rule of Lowpass and Gauss 5x5 at its rounding
+// boundaries: sums d*q + (d-1)/2 and d*q + (d+1)/2 built into one
+// neighbourhood per ROI row (every fifth row; its pixel 5 lies in a vector
+// block), the rest random, all checked against the reference.
+template <class T>
+void boundaries(const char* name, F f, int size, RokStatus (*fn)(const T*, int, T*, int, RokiSize, int), int qStep) {
+    const Mask mask = mask_of(f, size);
+    const int d = f == F::Gauss ? 571 : size * size;
+    const long long top = std::numeric_limits<T>::max();
+    std::vector<long long> targets;
+    for (long long q = 0; q * d <= top * d; q += qStep)
+        for (long long r : {(d - 1) / 2, (d + 1) / 2})
+            if (q * d + r <= top * d) targets.push_back(q * d + r);
+    const int rows = int(targets.size()) * 5, w = 40;
+    GuardedImage<T> src(w + size - 1, rows + size - 1, 1);
+    rokt::fill_random(src, 3);
+    for (std::size_t t = 0; t < targets.size(); ++t) {
+        // Pixels by descending weight take what is left of the sum.
+        std::vector<std::pair<int, int>> order;
+        for (int r = 0; r < size; ++r)
+            for (int c = 0; c < size; ++c) order.push_back({r, c});
+        std::stable_sort(order.begin(), order.end(),
+                         [&](auto a, auto b) { return mask[a.first][a.second] > mask[b.first][b.second]; });
+        long long left = targets[t];
+        auto at = [&](std::pair<int, int> p) -> T& { return src.at(5 + p.second, int(t) * 5 + p.first); };
+        for (auto p : order) {
+            const long long v = std::min(top, left / mask[p.first][p.second]);
+            at(p) = T(v);
+            left -= v * mask[p.first][p.second];
+        }
+        // An odd rest of the Gauss mask: one pixel of odd weight less.
+        for (auto p : order)
+            if (left % 2 && mask[p.first][p.second] % 2 && at(p) > 0) {
+                at(p) = T(at(p) - 1);
+                left += mask[p.first][p.second];
+            }
+        for (auto p : order)
+            if (mask[p.first][p.second] == 2 && left > 0) {
+                const long long v = std::min<long long>(top - at(p), left / 2);
+                at(p) = T(at(p) + v);
+                left -= 2 * v;
+            }
+        if (left != 0) targets[t] = -1;  // not built; its row is checked all the same
+    }
+    check(Form<T, T>{name, f, size, 1, 1, [fn, size](const T* s, int ss, T* dd, int ds, RokiSize r) {
+              return fn(s, ss, dd, ds, r, size == 3 ? 33 : 55);
+          }},
+          w, rows, 0, rokt::Guard::After, 1, &src);
+    int built = 0;
+    for (long long t : targets) built += t >= 0;
+    EXPECT_GT(built, int(targets.size()) * 9 / 10) << name;
+}
+
+TEST(FixedFilters, NearestAtEveryRoundingBoundary) {
+    boundaries<Rok8u>("Lowpass 8u 3x3", F::Lowpass, 3, rokiFilterLowpass_8u_C1R, 1);
+    boundaries<Rok8u>("Lowpass 8u 5x5", F::Lowpass, 5, rokiFilterLowpass_8u_C1R, 1);
+    boundaries<Rok8u>("Gauss 8u 5x5", F::Gauss, 5, rokiFilterGauss_8u_C1R, 1);
+    boundaries<Rok16u>("Lowpass 16u 3x3", F::Lowpass, 3, rokiFilterLowpass_16u_C1R, 97);
+    boundaries<Rok16u>("Lowpass 16u 5x5", F::Lowpass, 5, rokiFilterLowpass_16u_C1R, 97);
+    boundaries<Rok16u>("Gauss 16u 5x5", F::Gauss, 5, rokiFilterGauss_16u_C1R, 97);
 }
 
 }  // namespace

@@ -153,9 +153,18 @@ inline __m256i shift_even16(__m256i v) {
     return _mm256_srai_epi16(_mm256_add_epi16(_mm256_add_epi16(v, _mm256_set1_epi16((1 << (Shift - 1)) - 1)), odd), Shift);
 }
 
-template <FinishRule R, bool Wide>
+// Non-negative values in single precision: v * c + 0.5 in one fused step
+// and truncated. The Nearest rule's margins (no result within 1/(2d) of a
+// half) dwarf the one rounding of the fused step, so this is the same
+// nearest integer in one instruction fewer.
+inline __m256i nearest8_positive(__m256i v, double c) {
+    return _mm256_cvttps_epi32(_mm256_fmadd_ps(_mm256_cvtepi32_ps(v), _mm256_set1_ps(float(c)), _mm256_set1_ps(0.5f)));
+}
+
+template <FinishRule R, bool Wide, bool Positive = false>
 inline __m256i finish32(__m256i v) {
     if constexpr (R.kind == Finish::ShiftEven) return shift_even32<R.shift>(v);
+    else if constexpr (R.kind == Finish::Nearest && Positive && !Wide) return nearest8_positive(v, R.c);
     else if constexpr (R.kind == Finish::Nearest) return nearest8<Wide>(v, R.c);
     else return v;
 }
@@ -193,6 +202,7 @@ struct Kernel {
     // Nearest in double precision once values reach 2^22 (single precision
     // is exact below).
     static constexpr bool kWide = kRowMax >= (1ll << 22);
+    static constexpr bool kPositive = kRanges.row.lo >= 0;
     static constexpr int kBias = kFinish.kind == Finish::ShiftEven ? 1 << (kFinish.shift - 1) : 0;
     // 8-bit sources: 16-bit row sums where every value (with the rounding
     // bias) fits, and unsigned mids where a mid exceeds 32767.
@@ -430,8 +440,8 @@ struct Kernel {
         } else {
             sum16_wide(p, x, a, b);
         }
-        a = finish32<kFinish, kWide>(a);
-        b = finish32<kFinish, kWide>(b);
+        a = finish32<kFinish, kWide, kPositive>(a);
+        b = finish32<kFinish, kWide, kPositive>(b);
     }
 
     template <class Scalar>
@@ -476,7 +486,7 @@ struct Kernel {
                 else if constexpr (kRow.w[i] == -1) a = _mm256_sub_epi32(a, v);
                 else a = _mm256_add_epi32(a, _mm256_mullo_epi32(v, _mm256_set1_epi32(kRow.w[i])));
             });
-            return finish32<kFinish, kWide>(a);
+            return finish32<kFinish, kWide, kPositive>(a);
         };
         out_blocks(out, n, 16, stream, [&](int x, bool s) { store16(out + x, sum8(x), sum8(x + 8), s); }, scalar);
     }
