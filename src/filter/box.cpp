@@ -48,8 +48,11 @@ struct Geometry {
     bool ac4, inPlace, window;
 };
 
-// Runs the rows with column sums of type A.
-template <class A, class T, class D>
+// Runs the rows with column sums of type A. RowsFirst (8u data whose
+// window sums along a row fit 16 bits): each source row's window sums are
+// formed once, as it enters, into a ring of 16-bit rows, and the column sums
+// of those run down the image; the mean then needs no pass along the row.
+template <class A, class T, class D, bool RowsFirst = false>
 RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geometry& g,
                     const kernels::box::Mean& mean) {
     const int nc = g.nc;
@@ -57,12 +60,14 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
     const int columns = (g.width + g.mw - 1) * nc;     // column sums of a row
     const double area = double(g.mw) * double(g.mh);
     const std::size_t sumBytes = round64((std::size_t(columns) + 8) * sizeof(A));
-    const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 8) * sizeof(A));
+    const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A));
+    const int ring = RowsFirst ? g.mh + 1 : 0;  // the window sums of rows still in the mask, and the next
+    const std::size_t ringRow = round64((std::size_t(n) + 8) * sizeof(std::uint16_t));
     const std::size_t rowBytes = round64(std::size_t(n) * sizeof(D));
     // Rows held back in place: row y is written once row y + ay + 1 has
     // taken it out of the column sums.
     const int held = g.inPlace ? g.ay + 2 : (g.ac4 ? 1 : 0);
-    const std::size_t slice = sumBytes + prefixBytes + rowBytes * std::size_t(held);
+    const std::size_t slice = sumBytes + prefixBytes + rowBytes * std::size_t(held) + ringRow * std::size_t(ring);
 
     const int team = ownGetNumThreads();
     const bool threaded = !g.inPlace && team > 1 && g.width > 63 && g.height > 63;
@@ -77,6 +82,13 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         A* prefix = reinterpret_cast<A*>(mem + sumBytes);
         char* held0 = mem + sumBytes + prefixBytes;
         auto slot = [&](int y) { return reinterpret_cast<D*>(held0 + rowBytes * std::size_t(y % std::max(held, 1))); };
+        char* ring0 = held0 + rowBytes * std::size_t(held);
+        // The window sums of source row r (counted from the ROI's first row,
+        // so from -ay up): the ring holds mh + 1 of them.
+        auto windows_of = [&](int r) {
+            const int at = ((r % ring) + ring) % ring;
+            return reinterpret_cast<std::uint16_t*>(ring0 + ringRow * std::size_t(at));
+        };
         auto write_back = [&](int y) {
             D* out = row(dst, dstStep, y);
             if (g.ac4) kernels::copy_ac4(slot(y), out, g.width, sizeof(D));
@@ -84,7 +96,20 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         };
         for (int y = first; y < last; ++y) {
             const bool restart = y == first || (std::is_floating_point_v<A> && y % kBlock == 0);
-            if (restart) {
+            if constexpr (RowsFirst) {
+                auto form = [&](int r) {
+                    kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
+                                              windows_of(r));
+                };
+                if (restart) {
+                    for (int j = 0; j < g.mh; ++j) form(y - g.ay + j);
+                    kernels::box::column_set(windows_of(y - g.ay), n, sums);
+                    for (int j = 1; j < g.mh; ++j) kernels::box::column_add(windows_of(y - g.ay + j), n, sums);
+                } else {
+                    form(y - g.ay + g.mh - 1);
+                    kernels::box::column_update(windows_of(y - g.ay + g.mh - 1), windows_of(y - g.ay - 1), n, sums);
+                }
+            } else if (restart) {
                 kernels::box::column_set(source(y - g.ay), columns, sums);
                 for (int j = 1; j < g.mh; ++j) kernels::box::column_add(source(y - g.ay + j), columns, sums);
             } else {
@@ -97,7 +122,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                 if (g.window) kernels::box::window_sum(sums, n, nc, g.mw, prefix, out);
                 else if constexpr (std::is_floating_point_v<A>) kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
             } else if constexpr (std::is_same_v<A, std::int32_t>) {
-                kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out);
+                kernels::box::box_mean(sums, n, nc, RowsFirst ? 1 : g.mw, mean, prefix, out);
             } else {
                 kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
             }
@@ -143,9 +168,11 @@ RokStatus run_box(const T* src, int srcStep, D* dst, int dstStep, RokiSize roi, 
             const BoxMultiplier m = box_multiplier(area, g.nc == 1);
             mean = {m.mult, m.shift, m.mult * area * largest + (1ll << (m.shift - 1)) >= (1ll << 31)};
             if constexpr (std::is_same_v<T, Rok8u> && std::is_same_v<D, Rok8u>) {
-                // 16-bit lanes while every window sum fits.
-                if (area * 255 <= 65535)
-                    return run_lanes<std::uint16_t>(src, srcStep, dst, dstStep, g, mean);
+                // 16-bit lanes while every box sum fits; rows first while
+                // the sums along a row fit.
+                if (area * 255 <= 65535) return run_lanes<std::uint16_t>(src, srcStep, dst, dstStep, g, mean);
+                if (mask.width * 255 <= 65535)
+                    return run_lanes<std::int32_t, T, D, true>(src, srcStep, dst, dstStep, g, mean);
             }
             return run_lanes<std::int32_t>(src, srcStep, dst, dstStep, g, mean);
         }

@@ -321,6 +321,38 @@ void mean_double(const double* sums, int n, int nc, int width, double area, doub
 
 }  // namespace
 
+void row_windows(const Rok8u* row, int n, int nc, int width, std::uint16_t* scratch, std::uint16_t* out) {
+    auto widen16 = [](const Rok8u* p) {
+        return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+    };
+    int x = 0;
+    if (width <= kDirect) {
+        for (; x + 16 <= n; x += 16) {
+            __m256i s = widen16(row + x);
+            for (int i = 1; i < width; ++i) s = _mm256_add_epi16(s, widen16(row + x + i * nc));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), s);
+        }
+        for (; x < n; ++x) {
+            std::uint16_t s = 0;
+            for (int i = 0; i < width; ++i) s = std::uint16_t(s + row[x + i * nc]);
+            out[x] = s;
+        }
+        return;
+    }
+    // The row widened, its running sums, and their differences.
+    const int m = n + (width - 1) * nc;
+    std::uint16_t* wide = scratch;
+    std::uint16_t* prefix = scratch + m + 16;
+    for (; x + 16 <= m; x += 16) _mm256_storeu_si256(reinterpret_cast<__m256i*>(wide + x), widen16(row + x));
+    for (; x < m; ++x) wide[x] = row[x];
+    prefix_of(wide, m, nc, prefix);
+    const int span = width * nc;
+    for (x = 0; x + 16 <= n; x += 16)
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x),
+                            _mm256_sub_epi16(load(prefix + x + span), load(prefix + x)));
+    for (; x < n; ++x) out[x] = std::uint16_t(prefix[x + span] - prefix[x]);
+}
+
 void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d) { mean_uint16(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok8u* d) { mean_int32(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok16s* d) { mean_int32(s, n, nc, w, m, p, d); }

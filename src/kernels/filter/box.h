@@ -21,6 +21,11 @@ void column_add(const T* row, int n, A* sum);
 template <class T, class A>
 void column_update(const T* enter, const T* leave, int n, A* sum);
 
+// Window sums along one 8u row into 16 bits (width * 255 <= 65535):
+// out[x] = row[x] + row[x + nc] + ... + row[x + (width-1) nc], x < n;
+// `scratch` holds 2 (n + width * nc) + 48 elements.
+void row_windows(const Rok8u* row, int n, int nc, int width, std::uint16_t* scratch, std::uint16_t* out);
+
 // The box mean in fixed point: (mult * S + 2^(shift-1)) >> shift, floored.
 // `wide` when mult * |S| + 2^(shift-1) may reach 2^31 (the products then
 // take 64-bit lanes).
