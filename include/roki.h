@@ -1743,11 +1743,14 @@ ROKI_API RokStatus rokiFilterSharpen_32f_AC4R(const Rok32f* pSrc, int srcStep, R
 /* Checks: null pointers (-8); ROI or kernel size below 1 (-6); D = 0 (-51); */
 /* source step below (w + kw - 1) x channels x sample bytes or destination */
 /* step below w x channels x sample bytes (-14); scratch allocation (-9). */
-/* AC4 leaves the destination alpha untouched. 8u data whose coefficients all */
-/* lie in -32767..32766 is summed two taps per 16-bit multiply-add (any kernel */
-/* shape and width); the result equals the plain 32-bit sum, which serves */
-/* every other kernel. Rows are split among threads */
-/* for ROIs wider and higher than 63 pixels; results do not depend on it. */
+/* AC4 leaves the destination alpha untouched. One-channel 8u data with a */
+/* kernel at least 2 wide, every coefficient in -127..127 and 255 times the */
+/* sum of their magnitudes within 65535 is summed in 16-bit lanes, two */
+/* horizontally adjacent taps per byte multiply-add; other 8u data whose */
+/* coefficients all lie in -32767..32766 two taps per 16-bit multiply-add; */
+/* every result equals the plain 32-bit sum, which serves every other */
+/* kernel. Rows are split among threads for ROIs wider and higher than 63 */
+/* pixels; results do not depend on it. */
 ROKI_API RokStatus rokiFilter_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
 ROKI_API RokStatus rokiFilter_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
 ROKI_API RokStatus rokiFilter_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);

@@ -96,35 +96,45 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         };
         for (int y = first; y < last; ++y) {
             const bool restart = y == first || (std::is_floating_point_v<A> && y % kBlock == 0);
+            D* out = held > 0 ? slot(y) : row(dst, dstStep, y);
             if constexpr (RowsFirst) {
+                // The entering row's window sums, then the column sums and
+                // the means in one pass (the sums in the kernel's order).
                 auto form = [&](int r) {
                     kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
                                               windows_of(r));
                 };
+                std::uint16_t* stale = windows_of(y - g.ay - 1);
+                std::uint16_t* fresh = stale;
                 if (restart) {
-                    for (int j = 0; j < g.mh; ++j) form(y - g.ay + j);
-                    kernels::box::column_set(windows_of(y - g.ay), n, sums);
-                    for (int j = 1; j < g.mh; ++j) kernels::box::column_add(windows_of(y - g.ay + j), n, sums);
+                    for (int j = 0; j < g.mh; ++j) {
+                        form(y - g.ay + j);
+                        kernels::box::vertical_add(windows_of(y - g.ay + j), n, j == 0, sums);
+                    }
+                    std::fill(stale, stale + n, std::uint16_t(0));  // nothing leaves the first row's sums
                 } else {
                     form(y - g.ay + g.mh - 1);
-                    kernels::box::column_update(windows_of(y - g.ay + g.mh - 1), windows_of(y - g.ay - 1), n, sums);
+                    fresh = windows_of(y - g.ay + g.mh - 1);
                 }
-            } else if (restart) {
-                kernels::box::column_set(source(y - g.ay), columns, sums);
-                for (int j = 1; j < g.mh; ++j) kernels::box::column_add(source(y - g.ay + j), columns, sums);
+                if constexpr (std::is_same_v<D, Rok8u>) kernels::box::vertical_step(fresh, stale, n, mean, sums, out);
             } else {
-                kernels::box::column_update(source(y - g.ay + g.mh - 1), source(y - g.ay - 1), columns, sums);
-            }
-            D* out = held > 0 ? slot(y) : row(dst, dstStep, y);
-            if constexpr (std::is_same_v<A, std::uint16_t>) {
-                kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out);
-            } else if constexpr (std::is_same_v<D, Rok32f> && std::is_integral_v<T>) {
-                if (g.window) kernels::box::window_sum(sums, n, nc, g.mw, prefix, out);
-                else if constexpr (std::is_floating_point_v<A>) kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
-            } else if constexpr (std::is_same_v<A, std::int32_t>) {
-                kernels::box::box_mean(sums, n, nc, RowsFirst ? 1 : g.mw, mean, prefix, out);
-            } else {
-                kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
+                if (restart) {
+                    kernels::box::column_set(source(y - g.ay), columns, sums);
+                    for (int j = 1; j < g.mh; ++j) kernels::box::column_add(source(y - g.ay + j), columns, sums);
+                } else {
+                    kernels::box::column_update(source(y - g.ay + g.mh - 1), source(y - g.ay - 1), columns, sums);
+                }
+                if constexpr (std::is_same_v<A, std::uint16_t>) {
+                    kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out);
+                } else if constexpr (std::is_same_v<D, Rok32f> && std::is_integral_v<T>) {
+                    if (g.window) kernels::box::window_sum(sums, n, nc, g.mw, prefix, out);
+                    else if constexpr (std::is_floating_point_v<A>)
+                        kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
+                } else if constexpr (std::is_same_v<A, std::int32_t>) {
+                    kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out);
+                } else {
+                    kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
+                }
             }
             if (g.inPlace) {
                 if (y - g.ay - 1 >= first) write_back(y - g.ay - 1);

@@ -167,14 +167,18 @@ void sweep(const Form<T, D>& f, int mw, int mh) {
               w % 2 ? rokt::Guard::After : rokt::Guard::Before, w % 3);
 }
 
-// Each engine: 16-bit lanes (8u, narrow windows), 32-bit sums added directly
-// and through running prefixes of one, three and four channels, the double
-// engine of large integer areas, float data.
+// Each engine: 16-bit lanes (8u, narrow windows), 8u rows first (window
+// sums along the rows in 16 bits, column sums in 32), 32-bit sums added
+// directly and through running prefixes of one, three and four channels, the
+// double engine of large integer areas, float data.
 TEST(BoxFilter, EveryEngineOverEveryTail) {
     sweep(Form<Rok8u, Rok8u>{"Box 8u C1", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, 3, 3);
     sweep(Form<Rok8u, Rok8u>{"Box 8u C4", 4, 4, false, BOX(rokiFilterBox_8u_C4R)}, 5, 5);
     sweep(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, 11, 11);
     sweep(Form<Rok8u, Rok8u>{"Box 8u C3 31x2", 3, 3, false, BOX(rokiFilterBox_8u_C3R)}, 31, 2);
+    sweep(Form<Rok8u, Rok8u>{"Box 8u C1 20x15", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, 20, 15);
+    sweep(Form<Rok8u, Rok8u>{"Box 8u C3 5x60", 3, 3, false, BOX(rokiFilterBox_8u_C3R)}, 5, 60);
+    sweep(Form<Rok8u, Rok8u>{"Box 8u AC4 33x9", 4, 3, false, BOX(rokiFilterBox_8u_AC4R)}, 33, 9);
     sweep(Form<Rok16s, Rok16s>{"Box 16s C4 12x3", 4, 4, false, BOX(rokiFilterBox_16s_C4R)}, 12, 3);
     sweep(Form<Rok16u, Rok16u>{"Box 16u AC4 7x2", 4, 3, false, BOX(rokiFilterBox_16u_AC4R)}, 7, 2);
     sweep(Form<Rok16s, Rok16s>{"Box 16s C1 9x9", 1, 1, false, BOX(rokiFilterBox_16s_C1R)}, 9, 9);
@@ -247,7 +251,7 @@ TEST(BoxFilter, EveryMember) {
 template <class T>
 void in_place(RokStatus (*r)(const T*, int, T*, int, RokiSize, RokiSize, RokiPoint),
               RokStatus (*ir)(T*, int, RokiSize, RokiSize, RokiPoint), int nc, int processed) {
-    for (RokiSize mask : {RokiSize{4, 3}, RokiSize{2, 21}})
+    for (RokiSize mask : {RokiSize{4, 3}, RokiSize{2, 21}, RokiSize{33, 9}})
     for (RokiPoint a : {RokiPoint{0, 0}, RokiPoint{mask.width - 1, 0}, RokiPoint{0, mask.height - 1},
                         RokiPoint{mask.width - 1, mask.height - 1}, RokiPoint{1, 1}}) {
         SCOPED_TRACE(testing::Message() << "mask " << mask.width << "x" << mask.height << " anchor " << a.x << "," << a.y);
@@ -303,6 +307,7 @@ TEST(BoxFilter, SameResultsAtOneAndTwoThreads) {
         return dst.bytes();
     };
     EXPECT_EQ(run(Rok8u{}, 1, {11, 11}), run(Rok8u{}, 2, {11, 11}));
+    EXPECT_EQ(run(Rok8u{}, 1, {31, 31}), run(Rok8u{}, 2, {31, 31}));
     EXPECT_EQ(run(Rok32f{}, 1, {7, 9}), run(Rok32f{}, 2, {7, 9}));
 }
 

@@ -353,6 +353,52 @@ void row_windows(const Rok8u* row, int n, int nc, int width, std::uint16_t* scra
     for (; x < n; ++x) out[x] = std::uint16_t(prefix[x + span] - prefix[x]);
 }
 
+void vertical_add(const std::uint16_t* row, int n, bool first, std::int32_t* sums) {
+    const __m256i zero = _mm256_setzero_si256();
+    int x = 0;
+    for (; x + 16 <= n; x += 16) {
+        const __m256i v = load(row + x);
+        __m256i lo = _mm256_unpacklo_epi16(v, zero), hi = _mm256_unpackhi_epi16(v, zero);
+        if (!first) {
+            lo = _mm256_add_epi32(lo, load(sums + x));
+            hi = _mm256_add_epi32(hi, load(sums + x + 8));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x), lo);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x + 8), hi);
+    }
+    for (; x < n; ++x) sums[x] = (first ? 0 : sums[x]) + row[x];
+}
+
+void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
+                   Rok8u* dst) {
+    const __m256i zero = _mm256_setzero_si256();
+    // Sixteen sums updated, and their means in order as 16-bit values.
+    auto block = [&](int x) {
+        const __m256i f = load(fresh + x), s = load(stale + x);
+        const __m256i lo = _mm256_add_epi32(
+            load(sums + x), _mm256_sub_epi32(_mm256_unpacklo_epi16(f, zero), _mm256_unpacklo_epi16(s, zero)));
+        const __m256i hi = _mm256_add_epi32(
+            load(sums + x + 8), _mm256_sub_epi32(_mm256_unpackhi_epi16(f, zero), _mm256_unpackhi_epi16(s, zero)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x), lo);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x + 8), hi);
+        return _mm256_packs_epi32(mean8(lo, m, m.wide), mean8(hi, m, m.wide));
+    };
+    int x = 0;
+    for (; x + 32 <= n; x += 32) {
+        const __m256i w = _mm256_packus_epi16(block(x), block(x + 16));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), _mm256_permute4x64_epi64(w, 0xD8));
+    }
+    for (; x + 16 <= n; x += 16) {
+        const __m256i w = block(x);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + x),
+                         _mm_packus_epi16(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1)));
+    }
+    for (; x < n; ++x) {
+        sums[x] += std::int32_t(fresh[x]) - std::int32_t(stale[x]);
+        dst[x] = saturate<Rok8u>(mean_one(sums[x], m));
+    }
+}
+
 void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d) { mean_uint16(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok8u* d) { mean_int32(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok16s* d) { mean_int32(s, n, nc, w, m, p, d); }

@@ -26,6 +26,17 @@ void column_update(const T* enter, const T* leave, int n, A* sum);
 // `scratch` holds 2 (n + width * nc) + 48 elements.
 void row_windows(const Rok8u* row, int n, int nc, int width, std::uint16_t* scratch, std::uint16_t* out);
 
+// Column sums of the 16-bit window sums of the rows (the rows-first form of
+// the 8u box): 32-bit sums kept, in blocks of 16 samples, in the order of
+// the in-lane 16-bit unpacks (samples 0-3 and 8-11, then 4-7 and 12-15),
+// the samples past the last whole block in order. vertical_add sets
+// (first) or adds one row; vertical_step adds `fresh`, takes `stale` out
+// and writes the means of the sums (see Mean) to dst.
+struct Mean;
+void vertical_add(const std::uint16_t* row, int n, bool first, std::int32_t* sums);
+void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
+                   Rok8u* dst);
+
 // The box mean in fixed point: (mult * S + 2^(shift-1)) >> shift, floored.
 // `wide` when mult * |S| + 2^(shift-1) may reach 2^31 (the products then
 // take 64-bit lanes).

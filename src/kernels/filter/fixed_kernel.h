@@ -526,6 +526,46 @@ constexpr Strip<S, D> strip_of() {
     return &detail::Kernel<F, Size, S, D>::strip;
 }
 
+// The filters that the 8u, 16s and 32f same-type members share.
+template <class S, class D>
+Strip<S, D> same_type(Fixed f, int size) {
+    const bool five = size == 5;
+    switch (f) {
+        case Fixed::PrewittVert: return strip_of<Fixed::PrewittVert, 3, S, D>();
+        case Fixed::PrewittHoriz: return strip_of<Fixed::PrewittHoriz, 3, S, D>();
+        case Fixed::SobelVert: return strip_of<Fixed::SobelVert, 3, S, D>();
+        case Fixed::SobelHoriz: return strip_of<Fixed::SobelHoriz, 3, S, D>();
+        case Fixed::Laplace:
+        case Fixed::Hipass:
+            if (!five) return strip_of<Fixed::Laplace, 3, S, D>();  // the same mask at 3x3
+            return f == Fixed::Laplace ? strip_of<Fixed::Laplace, 5, S, D>() : strip_of<Fixed::Hipass, 5, S, D>();
+        case Fixed::Lowpass: return five ? strip_of<Fixed::Lowpass, 5, S, D>() : strip_of<Fixed::Lowpass, 3, S, D>();
+        case Fixed::Gauss: return five ? strip_of<Fixed::Gauss, 5, S, D>() : strip_of<Fixed::Gauss, 3, S, D>();
+        case Fixed::Sharpen: return strip_of<Fixed::Sharpen, 3, S, D>();
+        default: return nullptr;
+    }
+}
+
+// The derivative filters with a mask code, on one-channel data (8u16s,
+// 8s16s and 32f).
+template <class S, class D>
+Strip<S, D> derivative(Fixed f, int size) {
+    const bool five = size == 5;
+    switch (f) {
+        case Fixed::SobelVert: return five ? strip_of<Fixed::SobelVert, 5, S, D>() : strip_of<Fixed::SobelVert, 3, S, D>();
+        case Fixed::SobelHoriz: return five ? strip_of<Fixed::SobelHoriz, 5, S, D>() : strip_of<Fixed::SobelHoriz, 3, S, D>();
+        case Fixed::SobelVertSecond:
+            return five ? strip_of<Fixed::SobelVertSecond, 5, S, D>() : strip_of<Fixed::SobelVertSecond, 3, S, D>();
+        case Fixed::SobelHorizSecond:
+            return five ? strip_of<Fixed::SobelHorizSecond, 5, S, D>() : strip_of<Fixed::SobelHorizSecond, 3, S, D>();
+        case Fixed::SobelCross: return five ? strip_of<Fixed::SobelCross, 5, S, D>() : strip_of<Fixed::SobelCross, 3, S, D>();
+        case Fixed::ScharrVert: return strip_of<Fixed::ScharrVert, 3, S, D>();
+        case Fixed::ScharrHoriz: return strip_of<Fixed::ScharrHoriz, 3, S, D>();
+        case Fixed::Laplace: return five ? strip_of<Fixed::Laplace, 5, S, D>() : strip_of<Fixed::Laplace, 3, S, D>();
+        default: return nullptr;
+    }
+}
+
 }  // namespace rok::kernels::fixed
 
 #undef ROK_INLINE
