@@ -446,5 +446,5 @@ def thunk_arg(p, role):
     if p.base == "RokiPoint":
         return f"c.point({i})"
     if p.base in ("Rok32f", "Rok64f", "float", "double"):
-        return f"{p.base}(c.real({i}))"
+        return f"number_as<{p.base}>(c.real({i}))"
     return f"c.integer({i})"
