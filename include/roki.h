@@ -2051,6 +2051,99 @@ ROKI_API RokStatus rokiSet_32f_C3MR(const Rok32f value[3], Rok32f* pDst, int dst
 ROKI_API RokStatus rokiSet_32f_C4MR(const Rok32f value[4], Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
 ROKI_API RokStatus rokiSet_32f_AC4MR(const Rok32f value[3], Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, int maskStep);
 
+/* ---- filter_box ---- */
+
+/* Mean of a maskSize.width x maskSize.height box. The box of destination */
+/* pixel (x, y) is the mask as laid, not flipped: columns x - anchor.x .. */
+/* x - anchor.x + mw - 1 and rows y - anchor.y .. y - anchor.y + mh - 1, all */
+/* read from the caller's memory (anchor.x columns left of the ROI and */
+/* mw - 1 - anchor.x right, anchor.y rows above and mh - 1 - anchor.y below). */
+/* Running column and row sums: the cost per pixel does not grow with the */
+/* mask. Integer data with an area mw * mh up to 8100: the exact sum S times */
+/* a fixed-point reciprocal, (mult * S + 2^(shift-1)) >> shift, from */
+/* r = 1.0f / area: u = the 32-bit truncation of r * 4294967295.0, shifted */
+/* left n times (n <= 24) until its top bit is set; C1: mult = (u >> 20) + 1, */
+/* shift = n + 12; C3, C4, AC4: mult = u >> 8, shift = n + 24. A 1x1 mask */
+/* takes mult 4096, shift 12 on C1 (the source exactly) and mult 65536, */
+/* shift 24 on the other layouts (that is (s + 128) >> 8). An area above 8100: */
+/* the nearest integer to S / area with halves rounded up, from the exact sum */
+/* in double precision. 32f and 64f: sums in double precision (the column */
+/* sums start afresh every 64 rows of the ROI), each mean S / area rounded */
+/* once to the destination precision; it can differ from the exactly rounded */
+/* mean by the rounding of the running sums. Checks, in this order: null */
+/* pointer (-8); a step below 1 (-14); ROI width or height below 1 (-6); */
+/* mask width or height below 1 (-33); anchor outside the mask (-34); */
+/* scratch (-9). pSrc equal to pDst runs in place (as the IR form) with */
+/* dstStep, whatever srcStep says. AC4 leaves the destination alpha alone. */
+/* Rows are shared among threads for ROIs wider and higher than 63 pixels */
+/* (not in place); results do not depend on it. */
+ROKI_API RokStatus rokiFilterBox_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+
+/* In place: the box filter of pSrcDst onto itself with srcDstStep; every */
+/* row keeps its source values until no later row needs them. */
+ROKI_API RokStatus rokiFilterBox_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterBox_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+
+/* Window sums into 32f: per channel, the sum of maskSize consecutive samples */
+/* of a row (Row) or of a column (Column), the window of destination pixel x */
+/* (row y) being the source columns x - anchor .. x - anchor + maskSize - 1 */
+/* (rows y - anchor .. y - anchor + maskSize - 1), read from the caller's */
+/* memory round the ROI. The sum is exact (integer running sums, in double */
+/* precision once they could pass 2^31) and rounded once to single */
+/* precision. Checks, in this order: null pointer (-8); maskSize below 1 */
+/* (-33); anchor below 0 or not below maskSize (-34); a ROI height below 1 */
+/* returns 0 with nothing written; ROI width below 1 (-6); a step below 1 */
+/* (-14); scratch (-9). Rows are shared among threads for ROIs wider and */
+/* higher than 63 pixels; results do not depend on it. */
+ROKI_API RokStatus rokiSumWindowRow_8u32f_C1R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_8u32f_C3R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_8u32f_C4R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16u32f_C1R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16u32f_C3R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16u32f_C4R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16s32f_C1R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16s32f_C3R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowRow_16s32f_C4R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_8u32f_C1R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_8u32f_C3R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_8u32f_C4R(const Rok8u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16u32f_C1R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16u32f_C3R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16u32f_C4R(const Rok16u* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16s32f_C1R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16s32f_C3R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+ROKI_API RokStatus rokiSumWindowColumn_16s32f_C4R(const Rok16s* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize, int anchor);
+
 /* ---- filter_bufsize ---- */
 
 /* Bytes of work buffer that rokiFilter_Round16s_8u_* needs for a kernel of */
@@ -2109,6 +2202,265 @@ ROKI_API RokStatus rokiDecimateFilterRow_8u_C1R(const Rok8u* pSrc, int srcStep, 
 /* at least srcW; otherwise checks as rokiDecimateFilterRow_8u_C1R. */
 ROKI_API RokStatus rokiDecimateFilterColumn_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize srcRoiSize, Rok8u* pDst, int dstStep, const Rok32s* pKernel, int kernelSize, int yAnchor, int divisor, int factor);
 
+/* ---- filter_fixed ---- */
+
+/* Fixed-kernel filters. Each mask below is written as neighbourhood weights, */
+/* one parenthesised group per row, top row first, and is not flipped: the */
+/* entry in row r, column c weighs the source pixel (x + c - h, y + r - h), */
+/* h = 1 for 3x3 and 2 for 5x5. No border is made: the caller provides h */
+/* pixels round the ROI. Integer results are exact and saturated to the */
+/* destination type (the 8u16s and 8s16s forms hold every result in full). */
+/* Float results are formed in single precision, with separate multiplies and */
+/* adds, in the order each filter states: a column pass combines the rows of */
+/* the neighbourhood into C(x) (more than one where stated), a row pass */
+/* combines C at the columns x-h .. x+h; a weight of 1 multiplies nothing. */
+/* Checks: null pointer (-8); ROI width or height below 1 (-6); a step below */
+/* 1 (-14; the steps are not compared with the ROI width); a mask code other */
+/* than 33 or 55 where the function takes one (-33); scratch (-9). AC4 leaves */
+/* the destination alpha untouched. Rows are shared among threads for ROIs */
+/* wider and higher than 63 pixels; results do not depend on it. */
+/*
+ */
+/* Prewitt, vertical edges: (1 0 -1), (1 0 -1), (1 0 -1), left minus right. */
+/* Float: C = (above + centre) + below, then C(x-1) - C(x+1). */
+ROKI_API RokStatus rokiFilterPrewittVert_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittVert_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+
+/* Prewitt, horizontal edges: (-1 -1 -1), (0 0 0), (1 1 1), below minus */
+/* above. Float: C = below - above, then (C(x-1) + C(x)) + C(x+1). */
+ROKI_API RokStatus rokiFilterPrewittHoriz_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterPrewittHoriz_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+
+/* Sobel, vertical edges: (1 0 -1), (2 0 -2), (1 0 -1), left minus right */
+/* (a dark-to-bright step from left to right gives a negative result). Float: */
+/* C = (above + below) + 2 * centre, then C(x-1) - C(x+1). The 8u16s and */
+/* 8s16s forms take a mask code: 55 gives the 5x5 mask, the (1 4 6 4 1) */
+/* smoothing down the columns and (1 2 0 -2 -1) along the row; float order */
+/* C = (6 * centre + (row-2 + row+2)) + 4 * (row-1 + row+1), then */
+/* 2 * (C(x-1) - C(x+1)) + (C(x-2) - C(x+2)). */
+ROKI_API RokStatus rokiFilterSobelVert_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelVert_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelVert_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Sobel, horizontal edges: (-1 -2 -1), (0 0 0), (1 2 1), below minus above. */
+/* Float: C = below - above, then (C(x-1) + C(x+1)) + 2 * C(x). 5x5 (code 55 */
+/* on 8u16s and 8s16s): (-1 -2 0 2 1) down the columns, C = (row+2 - row-2) */
+/* + 2 * (row+1 - row-1), then the smoothing (6 * C(x) + (C(x-2) + C(x+2))) */
+/* + 4 * (C(x-1) + C(x+1)). */
+ROKI_API RokStatus rokiFilterSobelHoriz_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelHoriz_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* The Sobel masks of rokiFilterSobelVert (VertMask) and rokiFilterSobelHoriz */
+/* (HorizMask) on float data with a mask code: 33 gives 3x3 and every other */
+/* code 5x5; no code is refused. */
+ROKI_API RokStatus rokiFilterSobelVertMask_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelHorizMask_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Second derivative down the columns: 3x3 (1 2 1), (-2 -4 -2), (1 2 1), */
+/* float C = (above + below) + 2 * (-centre), then (C(x-1) + C(x+1)) + */
+/* 2 * C(x). 5x5: (1 0 -2 0 1) down the columns, C = (row-2 + row+2) + */
+/* 2 * (-centre), then the 5x5 smoothing as rokiFilterSobelHoriz. */
+ROKI_API RokStatus rokiFilterSobelHorizSecond_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelHorizSecond_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelHorizSecond_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Second derivative along the rows: 3x3 (1 -2 1), (2 -4 2), (1 -2 1), */
+/* float C = (above + below) + 2 * centre, then (C(x-1) + C(x+1)) + */
+/* 2 * (-C(x)). 5x5: the smoothing of rokiFilterSobelVert down the columns, */
+/* then (C(x-2) + C(x+2)) + 2 * (-C(x)). */
+ROKI_API RokStatus rokiFilterSobelVertSecond_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelVertSecond_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelVertSecond_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Mixed derivative, the product of the vertical derivative (below minus */
+/* above) and the horizontal one (right minus left), positive where the image */
+/* brightens towards the bottom right: 3x3 (1 0 -1), (0 0 0), (-1 0 1); 5x5 */
+/* the product of (-1 -2 0 2 1) down and (-1 -2 0 2 1) along. Float: C as */
+/* rokiFilterSobelHoriz, then C(x+1) - C(x-1) (3x3) or (C(x+2) - C(x-2)) + */
+/* 2 * (C(x+1) - C(x-1)) (5x5). */
+ROKI_API RokStatus rokiFilterSobelCross_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelCross_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterSobelCross_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Scharr, vertical edges: (-3 0 3), (-10 0 10), (-3 0 3), right minus left */
+/* (the opposite sign of the vertical Sobel and Prewitt masks). Float: */
+/* C = 3 * (above + below) + 10 * centre, then C(x+1) - C(x-1). */
+ROKI_API RokStatus rokiFilterScharrVert_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterScharrVert_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterScharrVert_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+
+/* Scharr, horizontal edges: (-3 -10 -3), (0 0 0), (3 10 3), below minus */
+/* above. Float: C = below - above, then 3 * (C(x-1) + C(x+1)) + 10 * C(x). */
+ROKI_API RokStatus rokiFilterScharrHoriz_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterScharrHoriz_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterScharrHoriz_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+
+/* Roberts: the ROI pixel minus its diagonal neighbour one row up and one */
+/* column left (Down) or right (Up), both read with the source step: the */
+/* image subtraction with scale factor 0, saturated for integer types. */
+/* Checks as the other fixed filters (no mask). */
+ROKI_API RokStatus rokiFilterRobertsDown_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsDown_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsDown_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsDown_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsDown_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsDown_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsDown_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsDown_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsDown_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterRobertsUp_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+
+/* Laplace: 3x3 (-1 -1 -1), (-1 8 -1), (-1 -1 -1), float 8 * centre + */
+/* ((-C1(x-1) - C0(x)) - C1(x+1)) with C0 = above + below and C1 = (above + */
+/* centre) + below. 5x5 (-1 -3 -4 -3 -1), (-3 0 6 0 -3), (-4 6 20 6 -4), */
+/* (-3 0 6 0 -3), (-1 -3 -4 -3 -1), float: the columns A = ((-row-2 - row+2) */
+/* + 3 * (-row-1 - row+1)) + 4 * (-centre), B = 3 * (-row-2 - row+2) + */
+/* 6 * centre, E = (4 * (-row-2 - row+2) + 6 * (row-1 + row+1)) + */
+/* 20 * centre, then (((A(x-2) + A(x+2)) + B(x-1)) + B(x+1)) + E(x). */
+ROKI_API RokStatus rokiFilterLaplace_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLaplace_8s16s_C1R(const Rok8s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Hipass: 3x3 exactly rokiFilterLaplace with 33. 5x5: 24 at the centre and */
+/* -1 elsewhere, 25 * centre minus the 5x5 sum; float 25 * centre + */
+/* ((((-C(x-2) - C(x-1)) - C(x)) - C(x+1)) - C(x+2)) with C the column sum */
+/* (((row-2 + row-1) + centre) + row+1) + row+2. */
+ROKI_API RokStatus rokiFilterHipass_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterHipass_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Lowpass: the mean of the 3x3 or 5x5 neighbourhood. Integer types: the */
+/* nearest integer to sum / 9 or sum / 25 (the divisors are odd, so there */
+/* are no ties), whatever the processor's rounding control. Float: the sum */
+/* (column sums added top down, then left to right) times 0.11111111f (3x3) */
+/* or divided by 25 (5x5). */
+ROKI_API RokStatus rokiFilterLowpass_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterLowpass_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Gauss: 3x3 (1 2 1), (2 4 2), (1 2 1) / 16; integer types divide with ties */
+/* to even; float: C = (above + below) + 2 * centre, (C(x-1) + C(x+1)) + */
+/* 2 * C(x), times 0.0625. 5x5 (2 7 12 7 2), (7 31 52 31 7), */
+/* (12 52 127 52 12), (7 31 52 31 7), (2 7 12 7 2) / 571; integer types give */
+/* the nearest integer (571 is odd: no ties). Float: with P2 = row-2 + */
+/* row+2, P1 = row-1 + row+1 and P0 = row 0 at each column, the pixels of */
+/* each weight are summed (P2 terms, then P1, then P0, each left to right), */
+/* multiplied by the single-precision 127/571, 52/571, 31/571, 12/571, 7/571 */
+/* or 2/571, and the six products added in that order. */
+ROKI_API RokStatus rokiFilterGauss_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+ROKI_API RokStatus rokiFilterGauss_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int maskSize);
+
+/* Sharpen: (-1 -1 -1), (-1 16 -1), (-1 -1 -1) / 8, computed as */
+/* (17 * centre - the nine-pixel sum) * 0.125; integer types divide by 8 with */
+/* ties to even. Float: 17 * centre + ((-C(x-1) - C(x)) - C(x+1)) with C the */
+/* column sum, times 0.125. */
+ROKI_API RokStatus rokiFilterSharpen_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+ROKI_API RokStatus rokiFilterSharpen_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize);
+
 /* ---- filter_general ---- */
 
 /* Convolves the ROI with a kernel of kernelSize.width x kernelSize.height */
@@ -2125,11 +2477,14 @@ ROKI_API RokStatus rokiDecimateFilterColumn_8u_C1R(const Rok8u* pSrc, int srcSte
 /* Checks: null pointers (-8); ROI or kernel size below 1 (-6); D = 0 (-51); */
 /* source step below (w + kw - 1) x channels x sample bytes or destination */
 /* step below w x channels x sample bytes (-14); scratch allocation (-9). */
-/* AC4 leaves the destination alpha untouched. 8u data whose coefficients all */
-/* lie in -32767..32766 is summed two taps per 16-bit multiply-add (any kernel */
-/* shape and width); the result equals the plain 32-bit sum, which serves */
-/* every other kernel. Rows are split among threads */
-/* for ROIs wider and higher than 63 pixels; results do not depend on it. */
+/* AC4 leaves the destination alpha untouched. One-channel 8u data with a */
+/* kernel at least 2 wide, every coefficient in -127..127 and 255 times the */
+/* sum of their magnitudes within 65535 is summed in 16-bit lanes, two */
+/* horizontally adjacent taps per byte multiply-add; other 8u data whose */
+/* coefficients all lie in -32767..32766 two taps per 16-bit multiply-add; */
+/* every result equals the plain 32-bit sum, which serves every other */
+/* kernel. Rows are split among threads for ROIs wider and higher than 63 */
+/* pixels; results do not depend on it. */
 ROKI_API RokStatus rokiFilter_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
 ROKI_API RokStatus rokiFilter_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);
 ROKI_API RokStatus rokiFilter_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32s* pKernel, RokiSize kernelSize, RokiPoint anchor, int divisor);

@@ -6,10 +6,12 @@
 #include <cstring>
 
 #include "core/core.h"
+#include "copy/engine.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
 #include "frame/parallel.h"
 #include "kernels/copy/channels.h"
+#include "kernels/copy/copy_move.h"
 #include "kernels/filter/filter_finish.h"
 #include "kernels/filter/filter_sum.h"
 
@@ -27,6 +29,10 @@ struct RowJob {
     const void* coefs;
     int ntaps;
     bool packed;
+    bool bytes;  // horizontal byte pairs (ntaps pairs, sums from `lowest`)
+    int lowest;
+    bool stream;  // float sums written straight to a destination too large to cache
+    int kw, kh;
     kernels::IntRule intRule;
     kernels::FloatFinish floatMode;
 };
@@ -38,12 +44,19 @@ void filter_row(const RowJob& job, int y, void* scratch) {
     if constexpr (std::is_floating_point_v<D>) {
         // Float data: the sums are the results.
         A* acc = job.ac4 ? static_cast<A*>(scratch) : reinterpret_cast<A*>(out);
-        kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps, job.samples, acc);
+        if constexpr (std::is_same_v<S, Rok32f>)
+            kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps,
+                                job.samples, acc, job.stream && !job.ac4);
+        else
+            kernels::filter_sum(base, job.offs, static_cast<const A*>(job.coefs), job.ntaps, job.samples, acc);
         if (job.ac4) kernels::copy_ac4(acc, out, job.width, sizeof(D));
     } else {
         A* acc = static_cast<A*>(scratch);
         if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<A, std::int32_t>) {
-            if (job.packed) {
+            if (job.bytes) {
+                kernels::filter_sum_bytes(base, job.offs, static_cast<const std::int16_t*>(job.coefs), job.ntaps,
+                                          job.lowest, job.samples, acc);
+            } else if (job.packed) {
                 kernels::filter_sum_pairs(base, job.offs, static_cast<const std::int32_t*>(job.coefs), job.ntaps,
                                           job.samples, acc);
             } else {
@@ -63,6 +76,14 @@ void filter_row(const RowJob& job, int y, void* scratch) {
         else
             finish(acc, job.samples, out);
     }
+}
+
+// Rows y and y + 1 of float data written straight to the destination.
+void filter_rows2(const RowJob& job, int y) {
+    const Rok32f* base = row(static_cast<const Rok32f*>(job.src), job.srcStep, y);
+    auto* out = static_cast<Rok32f*>(job.dst);
+    kernels::filter_sum_rows2(base, job.srcStep, job.offs, static_cast<const float*>(job.coefs), job.kw, job.kh,
+                              job.samples, row(out, job.dstStep, y), row(out, job.dstStep, y + 1), job.stream);
 }
 
 template void filter_row<Rok8u, Rok8u, std::int32_t>(const RowJob&, int, void*);
@@ -157,6 +178,44 @@ bool prepare_taps(const FilterCall& s, std::ptrdiff_t* offs, void* coefs) {
     return true;
 }
 
+// One-channel 8u data with small coefficients: horizontally adjacent taps in
+// pairs, one byte multiply-add each, summed in 16-bit lanes. Holds when
+// every coefficient lies in -127..127, the two of a pair add up to at most
+// 128 in magnitude (no pair saturates) and 255 times the sum of magnitudes
+// stays within 65535 (every sum fits 16 bits from its lowest value). Pair p
+// starts at byte offs[p] with weights[p] = (second << 8) | first; an odd
+// kernel width ends with the last tap paired with a zero weight on its left.
+// Returns the number of pairs, or 0 where this does not apply.
+int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest) {
+    const int kw = s.kernelSize.width, kh = s.kernelSize.height;
+    if (!s.packable || s.layout != Layout::C1 || kw < 2) return 0;
+    const long long ntaps = (long long)kw * kh;
+    long long magnitude = 0, negative = 0;
+    for (long long t = 0; t < ntaps; ++t) {
+        const std::int32_t v = int_coef(s, t);
+        if (v < -127 || v > 127) return 0;
+        magnitude += v < 0 ? -v : v;
+        negative += v < 0 ? v : 0;
+    }
+    if (255 * magnitude > 65535) return 0;
+    // Neighbourhood pixel (i, j) from the top left takes the coefficient
+    // stored at (kh-1-j, kw-1-i): the kernel is applied flipped.
+    auto w = [&](int j, int i) { return i < 0 ? 0 : int_coef(s, ntaps - 1 - ((long long)j * kw + i)); };
+    const long long left = kw - 1 - (long long)s.anchor.x, up = kh - 1 - (long long)s.anchor.y;
+    int pairs = 0;
+    for (int j = 0; j < kh; ++j)
+        for (int i = 0; i < kw; i += 2) {
+            const int first = i + 1 < kw ? i : i - 1;  // an odd last tap pairs leftwards with a zero
+            const int a = first == i ? w(j, i) : 0, b = w(j, first + 1);
+            if (a == 0 && b == 0) continue;
+            if ((a < 0 ? -a : a) + (b < 0 ? -b : b) > 128) return 0;
+            offs[pairs] = std::ptrdiff_t(j - up) * s.srcStep + std::ptrdiff_t(first - left);
+            weights[pairs++] = std::int16_t((b << 8) | (a & 0xFF));
+        }
+    *lowest = int(255 * negative);
+    return pairs;
+}
+
 }  // namespace
 
 RokStatus run(const FilterCall& s) {
@@ -219,19 +278,39 @@ RokStatus run(const FilterCall& s) {
     job.offs = offs;
     job.coefs = coefs;
     job.ntaps = int(ntaps);
-    job.packed = prepare_taps(s, offs, coefs);
+    const int pairs = prepare_byte_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest);
+    job.bytes = pairs > 0;
+    if (job.bytes) job.ntaps = pairs;
+    else job.packed = prepare_taps(s, offs, coefs);
     job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
     job.floatMode = s.rounding ? kernels::FloatFinish(s.mode) : kernels::FloatFinish::NearestEven;
 
+    // Float results that outgrow the core's cache go past it.
+    job.stream = s.dstBytes == 4 && s.accBytes == 0 &&
+                 copy::outgrows_core_cache(std::size_t(dstRow) * std::size_t(s.roi.height),
+                                     std::size_t(dstRow + srcRow) * std::size_t(s.roi.height));
+
+    job.kw = s.kernelSize.width;
+    job.kh = s.kernelSize.height;
+    // Column filters of float data written straight out go two rows at a
+    // time, sharing the loads of the rows they have in common (wider
+    // kernels find their rows in the level-1 cache and lose more to the
+    // narrower blocks than they gain).
+    const bool twoRows = s.srcBytes == 4 && s.dstBytes == 4 && s.coef == Coef::F32 && s.accBytes == 0 &&
+                         s.kernelSize.width == 1 && s.kernelSize.height > 1;
+    auto rows = [&](int first, int last, void* acc) {
+        int y = first;
+        if (twoRows)
+            for (; y + 1 < last; y += 2) filter_rows2(job, y);
+        for (; y < last; ++y) s.row(job, y, acc);
+        if (job.stream) kernels::store_fence();
+    };
+
     const int height = s.roi.height;
     if (!threaded) {
-        void* acc = acc_of(0);
-        for (int y = 0; y < height; ++y) s.row(job, y, acc);
+        rows(0, height, acc_of(0));
     } else {
-        parallel_for(height, team, [&](int first, int last, int slot) {
-            void* acc = acc_of(slot);
-            for (int y = first; y < last; ++y) s.row(job, y, acc);
-        });
+        parallel_for(height, team, [&](int first, int last, int slot) { rows(first, last, acc_of(slot)); });
     }
     rokFree(owned);
     return rokStatusOk;

@@ -598,3 +598,16 @@ TEST(Filter, EveryOneDimensionalMemberOnASmallCase) {
 }
 
 }  // namespace
+
+namespace {
+
+// A float destination larger than the core's cache takes streaming stores
+// (after an ordinary head up to the first 32-byte boundary).
+TEST(Filter, LargeFloatDestinations) {
+    check(Form<Rok32f, Rok32f, Rok32f>{"Filter 32f C1", 1, 1, Shape::TwoD, false, F2_PLAIN(rokiFilter_32f_C1R)},
+          Config{1029, 1030, 3, 3, 1, 1}, 41);
+    check(Form<Rok32f, Rok32f, Rok32f>{"FilterRow 32f C3", 3, 3, Shape::Row, false, ROW_PLAIN(rokiFilterRow_32f_C3R)},
+          Config{1025, 300, 7, 1, 3, 0}, 42);
+}
+
+}  // namespace

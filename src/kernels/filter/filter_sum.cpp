@@ -6,6 +6,9 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
+#include <cstdint>
+
 #include <type_traits>
 
 namespace rok::kernels {
@@ -66,11 +69,23 @@ void sum_int32(const T* base, const std::ptrdiff_t* offs, const std::int32_t* co
 }
 
 // Each lane's sum is a chain of dependent adds, so a block keeps eight
-// independent accumulators in flight to hide the add latency.
+// independent accumulators in flight to hide the add latency. With `stream`
+// the stores that can be aligned bypass the cache (the caller fences).
 template <class T>
-void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc) {
+void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc,
+               bool stream) {
     constexpr int kLanes = 8, kVectors = 8, kBlock = kLanes * kVectors;
     int x = 0;
+    if (stream) {
+        const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(acc);
+        stream = at % sizeof(float) == 0;
+        const int head = stream ? std::min(n, int((32 - at % 32) % 32 / sizeof(float))) : 0;
+        for (; x < head; ++x) acc[x] = scalar_sum<T, float, float>(base, offs, coef, ntaps, x);
+    }
+    auto put = [&](float* p, __m256 v) {
+        if (stream) _mm256_stream_ps(p, v);
+        else _mm256_storeu_ps(p, v);
+    };
     for (; x + kBlock <= n; x += kBlock) {
         __m256 a[kVectors];
         for (int v = 0; v < kVectors; ++v) a[v] = _mm256_setzero_ps();
@@ -79,18 +94,66 @@ void sum_float(const T* base, const std::ptrdiff_t* offs, const float* coef, int
             const __m256 c = _mm256_set1_ps(coef[t]);
             for (int v = 0; v < kVectors; ++v) a[v] = _mm256_add_ps(a[v], _mm256_mul_ps(float8(p + kLanes * v), c));
         }
-        for (int v = 0; v < kVectors; ++v) _mm256_storeu_ps(acc + x + kLanes * v, a[v]);
+        for (int v = 0; v < kVectors; ++v) put(acc + x + kLanes * v, a[v]);
     }
     for (; x + kLanes <= n; x += kLanes) {
         __m256 a = _mm256_setzero_ps();
         for (int t = 0; t < ntaps; ++t)
             a = _mm256_add_ps(a, _mm256_mul_ps(float8(tap(base, offs[t]) + x), _mm256_set1_ps(coef[t])));
-        _mm256_storeu_ps(acc + x, a);
+        put(acc + x, a);
     }
     for (; x < n; ++x) acc[x] = scalar_sum<T, float, float>(base, offs, coef, ntaps, x);
 }
 
 }  // namespace
+
+void filter_sum_rows2(const Rok32f* base, std::ptrdiff_t step, const std::ptrdiff_t* offs, const float* coef, int kw,
+                      int kh, int n, float* out0, float* out1, bool stream) {
+    constexpr int kLanes = 8, kVectors = 4, kBlock = kLanes * kVectors;
+    const int ntaps = kw * kh;
+    const Rok32f* next = tap(base, step);
+    auto scalar = [&](int x) {
+        out0[x] = scalar_sum<Rok32f, float, float>(base, offs, coef, ntaps, x);
+        out1[x] = scalar_sum<Rok32f, float, float>(next, offs, coef, ntaps, x);
+    };
+    // Streaming starts where the first row reaches a 32-byte boundary; the
+    // second streams too when it is then aligned as well.
+    int x = 0;
+    auto at = [](const float* p) { return reinterpret_cast<std::uintptr_t>(p); };
+    if (stream && at(out0) % sizeof(float) == 0)
+        for (const int head = std::min(n, int((32 - at(out0) % 32) % 32 / sizeof(float))); x < head; ++x) scalar(x);
+    const bool stream0 = stream && at(out0 + x) % 32 == 0, stream1 = stream && at(out1 + x) % 32 == 0;
+    auto put = [](float* p, __m256 v, bool s) {
+        if (s) _mm256_stream_ps(p, v);
+        else _mm256_storeu_ps(p, v);
+    };
+    for (; x + kBlock <= n; x += kBlock) {
+        __m256 a0[kVectors], a1[kVectors];
+        for (int v = 0; v < kVectors; ++v) a0[v] = a1[v] = _mm256_setzero_ps();
+        // Source row r of the pair serves tap (r, i) of the first output and
+        // tap (r - 1, i) of the second; each output still adds its taps in
+        // order.
+        for (int r = 0; r <= kh; ++r)
+            for (int i = 0; i < kw; ++i) {
+                const float* p = r < kh ? tap(base, offs[r * kw + i]) + x : tap(base, offs[(kh - 1) * kw + i] + step) + x;
+                __m256 v[kVectors];
+                for (int k = 0; k < kVectors; ++k) v[k] = _mm256_loadu_ps(p + kLanes * k);
+                if (r < kh) {
+                    const __m256 c = _mm256_set1_ps(coef[r * kw + i]);
+                    for (int k = 0; k < kVectors; ++k) a0[k] = _mm256_add_ps(a0[k], _mm256_mul_ps(v[k], c));
+                }
+                if (r > 0) {
+                    const __m256 c = _mm256_set1_ps(coef[(r - 1) * kw + i]);
+                    for (int k = 0; k < kVectors; ++k) a1[k] = _mm256_add_ps(a1[k], _mm256_mul_ps(v[k], c));
+                }
+            }
+        for (int k = 0; k < kVectors; ++k) {
+            put(out0 + x + kLanes * k, a0[k], stream0);
+            put(out1 + x + kLanes * k, a1[k], stream1);
+        }
+    }
+    for (; x < n; ++x) scalar(x);
+}
 
 void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* packed, int ntaps, int n,
                       std::int32_t* acc) {
@@ -133,16 +196,79 @@ void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::
     }
 }
 
+void filter_sum_bytes(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs,
+                      int lowest, int n, std::int32_t* acc) {
+    const __m256i low = _mm256_set1_epi16(std::int16_t(lowest)), zero = _mm256_setzero_si256();
+    const __m256i low32 = _mm256_set1_epi32(lowest);
+    auto load = [](const Rok8u* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); };
+    // 32 outputs a step: loads at x give the even outputs (bytes 2m, 2m+1),
+    // loads at x + 1 the odd ones; interleaving them restores the order.
+    auto put = [&](int at, __m256i even, __m256i odd) {
+        const __m256i lo = _mm256_unpacklo_epi16(even, odd), hi = _mm256_unpackhi_epi16(even, odd);
+        const __m256i first = _mm256_sub_epi16(_mm256_permute2x128_si256(lo, hi, 0x20), low);
+        const __m256i second = _mm256_sub_epi16(_mm256_permute2x128_si256(lo, hi, 0x31), low);
+        auto widen = [&](int i, __m256i v) {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc + i),
+                                _mm256_add_epi32(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(v)), low32));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(acc + i + 8),
+                                _mm256_add_epi32(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(v, 1)), low32));
+        };
+        widen(at, first);
+        widen(at + 16, second);
+    };
+    auto block = [&](int x) {
+        __m256i even = zero, odd = zero;
+        for (int p = 0; p < pairs; ++p) {
+            const Rok8u* at = tap(base, offs[p]) + x;
+            const __m256i w = _mm256_set1_epi16(weights[p]);
+            even = _mm256_add_epi16(even, _mm256_maddubs_epi16(load(at), w));
+            odd = _mm256_add_epi16(odd, _mm256_maddubs_epi16(load(at + 1), w));
+        }
+        put(x, even, odd);
+    };
+    // Two blocks per pass over the pairs share the weights and the loop.
+    auto twice = [&](int x) {
+        __m256i e0 = zero, o0 = zero, e1 = zero, o1 = zero;
+        for (int p = 0; p < pairs; ++p) {
+            const Rok8u* at = tap(base, offs[p]) + x;
+            const __m256i w = _mm256_set1_epi16(weights[p]);
+            e0 = _mm256_add_epi16(e0, _mm256_maddubs_epi16(load(at), w));
+            o0 = _mm256_add_epi16(o0, _mm256_maddubs_epi16(load(at + 1), w));
+            e1 = _mm256_add_epi16(e1, _mm256_maddubs_epi16(load(at + 32), w));
+            o1 = _mm256_add_epi16(o1, _mm256_maddubs_epi16(load(at + 33), w));
+        }
+        put(x, e0, o0);
+        put(x + 32, e1, o1);
+    };
+    int x = 0;
+    if (n >= 32) {
+        for (; x + 64 <= n; x += 64) twice(x);
+        for (; x + 32 <= n; x += 32) block(x);
+        if (x < n) block(n - 32);  // the last outputs again, to the same values
+        return;
+    }
+    for (; x < n; ++x) {
+        std::int32_t s = 0;
+        for (int p = 0; p < pairs; ++p) {
+            const Rok8u* at = tap(base, offs[p]) + x;
+            s += std::int8_t(weights[p] & 0xFF) * std::int32_t(at[0]) + std::int8_t(weights[p] >> 8) * std::int32_t(at[1]);
+        }
+        acc[x] = s;
+    }
+}
+
 void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
 void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
 void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const std::int32_t* c, int k, int n, std::int32_t* a) { sum_int32(b, o, c, k, n, a); }
 
-void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok8s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok32s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
-void filter_sum(const Rok32f* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a); }
+void filter_sum(const Rok8u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok8s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok16s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok16u* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok32s* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a) { sum_float(b, o, c, k, n, a, false); }
+void filter_sum(const Rok32f* b, const std::ptrdiff_t* o, const float* c, int k, int n, float* a, bool stream) {
+    sum_float(b, o, c, k, n, a, stream);
+}
 
 void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc) {
     constexpr int kLanes = 4, kVectors = 8, kBlock = kLanes * kVectors;

@@ -22,6 +22,14 @@ namespace rok::kernels {
 void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* packed, int ntaps, int n,
                       std::int32_t* acc);
 
+// One-channel 8u data: horizontally adjacent taps in pairs, pair p reading
+// the bytes at offs[p] and offs[p] + 1 with the weights (w >> 8 second,
+// low byte first) in one byte multiply-add. Every pair's weights keep
+// |first| + |second| <= 128 and every sum lies in lowest .. lowest + 65535,
+// so 16-bit lanes that wrap hold it exactly; acc gets the 32-bit sums.
+void filter_sum_bytes(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs,
+                      int lowest, int n, std::int32_t* acc);
+
 void filter_sum(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
                 std::int32_t* acc);
 void filter_sum(const Rok16s* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
@@ -34,7 +42,17 @@ void filter_sum(const Rok8s* base, const std::ptrdiff_t* offs, const float* coef
 void filter_sum(const Rok16s* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
 void filter_sum(const Rok16u* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
 void filter_sum(const Rok32s* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
-void filter_sum(const Rok32f* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc);
+// With `stream`, the stores that can be aligned bypass the cache; the
+// caller ends the rows with kernels::store_fence().
+void filter_sum(const Rok32f* base, const std::ptrdiff_t* offs, const float* coef, int ntaps, int n, float* acc,
+                bool stream = false);
+
+// Two destination rows of float data at once: base is the first one's
+// source position and base + step the second's; the taps are kh rows of kw
+// (offs and coef as filter_sum), and the rows they share are loaded once.
+// Each result equals filter_sum's.
+void filter_sum_rows2(const Rok32f* base, std::ptrdiff_t step, const std::ptrdiff_t* offs, const float* coef, int kw,
+                      int kh, int n, float* out0, float* out1, bool stream = false);
 
 void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc);
 

@@ -1,0 +1,205 @@
+#include "filter/box.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <type_traits>
+
+#include "core/core.h"
+#include "frame/parallel.h"
+#include "kernels/copy/channels.h"
+#include "kernels/filter/box.h"
+
+namespace rok::filter {
+
+BoxMultiplier box_multiplier(long long area, bool oneChannel) {
+    const float r = 1.0f / float(area);
+    if (r == 1.0f) return oneChannel ? BoxMultiplier{4096, 12} : BoxMultiplier{65536, 24};
+    std::uint32_t u = std::uint32_t(double(r) * 4294967295.0);
+    int n = 0;
+    while (n < 24 && (u & 0x80000000u) == 0) {
+        u <<= 1;
+        ++n;
+    }
+    if (oneChannel) return {(u >> 20) + 1, n + 12};
+    return {u >> 8, n + 24};
+}
+
+namespace {
+
+// Above this area the integer types take the double-precision engine.
+constexpr long long kIntegerArea = 8100;
+// Double column sums start afresh every kBlock rows of the ROI, and threads
+// take whole blocks, so rounding never depends on the split.
+constexpr int kBlock = 64;
+
+std::size_t round64(std::size_t v) { return (v + 63) / 64 * 64; }
+
+template <class T>
+long long largest_magnitude() {
+    if constexpr (std::is_floating_point_v<T>) return 0;
+    else return std::max<long long>(-(long long)std::numeric_limits<T>::min(), std::numeric_limits<T>::max());
+}
+
+struct Geometry {
+    int width, height, nc, mw, mh, ax, ay;
+    bool ac4, inPlace, window;
+};
+
+// Runs the rows with column sums of type A. RowsFirst (8u data whose
+// window sums along a row fit 16 bits): each source row's window sums are
+// formed once, as it enters, into a ring of 16-bit rows, and the column sums
+// of those run down the image; the mean then needs no pass along the row.
+template <class A, class T, class D, bool RowsFirst = false>
+RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geometry& g,
+                    const kernels::box::Mean& mean) {
+    const int nc = g.nc;
+    const int n = g.width * nc;                        // output samples of a row
+    const int columns = (g.width + g.mw - 1) * nc;     // column sums of a row
+    const double area = double(g.mw) * double(g.mh);
+    const std::size_t sumBytes = round64((std::size_t(columns) + 8) * sizeof(A));
+    const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A));
+    const int ring = RowsFirst ? g.mh + 1 : 0;  // the window sums of rows still in the mask, and the next
+    const std::size_t ringRow = round64((std::size_t(n) + 8) * sizeof(std::uint16_t));
+    const std::size_t rowBytes = round64(std::size_t(n) * sizeof(D));
+    // Rows held back in place: row y is written once row y + ay + 1 has
+    // taken it out of the column sums.
+    const int held = g.inPlace ? g.ay + 2 : (g.ac4 ? 1 : 0);
+    const std::size_t slice = sumBytes + prefixBytes + rowBytes * std::size_t(held) + ringRow * std::size_t(ring);
+
+    const int team = ownGetNumThreads();
+    const bool threaded = !g.inPlace && team > 1 && g.width > 63 && g.height > 63;
+    const int slices = threaded ? team : 1;
+    if (slice * slices > std::size_t(INT_MAX)) return rokStatusNoMemory;
+    char* scratch = static_cast<char*>(rokMalloc(int(slice * slices)));
+    if (scratch == nullptr) return rokStatusNoMemory;
+
+    auto source = [&](int y) { return row(src, srcStep, y) - g.ax * nc; };
+    auto band = [&](int first, int last, char* mem) {
+        A* sums = reinterpret_cast<A*>(mem);
+        A* prefix = reinterpret_cast<A*>(mem + sumBytes);
+        char* held0 = mem + sumBytes + prefixBytes;
+        auto slot = [&](int y) { return reinterpret_cast<D*>(held0 + rowBytes * std::size_t(y % std::max(held, 1))); };
+        char* ring0 = held0 + rowBytes * std::size_t(held);
+        // The window sums of source row r (counted from the ROI's first row,
+        // so from -ay up): the ring holds mh + 1 of them.
+        auto windows_of = [&](int r) {
+            const int at = ((r % ring) + ring) % ring;
+            return reinterpret_cast<std::uint16_t*>(ring0 + ringRow * std::size_t(at));
+        };
+        auto write_back = [&](int y) {
+            D* out = row(dst, dstStep, y);
+            if (g.ac4) kernels::copy_ac4(slot(y), out, g.width, sizeof(D));
+            else std::memcpy(out, slot(y), std::size_t(n) * sizeof(D));
+        };
+        for (int y = first; y < last; ++y) {
+            const bool restart = y == first || (std::is_floating_point_v<A> && y % kBlock == 0);
+            D* out = held > 0 ? slot(y) : row(dst, dstStep, y);
+            if constexpr (RowsFirst) {
+                // The entering row's window sums, then the column sums and
+                // the means in one pass (the sums in the kernel's order).
+                auto form = [&](int r) {
+                    kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
+                                              windows_of(r));
+                };
+                std::uint16_t* stale = windows_of(y - g.ay - 1);
+                std::uint16_t* fresh = stale;
+                if (restart) {
+                    for (int j = 0; j < g.mh; ++j) {
+                        form(y - g.ay + j);
+                        kernels::box::vertical_add(windows_of(y - g.ay + j), n, j == 0, sums);
+                    }
+                    std::fill(stale, stale + n, std::uint16_t(0));  // nothing leaves the first row's sums
+                } else {
+                    form(y - g.ay + g.mh - 1);
+                    fresh = windows_of(y - g.ay + g.mh - 1);
+                }
+                if constexpr (std::is_same_v<D, Rok8u>) kernels::box::vertical_step(fresh, stale, n, mean, sums, out);
+            } else {
+                if (restart) {
+                    kernels::box::column_set(source(y - g.ay), columns, sums);
+                    for (int j = 1; j < g.mh; ++j) kernels::box::column_add(source(y - g.ay + j), columns, sums);
+                } else {
+                    kernels::box::column_update(source(y - g.ay + g.mh - 1), source(y - g.ay - 1), columns, sums);
+                }
+                if constexpr (std::is_same_v<A, std::uint16_t>) {
+                    kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out);
+                } else if constexpr (std::is_same_v<D, Rok32f> && std::is_integral_v<T>) {
+                    if (g.window) kernels::box::window_sum(sums, n, nc, g.mw, prefix, out);
+                    else if constexpr (std::is_floating_point_v<A>)
+                        kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
+                } else if constexpr (std::is_same_v<A, std::int32_t>) {
+                    kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out);
+                } else {
+                    kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
+                }
+            }
+            if (g.inPlace) {
+                if (y - g.ay - 1 >= first) write_back(y - g.ay - 1);
+            } else if (g.ac4) {
+                kernels::copy_ac4(out, row(dst, dstStep, y), g.width, sizeof(D));
+            }
+        }
+        if (g.inPlace)
+            for (int y = std::max(first, last - g.ay - 1); y < last; ++y) write_back(y);
+    };
+
+    if (!threaded) {
+        band(0, g.height, scratch);
+    } else {
+        // Threads take whole blocks of rows.
+        const int blocks = (g.height + kBlock - 1) / kBlock;
+        parallel_for(blocks, team, [&](int first, int last, int slot) {
+            band(first * kBlock, std::min(g.height, last * kBlock), scratch + slice * slot);
+        });
+    }
+    rokFree(scratch);
+    return rokStatusOk;
+}
+
+}  // namespace
+
+template <class T, class D>
+RokStatus run_box(const T* src, int srcStep, D* dst, int dstStep, RokiSize roi, Layout layout, RokiSize mask,
+                  RokiPoint anchor, bool window) {
+    bool inPlace = false;
+    if constexpr (std::is_same_v<T, D>) inPlace = src == dst;
+    const Geometry g{roi.width, roi.height, channels(layout), mask.width, mask.height, anchor.x, anchor.y,
+                     layout == Layout::AC4, inPlace, window};
+    const long long area = (long long)mask.width * mask.height;
+    const long long largest = largest_magnitude<T>();
+    kernels::box::Mean mean{1, 1, false};
+    if constexpr (std::is_integral_v<T>) {
+        if (window) {
+            if (area * largest < (1ll << 31)) return run_lanes<std::int32_t>(src, srcStep, dst, dstStep, g, mean);
+        } else if (area <= kIntegerArea) {
+            const BoxMultiplier m = box_multiplier(area, g.nc == 1);
+            mean = {m.mult, m.shift, m.mult * area * largest + (1ll << (m.shift - 1)) >= (1ll << 31)};
+            if constexpr (std::is_same_v<T, Rok8u> && std::is_same_v<D, Rok8u>) {
+                // 16-bit lanes while every box sum fits; rows first while
+                // the sums along a row fit.
+                if (area * 255 <= 65535) return run_lanes<std::uint16_t>(src, srcStep, dst, dstStep, g, mean);
+                if (mask.width * 255 <= 65535)
+                    return run_lanes<std::int32_t, T, D, true>(src, srcStep, dst, dstStep, g, mean);
+            }
+            return run_lanes<std::int32_t>(src, srcStep, dst, dstStep, g, mean);
+        }
+    }
+    return run_lanes<double>(src, srcStep, dst, dstStep, g, mean);
+}
+
+#define ROK_RUN_BOX(T, D) \
+    template RokStatus run_box(const T*, int, D*, int, RokiSize, Layout, RokiSize, RokiPoint, bool);
+ROK_RUN_BOX(Rok8u, Rok8u)
+ROK_RUN_BOX(Rok16s, Rok16s)
+ROK_RUN_BOX(Rok16u, Rok16u)
+ROK_RUN_BOX(Rok32f, Rok32f)
+ROK_RUN_BOX(Rok64f, Rok64f)
+ROK_RUN_BOX(Rok8u, Rok32f)
+ROK_RUN_BOX(Rok16s, Rok32f)
+ROK_RUN_BOX(Rok16u, Rok32f)
+#undef ROK_RUN_BOX
+
+}  // namespace rok::filter

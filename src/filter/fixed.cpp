@@ -1,0 +1,80 @@
+#include "filter/fixed.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstddef>
+
+#include "copy/engine.h"
+#include "core/core.h"
+#include "frame/parallel.h"
+#include "kernels/copy/channels.h"
+#include "kernels/copy/copy_move.h"
+#include "kernels/filter/fixed.h"
+
+namespace rok::filter {
+
+namespace {
+
+std::size_t round64(std::size_t v) { return (v + 63) / 64 * 64; }
+
+}  // namespace
+
+// Whole rows, top to bottom: the source streams through in memory order
+// and each row is loaded once, then reused from the cache by the rows below
+// it (vertical strips narrower than the row would keep more in the level-1
+// cache but break the stream at every row, which costs more). Rows are
+// shared among the pool's threads for ROIs wider and higher than 63 pixels;
+// every row is computed the same way whatever the split.
+template <class S, class D>
+RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, Layout layout) {
+    kernels::fixed::Strip<S, D> kernel = nullptr;
+    kernels::fixed::select(f, size, kernel);
+    const int mids = kernels::fixed::plan_of(f, size, std::is_floating_point_v<S>).mids;
+    constexpr int midBytes = kernels::fixed::mid_bytes<S>();
+    const int nc = channels(layout), half = size / 2;
+    const bool ac4 = layout == Layout::AC4;
+
+    const std::size_t midRow = round64((std::size_t(roi.width) + size - 1) * nc * midBytes);
+    const std::size_t blockBytes = ac4 ? round64(std::size_t(roi.width) * 4 * sizeof(D)) : 0;
+    const std::size_t slice = midRow * mids + blockBytes;
+
+    // Results that outgrow the core's cache go past it.
+    const std::size_t written = std::size_t(roi.width) * nc * sizeof(D) * std::size_t(roi.height);
+    const bool stream = !ac4 && copy::outgrows_core_cache(written, written + written / sizeof(D) * sizeof(S));
+
+    const int team = ownGetNumThreads();
+    const bool threaded = team > 1 && roi.width > 63 && roi.height > 63;
+    const int slices = threaded ? team : 1;
+    if ((long long)slice * slices > INT_MAX) return rokStatusNoMemory;
+    char* scratch = static_cast<char*>(rokMalloc(int(slice * slices)));
+    if (scratch == nullptr) return rokStatusNoMemory;
+    const int midStride = int(midRow / midBytes);
+
+    auto band = [&](int first, int last, char* mem) {
+        D* block = reinterpret_cast<D*>(mem + midRow * mids);
+        const S* rows[kernels::fixed::kMaxRows];
+        for (int y = first; y < last; ++y) {
+            for (int j = 0; j < size; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
+            D* out = row(dst, dstStep, y);
+            kernel(rows, roi.width, nc, mem, midStride, ac4 ? block : out, stream);
+            if (ac4) kernels::copy_ac4(block, out, roi.width, sizeof(D));
+        }
+        if (stream) kernels::store_fence();
+    };
+    if (!threaded) {
+        band(0, roi.height, scratch);
+    } else {
+        parallel_for(roi.height, team, [&](int first, int last, int slot) { band(first, last, scratch + slice * slot); });
+    }
+    rokFree(scratch);
+    return rokStatusOk;
+}
+
+template RokStatus run_fixed(Fixed, int, const Rok8u*, int, Rok8u*, int, RokiSize, Layout);
+template RokStatus run_fixed(Fixed, int, const Rok8u*, int, Rok16s*, int, RokiSize, Layout);
+template RokStatus run_fixed(Fixed, int, const Rok8s*, int, Rok16s*, int, RokiSize, Layout);
+template RokStatus run_fixed(Fixed, int, const Rok16s*, int, Rok16s*, int, RokiSize, Layout);
+template RokStatus run_fixed(Fixed, int, const Rok16u*, int, Rok16u*, int, RokiSize, Layout);
+template RokStatus run_fixed(Fixed, int, const Rok32f*, int, Rok32f*, int, RokiSize, Layout);
+
+}  // namespace rok::filter

@@ -1,0 +1,70 @@
+// Row kernels of the box filter and the window sums: running column sums
+// over the mask's rows, then window sums of those along the row, then the
+// mean (or the plain sum) of each window. Column sums of integer samples are
+// exact (16-bit lanes for 8u data while every sum fits, else 32-bit, or
+// double precision past that); float data sums in double precision.
+#pragma once
+
+#include <cstdint>
+
+#include "frame/generated/roki_types.h"
+
+namespace rok::kernels::box {
+
+// sum[x] = row[x] (set) or sum[x] += row[x] (add), x < n samples.
+template <class T, class A>
+void column_set(const T* row, int n, A* sum);
+template <class T, class A>
+void column_add(const T* row, int n, A* sum);
+// sum[x] += enter[x] - leave[x] (the row that enters the window below and
+// the one that leaves it above).
+template <class T, class A>
+void column_update(const T* enter, const T* leave, int n, A* sum);
+
+// Window sums along one 8u row into 16 bits (width * 255 <= 65535):
+// out[x] = row[x] + row[x + nc] + ... + row[x + (width-1) nc], x < n;
+// `scratch` holds 2 (n + width * nc) + 48 elements.
+void row_windows(const Rok8u* row, int n, int nc, int width, std::uint16_t* scratch, std::uint16_t* out);
+
+// Column sums of the 16-bit window sums of the rows (the rows-first form of
+// the 8u box): 32-bit sums kept, in blocks of 16 samples, in the order of
+// the in-lane 16-bit unpacks (samples 0-3 and 8-11, then 4-7 and 12-15),
+// the samples past the last whole block in order. vertical_add sets
+// (first) or adds one row; vertical_step adds `fresh`, takes `stale` out
+// and writes the means of the sums (see Mean) to dst.
+struct Mean;
+void vertical_add(const std::uint16_t* row, int n, bool first, std::int32_t* sums);
+void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
+                   Rok8u* dst);
+
+// The box mean in fixed point: (mult * S + 2^(shift-1)) >> shift, floored.
+// `wide` when mult * |S| + 2^(shift-1) may reach 2^31 (the products then
+// take 64-bit lanes).
+struct Mean {
+    std::int64_t mult;
+    int shift;
+    bool wide;
+};
+
+// Window sums S(x) = sums[x] + sums[x + nc] + ... + sums[x + (width-1) nc]
+// for x < n samples (sums holds n + (width-1) nc samples), finished into
+// dst:
+//   mean: integer sums through `Mean`; double sums of integer samples to
+//         the nearest integer of S / area with halves up, of float samples
+//         as S / area rounded once to the destination precision;
+//   window: S converted to single precision.
+// `prefix` is scratch of n + width * nc + 8 elements of the sums' type (it
+// holds their running prefix when the window is too wide to add directly).
+void box_mean(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst);
+void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok8u* dst);
+void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok16s* dst);
+void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok16u* dst);
+void box_mean(const double* sums, int n, int nc, int width, double area, double* prefix, Rok8u* dst);
+void box_mean(const double* sums, int n, int nc, int width, double area, double* prefix, Rok16s* dst);
+void box_mean(const double* sums, int n, int nc, int width, double area, double* prefix, Rok16u* dst);
+void box_mean(const double* sums, int n, int nc, int width, double area, double* prefix, Rok32f* dst);
+void box_mean(const double* sums, int n, int nc, int width, double area, double* prefix, Rok64f* dst);
+void window_sum(const std::int32_t* sums, int n, int nc, int width, std::int32_t* prefix, Rok32f* dst);
+void window_sum(const double* sums, int n, int nc, int width, double* prefix, Rok32f* dst);
+
+}  // namespace rok::kernels::box

@@ -1,0 +1,571 @@
+// The fixed-filter kernel template, included by the kernel sources that
+// instantiate it (one per source width). A kernel runs the column stage of
+// its plan over a strip into the mids and the row stage into the
+// destination: 8-bit sources with byte multiply-adds into 16-bit mids and
+// 16-bit sums where the plan's values fit (32-bit where not), 16-bit sources
+// in 32-bit lanes, float data in single precision in the plan's order.
+#pragma once
+
+#include <immintrin.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <type_traits>
+#include <utility>
+
+#include "kernels/filter/fixed.h"
+#include "kernels/rules.h"
+
+// The lambdas that unroll() spells out are inlined whatever their size, so
+// that the plan's constants reach every instruction.
+#define ROK_INLINE __attribute__((always_inline))
+
+namespace rok::kernels::fixed {
+
+namespace detail {
+
+// ---- scalar rules: the readable statement of every lane -----------------
+
+// Nearest integer, ties to even, whatever the rounding control says.
+inline double nearest_even(double p) {
+    double r = std::floor(p);
+    const double d = p - r;
+    if (d > 0.5 || (d == 0.5 && std::fmod(r, 2.0) != 0.0)) r += 1.0;
+    return r;
+}
+
+template <class D>
+D finish_int(std::int64_t v, const FinishRule& f, bool wide) {
+    switch (f.kind) {
+        case Finish::ShiftEven: return saturate<D>(shift_round_even(v, f.shift));
+        case Finish::Nearest: {
+            const double p = wide ? double(v) * f.c : double(float(v) * float(f.c));
+            return saturate<D>(std::int64_t(nearest_even(p)));
+        }
+        default: return saturate<D>(v);
+    }
+}
+
+inline float finish_float(float v, const FinishRule& f) {
+    if (f.kind == Finish::Scale) return v * float(f.c);
+    if (f.kind == Finish::Divide) return v / float(f.c);
+    return v;
+}
+
+// A float sum, groups and terms in order; at(term) is the term's input.
+template <class At>
+float grouped(const Sum& s, At&& at) {
+    float acc = 0.0f;
+    for (int g = 0; g < s.n; ++g) {
+        const Group& grp = s.g[g];
+        float part = grp.t[0].sign > 0 ? at(grp.t[0]) : -at(grp.t[0]);
+        for (int t = 1; t < grp.n; ++t) part = grp.t[t].sign > 0 ? part + at(grp.t[t]) : part - at(grp.t[t]);
+        if (grp.w != 1.0) part = float(grp.w) * part;
+        acc = g == 0 ? part : acc + part;
+    }
+    return acc;
+}
+
+// ---- vector helpers --------------------------------------------------------
+
+inline __m256i load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+inline void store(void* p, __m256i v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+
+// Runs body(x) over blocks of `step` samples; a short last block runs again
+// ending at n (recomputing the same values), and rows shorter than one block
+// go to scalar(x) sample by sample.
+template <class Body, class Scalar>
+[[gnu::always_inline]] inline void blocks(int n, int step, Body&& body, Scalar&& scalar) {
+    if (n < step) {
+        for (int x = 0; x < n; ++x) scalar(x);
+        return;
+    }
+    int x = 0;
+    for (; x + step <= n; x += step) body(x);
+    if (x < n) body(n - step);
+}
+
+// f(integral_constant<int, 0>) .. f(integral_constant<int, N - 1>): the
+// plans' loops spelled out, so that every index, weight and sign is a
+// constant of the code.
+template <class F, int... I>
+[[gnu::always_inline]] inline void unroll_each(F& f, std::integer_sequence<int, I...>) {
+    (f(std::integral_constant<int, I>{}), ...);
+}
+template <int N, class F>
+[[gnu::always_inline]] inline void unroll(F&& f) {
+    unroll_each(f, std::make_integer_sequence<int, N>{});
+}
+
+// The row stage's blocks: body(x, stream) for blocks of `step` samples of
+// D. When streaming, the blocks between the first and the last start on
+// 32-byte boundaries and their stores bypass the cache; the first and last
+// (which may overlap them, recomputing the same values) store normally.
+template <class D, class Body, class Scalar>
+[[gnu::always_inline]] inline void out_blocks(const D* out, int n, int step, bool stream, Body&& body, Scalar&& scalar) {
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(out);
+    if (n < step || !stream || at % sizeof(D) != 0) {
+        blocks(n, step, [&](int x) { body(x, false); }, scalar);
+        return;
+    }
+    body(0, false);
+    int x = int((32 - at % 32) % 32 / sizeof(D));
+    for (; x + step <= n; x += step) body(x, true);
+    if (x < n) body(n - step, false);
+}
+
+inline void put(void* p, __m256i v, bool stream) {
+    if (stream) _mm256_stream_si256(static_cast<__m256i*>(p), v);
+    else _mm256_storeu_si256(static_cast<__m256i*>(p), v);
+}
+inline void put(float* p, __m256 v, bool stream) {
+    if (stream) _mm256_stream_ps(p, v);
+    else _mm256_storeu_ps(p, v);
+}
+
+// Eight 32-bit values rounded by the Nearest rule, independent of the
+// rounding control.
+template <bool Wide>
+inline __m256i nearest8(__m256i v, double c) {
+    constexpr int kNearest = _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC;
+    if constexpr (!Wide) {
+        const __m256 p = _mm256_mul_ps(_mm256_cvtepi32_ps(v), _mm256_set1_ps(float(c)));
+        return _mm256_cvttps_epi32(_mm256_round_ps(p, kNearest));
+    } else {
+        const __m256d k = _mm256_set1_pd(c);
+        const __m256d lo = _mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_castsi256_si128(v)), k);
+        const __m256d hi = _mm256_mul_pd(_mm256_cvtepi32_pd(_mm256_extracti128_si256(v, 1)), k);
+        const __m128i a = _mm256_cvttpd_epi32(_mm256_round_pd(lo, kNearest));
+        const __m128i b = _mm256_cvttpd_epi32(_mm256_round_pd(hi, kNearest));
+        return _mm256_inserti128_si256(_mm256_castsi128_si256(a), b, 1);
+    }
+}
+
+template <int Shift>
+inline __m256i shift_even32(__m256i v) {
+    const __m256i odd = _mm256_and_si256(_mm256_srai_epi32(v, Shift), _mm256_set1_epi32(1));
+    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_add_epi32(v, _mm256_set1_epi32((1 << (Shift - 1)) - 1)), odd), Shift);
+}
+template <int Shift>
+inline __m256i shift_even16(__m256i v) {
+    const __m256i odd = _mm256_and_si256(_mm256_srai_epi16(v, Shift), _mm256_set1_epi16(1));
+    return _mm256_srai_epi16(_mm256_add_epi16(_mm256_add_epi16(v, _mm256_set1_epi16((1 << (Shift - 1)) - 1)), odd), Shift);
+}
+
+// Non-negative values in single precision: v * c + 0.5 in one fused step
+// and truncated. The Nearest rule's margins (no result within 1/(2d) of a
+// half) dwarf the one rounding of the fused step, so this is the same
+// nearest integer in one instruction fewer.
+inline __m256i nearest8_positive(__m256i v, double c) {
+    return _mm256_cvttps_epi32(_mm256_fmadd_ps(_mm256_cvtepi32_ps(v), _mm256_set1_ps(float(c)), _mm256_set1_ps(0.5f)));
+}
+
+template <FinishRule R, bool Wide, bool Positive = false>
+inline __m256i finish32(__m256i v) {
+    if constexpr (R.kind == Finish::ShiftEven) return shift_even32<R.shift>(v);
+    else if constexpr (R.kind == Finish::Nearest && Positive && !Wide) return nearest8_positive(v, R.c);
+    else if constexpr (R.kind == Finish::Nearest) return nearest8<Wide>(v, R.c);
+    else return v;
+}
+
+// Sixteen 32-bit results (two vectors in sample order) saturated and stored.
+inline void store16(Rok8u* d, __m256i a, __m256i b) {
+    const __m256i w = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(d),
+                     _mm_packus_epi16(_mm256_castsi256_si128(w), _mm256_extracti128_si256(w, 1)));
+}
+inline void store16(Rok16s* d, __m256i a, __m256i b, bool stream) {
+    put(d, _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8), stream);
+}
+inline void store16(Rok16u* d, __m256i a, __m256i b, bool stream) {
+    put(d, _mm256_permute4x64_epi64(_mm256_packus_epi32(a, b), 0xD8), stream);
+}
+
+// 32 bytes with the 8-byte quarters ordered 0 2 1 3, so that the in-lane
+// byte interleave yields samples 0..15 and 16..31 in order.
+inline __m256i load_bytes(const void* p, __m256i flip) {
+    return _mm256_permute4x64_epi64(_mm256_xor_si256(load(p), flip), 0xD8);
+}
+
+// ---- the kernel ----------------------------------------------------------------
+
+template <Fixed F, int Size, class S, class D>
+struct Kernel {
+    static constexpr bool kFloat = std::is_floating_point_v<S>;
+    static constexpr const Plan& P = plan_of(F, Size, kFloat);
+    static constexpr FinishRule kFinish = finish_of(F, Size, kFloat);
+    static constexpr Flat kRow = flatten(P.row);
+    static constexpr Ranges kRanges =
+        ranges_of(P, kFloat ? Range{} : Range{std::numeric_limits<S>::min(), std::numeric_limits<S>::max()});
+    static constexpr long long kRowMax = kRanges.row.hi > -kRanges.row.lo ? kRanges.row.hi : -kRanges.row.lo;
+    // Nearest in double precision once values reach 2^22 (single precision
+    // is exact below).
+    static constexpr bool kWide = kRowMax >= (1ll << 22);
+    static constexpr bool kPositive = kRanges.row.lo >= 0;
+    static constexpr int kBias = kFinish.kind == Finish::ShiftEven ? 1 << (kFinish.shift - 1) : 0;
+    // 8-bit sources: 16-bit row sums where every value (with the rounding
+    // bias) fits, and unsigned mids where a mid exceeds 32767.
+    static constexpr bool kNarrow = kRanges.row.lo >= -32768 && kRanges.row.hi + kBias <= 32767;
+    static constexpr bool kUnsignedMids = [] {
+        bool u = false;
+        for (int m = 0; m < P.mids; ++m) u = u || kRanges.mid[m].hi > 32767;
+        return u;
+    }();
+    static constexpr BytePairs kPairs = byte_pairs(P);
+    static_assert(sizeof(S) != 1 || byte_mids_fit(P, std::is_signed_v<S>), "the plan must fit 16-bit mids");
+
+    using I = std::conditional_t<sizeof(S) == 1, std::int16_t, std::conditional_t<kFloat, float, std::int32_t>>;
+
+    // ---- column stage ----
+
+    static void column(const S* const* rows, int n, I* const* mids) {
+        if constexpr (sizeof(S) == 1) column_bytes(rows, n, mids);
+        else if constexpr (kFloat) column_floats(rows, n, mids);
+        else column_words(rows, n, mids);
+    }
+
+    static void column_bytes(const S* const* rows, int n, std::int16_t* const* mids) {
+        constexpr bool kSigned = std::is_signed_v<S>;
+        const __m256i flip = _mm256_set1_epi8(kSigned ? char(0x80) : 0);
+        auto body = [&](int x) {
+            __m256i lo[kPairs.pairs], hi[kPairs.pairs];
+            unroll<kPairs.pairs>([&](auto p) ROK_INLINE {
+                const __m256i a = load_bytes(rows[kPairs.a[p]] + x, flip);
+                __m256i b = _mm256_setzero_si256();
+                if constexpr (kPairs.b[p] >= 0) b = load_bytes(rows[kPairs.b[p]] + x, flip);
+                lo[p] = _mm256_unpacklo_epi8(a, b);
+                hi[p] = _mm256_unpackhi_epi8(a, b);
+            });
+            unroll<P.mids>([&](auto m) ROK_INLINE {
+                __m256i l = _mm256_setzero_si256(), h = _mm256_setzero_si256();
+                unroll<kPairs.pairs>([&](auto p) ROK_INLINE {
+                    if constexpr (kPairs.wa[m][p] != 0 || kPairs.wb[m][p] != 0) {
+                        const __m256i w =
+                            _mm256_set1_epi16(std::int16_t((kPairs.wb[m][p] << 8) | (kPairs.wa[m][p] & 0xFF)));
+                        l = _mm256_add_epi16(l, _mm256_maddubs_epi16(lo[p], w));
+                        h = _mm256_add_epi16(h, _mm256_maddubs_epi16(hi[p], w));
+                    }
+                });
+                if constexpr (kSigned) {
+                    // Each biased sample counted 128 too many.
+                    const __m256i bias = _mm256_set1_epi16(std::int16_t(128 * kPairs.weightSum[m]));
+                    l = _mm256_sub_epi16(l, bias);
+                    h = _mm256_sub_epi16(h, bias);
+                }
+                store(mids[m] + x, l);
+                store(mids[m] + x + 16, h);
+            });
+        };
+        auto scalar = [&](int x) {
+            for (int m = 0; m < P.mids; ++m) {
+                std::int32_t v = 0;
+                for (int p = 0; p < kPairs.pairs; ++p) {
+                    v += kPairs.wa[m][p] * std::int32_t(rows[kPairs.a[p]][x]);
+                    if (kPairs.b[p] >= 0) v += kPairs.wb[m][p] * std::int32_t(rows[kPairs.b[p]][x]);
+                }
+                mids[m][x] = std::int16_t(v);  // the mid modulo 2^16, as the lanes hold it
+            }
+        };
+        blocks(n, 32, body, scalar);
+    }
+
+    static void column_words(const S* const* rows, int n, std::int32_t* const* mids) {
+        auto widen = [](const S* p) {
+            const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+            if constexpr (std::is_signed_v<S>) return _mm256_cvtepi16_epi32(v);
+            else return _mm256_cvtepu16_epi32(v);
+        };
+        unroll<P.mids>([&](auto m) ROK_INLINE {
+            constexpr const Flat& c = kColumns[m];
+            auto body = [&](int x) {
+                __m256i a = _mm256_setzero_si256(), b = _mm256_setzero_si256();
+                unroll<c.n>([&](auto i) ROK_INLINE {
+                    const __m256i w = _mm256_set1_epi32(c.w[i]);
+                    a = _mm256_add_epi32(a, _mm256_mullo_epi32(widen(rows[c.src[i]] + x), w));
+                    b = _mm256_add_epi32(b, _mm256_mullo_epi32(widen(rows[c.src[i]] + x + 8), w));
+                });
+                store(mids[m] + x, a);
+                store(mids[m] + x + 8, b);
+            };
+            auto scalar = [&](int x) {
+                std::int32_t v = 0;
+                for (int i = 0; i < c.n; ++i) v += c.w[i] * std::int32_t(rows[c.src[i]][x]);
+                mids[m][x] = v;
+            };
+            blocks(n, 16, body, scalar);
+        });
+    }
+    static constexpr Flat kColumns[kMaxMids] = {flatten(P.column[0]), flatten(P.column[1]), flatten(P.column[2])};
+
+    // kVec vectors of a float sum (mid M of the column stage, or the row
+    // stage for M < 0), groups and terms in order; at(term) points at the
+    // term's input for the block's first sample.
+    template <int M>
+    static constexpr const Sum& sum_at() {
+        if constexpr (M < 0) return P.row;
+        else return P.column[M];
+    }
+    static constexpr int kVec = 4;
+    template <int M, class At>
+    [[gnu::always_inline]] static void sum_vectors(At&& at, __m256* acc) {
+        constexpr const Sum& s = sum_at<M>();
+        unroll<s.n>([&](auto g) ROK_INLINE {
+            constexpr const Group& grp = s.g[g];
+            __m256 part[kVec];
+            unroll<grp.n>([&](auto t) ROK_INLINE {
+                constexpr Term term = grp.t[t];
+                const float* r = at(term);
+                for (int v = 0; v < kVec; ++v) {
+                    const __m256 l = _mm256_loadu_ps(r + 8 * v);
+                    if constexpr (t == 0) part[v] = term.sign > 0 ? l : _mm256_xor_ps(l, _mm256_set1_ps(-0.0f));
+                    else part[v] = term.sign > 0 ? _mm256_add_ps(part[v], l) : _mm256_sub_ps(part[v], l);
+                }
+            });
+            if constexpr (grp.w != 1.0)
+                for (int v = 0; v < kVec; ++v) part[v] = _mm256_mul_ps(_mm256_set1_ps(float(grp.w)), part[v]);
+            for (int v = 0; v < kVec; ++v) acc[v] = g == 0 ? part[v] : _mm256_add_ps(acc[v], part[v]);
+        });
+    }
+
+    static void column_floats(const float* const* rows, int n, float* const* mids) {
+        unroll<P.mids>([&](auto m) ROK_INLINE {
+            blocks(n, 8 * kVec,
+                   [&](int x) {
+                       __m256 acc[kVec];
+                       sum_vectors<m>([&](const Term& t) { return rows[t.src] + x; }, acc);
+                       for (int v = 0; v < kVec; ++v) _mm256_storeu_ps(mids[m] + x + 8 * v, acc[v]);
+                   },
+                   [&](int x) { mids[m][x] = grouped(P.column[m], [&](const Term& t) { return rows[t.src][x]; }); });
+        });
+    }
+
+    // ---- row stage ----
+
+    static void row(I* const* mids, int nc, int n, D* out, bool stream) {
+        if constexpr (kFloat) {
+            row_floats(mids, nc, n, out, stream);
+        } else {
+            const I* p[kRow.n];
+            unroll<kRow.n>([&](auto i) ROK_INLINE { p[i] = mids[kRow.src[i]] + kRow.off[i] * nc; });
+            auto scalar = [&](int x) {
+                std::int64_t v = 0;
+                for (int i = 0; i < kRow.n; ++i) {
+                    std::int64_t m = p[i][x];
+                    if constexpr (sizeof(S) == 1) m = kUnsignedMids ? std::int64_t(std::uint16_t(p[i][x])) : m;
+                    v += kRow.w[i] * m;
+                }
+                out[x] = finish_int<D>(v, kFinish, kWide);
+            };
+            if constexpr (sizeof(S) == 1) row_halfwords(p, n, out, stream, scalar);
+            else row_words(p, n, out, stream, scalar);
+        }
+    }
+
+    // Sixteen sums of 16-bit mids in 16-bit lanes (the narrow plans).
+    [[gnu::always_inline]] static __m256i sum16(const std::int16_t* const* p, int x) {
+        __m256i a = _mm256_setzero_si256();
+        unroll<kRow.n>([&](auto i) ROK_INLINE {
+            const __m256i v = load(p[i] + x);
+            if constexpr (kRow.w[i] == 1) a = _mm256_add_epi16(a, v);
+            else if constexpr (kRow.w[i] == -1) a = _mm256_sub_epi16(a, v);
+            else a = _mm256_add_epi16(a, _mm256_mullo_epi16(v, _mm256_set1_epi16(std::int16_t(kRow.w[i]))));
+        });
+        return a;
+    }
+
+    // The wide row stage adds two terms of equal weight in 16 bits wherever
+    // their sum still fits the mids' 16-bit lanes, then widens.
+    struct RowPairs {
+        int n = 0;
+        int a[kMaxFlat] = {}, b[kMaxFlat] = {}, w[kMaxFlat] = {};
+    };
+    static constexpr RowPairs kRowPairs = [] {
+        RowPairs r;
+        bool used[kMaxFlat] = {};
+        const long long lo = kUnsignedMids ? 0 : -32768, hi = kUnsignedMids ? 65535 : 32767;
+        for (int i = 0; i < kRow.n; ++i) {
+            if (used[i]) continue;
+            used[i] = true;
+            const Range& ri = kRanges.mid[kRow.src[i]];
+            int partner = -1;
+            for (int j = i + 1; j < kRow.n && partner < 0; ++j) {
+                const Range& rj = kRanges.mid[kRow.src[j]];
+                if (!used[j] && kRow.w[j] == kRow.w[i] && ri.lo + rj.lo >= lo && ri.hi + rj.hi <= hi) partner = j;
+            }
+            if (partner >= 0) used[partner] = true;
+            r.a[r.n] = i;
+            r.b[r.n] = partner;
+            r.w[r.n++] = kRow.w[i];
+        }
+        return r;
+    }();
+
+    // 16-bit values widened to 32 bits within each 128-bit lane: lo holds
+    // samples 0-3 and 8-11, hi 4-7 and 12-15 (packing them back restores the
+    // order).
+    template <bool Unsigned>
+    [[gnu::always_inline]] static void widen_in_lanes(__m256i v, __m256i& lo, __m256i& hi) {
+        const __m256i ext = Unsigned ? _mm256_setzero_si256() : _mm256_srai_epi16(v, 15);
+        lo = _mm256_unpacklo_epi16(v, ext);
+        hi = _mm256_unpackhi_epi16(v, ext);
+    }
+
+    // Sixteen sums of 16-bit mids in 32-bit lanes, in the in-lane order.
+    [[gnu::always_inline]] static void sum16_wide(const std::int16_t* const* p, int x, __m256i& a, __m256i& b) {
+        a = b = _mm256_setzero_si256();
+        unroll<kRowPairs.n>([&](auto g) ROK_INLINE {
+            __m256i v = load(p[kRowPairs.a[g]] + x);
+            if constexpr (kRowPairs.b[g] >= 0) v = _mm256_add_epi16(v, load(p[kRowPairs.b[g]] + x));
+            __m256i l, h;
+            widen_in_lanes<kUnsignedMids>(v, l, h);
+            if constexpr (kRowPairs.w[g] == 1) {
+                a = _mm256_add_epi32(a, l);
+                b = _mm256_add_epi32(b, h);
+            } else if constexpr (kRowPairs.w[g] == -1) {
+                a = _mm256_sub_epi32(a, l);
+                b = _mm256_sub_epi32(b, h);
+            } else {
+                const __m256i w = _mm256_set1_epi32(kRowPairs.w[g]);
+                a = _mm256_add_epi32(a, _mm256_mullo_epi32(l, w));
+                b = _mm256_add_epi32(b, _mm256_mullo_epi32(h, w));
+            }
+        });
+    }
+
+    // Sixteen finished results in the in-lane order of sum16_wide.
+    [[gnu::always_inline]] static void finished16(const std::int16_t* const* p, int x, __m256i& a, __m256i& b) {
+        if constexpr (kNarrow) {
+            widen_in_lanes<false>(sum16(p, x), a, b);
+        } else {
+            sum16_wide(p, x, a, b);
+        }
+        a = finish32<kFinish, kWide, kPositive>(a);
+        b = finish32<kFinish, kWide, kPositive>(b);
+    }
+
+    template <class Scalar>
+    static void row_halfwords(const std::int16_t* const* p, int n, D* out, bool stream, Scalar&& scalar) {
+        if constexpr (kNarrow && kFinish.kind != Finish::Nearest) {
+            auto finish = [](__m256i v) {
+                if constexpr (kFinish.kind == Finish::ShiftEven) return shift_even16<kFinish.shift>(v);
+                else return v;
+            };
+            if constexpr (std::is_same_v<D, Rok8u>) {
+                out_blocks(out, n, 32, stream, [&](int x, bool s) {
+                    const __m256i a = finish(sum16(p, x)), b = finish(sum16(p, x + 16));
+                    put(out + x, _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8), s);
+                }, scalar);
+            } else {
+                out_blocks(out, n, 16, stream, [&](int x, bool s) { put(out + x, finish(sum16(p, x)), s); }, scalar);
+            }
+        } else if constexpr (std::is_same_v<D, Rok8u>) {
+            out_blocks(out, n, 32, stream, [&](int x, bool s) {
+                __m256i a0, b0, a1, b1;
+                finished16(p, x, a0, b0);
+                finished16(p, x + 16, a1, b1);
+                const __m256i w = _mm256_packus_epi16(_mm256_packs_epi32(a0, b0), _mm256_packs_epi32(a1, b1));
+                put(out + x, _mm256_permute4x64_epi64(w, 0xD8), s);
+            }, scalar);
+        } else {
+            out_blocks(out, n, 16, stream, [&](int x, bool s) {
+                __m256i a, b;
+                finished16(p, x, a, b);
+                put(out + x, _mm256_packs_epi32(a, b), s);
+            }, scalar);
+        }
+    }
+
+    template <class Scalar>
+    static void row_words(const std::int32_t* const* p, int n, D* out, bool stream, Scalar&& scalar) {
+        auto sum8 = [&](int x) {
+            __m256i a = _mm256_setzero_si256();
+            unroll<kRow.n>([&](auto i) ROK_INLINE {
+                const __m256i v = load(p[i] + x);
+                if constexpr (kRow.w[i] == 1) a = _mm256_add_epi32(a, v);
+                else if constexpr (kRow.w[i] == -1) a = _mm256_sub_epi32(a, v);
+                else a = _mm256_add_epi32(a, _mm256_mullo_epi32(v, _mm256_set1_epi32(kRow.w[i])));
+            });
+            return finish32<kFinish, kWide, kPositive>(a);
+        };
+        out_blocks(out, n, 16, stream, [&](int x, bool s) { store16(out + x, sum8(x), sum8(x + 8), s); }, scalar);
+    }
+
+    static void row_floats(float* const* mids, int nc, int n, Rok32f* out, bool stream) {
+        out_blocks(out, n, 8 * kVec, stream,
+                   [&](int x, bool s) {
+                       __m256 acc[kVec];
+                       sum_vectors<-1>([&](const Term& t) { return mids[t.src] + x + t.off * nc; }, acc);
+                       const __m256 c = _mm256_set1_ps(float(kFinish.c));
+#pragma GCC unroll 4
+                       for (int v = 0; v < kVec; ++v) {
+                           __m256 r = acc[v];
+                           if constexpr (kFinish.kind == Finish::Scale) r = _mm256_mul_ps(r, c);
+                           else if constexpr (kFinish.kind == Finish::Divide) r = _mm256_div_ps(r, c);
+                           put(out + x + 8 * v, r, s);
+                       }
+                   },
+                   [&](int x) {
+                       out[x] = finish_float(grouped(P.row, [&](const Term& t) { return mids[t.src][x + t.off * nc]; }),
+                                             kFinish);
+                   });
+    }
+
+    static void strip(const S* const* rows, int pixels, int nc, void* scratch, int midStride, D* out, bool stream) {
+        I* mids[kMaxMids];
+        for (int m = 0; m < P.mids; ++m) mids[m] = static_cast<I*>(scratch) + std::ptrdiff_t(m) * midStride;
+        column(rows, (pixels + Size - 1) * nc, mids);
+        row(mids, nc, pixels * nc, out, stream);
+    }
+};
+
+}  // namespace detail
+
+template <Fixed F, int Size, class S, class D>
+constexpr Strip<S, D> strip_of() {
+    return &detail::Kernel<F, Size, S, D>::strip;
+}
+
+// The filters that the 8u, 16s and 32f same-type members share.
+template <class S, class D>
+Strip<S, D> same_type(Fixed f, int size) {
+    const bool five = size == 5;
+    switch (f) {
+        case Fixed::PrewittVert: return strip_of<Fixed::PrewittVert, 3, S, D>();
+        case Fixed::PrewittHoriz: return strip_of<Fixed::PrewittHoriz, 3, S, D>();
+        case Fixed::SobelVert: return strip_of<Fixed::SobelVert, 3, S, D>();
+        case Fixed::SobelHoriz: return strip_of<Fixed::SobelHoriz, 3, S, D>();
+        case Fixed::Laplace:
+        case Fixed::Hipass:
+            if (!five) return strip_of<Fixed::Laplace, 3, S, D>();  // the same mask at 3x3
+            return f == Fixed::Laplace ? strip_of<Fixed::Laplace, 5, S, D>() : strip_of<Fixed::Hipass, 5, S, D>();
+        case Fixed::Lowpass: return five ? strip_of<Fixed::Lowpass, 5, S, D>() : strip_of<Fixed::Lowpass, 3, S, D>();
+        case Fixed::Gauss: return five ? strip_of<Fixed::Gauss, 5, S, D>() : strip_of<Fixed::Gauss, 3, S, D>();
+        case Fixed::Sharpen: return strip_of<Fixed::Sharpen, 3, S, D>();
+        default: return nullptr;
+    }
+}
+
+// The derivative filters with a mask code, on one-channel data (8u16s,
+// 8s16s and 32f).
+template <class S, class D>
+Strip<S, D> derivative(Fixed f, int size) {
+    const bool five = size == 5;
+    switch (f) {
+        case Fixed::SobelVert: return five ? strip_of<Fixed::SobelVert, 5, S, D>() : strip_of<Fixed::SobelVert, 3, S, D>();
+        case Fixed::SobelHoriz: return five ? strip_of<Fixed::SobelHoriz, 5, S, D>() : strip_of<Fixed::SobelHoriz, 3, S, D>();
+        case Fixed::SobelVertSecond:
+            return five ? strip_of<Fixed::SobelVertSecond, 5, S, D>() : strip_of<Fixed::SobelVertSecond, 3, S, D>();
+        case Fixed::SobelHorizSecond:
+            return five ? strip_of<Fixed::SobelHorizSecond, 5, S, D>() : strip_of<Fixed::SobelHorizSecond, 3, S, D>();
+        case Fixed::SobelCross: return five ? strip_of<Fixed::SobelCross, 5, S, D>() : strip_of<Fixed::SobelCross, 3, S, D>();
+        case Fixed::ScharrVert: return strip_of<Fixed::ScharrVert, 3, S, D>();
+        case Fixed::ScharrHoriz: return strip_of<Fixed::ScharrHoriz, 3, S, D>();
+        case Fixed::Laplace: return five ? strip_of<Fixed::Laplace, 5, S, D>() : strip_of<Fixed::Laplace, 3, S, D>();
+        default: return nullptr;
+    }
+}
+
+}  // namespace rok::kernels::fixed
+
+#undef ROK_INLINE
