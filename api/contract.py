@@ -385,7 +385,7 @@ def shape_descriptor(ident, params, roles, seq):
                 lo, hi = fill.split("..")
                 f.append(f".fill = Fill::Range, .lo = {lo}, .hi = {hi}")
         elif r.kind == "rect":
-            f.append(f".size = +[]([[maybe_unused]] Call& c) -> RokiSize {{ return RokiSize{{{cpp_expr(r.w, params, roles)}, "
+            f.append(f".size = +[]([[maybe_unused]] Call& c) -> WideSize {{ return WideSize{{{cpp_expr(r.w, params, roles)}, "
                      f"{cpp_expr(r.h, params, roles)}}}; }}")
             f.append(f".value = {_lambda(r.x, params, roles)}")
             f.append(f".value2 = {_lambda(r.y, params, roles)}")

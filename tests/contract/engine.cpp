@@ -129,10 +129,9 @@ void Trial::draw_scalars(const Plan& plan) {
                 break;
             }
             case Kind::Rect: {
-                const int x = a.value(call_);
-                const int y = a.value2(call_);
-                const RokiSize size = a.size(call_);
-                s.r = RokiRect{x, y, size.width, size.height};
+                const WideSize w = a.size(call_);
+                fits = narrow(a.value(call_), s.r.x) && narrow(a.value2(call_), s.r.y) &&
+                       narrow(w.width, s.r.width) && narrow(w.height, s.r.height);
                 break;
             }
             case Kind::Value:
