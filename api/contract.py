@@ -450,7 +450,11 @@ def thunk_arg(p, role):
     if p.pointer or p.array is not None:
         body = re.sub(r"\[[^\]]*\]", "", p.text)
         ctype = body[: body.rindex(p.name)].strip()
-        if p.array is not None:
+        dims = re.findall(r"\[([^\]]*)\]", p.text)
+        if len(dims) > 1:
+            # A two-dimensional array is passed as a pointer to its rows.
+            ctype += " (*)" + "".join(f"[{d}]" for d in dims[1:])
+        elif p.array is not None:
             ctype += "*"
         return f"reinterpret_cast<{ctype}>(c.ptr({i}))"
     if role.kind == "value":

@@ -1,0 +1,190 @@
+// The row engine of the warps: for every span of destination pixels, the
+// source positions of the inverse map in blocks, interpolated by the
+// per-pixel kernels; and the exact path of the quarter-turn rotations, which
+// moves pixels with the copy family's row and block kernels. The warps run
+// on the calling thread.
+#include <algorithm>
+#include <cstring>
+#include <type_traits>
+
+#include "frame/ac4.h"
+#include "frame/image.h"
+#include "geometry/warp_plan.h"
+#include "kernels/copy/channels.h"
+#include "kernels/copy/copy_order.h"
+#include "kernels/geometry/pixel_interp.h"
+
+namespace rok::geometry {
+
+namespace {
+
+template <class T>
+using Pos = std::conditional_t<std::is_same_v<T, Rok64f>, double, float>;
+
+constexpr int kBlock = kAc4BlockPixels;
+
+// Source positions of destination pixels x .. x + n - 1 of row y.
+template <class P>
+void positions(const WarpPlan& p, int x, int y, int n, P* xs, P* ys) {
+    const auto& c = p.map.c;
+    const double v = y;
+    switch (p.inverse) {
+        case Inverse::Affine:
+            kernels::affine_positions(c[0][0], c[0][1] * v + c[0][2], c[1][0], c[1][1] * v + c[1][2], x, n, xs, ys);
+            break;
+        case Inverse::Bilinear:
+            kernels::affine_positions(c[0][0] * v + c[0][1], c[0][2] * v + c[0][3], c[1][0] * v + c[1][1],
+                                      c[1][2] * v + c[1][3], x, n, xs, ys);
+            break;
+        case Inverse::Perspective: {
+            const double nx[2] = {c[0][0], c[0][1] * v + c[0][2]}, ny[2] = {c[1][0], c[1][1] * v + c[1][2]};
+            const double den[2] = {c[2][0], c[2][1] * v + c[2][2]};
+            kernels::perspective_positions(nx, ny, den, x, n, xs, ys);
+            break;
+        }
+        case Inverse::BilinearSolve:
+            // No closed form along the row: a quadratic at every pixel. One
+            // without a preimage goes to the box's corner.
+            for (int i = 0; i < n; ++i) {
+                double sx = p.bx0, sy = p.by0;
+                bilinear_preimage(p.map, double(x) + i, v, p.bx0, p.by0, p.bx1, p.by1, &sx, &sy);
+                xs[i] = P(sx), ys[i] = P(sy);
+            }
+            break;
+    }
+}
+
+template <class T>
+void interpolate_spans(const WarpPlan& p) {
+    using P = Pos<T>;
+    const WarpImages& im = *p.images;
+    const int nc = im.ac4 ? 4 : im.nc;
+    kernels::PixelSource<T> src[4];
+    for (int k = 0; k < im.planes; ++k)
+        src[k] = {static_cast<const T*>(im.src[k]), im.srcStep, nc, p.bx0, p.by0, p.bx1, p.by1};
+    const kernels::PixelRule rule{p.method, p.smooth, false};
+    alignas(32) P xs[kBlock], ys[kBlock];
+    for (int r = 0; r < p.rows; ++r) {
+        const int y = p.firstRow + r, left = p.spans[2 * r], right = p.spans[2 * r + 1];
+        for (int x = left; x <= right; x += kBlock) {
+            const int n = std::min(kBlock, right - x + 1);
+            positions(p, x, y, n, xs, ys);
+            for (int k = 0; k < im.planes; ++k) {
+                T* d = row(static_cast<T*>(im.dst[k]), im.dstStep, y) + std::ptrdiff_t(x) * nc;
+                if (im.ac4)
+                    ac4_row_update(d, n, [&](T* block, int, int) {
+                        kernels::interpolate_pixels(src[k], rule, xs, ys, n, block);
+                    });
+                else
+                    kernels::interpolate_pixels(src[k], rule, xs, ys, n, d);
+            }
+        }
+    }
+}
+
+// ---- the exact path: quarter turns with whole shifts ----
+
+// Calls f.template operator()<PB>() for the pixel size in bytes.
+template <class F>
+void with_pixel_bytes(int pb, F&& f) {
+    switch (pb) {
+        case 1: return f.template operator()<1>();
+        case 2: return f.template operator()<2>();
+        case 3: return f.template operator()<3>();
+        case 4: return f.template operator()<4>();
+        case 6: return f.template operator()<6>();
+        case 8: return f.template operator()<8>();
+        case 12: return f.template operator()<12>();
+        case 16: return f.template operator()<16>();
+        case 24: return f.template operator()<24>();
+        default: return f.template operator()<32>();
+    }
+}
+
+using Bytes = const std::uint8_t*;
+
+// Transposes w x h source pixels (src row j, pixel i to dst row i, pixel j)
+// in tiles that stay in cache; steps may be negative. Alpha-keeping layouts
+// go through a tile on the stack and copy channels 0..2.
+template <int PB>
+void transpose_tiles(Bytes src, int srcStep, std::uint8_t* dst, int dstStep, int w, int h, int sampleBytes, bool ac4) {
+    constexpr int kTile = 64, kAc4Tile = 16;
+    const int tile = ac4 ? kAc4Tile : kTile;
+    alignas(64) std::uint8_t block[kAc4Tile * kAc4Tile * PB];
+    for (int i = 0; i < w; i += tile)
+        for (int j = 0; j < h; j += tile) {
+            const int tw = std::min(tile, w - i), th = std::min(tile, h - j);
+            Bytes s = src + std::ptrdiff_t(j) * srcStep + std::ptrdiff_t(i) * PB;
+            std::uint8_t* d = dst + std::ptrdiff_t(i) * dstStep + std::ptrdiff_t(j) * PB;
+            if (!ac4) {
+                kernels::transpose_block<PB>(s, srcStep, d, dstStep, tw, th);
+                continue;
+            }
+            kernels::transpose_block<PB>(s, srcStep, block, kAc4Tile * PB, tw, th);
+            for (int r = 0; r < tw; ++r)
+                kernels::copy_ac4(block + r * kAc4Tile * PB, d + std::ptrdiff_t(r) * dstStep, th,
+                                  std::size_t(sampleBytes));
+        }
+}
+
+template <class T>
+void move_quarter(const WarpPlan& p) {
+    const WarpImages& im = *p.images;
+    // An exact rotation covers a rectangle: every span is the same.
+    const int x0 = p.spans[0], x1 = p.spans[1], y0 = p.firstRow, y1 = p.firstRow + p.rows - 1;
+    if (x0 > x1) return;
+    const int w = x1 - x0 + 1, h = y1 - y0 + 1;
+    const long long sx = p.shiftX, sy = p.shiftY;
+    const int pb = int(sizeof(T)) * (im.ac4 ? 4 : im.nc);
+    const int ss = im.srcStep, ds = im.dstStep;
+    for (int k = 0; k < im.planes; ++k) {
+        auto S = [&](long long x, long long y) {
+            return static_cast<Bytes>(im.src[k]) + std::ptrdiff_t(y) * ss + std::ptrdiff_t(x) * pb;
+        };
+        auto D = [&](long long x, long long y) {
+            return static_cast<std::uint8_t*>(im.dst[k]) + std::ptrdiff_t(y) * ds + std::ptrdiff_t(x) * pb;
+        };
+        with_pixel_bytes(pb, [&]<int PB>() {
+            switch (p.quarter) {
+                case 0:  // (x, y) from (x - sx, y - sy)
+                    for (int y = y0; y <= y1; ++y) {
+                        if (im.ac4) kernels::copy_ac4(S(x0 - sx, y - sy), D(x0, y), w, sizeof(T));
+                        else std::memcpy(D(x0, y), S(x0 - sx, y - sy), std::size_t(w) * PB);
+                    }
+                    break;
+                case 2:  // (x, y) from (sx - x, sy - y)
+                    for (int y = y0; y <= y1; ++y) {
+                        if constexpr (PB >= 4 && (PB & (PB - 1)) == 0) {
+                            if (im.ac4) {
+                                kernels::reverse_pixels<PB, true>(S(sx - x1, sy - y), D(x0, y), w);
+                                continue;
+                            }
+                        }
+                        kernels::reverse_pixels<PB, false>(S(sx - x1, sy - y), D(x0, y), w);
+                    }
+                    break;
+                case 1:  // (x, y) from (sy - y, x - sx): source columns become rows, bottom up
+                    transpose_tiles<PB>(S(sy - y1, x0 - sx), ss, D(x0, y1), -ds, h, w, int(sizeof(T)), im.ac4);
+                    break;
+                default:  // (x, y) from (y - sy, sx - x): source rows walked bottom up
+                    transpose_tiles<PB>(S(y0 - sy, sx - x0), -ss, D(x0, y0), ds, h, w, int(sizeof(T)), im.ac4);
+                    break;
+            }
+        });
+    }
+}
+
+}  // namespace
+
+template <class T>
+void run_warp(const WarpPlan& p) {
+    if (p.quarter >= 0) return move_quarter<T>(p);
+    interpolate_spans<T>(p);
+}
+
+template void run_warp<Rok8u>(const WarpPlan&);
+template void run_warp<Rok16u>(const WarpPlan&);
+template void run_warp<Rok32f>(const WarpPlan&);
+template void run_warp<Rok64f>(const WarpPlan&);
+
+}  // namespace rok::geometry
