@@ -1604,6 +1604,78 @@ ROKI_API Rok32fc* rokiMalloc_32fc_AC4(int widthPixels, int heightPixels, int* pS
 /* Releases an image from any rokiMalloc_* function; null is accepted. */
 ROKI_API void rokiFree(void* ptr);
 
+/* ---- geometry_remap ---- */
+
+/* Fills the destination region (pDst its first pixel, dstRoiSize its size) */
+/* from the source image (pSrc its pixel (0, 0); planar forms: arrays of */
+/* plane pointers sharing one step): pixel (i, j) is interpolated at source */
+/* position (xMap(i, j), yMap(i, j)), in image coordinates with pixel */
+/* centres on integers. The maps are 32-bit floats, 64-bit for the 64f */
+/* members, each with its own step in bytes, and serve every plane. */
+/* Checks, in this order: a null pSrc, pDst, xMap or yMap, or a null plane */
+/* pointer (-8); srcSize, srcRoi or dstRoiSize with a width or height below 1, */
+/* or srcRoi with a negative x or y (-6); an interpolation other than */
+/* rokInterNearest, rokInterLinear, rokInterCubic, rokInterCatmullRom or */
+/* rokInterLanczos, optionally with rokEdgeSmooth (-22); srcStep or dstStep */
+/* below 1, xMapStep or yMapStep below 1 (-14); then a srcRoi that starts */
+/* outside the image gives warning 29 and writes nothing. */
+/* srcRoi is cut to the image; the admissible positions are the closed box */
+/* of its pixel centres. A position outside the box (compared as a float), */
+/* or one that is not a number, leaves its pixel as it was. On a source */
+/* image narrower or lower than 6 pixels Lanczos is done as cubic, below 4 */
+/* cubic and Catmull-Rom as bilinear, and at 1 pixel every method as nearest */
+/* neighbour. */
+/* Nearest neighbour takes the closer pixel, the lower one on a tie. */
+/* Bilinear takes ix = floor(x) and ix + 1, moving ix back by one on the */
+/* box's last column so that both lie in the box (its fraction is then 1), */
+/* and likewise in y; 8u weighs in 14-bit fixed point: f = round(t * 16384), */
+/* each row (a (16384 - fx) + b fx + 128) >> 8, kept in 16 bits, then */
+/* (h0 (16384 - fy) + h1 fy + 2^19) >> 20; the other types compute a + (b - */
+/* a) t per row and between the rows in 32-bit float (64f: double). Cubic */
+/* (Lagrange) and Catmull-Rom take four taps per axis from ix - 1, with */
+/* weights evaluated from the fraction in 32-bit float (64f: double), */
+/* exactly 1 and 0 at a whole position; Lanczos six taps from ix - 2 with the */
+/* weights of rokiResizeSqrPixel's Lanczos table divided by their sum. Each */
+/* row is summed across, then the rows. Taps beyond the box read its nearest */
+/* edge pixel; no other source pixel is read. Integer results are rounded */
+/* to nearest, ties to even, and saturated. AC4 leaves the destination's */
+/* alpha as it was. */
+/* rokEdgeSmooth: a pixel whose position lies less than half a source pixel */
+/* inside the box's edge becomes v c + old (1 - c), old being what the */
+/* destination held and c = min(1, 0.5 + dx) min(1, 0.5 + dy), dx and dy the */
+/* distances inside the box; positions outside still leave their pixels. */
+/* Runs on the calling thread. */
+ROKI_API RokStatus rokiRemap_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_C1R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_C3R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_C4R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_AC4R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_P3R(const Rok16s* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_P4R(const Rok16s* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_C1R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_C3R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_C4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_AC4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_P3R(const Rok64f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+
 /* ---- geometry_resize ---- */
 
 /* Scales the rectangle srcRoi of the source image into the rectangle dstRoi */
