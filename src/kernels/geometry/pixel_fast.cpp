@@ -1,22 +1,360 @@
-// Vector blocks of the per-pixel interpolation (see pixel_rules.h for the
-// rule each one reproduces).
+// Vector blocks of the per-pixel interpolation. Each block takes eight
+// positions, finds their taps, and goes on only when every tap (and every
+// byte its loads read beyond them) lies inside the box, where the rule of
+// pixel_rules.h needs no edge treatment; it then computes the same
+// operations in the same order as the rule. Taps are gathered: the source
+// positions of a warp or a remap follow no pattern a load could use.
 #include "kernels/geometry/pixel_fast.h"
 
 #include <immintrin.h>
+
+#include <climits>
+#include <cstdint>
+#include <type_traits>
 
 #include "kernels/geometry/pixel_rules.h"
 
 namespace rok::kernels::pixel {
 
-template <class T, class P>
-Block<T, P> fast_block(const PixelSource<T>&, const PixelRule&) {
-    return nullptr;
+namespace {
+
+// How far inside the box a block's integer positions must lie: ix in
+// [x0 + left, x1 - right], iy in [y0 + top, y1 - bottom].
+struct Margins {
+    int left, right, top, bottom;
+};
+
+// The source and the inner range, as vectors, for the blocks of one row.
+struct Ctx {
+    const std::uint8_t* base;  // byte 0 of pixel (0, 0)
+    __m256i step;              // bytes from a row to the next
+    __m256i lox, hix, loy, hiy;
+};
+
+inline bool inner(const Ctx& c, __m256i ix, __m256i iy) {
+    const __m256i out = _mm256_or_si256(_mm256_or_si256(_mm256_cmpgt_epi32(c.lox, ix), _mm256_cmpgt_epi32(ix, c.hix)),
+                                        _mm256_or_si256(_mm256_cmpgt_epi32(c.loy, iy), _mm256_cmpgt_epi32(iy, c.hiy)));
+    return _mm256_testz_si256(out, out);
 }
 
-template Block<Rok8u, float> fast_block<Rok8u, float>(const PixelSource<Rok8u>&, const PixelRule&);
-template Block<Rok16u, float> fast_block<Rok16u, float>(const PixelSource<Rok16u>&, const PixelRule&);
-template Block<Rok16s, float> fast_block<Rok16s, float>(const PixelSource<Rok16s>&, const PixelRule&);
-template Block<Rok32f, float> fast_block<Rok32f, float>(const PixelSource<Rok32f>&, const PixelRule&);
-template Block<Rok64f, double> fast_block<Rok64f, double>(const PixelSource<Rok64f>&, const PixelRule&);
+// floor(p) as integers and p - floor(p); a position that is not a number or
+// beyond 32-bit integers gives INT_MIN, which no box contains.
+inline __m256i floor_split(__m256 p, __m256* t) {
+    const __m256 f = _mm256_floor_ps(p);
+    *t = _mm256_sub_ps(p, f);
+    return _mm256_cvttps_epi32(f);
+}
+
+// The nearest pixel: ceil(p - 0.5), the lower one on a tie.
+inline __m256i nearest8(__m256 p) { return _mm256_cvttps_epi32(_mm256_ceil_ps(_mm256_sub_ps(p, _mm256_set1_ps(0.5f)))); }
+
+// Whether the block is inner judged by floor(x) and floor(y), which also
+// keeps every position inside the box; the nearest pixels then lie in
+// [floor, floor + 1].
+inline bool inner_nearest(const Ctx& c, __m256 x, __m256 y) {
+    __m256 t;
+    const __m256i ix = floor_split(x, &t), iy = floor_split(y, &t);
+    return inner(c, ix, iy);
+}
+
+inline __m256i offsets(const Ctx& c, __m256i ix, __m256i iy, int pixelBytes) {
+    return _mm256_add_epi32(_mm256_mullo_epi32(iy, c.step), _mm256_mullo_epi32(ix, _mm256_set1_epi32(pixelBytes)));
+}
+
+inline __m256i gather(const Ctx& c, __m256i off) {
+    return _mm256_i32gather_epi32(reinterpret_cast<const int*>(c.base), off, 1);
+}
+
+// Eight 32-bit results (0..255 or saturated) to eight bytes.
+inline void store8(__m256i v, std::uint8_t* d) {
+    const __m256i b = _mm256_packus_epi16(_mm256_packus_epi32(v, v), v);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(d),
+                     _mm_unpacklo_epi32(_mm256_castsi256_si128(b), _mm256_extracti128_si256(b, 1)));
+}
+
+// 8-bit weights of the fixed-point bilinear rule: (16384 - f) | f << 16.
+inline __m256i pair_weights(__m256 t) {
+    const __m256i f = _mm256_cvtps_epi32(_mm256_mul_ps(t, _mm256_set1_ps(float(kOne))));
+    return _mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(kOne), f), _mm256_slli_epi32(f, 16));
+}
+
+// h = (a (16384 - fx) + b fx + 128) >> 8 from 16-bit pairs (a, b).
+inline __m256i fixed_across(__m256i pairs, __m256i w) {
+    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(pairs, w), _mm256_set1_epi32(128)), 8);
+}
+// (h0 (16384 - fy) + h1 fy + 2^19) >> 20.
+inline __m256i fixed_down(__m256i h0, __m256i h1, __m256i w) {
+    const __m256i pairs = _mm256_or_si256(h0, _mm256_slli_epi32(h1, 16));
+    return _mm256_srai_epi32(_mm256_add_epi32(_mm256_madd_epi16(pairs, w), _mm256_set1_epi32(1 << 19)), 20);
+}
+
+// ---- 8-bit bilinear ----
+
+// One channel: a dword at each tap holds the pair (a, b).
+struct Linear8C1 {
+    static Margins margins() { return {0, 3, 0, 1}; }
+    static bool block(const Ctx& c, const float* xs, const float* ys, std::uint8_t* d) {
+        __m256 tx, ty;
+        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
+        if (!inner(c, ix, iy)) return false;
+        const __m256i off = offsets(c, ix, iy, 1);
+        const __m256i spread = _mm256_setr_epi8(0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1, 0, -1, 1, -1,
+                                                4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1);
+        const __m256i r0 = _mm256_shuffle_epi8(gather(c, off), spread);
+        const __m256i r1 = _mm256_shuffle_epi8(gather(c, _mm256_add_epi32(off, c.step)), spread);
+        const __m256i wx = pair_weights(tx);
+        store8(fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), pair_weights(ty)), d);
+        return true;
+    }
+};
+
+// Three or four channels: a dword per tap pixel, the pixels' channels paired
+// with their right neighbours' and weighed two pixels per register.
+template <int NC>
+struct Linear8 {
+    static Margins margins() { return {0, NC == 3 ? 2 : 1, 0, 1}; }
+    static bool block(const Ctx& c, const float* xs, const float* ys, std::uint8_t* d) {
+        __m256 tx, ty;
+        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
+        if (!inner(c, ix, iy)) return false;
+        const __m256i off = offsets(c, ix, iy, NC), next = _mm256_set1_epi32(NC);
+        const __m256i a = gather(c, off), b = gather(c, _mm256_add_epi32(off, next));
+        const __m256i off1 = _mm256_add_epi32(off, c.step);
+        const __m256i e = gather(c, off1), f = gather(c, _mm256_add_epi32(off1, next));
+        const __m256i wx = pair_weights(tx), wy = pair_weights(ty), zero = _mm256_setzero_si256();
+        // Pixel k in lane 0 and pixel k + 4 in lane 1 of each result.
+        const __m256i ab[2] = {_mm256_unpacklo_epi8(a, b), _mm256_unpackhi_epi8(a, b)};
+        const __m256i ef[2] = {_mm256_unpacklo_epi8(e, f), _mm256_unpackhi_epi8(e, f)};
+        __m256i v[4];
+        for (int k = 0; k < 4; ++k) {
+            const __m256i sel = _mm256_setr_epi32(k, k, k, k, k + 4, k + 4, k + 4, k + 4);
+            const __m256i top = (k & 1) ? _mm256_unpackhi_epi8(ab[k / 2], zero) : _mm256_unpacklo_epi8(ab[k / 2], zero);
+            const __m256i bot = (k & 1) ? _mm256_unpackhi_epi8(ef[k / 2], zero) : _mm256_unpacklo_epi8(ef[k / 2], zero);
+            const __m256i w = _mm256_permutevar8x32_epi32(wx, sel);
+            v[k] = fixed_down(fixed_across(top, w), fixed_across(bot, w), _mm256_permutevar8x32_epi32(wy, sel));
+        }
+        // Pixels 0..3 in lane 0 and 4..7 in lane 1, four bytes each.
+        const __m256i px = _mm256_packus_epi16(_mm256_packus_epi32(v[0], v[1]), _mm256_packus_epi32(v[2], v[3]));
+        store_pixels(px, d);
+        return true;
+    }
+    static void store_pixels(__m256i px, std::uint8_t* d) {
+        if constexpr (NC == 4) {
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), px);
+        } else {
+            const __m256i drop = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6,
+                                                  8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+            const __m256i packed =
+                _mm256_permutevar8x32_epi32(_mm256_shuffle_epi8(px, drop), _mm256_setr_epi32(0, 1, 2, 4, 5, 6, 3, 7));
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(d), _mm256_castsi256_si128(packed));
+            _mm_storel_epi64(reinterpret_cast<__m128i*>(d + 16), _mm256_extracti128_si256(packed, 1));
+        }
+    }
+};
+
+// ---- 8-bit nearest neighbour ----
+
+// Margins one wider than the bytes a nearest pixel's load reads, for the
+// floor the inner test takes.
+template <int NC>
+struct Nearest8 {
+    static Margins margins() { return {0, NC == 1 ? 4 : NC == 3 ? 2 : 1, 0, 1}; }
+    static bool block(const Ctx& c, const float* xs, const float* ys, std::uint8_t* d) {
+        const __m256 x = _mm256_loadu_ps(xs), y = _mm256_loadu_ps(ys);
+        if (!inner_nearest(c, x, y)) return false;
+        const __m256i g = gather(c, offsets(c, nearest8(x), nearest8(y), NC));
+        if constexpr (NC == 1) {
+            store8(_mm256_and_si256(g, _mm256_set1_epi32(0xFF)), d);
+        } else {
+            Linear8<NC>::store_pixels(g, d);
+        }
+        return true;
+    }
+};
+
+// ---- 8-bit cubic and Catmull-Rom, one channel ----
+
+template <class V>
+inline void cubic_weights8(int method, V t, V* w);
+
+// The weights of cubic_weights, the same operations on eight lanes.
+template <>
+inline void cubic_weights8<__m256>(int method, __m256 t, __m256* w) {
+    auto mul = _mm256_mul_ps;
+    auto add = _mm256_add_ps;
+    auto sub = _mm256_sub_ps;
+    auto k = _mm256_set1_ps;
+    if (method == rok::geometry::kCubic) {
+        const __m256 a = add(t, k(1)), b = sub(t, k(1)), c = sub(t, k(2));
+        const __m256 sixth = k(float(1.0 / 6.0)), half = k(0.5f), sign = k(-0.0f);
+        w[0] = mul(_mm256_xor_ps(mul(mul(t, b), c), sign), sixth);
+        w[1] = mul(mul(mul(a, b), c), half);
+        w[2] = mul(_mm256_xor_ps(mul(mul(a, t), c), sign), half);
+        w[3] = mul(mul(mul(a, t), b), sixth);
+    } else {
+        const __m256 s = sub(k(1), t);
+        w[0] = mul(mul(mul(k(-0.5f), t), s), s);
+        w[1] = add(mul(mul(sub(mul(k(1.5f), t), k(2.5f)), t), t), k(1));
+        w[2] = mul(add(mul(add(mul(k(-1.5f), t), k(2)), t), k(0.5f)), t);
+        w[3] = mul(mul(mul(k(-0.5f), t), t), s);
+    }
+}
+
+// A row of four taps: ((w0 s0 + w1 s1) + w2 s2) + w3 s3.
+inline __m256 across4(const __m256* w, __m256 s0, __m256 s1, __m256 s2, __m256 s3) {
+    __m256 h = _mm256_mul_ps(w[0], s0);
+    h = _mm256_add_ps(h, _mm256_mul_ps(w[1], s1));
+    h = _mm256_add_ps(h, _mm256_mul_ps(w[2], s2));
+    return _mm256_add_ps(h, _mm256_mul_ps(w[3], s3));
+}
+
+template <int Method>
+struct Cubic8C1 {
+    static Margins margins() { return {1, 2, 1, 2}; }
+    static bool block(const Ctx& c, const float* xs, const float* ys, std::uint8_t* d) {
+        __m256 tx, ty;
+        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
+        if (!inner(c, ix, iy)) return false;
+        __m256 wx[4], wy[4];
+        cubic_weights8(Method, tx, wx);
+        cubic_weights8(Method, ty, wy);
+        __m256i off = offsets(c, _mm256_sub_epi32(ix, _mm256_set1_epi32(1)), _mm256_sub_epi32(iy, _mm256_set1_epi32(1)), 1);
+        const __m256i byte = _mm256_set1_epi32(0xFF);
+        __m256 v = _mm256_setzero_ps();
+        for (int r = 0; r < 4; ++r, off = _mm256_add_epi32(off, c.step)) {
+            const __m256i g = gather(c, off);
+            const __m256 h = across4(wx, _mm256_cvtepi32_ps(_mm256_and_si256(g, byte)),
+                                     _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(g, 8), byte)),
+                                     _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(g, 16), byte)),
+                                     _mm256_cvtepi32_ps(_mm256_srli_epi32(g, 24)));
+            v = r == 0 ? _mm256_mul_ps(wy[0], h) : _mm256_add_ps(v, _mm256_mul_ps(wy[r], h));
+        }
+        store8(_mm256_cvtps_epi32(v), d);
+        return true;
+    }
+};
+
+// ---- 32-bit float, one channel ----
+
+inline __m256 gatherf(const Ctx& c, __m256i off) {
+    return _mm256_i32gather_ps(reinterpret_cast<const float*>(c.base), off, 1);
+}
+
+struct LinearF {
+    static Margins margins() { return {0, 1, 0, 1}; }
+    static bool block(const Ctx& c, const float* xs, const float* ys, float* d) {
+        __m256 tx, ty;
+        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
+        if (!inner(c, ix, iy)) return false;
+        const __m256i off = offsets(c, ix, iy, 4), four = _mm256_set1_epi32(4);
+        const __m256i off1 = _mm256_add_epi32(off, c.step);
+        const __m256 a = gatherf(c, off), b = gatherf(c, _mm256_add_epi32(off, four));
+        const __m256 e = gatherf(c, off1), f = gatherf(c, _mm256_add_epi32(off1, four));
+        const __m256 h0 = _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), tx));
+        const __m256 h1 = _mm256_add_ps(e, _mm256_mul_ps(_mm256_sub_ps(f, e), tx));
+        _mm256_storeu_ps(d, _mm256_add_ps(h0, _mm256_mul_ps(_mm256_sub_ps(h1, h0), ty)));
+        return true;
+    }
+};
+
+struct NearestF {
+    static Margins margins() { return {0, 1, 0, 1}; }
+    static bool block(const Ctx& c, const float* xs, const float* ys, float* d) {
+        const __m256 x = _mm256_loadu_ps(xs), y = _mm256_loadu_ps(ys);
+        if (!inner_nearest(c, x, y)) return false;
+        _mm256_storeu_ps(d, gatherf(c, offsets(c, nearest8(x), nearest8(y), 4)));
+        return true;
+    }
+};
+
+template <int Method>
+struct CubicF {
+    static Margins margins() { return {1, 2, 1, 2}; }
+    static bool block(const Ctx& c, const float* xs, const float* ys, float* d) {
+        __m256 tx, ty;
+        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
+        if (!inner(c, ix, iy)) return false;
+        __m256 wx[4], wy[4];
+        cubic_weights8(Method, tx, wx);
+        cubic_weights8(Method, ty, wy);
+        __m256i off = offsets(c, _mm256_sub_epi32(ix, _mm256_set1_epi32(1)), _mm256_sub_epi32(iy, _mm256_set1_epi32(1)), 4);
+        const __m256i four = _mm256_set1_epi32(4), eight = _mm256_set1_epi32(8), twelve = _mm256_set1_epi32(12);
+        __m256 v = _mm256_setzero_ps();
+        for (int r = 0; r < 4; ++r, off = _mm256_add_epi32(off, c.step)) {
+            const __m256 h = across4(wx, gatherf(c, off), gatherf(c, _mm256_add_epi32(off, four)),
+                                     gatherf(c, _mm256_add_epi32(off, eight)), gatherf(c, _mm256_add_epi32(off, twelve)));
+            v = r == 0 ? _mm256_mul_ps(wy[0], h) : _mm256_add_ps(v, _mm256_mul_ps(wy[r], h));
+        }
+        _mm256_storeu_ps(d, v);
+        return true;
+    }
+};
+
+// Runs the blocks of kernel K over the pixels, the rule where a block is not
+// inner and for the tail.
+template <class K, class T>
+void blocks(const PixelSource<T>& src, const PixelRule& rule, const float* xs, const float* ys, int n, T* dst) {
+    Margins m = K::margins();
+    if (rule.smooth) {
+        // Inner pixels then lie half a pixel inside every edge, where the
+        // smooth edge leaves them as they are.
+        m.left = m.left > 1 ? m.left : 1, m.top = m.top > 1 ? m.top : 1;
+        m.right = m.right > 2 ? m.right : 2, m.bottom = m.bottom > 2 ? m.bottom : 2;
+    }
+    const Ctx c{reinterpret_cast<const std::uint8_t*>(src.origin), _mm256_set1_epi32(int(src.step)),
+                _mm256_set1_epi32(src.x0 + m.left),  _mm256_set1_epi32(src.x1 - m.right),
+                _mm256_set1_epi32(src.y0 + m.top),   _mm256_set1_epi32(src.y1 - m.bottom)};
+    const int nc = src.nc;
+    int i = 0;
+    for (; i + 8 <= n; i += 8)
+        if (!K::block(c, xs + i, ys + i, dst + std::ptrdiff_t(i) * nc))
+            for (int j = i; j < i + 8; ++j) pixel(src, rule, xs[j], ys[j], dst + std::ptrdiff_t(j) * nc);
+    for (; i < n; ++i) pixel(src, rule, xs[i], ys[i], dst + std::ptrdiff_t(i) * nc);
+}
+
+// Byte offsets of the box's far corner (plus the widest read) fit 32 bits.
+template <class T>
+bool addressable(const PixelSource<T>& s) {
+    return s.step > 0 && (long long)(s.y1 + 3) * s.step + (long long)(s.x1 + 4) * s.nc * sizeof(T) < INT_MAX;
+}
+
+}  // namespace
+
+template <class T, class P>
+bool fast_row(const PixelSource<T>& src, const PixelRule& rule, const P* xs, const P* ys, int n, T* dst) {
+    if constexpr (std::is_same_v<P, float> && (std::is_same_v<T, Rok8u> || std::is_same_v<T, Rok32f>)) {
+        if (!addressable(src)) return false;
+        const int m = rule.method, nc = src.nc;
+        if constexpr (std::is_same_v<T, Rok8u>) {
+            if (m == rok::geometry::kLinear)
+                return nc == 1 ? (blocks<Linear8C1>(src, rule, xs, ys, n, dst), true)
+                       : nc == 3 ? (blocks<Linear8<3>>(src, rule, xs, ys, n, dst), true)
+                                 : (blocks<Linear8<4>>(src, rule, xs, ys, n, dst), true);
+            if (m == rok::geometry::kNearest)
+                return nc == 1 ? (blocks<Nearest8<1>>(src, rule, xs, ys, n, dst), true)
+                       : nc == 3 ? (blocks<Nearest8<3>>(src, rule, xs, ys, n, dst), true)
+                                 : (blocks<Nearest8<4>>(src, rule, xs, ys, n, dst), true);
+            if (nc == 1 && m == rok::geometry::kCubic) return blocks<Cubic8C1<4>>(src, rule, xs, ys, n, dst), true;
+            if (nc == 1 && m == rok::geometry::kCatmullRom) return blocks<Cubic8C1<6>>(src, rule, xs, ys, n, dst), true;
+        } else if (nc == 1) {
+            if (m == rok::geometry::kLinear) return blocks<LinearF>(src, rule, xs, ys, n, dst), true;
+            if (m == rok::geometry::kNearest) return blocks<NearestF>(src, rule, xs, ys, n, dst), true;
+            if (m == rok::geometry::kCubic) return blocks<CubicF<4>>(src, rule, xs, ys, n, dst), true;
+            if (m == rok::geometry::kCatmullRom) return blocks<CubicF<6>>(src, rule, xs, ys, n, dst), true;
+        }
+    }
+    return false;
+}
+
+template bool fast_row<Rok8u, float>(const PixelSource<Rok8u>&, const PixelRule&, const float*, const float*, int,
+                                     Rok8u*);
+template bool fast_row<Rok16u, float>(const PixelSource<Rok16u>&, const PixelRule&, const float*, const float*, int,
+                                      Rok16u*);
+template bool fast_row<Rok16s, float>(const PixelSource<Rok16s>&, const PixelRule&, const float*, const float*, int,
+                                      Rok16s*);
+template bool fast_row<Rok32f, float>(const PixelSource<Rok32f>&, const PixelRule&, const float*, const float*, int,
+                                      Rok32f*);
+template bool fast_row<Rok64f, double>(const PixelSource<Rok64f>&, const PixelRule&, const double*, const double*,
+                                       int, Rok64f*);
 
 }  // namespace rok::kernels::pixel

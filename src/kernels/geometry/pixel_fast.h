@@ -7,14 +7,12 @@
 
 namespace rok::kernels::pixel {
 
-// Computes the eight pixels at xs[0..7], ys[0..7] into dst and returns true
-// when every tap they read lies inside the box (so the rule needs no edge
-// treatment); returns false, writing nothing, otherwise.
+// Interpolates n pixels: each block of eight whose taps (and the bytes the
+// vector loads read with them) all lie inside the box goes through the
+// vector body, every other pixel through the rule of pixel_rules.h, with the
+// same results. Returns false, doing nothing, where no vector body serves
+// this source and rule.
 template <class T, class P>
-using Block = bool (*)(const PixelSource<T>& src, const P* xs, const P* ys, T* dst);
-
-// The block for this source and rule, or null where there is none.
-template <class T, class P>
-Block<T, P> fast_block(const PixelSource<T>& src, const PixelRule& rule);
+bool fast_row(const PixelSource<T>& src, const PixelRule& rule, const P* xs, const P* ys, int n, T* dst);
 
 }  // namespace rok::kernels::pixel

@@ -12,15 +12,8 @@ namespace rok::kernels {
 
 template <class T, class P>
 void interpolate_pixels(const PixelSource<T>& src, const PixelRule& rule, const P* xs, const P* ys, int n, T* dst) {
-    int i = 0;
-    if (const auto block = pixel::fast_block<T, P>(src, rule)) {
-        // Blocks of eight whose taps all lie inside take the vector body;
-        // the others, and the tail, go pixel by pixel.
-        for (; i + 8 <= n; i += 8)
-            if (!block(src, xs + i, ys + i, dst + std::ptrdiff_t(i) * src.nc))
-                for (int j = i; j < i + 8; ++j) pixel::pixel(src, rule, xs[j], ys[j], dst + std::ptrdiff_t(j) * src.nc);
-    }
-    for (; i < n; ++i) pixel::pixel(src, rule, xs[i], ys[i], dst + std::ptrdiff_t(i) * src.nc);
+    if (pixel::fast_row(src, rule, xs, ys, n, dst)) return;
+    for (int i = 0; i < n; ++i) pixel::pixel(src, rule, xs[i], ys[i], dst + std::ptrdiff_t(i) * src.nc);
 }
 
 template <class P>
