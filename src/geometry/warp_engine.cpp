@@ -23,37 +23,39 @@ using Pos = std::conditional_t<std::is_same_v<T, Rok64f>, double, float>;
 
 constexpr int kBlock = kAc4BlockPixels;
 
-// Source positions of destination pixels x .. x + n - 1 of row y.
-template <class P>
-void positions(const WarpPlan& p, int x, int y, int n, P* xs, P* ys) {
+// The inverse map along row y, where it has a closed form.
+bool row_map(const WarpPlan& p, int y, kernels::RowMap* m) {
     const auto& c = p.map.c;
     const double v = y;
     switch (p.inverse) {
         case Inverse::Affine:
-            kernels::affine_positions(c[0][0], c[0][1] * v + c[0][2], c[1][0], c[1][1] * v + c[1][2], x, n, xs, ys);
-            break;
+            *m = {false, {c[0][0], c[0][1] * v + c[0][2]}, {c[1][0], c[1][1] * v + c[1][2]}, {0.0, 1.0}};
+            return true;
         case Inverse::Bilinear:
-            kernels::affine_positions(c[0][0] * v + c[0][1], c[0][2] * v + c[0][3], c[1][0] * v + c[1][1],
-                                      c[1][2] * v + c[1][3], x, n, xs, ys);
-            break;
-        case Inverse::Perspective: {
-            const double nx[2] = {c[0][0], c[0][1] * v + c[0][2]}, ny[2] = {c[1][0], c[1][1] * v + c[1][2]};
-            const double den[2] = {c[2][0], c[2][1] * v + c[2][2]};
-            kernels::perspective_positions(nx, ny, den, x, n, xs, ys);
-            break;
-        }
-        case Inverse::BilinearSolve:
-            // No closed form along the row: a quadratic at every pixel. One
-            // without a preimage goes to the box's corner.
-            for (int i = 0; i < n; ++i) {
-                double sx = p.bx0, sy = p.by0;
-                bilinear_preimage(p.map, double(x) + i, v, p.bx0, p.by0, p.bx1, p.by1, &sx, &sy);
-                xs[i] = P(sx), ys[i] = P(sy);
-            }
-            break;
+            *m = {false, {c[0][0] * v + c[0][1], c[0][2] * v + c[0][3]}, {c[1][0] * v + c[1][1], c[1][2] * v + c[1][3]},
+                  {0.0, 1.0}};
+            return true;
+        case Inverse::Perspective:
+            *m = {true, {c[0][0], c[0][1] * v + c[0][2]}, {c[1][0], c[1][1] * v + c[1][2]}, {c[2][0], c[2][1] * v + c[2][2]}};
+            return true;
+        default:
+            return false;
     }
 }
 
+// Source positions of the forward bilinear map, solved at every pixel: a
+// pixel without a preimage goes to the box's corner.
+template <class P>
+void solved_positions(const WarpPlan& p, int x, int y, int n, P* xs, P* ys) {
+    for (int i = 0; i < n; ++i) {
+        double sx = p.bx0, sy = p.by0;
+        bilinear_preimage(p.map, double(x) + i, y, p.bx0, p.by0, p.bx1, p.by1, &sx, &sy);
+        xs[i] = P(sx), ys[i] = P(sy);
+    }
+}
+
+// Rows top to bottom, each span left to right: one destination row reads
+// source pixels that the next row mostly reads again.
 template <class T>
 void interpolate_spans(const WarpPlan& p) {
     using P = Pos<T>;
@@ -66,17 +68,24 @@ void interpolate_spans(const WarpPlan& p) {
     alignas(32) P xs[kBlock], ys[kBlock];
     for (int r = 0; r < p.rows; ++r) {
         const int y = p.firstRow + r, left = p.spans[2 * r], right = p.spans[2 * r + 1];
+        kernels::RowMap m;
+        const bool closed = row_map(p, y, &m);
         for (int x = left; x <= right; x += kBlock) {
             const int n = std::min(kBlock, right - x + 1);
-            positions(p, x, y, n, xs, ys);
+            if (!closed) solved_positions(p, x, y, n, xs, ys);
+            // Pixels x + i .. x + i + count - 1 into out.
+            auto run = [&](const kernels::PixelSource<T>& s, int i, int count, T* out) {
+                if (closed)
+                    kernels::interpolate_row(s, rule, m, x + i, count, out);
+                else
+                    kernels::interpolate_pixels(s, rule, xs + i, ys + i, count, out);
+            };
             for (int k = 0; k < im.planes; ++k) {
                 T* d = row(static_cast<T*>(im.dst[k]), im.dstStep, y) + std::ptrdiff_t(x) * nc;
                 if (im.ac4)
-                    ac4_row_update(d, n, [&](T* block, int, int) {
-                        kernels::interpolate_pixels(src[k], rule, xs, ys, n, block);
-                    });
+                    ac4_row_update(d, n, [&](T* block, int i, int count) { run(src[k], i, count, block); });
                 else
-                    kernels::interpolate_pixels(src[k], rule, xs, ys, n, d);
+                    run(src[k], 0, n, d);
             }
         }
     }

@@ -75,7 +75,8 @@ inline void store8(__m256i v, std::uint8_t* d) {
 // 8-bit weights of the fixed-point bilinear rule: (16384 - f) | f << 16.
 inline __m256i pair_weights(__m256 t) {
     const __m256i f = _mm256_cvtps_epi32(_mm256_mul_ps(t, _mm256_set1_ps(float(kOne))));
-    return _mm256_or_si256(_mm256_sub_epi32(_mm256_set1_epi32(kOne), f), _mm256_slli_epi32(f, 16));
+    // (16384 - f) + f * 65536 = 16384 + f * 65535.
+    return _mm256_add_epi32(_mm256_mullo_epi32(f, _mm256_set1_epi32(0xFFFF)), _mm256_set1_epi32(kOne));
 }
 
 // h = (a (16384 - fx) + b fx + 128) >> 8 from 16-bit pairs (a, b).
@@ -93,10 +94,11 @@ inline __m256i fixed_down(__m256i h0, __m256i h1, __m256i w) {
 // One channel: a dword at each tap holds the pair (a, b).
 struct Linear8C1 {
     static Margins margins() { return {0, 3, 0, 1}; }
-    static bool block(const Ctx& c, const float* xs, const float* ys, std::uint8_t* d) {
+    template <bool Check>
+    [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, std::uint8_t* d) {
         __m256 tx, ty;
-        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
-        if (!inner(c, ix, iy)) return false;
+        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
+        if (Check && !inner(c, ix, iy)) return false;
         const __m256i off = offsets(c, ix, iy, 1);
         const __m256i spread = _mm256_setr_epi8(0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1, 0, -1, 1, -1,
                                                 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1);
@@ -113,10 +115,11 @@ struct Linear8C1 {
 template <int NC>
 struct Linear8 {
     static Margins margins() { return {0, NC == 3 ? 2 : 1, 0, 1}; }
-    static bool block(const Ctx& c, const float* xs, const float* ys, std::uint8_t* d) {
+    template <bool Check>
+    [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, std::uint8_t* d) {
         __m256 tx, ty;
-        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
-        if (!inner(c, ix, iy)) return false;
+        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
+        if (Check && !inner(c, ix, iy)) return false;
         const __m256i off = offsets(c, ix, iy, NC), next = _mm256_set1_epi32(NC);
         const __m256i a = gather(c, off), b = gather(c, _mm256_add_epi32(off, next));
         const __m256i off1 = _mm256_add_epi32(off, c.step);
@@ -159,9 +162,9 @@ struct Linear8 {
 template <int NC>
 struct Nearest8 {
     static Margins margins() { return {0, NC == 1 ? 4 : NC == 3 ? 2 : 1, 0, 1}; }
-    static bool block(const Ctx& c, const float* xs, const float* ys, std::uint8_t* d) {
-        const __m256 x = _mm256_loadu_ps(xs), y = _mm256_loadu_ps(ys);
-        if (!inner_nearest(c, x, y)) return false;
+    template <bool Check>
+    [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, std::uint8_t* d) {
+        if (Check && !inner_nearest(c, x, y)) return false;
         const __m256i g = gather(c, offsets(c, nearest8(x), nearest8(y), NC));
         if constexpr (NC == 1) {
             store8(_mm256_and_si256(g, _mm256_set1_epi32(0xFF)), d);
@@ -211,10 +214,11 @@ inline __m256 across4(const __m256* w, __m256 s0, __m256 s1, __m256 s2, __m256 s
 template <int Method>
 struct Cubic8C1 {
     static Margins margins() { return {1, 2, 1, 2}; }
-    static bool block(const Ctx& c, const float* xs, const float* ys, std::uint8_t* d) {
+    template <bool Check>
+    [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, std::uint8_t* d) {
         __m256 tx, ty;
-        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
-        if (!inner(c, ix, iy)) return false;
+        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
+        if (Check && !inner(c, ix, iy)) return false;
         __m256 wx[4], wy[4];
         cubic_weights8(Method, tx, wx);
         cubic_weights8(Method, ty, wy);
@@ -234,6 +238,45 @@ struct Cubic8C1 {
     }
 };
 
+// Three or four channels: a dword per tap pixel (three channels and the next
+// pixel's first byte, or four), each channel weighed across eight pixels at
+// once; the results are packed back into pixels.
+template <int Method, int NC>
+struct Cubic8 {
+    static Margins margins() { return {1, NC == 3 ? 3 : 2, 1, 2}; }
+    template <bool Check>
+    [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, std::uint8_t* d) {
+        __m256 tx, ty;
+        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
+        if (Check && !inner(c, ix, iy)) return false;
+        __m256 wx[4], wy[4];
+        cubic_weights8(Method, tx, wx);
+        cubic_weights8(Method, ty, wy);
+        __m256i off = offsets(c, _mm256_sub_epi32(ix, _mm256_set1_epi32(1)), _mm256_sub_epi32(iy, _mm256_set1_epi32(1)), NC);
+        const __m256i byte = _mm256_set1_epi32(0xFF);
+        __m256 v[4] = {};
+        for (int r = 0; r < 4; ++r, off = _mm256_add_epi32(off, c.step)) {
+            __m256i g[4];
+            for (int k = 0; k < 4; ++k) g[k] = gather(c, _mm256_add_epi32(off, _mm256_set1_epi32(k * NC)));
+            for (int ch = 0; ch < NC; ++ch) {
+                __m256 s[4];
+                for (int k = 0; k < 4; ++k) s[k] = _mm256_cvtepi32_ps(_mm256_and_si256(_mm256_srli_epi32(g[k], 8 * ch), byte));
+                const __m256 h = across4(wx, s[0], s[1], s[2], s[3]);
+                v[ch] = r == 0 ? _mm256_mul_ps(wy[0], h) : _mm256_add_ps(v[ch], _mm256_mul_ps(wy[r], h));
+            }
+        }
+        // Rounded, saturated and put together as one dword per pixel.
+        const __m256i lo = _mm256_setzero_si256(), hi = _mm256_set1_epi32(255);
+        __m256i px = _mm256_setzero_si256();
+        for (int ch = 0; ch < NC; ++ch) {
+            const __m256i q = _mm256_min_epi32(_mm256_max_epi32(_mm256_cvtps_epi32(v[ch]), lo), hi);
+            px = _mm256_or_si256(px, _mm256_slli_epi32(q, 8 * ch));
+        }
+        Linear8<NC>::store_pixels(px, d);
+        return true;
+    }
+};
+
 // ---- 32-bit float, one channel ----
 
 inline __m256 gatherf(const Ctx& c, __m256i off) {
@@ -242,10 +285,11 @@ inline __m256 gatherf(const Ctx& c, __m256i off) {
 
 struct LinearF {
     static Margins margins() { return {0, 1, 0, 1}; }
-    static bool block(const Ctx& c, const float* xs, const float* ys, float* d) {
+    template <bool Check>
+    [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, float* d) {
         __m256 tx, ty;
-        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
-        if (!inner(c, ix, iy)) return false;
+        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
+        if (Check && !inner(c, ix, iy)) return false;
         const __m256i off = offsets(c, ix, iy, 4), four = _mm256_set1_epi32(4);
         const __m256i off1 = _mm256_add_epi32(off, c.step);
         const __m256 a = gatherf(c, off), b = gatherf(c, _mm256_add_epi32(off, four));
@@ -259,9 +303,9 @@ struct LinearF {
 
 struct NearestF {
     static Margins margins() { return {0, 1, 0, 1}; }
-    static bool block(const Ctx& c, const float* xs, const float* ys, float* d) {
-        const __m256 x = _mm256_loadu_ps(xs), y = _mm256_loadu_ps(ys);
-        if (!inner_nearest(c, x, y)) return false;
+    template <bool Check>
+    [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, float* d) {
+        if (Check && !inner_nearest(c, x, y)) return false;
         _mm256_storeu_ps(d, gatherf(c, offsets(c, nearest8(x), nearest8(y), 4)));
         return true;
     }
@@ -270,10 +314,11 @@ struct NearestF {
 template <int Method>
 struct CubicF {
     static Margins margins() { return {1, 2, 1, 2}; }
-    static bool block(const Ctx& c, const float* xs, const float* ys, float* d) {
+    template <bool Check>
+    [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, float* d) {
         __m256 tx, ty;
-        const __m256i ix = floor_split(_mm256_loadu_ps(xs), &tx), iy = floor_split(_mm256_loadu_ps(ys), &ty);
-        if (!inner(c, ix, iy)) return false;
+        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
+        if (Check && !inner(c, ix, iy)) return false;
         __m256 wx[4], wy[4];
         cubic_weights8(Method, tx, wx);
         cubic_weights8(Method, ty, wy);
@@ -290,10 +335,65 @@ struct CubicF {
     }
 };
 
+// Positions read from two arrays (remap, and warps whose map has no
+// closed form along a row).
+struct ArrayPositions {
+    static constexpr bool kMonotone = false;
+    const float* xs;
+    const float* ys;
+    [[gnu::always_inline]] void block(int i, __m256* x, __m256* y) const {
+        *x = _mm256_loadu_ps(xs + i), *y = _mm256_loadu_ps(ys + i);
+    }
+    void at(int i, float* x, float* y) const { *x = xs[i], *y = ys[i]; }
+};
+
+// Positions of a warp's map along a row, generated in the registers, the
+// operations of map_position.
+template <bool Perspective>
+class RowPositions {
+public:
+    // An affine row's positions, correctly rounded from a linear function,
+    // never turn back: the blocks whose taps lie inside form one run.
+    static constexpr bool kMonotone = !Perspective;
+
+    RowPositions(const RowMap& m, int x)
+        : m_(m), x_(x), base_(_mm256_add_pd(_mm256_set1_pd(double(x)), _mm256_setr_pd(0, 1, 2, 3))),
+          ax_(_mm256_set1_pd(m.nx[0])), bx_(_mm256_set1_pd(m.nx[1])), ay_(_mm256_set1_pd(m.ny[0])),
+          by_(_mm256_set1_pd(m.ny[1])), ad_(_mm256_set1_pd(m.den[0])), bd_(_mm256_set1_pd(m.den[1])) {}
+
+    [[gnu::always_inline]] void block(int i, __m256* px, __m256* py) const {
+        const __m256d u0 = _mm256_add_pd(base_, _mm256_set1_pd(double(i)));
+        const __m256d u1 = _mm256_add_pd(u0, _mm256_set1_pd(4.0));
+        if constexpr (Perspective) {
+            const __m256d one = _mm256_set1_pd(1.0);
+            const __m256d r0 = _mm256_div_pd(one, _mm256_fmadd_pd(ad_, u0, bd_));
+            const __m256d r1 = _mm256_div_pd(one, _mm256_fmadd_pd(ad_, u1, bd_));
+            *px = _mm256_set_m128(coordinate(ax_, bx_, u1, r1), coordinate(ax_, bx_, u0, r0));
+            *py = _mm256_set_m128(coordinate(ay_, by_, u1, r1), coordinate(ay_, by_, u0, r0));
+        } else {
+            *px = _mm256_set_m128(coordinate(ax_, bx_, u1), coordinate(ax_, bx_, u0));
+            *py = _mm256_set_m128(coordinate(ay_, by_, u1), coordinate(ay_, by_, u0));
+        }
+    }
+    void at(int i, float* px, float* py) const {
+        map_position(m_, double(x_) + i, px, py);
+    }
+
+private:
+    static __m128 coordinate(__m256d a, __m256d b, __m256d u) { return _mm256_cvtpd_ps(_mm256_fmadd_pd(a, u, b)); }
+    static __m128 coordinate(__m256d a, __m256d b, __m256d u, __m256d r) {
+        return _mm256_cvtpd_ps(_mm256_mul_pd(_mm256_fmadd_pd(a, u, b), r));
+    }
+
+    const RowMap& m_;
+    int x_;
+    __m256d base_, ax_, bx_, ay_, by_, ad_, bd_;
+};
+
 // Runs the blocks of kernel K over the pixels, the rule where a block is not
 // inner and for the tail.
-template <class K, class T>
-void blocks(const PixelSource<T>& src, const PixelRule& rule, const float* xs, const float* ys, int n, T* dst) {
+template <class K, class T, class Positions>
+void blocks(const PixelSource<T>& src, const PixelRule& rule, const Positions& pos, int n, T* dst) {
     Margins m = K::margins();
     if (rule.smooth) {
         // Inner pixels then lie half a pixel inside every edge, where the
@@ -305,11 +405,43 @@ void blocks(const PixelSource<T>& src, const PixelRule& rule, const float* xs, c
                 _mm256_set1_epi32(src.x0 + m.left),  _mm256_set1_epi32(src.x1 - m.right),
                 _mm256_set1_epi32(src.y0 + m.top),   _mm256_set1_epi32(src.y1 - m.bottom)};
     const int nc = src.nc;
-    int i = 0;
-    for (; i + 8 <= n; i += 8)
-        if (!K::block(c, xs + i, ys + i, dst + std::ptrdiff_t(i) * nc))
-            for (int j = i; j < i + 8; ++j) pixel(src, rule, xs[j], ys[j], dst + std::ptrdiff_t(j) * nc);
-    for (; i < n; ++i) pixel(src, rule, xs[i], ys[i], dst + std::ptrdiff_t(i) * nc);
+    auto one = [&](int j) {
+        float x, y;
+        pos.at(j, &x, &y);
+        pixel(src, rule, x, y, dst + std::ptrdiff_t(j) * nc);
+    };
+    auto checked = [&](int i) {
+        __m256 x, y;
+        pos.block(i, &x, &y);
+        if (!K::template block<true>(c, x, y, dst + std::ptrdiff_t(i) * nc))
+            for (int j = i; j < i + 8; ++j) one(j);
+    };
+    const int count = n / 8;
+    // Blocks [first, last) known to be inner: where both end pixels of each
+    // are, on a row whose positions never turn back.
+    int first = 0, last = 0;
+    if constexpr (Positions::kMonotone) {
+        const float lox = float(src.x0 + m.left), hix = float(src.x1 - m.right + 1);
+        const float loy = float(src.y0 + m.top), hiy = float(src.y1 - m.bottom + 1);
+        auto in = [&](int j) {
+            float x, y;
+            pos.at(j, &x, &y);
+            return x >= lox && x < hix && y >= loy && y < hiy;  // floor(x) in [x0 + left, x1 - right], ...
+        };
+        if (src.x1 < (1 << 24) && src.y1 < (1 << 24)) {
+            last = count;
+            while (first < last && !(in(8 * first) && in(8 * first + 7))) ++first;
+            while (last > first && !(in(8 * last - 8) && in(8 * last - 1))) --last;
+        }
+    }
+    for (int k = 0; k < first; ++k) checked(8 * k);
+    for (int k = first; k < last; ++k) {
+        __m256 x, y;
+        pos.block(8 * k, &x, &y);
+        K::template block<false>(c, x, y, dst + std::ptrdiff_t(8 * k) * nc);
+    }
+    for (int k = last; k < count; ++k) checked(8 * k);
+    for (int i = 8 * count; i < n; ++i) one(i);
 }
 
 // Byte offsets of the box's far corner (plus the widest read) fit 32 bits.
@@ -318,30 +450,52 @@ bool addressable(const PixelSource<T>& s) {
     return s.step > 0 && (long long)(s.y1 + 3) * s.step + (long long)(s.x1 + 4) * s.nc * sizeof(T) < INT_MAX;
 }
 
+
+// The kernel for the sample type, channels and method, run over pos.
+template <class T, class Positions>
+bool dispatch(const PixelSource<T>& src, const PixelRule& rule, const Positions& pos, int n, T* dst) {
+    if (!addressable(src)) return false;
+    const int m = rule.method, nc = src.nc;
+    if constexpr (std::is_same_v<T, Rok8u>) {
+        if (m == rok::geometry::kLinear)
+            return nc == 1 ? (blocks<Linear8C1>(src, rule, pos, n, dst), true)
+                   : nc == 3 ? (blocks<Linear8<3>>(src, rule, pos, n, dst), true)
+                             : (blocks<Linear8<4>>(src, rule, pos, n, dst), true);
+        if (m == rok::geometry::kNearest)
+            return nc == 1 ? (blocks<Nearest8<1>>(src, rule, pos, n, dst), true)
+                   : nc == 3 ? (blocks<Nearest8<3>>(src, rule, pos, n, dst), true)
+                             : (blocks<Nearest8<4>>(src, rule, pos, n, dst), true);
+        if (m == rok::geometry::kCubic)
+            return nc == 1 ? (blocks<Cubic8C1<4>>(src, rule, pos, n, dst), true)
+                   : nc == 3 ? (blocks<Cubic8<4, 3>>(src, rule, pos, n, dst), true)
+                             : (blocks<Cubic8<4, 4>>(src, rule, pos, n, dst), true);
+        if (m == rok::geometry::kCatmullRom)
+            return nc == 1 ? (blocks<Cubic8C1<6>>(src, rule, pos, n, dst), true)
+                   : nc == 3 ? (blocks<Cubic8<6, 3>>(src, rule, pos, n, dst), true)
+                             : (blocks<Cubic8<6, 4>>(src, rule, pos, n, dst), true);
+    } else if (nc == 1) {
+        if (m == rok::geometry::kLinear) return blocks<LinearF>(src, rule, pos, n, dst), true;
+        if (m == rok::geometry::kNearest) return blocks<NearestF>(src, rule, pos, n, dst), true;
+        if (m == rok::geometry::kCubic) return blocks<CubicF<4>>(src, rule, pos, n, dst), true;
+        if (m == rok::geometry::kCatmullRom) return blocks<CubicF<6>>(src, rule, pos, n, dst), true;
+    }
+    return false;
+}
+
 }  // namespace
 
 template <class T, class P>
 bool fast_row(const PixelSource<T>& src, const PixelRule& rule, const P* xs, const P* ys, int n, T* dst) {
-    if constexpr (std::is_same_v<P, float> && (std::is_same_v<T, Rok8u> || std::is_same_v<T, Rok32f>)) {
-        if (!addressable(src)) return false;
-        const int m = rule.method, nc = src.nc;
-        if constexpr (std::is_same_v<T, Rok8u>) {
-            if (m == rok::geometry::kLinear)
-                return nc == 1 ? (blocks<Linear8C1>(src, rule, xs, ys, n, dst), true)
-                       : nc == 3 ? (blocks<Linear8<3>>(src, rule, xs, ys, n, dst), true)
-                                 : (blocks<Linear8<4>>(src, rule, xs, ys, n, dst), true);
-            if (m == rok::geometry::kNearest)
-                return nc == 1 ? (blocks<Nearest8<1>>(src, rule, xs, ys, n, dst), true)
-                       : nc == 3 ? (blocks<Nearest8<3>>(src, rule, xs, ys, n, dst), true)
-                                 : (blocks<Nearest8<4>>(src, rule, xs, ys, n, dst), true);
-            if (nc == 1 && m == rok::geometry::kCubic) return blocks<Cubic8C1<4>>(src, rule, xs, ys, n, dst), true;
-            if (nc == 1 && m == rok::geometry::kCatmullRom) return blocks<Cubic8C1<6>>(src, rule, xs, ys, n, dst), true;
-        } else if (nc == 1) {
-            if (m == rok::geometry::kLinear) return blocks<LinearF>(src, rule, xs, ys, n, dst), true;
-            if (m == rok::geometry::kNearest) return blocks<NearestF>(src, rule, xs, ys, n, dst), true;
-            if (m == rok::geometry::kCubic) return blocks<CubicF<4>>(src, rule, xs, ys, n, dst), true;
-            if (m == rok::geometry::kCatmullRom) return blocks<CubicF<6>>(src, rule, xs, ys, n, dst), true;
-        }
+    if constexpr (std::is_same_v<P, float> && (std::is_same_v<T, Rok8u> || std::is_same_v<T, Rok32f>))
+        return dispatch(src, rule, ArrayPositions{xs, ys}, n, dst);
+    return false;
+}
+
+template <class T>
+bool fast_map_row(const PixelSource<T>& src, const PixelRule& rule, const RowMap& map, int x, int n, T* dst) {
+    if constexpr (std::is_same_v<T, Rok8u> || std::is_same_v<T, Rok32f>) {
+        if (map.perspective) return dispatch(src, rule, RowPositions<true>(map, x), n, dst);
+        return dispatch(src, rule, RowPositions<false>(map, x), n, dst);
     }
     return false;
 }
@@ -356,5 +510,9 @@ template bool fast_row<Rok32f, float>(const PixelSource<Rok32f>&, const PixelRul
                                       Rok32f*);
 template bool fast_row<Rok64f, double>(const PixelSource<Rok64f>&, const PixelRule&, const double*, const double*,
                                        int, Rok64f*);
+template bool fast_map_row<Rok8u>(const PixelSource<Rok8u>&, const PixelRule&, const RowMap&, int, int, Rok8u*);
+template bool fast_map_row<Rok16u>(const PixelSource<Rok16u>&, const PixelRule&, const RowMap&, int, int, Rok16u*);
+template bool fast_map_row<Rok32f>(const PixelSource<Rok32f>&, const PixelRule&, const RowMap&, int, int, Rok32f*);
+template bool fast_map_row<Rok64f>(const PixelSource<Rok64f>&, const PixelRule&, const RowMap&, int, int, Rok64f*);
 
 }  // namespace rok::kernels::pixel

@@ -15,4 +15,9 @@ namespace rok::kernels::pixel {
 template <class T, class P>
 bool fast_row(const PixelSource<T>& src, const PixelRule& rule, const P* xs, const P* ys, int n, T* dst);
 
+// The same for the positions of a warp's map along a row (interpolate_row),
+// generated in the registers.
+template <class T>
+bool fast_map_row(const PixelSource<T>& src, const PixelRule& rule, const RowMap& map, int x, int n, T* dst);
+
 }  // namespace rok::kernels::pixel

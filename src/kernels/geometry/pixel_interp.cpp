@@ -1,9 +1,6 @@
 // Per-pixel interpolation: the vector blocks where pixel_fast.cpp has them,
-// the rule of pixel_rules.h one pixel at a time everywhere else; and the
-// positions of the affine and perspective maps along a row.
+// the rule of pixel_rules.h one pixel at a time everywhere else.
 #include "kernels/geometry/pixel_interp.h"
-
-#include <immintrin.h>
 
 #include "kernels/geometry/pixel_fast.h"
 #include "kernels/geometry/pixel_rules.h"
@@ -16,48 +13,16 @@ void interpolate_pixels(const PixelSource<T>& src, const PixelRule& rule, const 
     for (int i = 0; i < n; ++i) pixel::pixel(src, rule, xs[i], ys[i], dst + std::ptrdiff_t(i) * src.nc);
 }
 
-template <class P>
-void affine_positions(double ax, double bx, double ay, double by, int x, int n, P* xs, P* ys) {
-    int i = 0;
-    if constexpr (std::is_same_v<P, float>) {
-        const __m256d vax = _mm256_set1_pd(ax), vbx = _mm256_set1_pd(bx);
-        const __m256d vay = _mm256_set1_pd(ay), vby = _mm256_set1_pd(by);
-        const __m256d step = _mm256_set1_pd(4.0);
-        __m256d u = _mm256_setr_pd(x, x + 1.0, x + 2.0, x + 3.0);
-        for (; i + 4 <= n; i += 4) {
-            _mm_storeu_ps(xs + i, _mm256_cvtpd_ps(_mm256_add_pd(_mm256_mul_pd(vax, u), vbx)));
-            _mm_storeu_ps(ys + i, _mm256_cvtpd_ps(_mm256_add_pd(_mm256_mul_pd(vay, u), vby)));
-            u = _mm256_add_pd(u, step);
-        }
-    }
-    for (; i < n; ++i) {
-        const double u = double(x) + i;
-        xs[i] = P(ax * u + bx);
-        ys[i] = P(ay * u + by);
-    }
-}
-
-template <class P>
-void perspective_positions(const double* nx, const double* ny, const double* den, int x, int n, P* xs, P* ys) {
-    int i = 0;
-    if constexpr (std::is_same_v<P, float>) {
-        const __m256d one = _mm256_set1_pd(1.0), step = _mm256_set1_pd(4.0);
-        const __m256d a0 = _mm256_set1_pd(nx[0]), b0 = _mm256_set1_pd(nx[1]);
-        const __m256d a1 = _mm256_set1_pd(ny[0]), b1 = _mm256_set1_pd(ny[1]);
-        const __m256d a2 = _mm256_set1_pd(den[0]), b2 = _mm256_set1_pd(den[1]);
-        __m256d u = _mm256_setr_pd(x, x + 1.0, x + 2.0, x + 3.0);
-        for (; i + 4 <= n; i += 4) {
-            const __m256d r = _mm256_div_pd(one, _mm256_add_pd(_mm256_mul_pd(a2, u), b2));
-            _mm_storeu_ps(xs + i, _mm256_cvtpd_ps(_mm256_mul_pd(_mm256_add_pd(_mm256_mul_pd(a0, u), b0), r)));
-            _mm_storeu_ps(ys + i, _mm256_cvtpd_ps(_mm256_mul_pd(_mm256_add_pd(_mm256_mul_pd(a1, u), b1), r)));
-            u = _mm256_add_pd(u, step);
-        }
-    }
-    for (; i < n; ++i) {
-        const double u = double(x) + i;
-        const double r = 1.0 / (den[0] * u + den[1]);
-        xs[i] = P((nx[0] * u + nx[1]) * r);
-        ys[i] = P((ny[0] * u + ny[1]) * r);
+template <class T>
+void interpolate_row(const PixelSource<T>& src, const PixelRule& rule, const RowMap& map, int x, int n, T* dst) {
+    if (pixel::fast_map_row(src, rule, map, x, n, dst)) return;
+    using P = std::conditional_t<std::is_same_v<T, Rok64f>, double, float>;
+    constexpr int kBlock = 256;
+    alignas(32) P xs[kBlock], ys[kBlock];
+    for (int i = 0; i < n; i += kBlock) {
+        const int m = n - i < kBlock ? n - i : kBlock;
+        for (int j = 0; j < m; ++j) map_position(map, double(x) + i + j, xs + j, ys + j);
+        interpolate_pixels(src, rule, xs, ys, m, dst + std::ptrdiff_t(i) * src.nc);
     }
 }
 
@@ -71,10 +36,9 @@ template void interpolate_pixels<Rok32f, float>(const PixelSource<Rok32f>&, cons
                                                 const float*, int, Rok32f*);
 template void interpolate_pixels<Rok64f, double>(const PixelSource<Rok64f>&, const PixelRule&, const double*,
                                                  const double*, int, Rok64f*);
-template void affine_positions<float>(double, double, double, double, int, int, float*, float*);
-template void affine_positions<double>(double, double, double, double, int, int, double*, double*);
-template void perspective_positions<float>(const double*, const double*, const double*, int, int, float*, float*);
-template void perspective_positions<double>(const double*, const double*, const double*, int, int, double*,
-                                            double*);
+template void interpolate_row<Rok8u>(const PixelSource<Rok8u>&, const PixelRule&, const RowMap&, int, int, Rok8u*);
+template void interpolate_row<Rok16u>(const PixelSource<Rok16u>&, const PixelRule&, const RowMap&, int, int, Rok16u*);
+template void interpolate_row<Rok32f>(const PixelSource<Rok32f>&, const PixelRule&, const RowMap&, int, int, Rok32f*);
+template void interpolate_row<Rok64f>(const PixelSource<Rok64f>&, const PixelRule&, const RowMap&, int, int, Rok64f*);
 
 }  // namespace rok::kernels

@@ -6,6 +6,7 @@
 // Rok64f with double positions.
 #pragma once
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 
@@ -51,15 +52,30 @@ struct PixelRule {
 template <class T, class P>
 void interpolate_pixels(const PixelSource<T>& src, const PixelRule& rule, const P* xs, const P* ys, int n, T* dst);
 
-// Positions along a destination row from x on: xs[i] = P(ax * (x + i) + bx),
-// ys[i] = P(ay * (x + i) + by), evaluated in double.
-template <class P>
-void affine_positions(double ax, double bx, double ay, double by, int x, int n, P* xs, P* ys);
+// The map of a warp along one destination row, in the position u of a pixel
+// on the row: affine x = nx[0] u + nx[1], y = ny[0] u + ny[1]; perspective
+// the same times r = 1 / (den[0] u + den[1]) (one reciprocal per pixel).
+// Each a u + b is one fused multiply-add in double; the position is then
+// rounded to P.
+struct RowMap {
+    bool perspective;
+    double nx[2], ny[2], den[2];
+};
 
-// Positions of a perspective map along a row: with u = x + i,
-// r = 1 / (den[0] * u + den[1]), xs[i] = P((nx[0] * u + nx[1]) * r) and
-// ys[i] = P((ny[0] * u + ny[1]) * r), in double.
 template <class P>
-void perspective_positions(const double* nx, const double* ny, const double* den, int x, int n, P* xs, P* ys);
+inline void map_position(const RowMap& m, double u, P* x, P* y) {
+    if (m.perspective) {
+        const double r = 1.0 / std::fma(m.den[0], u, m.den[1]);
+        *x = P(std::fma(m.nx[0], u, m.nx[1]) * r), *y = P(std::fma(m.ny[0], u, m.ny[1]) * r);
+    } else {
+        *x = P(std::fma(m.nx[0], u, m.nx[1])), *y = P(std::fma(m.ny[0], u, m.ny[1]));
+    }
+}
+
+// Pixels x .. x + n - 1 of a destination row at the positions of the map
+// (u = x + i, map_position): the same results as those positions given to
+// interpolate_pixels. P is float, double for Rok64f.
+template <class T>
+void interpolate_row(const PixelSource<T>& src, const PixelRule& rule, const RowMap& map, int x, int n, T* dst);
 
 }  // namespace rok::kernels
