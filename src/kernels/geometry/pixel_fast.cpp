@@ -9,6 +9,7 @@
 #include <immintrin.h>
 
 #include <climits>
+#include <cmath>
 #include <cstdint>
 #include <type_traits>
 
@@ -29,6 +30,8 @@ struct Ctx {
     const std::uint8_t* base;  // byte 0 of pixel (0, 0)
     __m256i step;              // bytes from a row to the next
     __m256i lox, hix, loy, hiy;
+    std::ptrdiff_t rowBytes;   // the step again
+    int boxX1, boxY1;          // the box's last column and row
 };
 
 inline bool inner(const Ctx& c, __m256i ix, __m256i iy) {
@@ -93,6 +96,7 @@ inline __m256i fixed_down(__m256i h0, __m256i h1, __m256i w) {
 
 // One channel: a dword at each tap holds the pair (a, b).
 struct Linear8C1 {
+    static constexpr bool kWindow = true;
     static Margins margins() { return {0, 3, 0, 1}; }
     template <bool Check>
     [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, std::uint8_t* d) {
@@ -102,11 +106,40 @@ struct Linear8C1 {
         const __m256i off = offsets(c, ix, iy, 1);
         const __m256i spread = _mm256_setr_epi8(0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1, 0, -1, 1, -1,
                                                 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1);
-        const __m256i r0 = _mm256_shuffle_epi8(gather(c, off), spread);
-        const __m256i r1 = _mm256_shuffle_epi8(gather(c, _mm256_add_epi32(off, c.step)), spread);
+        finish(tx, ty, _mm256_shuffle_epi8(gather(c, off), spread),
+               _mm256_shuffle_epi8(gather(c, _mm256_add_epi32(off, c.step)), spread), d);
+        return true;
+    }
+
+    // A block of an affine row that reads at most 16 columns of four rows
+    // inside the box, the least column and row those of pixel 0 (xUp, yUp)
+    // or pixel 7: the pairs come from each row's 16 bytes, picked apart by
+    // byte shuffles, the right row chosen per pixel, without gathers.
+    [[gnu::always_inline]] static void windowed(const Ctx& c, __m256 x, __m256 y, bool xUp, bool yUp,
+                                                std::uint8_t* d) {
+        __m256 tx, ty;
+        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
+        const int xl = xUp ? _mm256_cvtsi256_si32(ix) : _mm256_extract_epi32(ix, 7);
+        const int yl = yUp ? _mm256_cvtsi256_si32(iy) : _mm256_extract_epi32(iy, 7);
+        const std::uint8_t* p = c.base + std::ptrdiff_t(yl) * c.rowBytes + xl;
+        // Bytes k and k + 1 of a window into a dword's two 16-bit halves.
+        const __m256i k = _mm256_sub_epi32(ix, _mm256_set1_epi32(xl));
+        const __m256i pick = _mm256_add_epi32(_mm256_mullo_epi32(k, _mm256_set1_epi32(0x10001)),
+                                              _mm256_set1_epi32(int(0x80018000u)));
+        __m256i s[4];
+        for (int r = 0; r < 4; ++r)
+            s[r] = _mm256_shuffle_epi8(
+                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + r * c.rowBytes))), pick);
+        const __m256i dy = _mm256_sub_epi32(iy, _mm256_set1_epi32(yl));
+        const __m256i m0 = _mm256_cmpeq_epi32(dy, _mm256_setzero_si256());
+        const __m256i m1 = _mm256_cmpeq_epi32(dy, _mm256_set1_epi32(1));
+        finish(tx, ty, _mm256_blendv_epi8(_mm256_blendv_epi8(s[2], s[1], m1), s[0], m0),
+               _mm256_blendv_epi8(_mm256_blendv_epi8(s[3], s[2], m1), s[1], m0), d);
+    }
+
+    [[gnu::always_inline]] static void finish(__m256 tx, __m256 ty, __m256i r0, __m256i r1, std::uint8_t* d) {
         const __m256i wx = pair_weights(tx);
         store8(fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), pair_weights(ty)), d);
-        return true;
     }
 };
 
@@ -375,6 +408,8 @@ public:
             *py = _mm256_set_m128(coordinate(ay_, by_, u1), coordinate(ay_, by_, u0));
         }
     }
+    double slope_x() const { return m_.nx[0]; }
+    double slope_y() const { return m_.ny[0]; }
     void at(int i, float* px, float* py) const {
         map_position(m_, double(x_) + i, px, py);
     }
@@ -401,9 +436,15 @@ void blocks(const PixelSource<T>& src, const PixelRule& rule, const Positions& p
         m.left = m.left > 1 ? m.left : 1, m.top = m.top > 1 ? m.top : 1;
         m.right = m.right > 2 ? m.right : 2, m.bottom = m.bottom > 2 ? m.bottom : 2;
     }
-    const Ctx c{reinterpret_cast<const std::uint8_t*>(src.origin), _mm256_set1_epi32(int(src.step)),
-                _mm256_set1_epi32(src.x0 + m.left),  _mm256_set1_epi32(src.x1 - m.right),
-                _mm256_set1_epi32(src.y0 + m.top),   _mm256_set1_epi32(src.y1 - m.bottom)};
+    const Ctx c{reinterpret_cast<const std::uint8_t*>(src.origin),
+                _mm256_set1_epi32(int(src.step)),
+                _mm256_set1_epi32(src.x0 + m.left),
+                _mm256_set1_epi32(src.x1 - m.right),
+                _mm256_set1_epi32(src.y0 + m.top),
+                _mm256_set1_epi32(src.y1 - m.bottom),
+                src.step,
+                src.x1,
+                src.y1};
     const int nc = src.nc;
     auto one = [&](int j) {
         float x, y;
@@ -434,11 +475,40 @@ void blocks(const PixelSource<T>& src, const PixelRule& rule, const Positions& p
             while (last > first && !(in(8 * last - 8) && in(8 * last - 1))) --last;
         }
     }
+    auto known = [&](int k0, int k1) {
+        for (int k = k0; k < k1; ++k) {
+            __m256 x, y;
+            pos.block(8 * k, &x, &y);
+            K::template block<false>(c, x, y, dst + std::ptrdiff_t(8 * k) * nc);
+        }
+    };
     for (int k = 0; k < first; ++k) checked(8 * k);
-    for (int k = first; k < last; ++k) {
-        __m256 x, y;
-        pos.block(8 * k, &x, &y);
-        K::template block<false>(c, x, y, dst + std::ptrdiff_t(8 * k) * nc);
+    if constexpr (Positions::kMonotone && requires { K::kWindow; }) {
+        // Blocks whose windows of 16 columns and four rows lie inside: a
+        // row advancing less than 2 columns and 0.27 rows a pixel spans at
+        // most 14 columns and 2 rows in a block.
+        const float hix = float(src.x1 - 15 + 1), hiy = float(src.y1 - 3 + 1);
+        auto below = [&](int j) {
+            float x, y;
+            pos.at(j, &x, &y);
+            return x < hix && y < hiy;
+        };
+        int wfirst = first, wlast = first;
+        if (std::fabs(pos.slope_x()) <= 1.9 && std::fabs(pos.slope_y()) <= 0.27) {
+            wlast = last;
+            while (wfirst < wlast && !(below(8 * wfirst) && below(8 * wfirst + 7))) ++wfirst;
+            while (wlast > wfirst && !(below(8 * wlast - 8) && below(8 * wlast - 1))) --wlast;
+        }
+        const bool xUp = pos.slope_x() >= 0, yUp = pos.slope_y() >= 0;
+        known(first, wfirst);
+        for (int k = wfirst; k < wlast; ++k) {
+            __m256 x, y;
+            pos.block(8 * k, &x, &y);
+            K::windowed(c, x, y, xUp, yUp, dst + std::ptrdiff_t(8 * k) * nc);
+        }
+        known(wlast, last);
+    } else {
+        known(first, last);
     }
     for (int k = last; k < count; ++k) checked(8 * k);
     for (int i = 8 * count; i < n; ++i) one(i);
