@@ -1820,9 +1820,11 @@ ROKI_API RokStatus rokiResizeGetBufSize_64f(RokiRect srcRoi, RokiRect dstRoi, Ro
 /* The pixels written are those whose centres lie inside the cut quadrangle */
 /* (row by row, columns ceil(left) .. floor(right)); nothing else is written. */
 /* Each is mapped back to the source by the inverse map, which is computed */
-/* from the mapped corners; its position is evaluated in double and rounded */
-/* to a 32-bit float (64f: kept in double), then moved onto the source */
-/* rectangle where rounding left it outside. Nearest neighbour takes the */
+/* from the mapped corners: along row y each coordinate is a u + b in the */
+/* pixel's column u, one fused multiply-add in double (a and b from the */
+/* map's coefficients and y), rounded to a 32-bit float (64f: kept in */
+/* double), then moved onto the source rectangle where rounding left it */
+/* outside. Nearest neighbour takes the */
 /* closer pixel, the lower one on a tie. Bilinear (8u) weighs in 14-bit fixed */
 /* point: f = round(t * 16384) of the fraction t, each row (a (16384 - fx) + b */
 /* fx + 128) >> 8, then (h0 (16384 - fy) + h1 fy + 2^19) >> 20; other types */
@@ -1919,7 +1921,8 @@ ROKI_API RokStatus rokiWarpAffineQuad_32f_P4R(const Rok32f* const pSrc[4], RokiS
 /* rokiWarpAffine (-56). The source rectangle must lie on one side of the */
 /* map's vanishing line (the denominators at its corners share a strict */
 /* sign), else -56. Each pixel is mapped back by the inverse matrix (the */
-/* adjugate), with one reciprocal of the denominator per pixel. */
+/* adjugate): numerators and denominator each a fused multiply-add in the */
+/* column as above, the numerators times one reciprocal of the denominator. */
 ROKI_API RokStatus rokiWarpPerspective_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
 ROKI_API RokStatus rokiWarpPerspective_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
 ROKI_API RokStatus rokiWarpPerspective_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
