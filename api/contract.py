@@ -267,7 +267,7 @@ def cpp_expr(expr, params, roles, wide=True):
             if kind == "point":
                 return f"c.wpoint({i})" if wide else f"c.point({i})"
             if kind == "rect":
-                return f"c.rect({i})"
+                return f"c.wrect({i})" if wide else f"c.rect({i})"
             if kind in ("int", "step"):
                 return f"c.wint({i})" if wide else f"c.integer({i})"
             if kind == "real":
@@ -326,7 +326,7 @@ def layout_channels(layout):
 
 KIND_CPP = {"image": "Image", "planes": "Planes", "array": "Array", "out": "Out", "buffer": "Buffer", "roi": "Roi",
             "size": "Size", "int": "Int", "real": "Real", "point": "Point", "value": "Value", "step": "Step",
-            "rect": "Rect", "record": "Record", "made": "Made"}
+            "record": "Record", "made": "Made", "rect": "Rect"}
 
 
 TYPE_CODES = {

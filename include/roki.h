@@ -1685,8 +1685,9 @@ ROKI_API RokStatus rokiRemap_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSi
 /* pointers sharing one step); the rectangles are in image coordinates. */
 /* Checks, in this order: a null pSrc, pDst or pBuffer, or a null plane */
 /* pointer (-8); srcSize, srcRoi or dstRoi with a width or height below 1 or a */
-/* negative x or y (-6); a factor that is not a finite number above 0 (-23); */
-/* an interpolation outside the eight methods or with two edge flags (-22); */
+/* negative x or y (-6); a factor that is not a finite number above 0 or */
+/* whose reciprocal overflows (-23); an interpolation outside the eight */
+/* methods or with two edge flags (-22); */
 /* super-sampling with a factor above 1 (-23). Then, writing nothing: a */
 /* srcRoi that starts outside the image gives warning 29, and one whose */
 /* mapping covers no pixel of dstRoi (or a shift that is not finite) gives */
@@ -1699,13 +1700,14 @@ ROKI_API RokStatus rokiRemap_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSi
 /* Sources narrower or lower than 6 pixels resize Lanczos as cubic, below 4 */
 /* pixels every cubic and Lanczos method as bilinear (decided on srcSize). */
 /* Pixel (dx, dy) samples the source at x = (dx + 0.5) / xFactor - xShift / */
-/* xFactor - 0.5 (centres on integers), likewise y, separably: fraction t of */
-/* x as a 32-bit float; bilinear a + (b - a) * t; cubic methods (4 Lagrange, */
-/* 5 B-spline, 6 Catmull-Rom, 7 B = 1/2, C = 3/10) four taps from x - 1 with */
-/* weights K(|k - t|) evaluated in double and stored as floats; Lanczos six */
-/* taps from x - 2 read from a table of L(i/100) in steps of 1/100 with */
-/* linear interpolation, divided by their sum. B-spline and method 7 smooth: */
-/* even at factor 1 they blend each pixel with its neighbours. Nearest */
+/* xFactor - 0.5 (centres on integers), likewise y, separably, rows first: */
+/* fraction t of x as a 32-bit float; bilinear a + (b - a) * t; cubic */
+/* methods (4 Lagrange, 5 B-spline, 6 Catmull-Rom, 7 B = 1/2, C = 3/10) four */
+/* taps from floor(x) - 1 with weights K(|k - t|) evaluated in double and */
+/* stored as floats; Lanczos six taps from floor(x) - 2 read from a table of */
+/* L(i/100) with linear interpolation, divided by their sum. The 64f members */
+/* keep fractions, weights and intermediates in double. B-spline and method */
+/* 7 smooth: even at factor 1 they blend each pixel with its neighbours. Nearest */
 /* neighbour takes the closer pixel, the lower one on a tie (a 2:1 reduction */
 /* keeps the even pixels). Super-sampling (reduction only) averages the */
 /* covered source area, each pixel weighted by its covered part. Taps outside */
@@ -1720,9 +1722,10 @@ ROKI_API RokStatus rokiRemap_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSi
 /* rokEdgeSubpixel: those pixels become v * c, the source's share of them. */
 /* rokAntiAlias: each axis that shrinks uses the method's kernel stretched */
 /* by the reduction (support radius 1 bilinear, 2 cubic, 3 Lanczos, times */
-/* 1/factor), over every source pixel in reach, weights divided by their */
-/* sum; an axis that grows uses the kernel as it is with its weights divided */
-/* by their sum. Nearest neighbour and super-sampling ignore the flag. */
+/* 1/factor) over every source pixel in reach, weights divided by their sum, */
+/* the weight of pixels beyond the rectangle added to its edge pixel; an */
+/* axis that grows is resized as without the flag. Nearest neighbour and */
+/* super-sampling ignore the flag. */
 /* pBuffer: at least what rokiResizeGetBufSize (64f: _64f) reports for the */
 /* same srcRoi, dstRoi and interpolation, with nChannel 1 for C1, 3 for C3 */
 /* and 4 for C4 and AC4 (the planar forms need only the size for one */
@@ -1767,8 +1770,8 @@ ROKI_API RokStatus rokiResizeSqrPixel_64f_P4R(const Rok64f* const pSrc[4], RokiS
 /* rokEdgeSmooth or rokEdgeSubpixel every pixel it touches, floor(edge + */
 /* 1e-10) and ceil(edge - 1e-10), the left at least 0. Then top, right and */
 /* bottom are raised to 0 (left is not). Checks: null pDstRect (-8); srcRoi */
-/* with a negative x or y or a width or height below 1 (-6); a factor that is */
-/* not a finite number above 0 (-23); interpolation as rokiResizeSqrPixel */
+/* with a negative x or y or a width or height below 1 (-6); a factor as in */
+/* rokiResizeSqrPixel (-23); interpolation as rokiResizeSqrPixel */
 /* (-22). An empty rectangle, or a shift that is not finite, gives warning 1 */
 /* and leaves *pDstRect as it was; a rectangle beyond 32-bit fields gives -6. */
 ROKI_API RokStatus rokiGetResizeRect(RokiRect srcRoi, RokiRect* pDstRect, double xFactor, double yFactor, double xShift, double yShift, int interpolation);

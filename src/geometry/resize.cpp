@@ -26,7 +26,8 @@ int small_image_method(int method, RokiSize srcSize) {
     return method == kLanczos ? kCubic : method;
 }
 
-bool good_factor(double f) { return std::isfinite(f) && f > 0.0; }
+// A factor whose reciprocal overflows (below about 5.6e-309) cannot map back.
+bool good_factor(double f) { return std::isfinite(f) && f > 0.0 && std::isfinite(1.0 / f); }
 
 long long ceil_div(long long a, long long b) { return (a + b - 1) / b; }
 long long round_up(long long a, long long m) { return ceil_div(a, m) * m; }

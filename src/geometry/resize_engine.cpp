@@ -533,32 +533,48 @@ public:
         xs_ = {method, radius, p.rec.invX, p.sx0, p.sx1};
         ys_ = {method, radius, p.rec.invY, p.sy0, p.sy1};
         Carver c(buffer, 0);
-        start_ = c.take<std::int32_t>(std::size_t(p.ow));
-        count_ = c.take<std::int32_t>(std::size_t(p.ow));
-        offset_ = c.take<std::int32_t>(std::size_t(p.ow));
-        long long total = 0;
-        for (int x = 0; x < p.ow; ++x) {
-            int first, last;
-            xs_.span(p.col_pos(x), &first, &last);
-            start_[x] = first;
-            count_[x] = last - first + 1;
-            offset_[x] = std::int32_t(total);
-            total += count_[x];
-            if (total > INT_MAX / 8) return false;
+        W* frac = nullptr;
+        W* weights = nullptr;
+        if (xs_.scale() == 1.0) {
+            // A growing axis is resized by the method as it is.
+            std::int32_t* index = c.take<std::int32_t>(std::size_t(p.ow));
+            if (method == kLinear)
+                frac = c.take<W>(std::size_t(p.ow));
+            else
+                weights = c.take<W>(round8(std::size_t(p.ow)) * taps_of(method));
+            if (c.used() > p.sliceBytes) return false;
+            build_columns<W>(method, p.ow, [&](int x) { return p.col_pos(x); }, p.sx0, p.sx1, this->nc_,
+                             kernels::hpass_overread(taps_of(method), this->nc_, int(sizeof(T))), index, frac,
+                             weights, &cols_);
+        } else {
+            start_ = c.take<std::int32_t>(std::size_t(p.ow));
+            count_ = c.take<std::int32_t>(std::size_t(p.ow));
+            offset_ = c.take<std::int32_t>(std::size_t(p.ow));
+            long long total = 0;
+            for (int x = 0; x < p.ow; ++x) {
+                int first, last;
+                xs_.span(p.col_pos(x), &first, &last);
+                start_[x] = first;
+                count_[x] = last - first + 1;
+                offset_[x] = std::int32_t(total);
+                total += count_[x];
+                if (total > INT_MAX / 8) return false;
+            }
+            weights_ = c.take<W>(std::size_t(total));
+            if (c.used() > p.sliceBytes) return false;
+            for (int x = 0; x < p.ow; ++x) {
+                const double pos = p.col_pos(x), t = xs_.total(pos);
+                for (int k = 0; k < count_[x]; ++k) weights_[offset_[x] + k] = W(xs_.weight(pos, start_[x] + k, t));
+            }
         }
-        weights_ = c.take<W>(std::size_t(total));
         privateAt_ = c.used();
         slotStride_ = round8(std::size_t(p.ow) * this->nc_);
-        // Enlarging rows: a ring of 2R source rows. Reducing: a source row
-        // and the sums of the (at most 2R + 1) output rows that read it.
-        slots_ = ys_.scale() == 1.0 ? 2 * radius : 2 * radius + 2;
+        // Growing rows: a ring of the 2R source rows of the method. Reducing:
+        // a source row and the sums of the (at most 2R + 1) output rows
+        // that read it.
+        slots_ = ys_.scale() == 1.0 ? taps_of(method) : 2 * radius + 2;
         c.take<W>(slotStride_ * slots_);
-        if (c.used() > p.sliceBytes) return false;
-        for (int x = 0; x < p.ow; ++x) {
-            const double pos = p.col_pos(x), t = xs_.total(pos);
-            for (int k = 0; k < count_[x]; ++k) weights_[offset_[x] + k] = W(xs_.weight(pos, start_[x] + k, t));
-        }
-        return true;
+        return c.used() <= p.sliceBytes;
     }
 
     void band(Rok8u* slice, int first, int count) const {
@@ -575,8 +591,11 @@ public:
 
 private:
     void horizontal(int plane, int r, W* out) const {
-        kernels::hpass_general<T, W>(this->src_row(plane, r), start_, count_, offset_, weights_, this->p_.ow,
-                                     this->nc_, out);
+        if (xs_.scale() == 1.0)
+            kernels::hpass(this->src_row(plane, r), cols_, 0, this->p_.ow, out);
+        else
+            kernels::hpass_general<T, W>(this->src_row(plane, r), start_, count_, offset_, weights_, this->p_.ow,
+                                         this->nc_, out);
     }
 
     // Output row y from intermediate rows (nc samples per pixel).
@@ -585,32 +604,35 @@ private:
         this->emit(this->dst_row(plane, y), y, direct, values);
     }
 
+    // Growing rows: the method's taps and weights, rows kept in a ring.
     void enlarge(int plane, int first, int count, W* const* slots) const {
         const ResizePlan& p = this->p_;
-        const int nc = this->nc_;
+        const int nc = this->nc_, method = xs_.method, taps = taps_of(method), from = first_tap(method);
         int tags[8];
         std::fill(tags, tags + slots_, INT_MIN);
         for (int y = first; y < first + count; ++y) {
-            // At most 2R consecutive rows, kept in a ring.
-            const double pos = p.row_pos(y), t = ys_.total(pos);
-            int r0, r1;
-            ys_.span(pos, &r0, &r1);
-            const W* rows[8];
-            W w[8];
-            for (int r = r0; r <= r1; ++r) {
+            long long i;
+            const W t = fraction_of<W>(p.row_pos(y), &i);
+            double wd[6];
+            tap_weights(method, double(t), wd);
+            const W* rows[6];
+            W w[6];
+            for (int k = 0; k < taps; ++k) {
+                const int r = clamp_index(i + from + k, p.sy0, p.sy1);
                 const int s = r % slots_;
                 if (tags[s] != r) {
                     horizontal(plane, r, slots[s]);
                     tags[s] = r;
                 }
-                rows[r - r0] = slots[s];
-                w[r - r0] = W(ys_.weight(pos, r, t));
+                rows[k] = slots[s];
+                w[k] = W(wd[k]);
             }
-            const int k = r1 - r0 + 1;
             auto vertical = [&](auto* out, int x, int n) {
-                const W* shifted[8];
-                for (int i = 0; i < k; ++i) shifted[i] = rows[i] + std::size_t(x) * nc;
-                kernels::vpass(shifted, w, k, n * nc, out);
+                const std::size_t at = std::size_t(x) * nc;
+                if (taps == 2) return kernels::vpass_linear(rows[0] + at, rows[1] + at, t, n * nc, out);
+                const W* shifted[6];
+                for (int k = 0; k < taps; ++k) shifted[k] = rows[k] + at;
+                kernels::vpass(shifted, w, taps, n * nc, out);
             };
             write(
                 plane, y, [&](int x, int n, T* out) { vertical(out, x, n); },
@@ -671,6 +693,7 @@ private:
     }
 
     AntiAliasAxis xs_{}, ys_{};
+    ColumnTaps<W> cols_{};  // a growing axis
     std::int32_t *start_ = nullptr, *count_ = nullptr, *offset_ = nullptr;
     W* weights_ = nullptr;
     std::size_t privateAt_ = 0, slotStride_ = 0;
@@ -700,7 +723,8 @@ RokStatus run_resize(const ResizePlan& p) {
     const int method = int(p.rec.method);
     if (method == kNearest) return run_engine<NearestEngine<T>>(p);
     if (method == kSuper) return run_engine<SuperEngine<T>>(p);
-    if (p.rec.antialias) return run_engine<AntiAliasEngine<T>>(p);
+    // Anti-aliasing matters only where an axis shrinks.
+    if (p.rec.antialias && (p.rec.invX > 1.0 || p.rec.invY > 1.0)) return run_engine<AntiAliasEngine<T>>(p);
     return run_engine<SeparableEngine<T>>(p);
 }
 

@@ -18,6 +18,7 @@ enum class Kind : unsigned char {
     Rect,    // a RokiRect drawn from its expressions
     Record,  // a specification or state record the suite makes for the call
     Made,    // where the call writes a record it makes
+    Rect,    // a RokiRect: x and y from value and value2, width and height from size
 };
 enum class Dir : unsigned char { In, Out, InOut };
 enum class Fill : unsigned char { Random, Range, Rising };
@@ -57,6 +58,9 @@ struct WideSize {
 struct WidePoint {
     long long x, y;
 };
+struct WideRect {
+    long long x, y, width, height;
+};
 
 struct Call;
 using IntFn = long long (*)(Call&);
@@ -70,13 +74,13 @@ struct Arg {
     Type elem = Type::None;  // sample or element type
     int ch = 0;              // channels per pixel; -1 / -2 the layout's source / destination count
     int step = -1;           // index of the step argument of an image
-    SizeFn size = nullptr;   // image or plane size in pixels; a size argument's value; a rectangle's size
+    SizeFn size = nullptr;   // image or plane size in pixels; a size argument's value
     IntFn border[4] = {};    // pixels read left, above, right and below the image's ROI
     IntFn count = nullptr;   // elements of an array or result, planes of a plane array
     Fill fill = Fill::Random;
     int lo = 0, hi = 0;      // Fill::Range
-    IntFn value = nullptr;   // an int argument; a point's or rectangle's x
-    IntFn value2 = nullptr;  // a point's or rectangle's y
+    IntFn value = nullptr;   // an int argument; a point's x
+    IntFn value2 = nullptr;  // a point's y
     RealFn real = nullptr;   // a real argument, or a sample value drawn as a number
     bool square = false;     // a roi whose height is its width
     int bad = kNoProbe;      // status for a size (or int size) of 0 or -1
@@ -131,6 +135,7 @@ struct Call {
     double real(int i) const { return slot[i].f; }
     WideSize wsize(int i) const { return {slot[i].s.width, slot[i].s.height}; }
     WidePoint wpoint(int i) const { return {slot[i].pt.x, slot[i].pt.y}; }
+    WideRect wrect(int i) const { return {slot[i].r.x, slot[i].r.y, slot[i].r.width, slot[i].r.height}; }
     long long wint(int i) const { return slot[i].i; }
     long long rand(long long lo, long long hi) {
         return lo >= hi ? lo : std::uniform_int_distribution<long long>(lo, hi)(rng);

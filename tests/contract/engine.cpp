@@ -139,9 +139,10 @@ void Trial::draw_scalars(const Plan& plan) {
                 break;
             }
             case Kind::Rect: {
+                const long long x = a.value(call_), y = a.value2(call_);
                 const WideSize w = a.size(call_);
-                fits = narrow(a.value(call_), s.r.x) && narrow(a.value2(call_), s.r.y) &&
-                       narrow(w.width, s.r.width) && narrow(w.height, s.r.height);
+                fits = narrow(x, s.r.x) && narrow(y, s.r.y) && narrow(w.width, s.r.width) &&
+                       narrow(w.height, s.r.height);
                 break;
             }
             case Kind::Value:

@@ -67,6 +67,8 @@ TEST(ResizeSqrPixel, ChecksInOrderAndWritesNothingOnError) {
         {"y factor -1", [](Args& a) { a.yf = -1; }, rokStatusBadResizeFactor},
         {"factor NaN", [nan](Args& a) { a.xf = nan; }, rokStatusBadResizeFactor},
         {"factor infinite", [inf](Args& a) { a.yf = inf; }, rokStatusBadResizeFactor},
+        {"factor without a reciprocal", [](Args& a) { a.xf = 4e-309; }, rokStatusBadResizeFactor},
+        {"tiny factor on a pixel centre", [](Args& a) { a.xf = 1e-300, a.xs = 2.5; }, rokStatusOk},
         {"factor before method", [](Args& a) { a.xf = 0, a.interpolation = 3; }, rokStatusBadResizeFactor},
         {"method 0", [](Args& a) { a.interpolation = 0; }, rokStatusBadInterpolation},
         {"method 3", [](Args& a) { a.interpolation = 3; }, rokStatusBadInterpolation},

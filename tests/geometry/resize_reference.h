@@ -170,18 +170,22 @@ double value(const Call& c, const Image<T>& img, int dx, int dy, int ch, double*
         *slack = exact ? 0 : mag / area * 1e-5;
         return sum / area;
     }
-    if (c.antialias) {
+    if (c.antialias && (ix > 1 || iy > 1)) {
+        // A shrinking axis: the kernel stretched by the reduction over every
+        // pixel in reach, weights divided by their sum; a growing one: the
+        // method's own taps.
         auto taps = [&](double pos, double inv, int lo, int hi, std::vector<std::pair<int, double>>& out) {
             const int r = method == 2 ? 1 : method == 16 ? 3 : 2;
-            const double s = std::max(1.0, inv);
-            long long j0, j1;
-            if (s == 1) {
-                j0 = (long long)std::floor(pos) - r + 1, j1 = (long long)std::floor(pos) + r;
-            } else {
-                j0 = (long long)std::ceil(pos - r * s), j1 = (long long)std::floor(pos + r * s);
-            }
-            double total = 0;
             out.clear();
+            if (inv <= 1) {
+                const Taps k = axis_taps(method, pos, lo, hi);
+                for (int j = 0; j < k.n; ++j)
+                    out.push_back({k.index[j], method == 2 ? (j ? double(k.t) : 1 - double(k.t)) : k.weight[j]});
+                return;
+            }
+            const double s = inv;
+            const long long j0 = (long long)std::ceil(pos - r * s), j1 = (long long)std::floor(pos + r * s);
+            double total = 0;
             for (long long j = j0; j <= j1; ++j) {
                 const double a = std::fabs(j - pos) / s;
                 const double k = method == 2 ? std::max(0.0, 1 - a) : method == 16 ? (a < 3 ? lanczos(a) : 0) : cubic(method, a);

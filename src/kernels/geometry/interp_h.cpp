@@ -112,8 +112,7 @@ inline void floats4(const float* s, const std::int32_t* at, int delta, __m256* v
 // Two consecutive floats at eight offsets, tap-major.
 inline void floats2(const float* s, const std::int32_t* at, int delta, __m256* v) {
     auto pair = [&](int a, int b) {
-        return _mm_castpd_ps(_mm_loadh_pd(_mm_load_sd(reinterpret_cast<const double*>(s + at[a] + delta)),
-                                          reinterpret_cast<const double*>(s + at[b] + delta)));
+        return _mm_castsi128_ps(_mm_set_epi64x(load64(s + at[b] + delta), load64(s + at[a] + delta)));
     };
     const __m256 p0 = _mm256_set_m128(pair(4, 5), pair(0, 1)), p1 = _mm256_set_m128(pair(6, 7), pair(2, 3));
     v[0] = _mm256_shuffle_ps(p0, p1, 0x88);
@@ -158,11 +157,35 @@ inline void c1_taps(const T* s, const std::int32_t* at, int first, __m256* v) {
     }
 }
 
+// Eight consecutive samples as floats.
+template <class T>
+inline __m256 window8(const T* p) {
+    if constexpr (std::is_same_v<T, float>) {
+        return _mm256_loadu_ps(p);
+    } else if constexpr (sizeof(T) == 1) {
+        return _mm256_cvtepi32_ps(_mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p))));
+    } else {
+        const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        return _mm256_cvtepi32_ps(std::is_signed_v<T> ? _mm256_cvtepi16_epi32(v) : _mm256_cvtepu16_epi32(v));
+    }
+}
+
 // Eight one-channel columns x .. x+7 (x a multiple of 8, all inside).
 template <class T, int K>
 inline void c1_block(const T* s, const ColumnTaps<float>& t, int x, float* out) {
     __m256 v[K];
-    c1_taps<T, K>(s, t.index + x, t.first, v);
+    const std::int32_t* at = t.index + x;
+    const int base = at[0] + t.first;
+    if (at[7] - at[0] <= 8 - K && base + 8 <= t.hi) {
+        // Enlarging: the taps of all eight columns lie in eight consecutive
+        // samples, one load, then one permute per tap.
+        const __m256 window = window8(s + base);
+        const __m256i d = _mm256_sub_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(at)),
+                                           _mm256_set1_epi32(at[0]));
+        for (int k = 0; k < K; ++k) v[k] = _mm256_permutevar8x32_ps(window, _mm256_add_epi32(d, _mm256_set1_epi32(k)));
+    } else {
+        c1_taps<T, K>(s, at, t.first, v);
+    }
     __m256 acc;
     if constexpr (K == 2) {
         acc = _mm256_add_ps(v[0], _mm256_mul_ps(_mm256_sub_ps(v[1], v[0]), _mm256_loadu_ps(t.frac + x)));
@@ -288,17 +311,27 @@ void hpass(const T* srow, const ColumnTaps<W>& t, int begin, int end, W* out) {
     }
 }
 
+template <class T, class W, int NC>
+void hpass_general_nc(const T* srow, const std::int32_t* start, const std::int32_t* count,
+                      const std::int32_t* offset, const W* weights, int columns, W* out) {
+    for (int x = 0; x < columns; ++x) {
+        const T* s = srow + std::size_t(start[x]) * NC;
+        const W* w = weights + offset[x];
+        W acc[NC];
+        for (int c = 0; c < NC; ++c) acc[c] = w[0] * W(s[c]);
+        for (int k = 1; k < count[x]; ++k)
+            for (int c = 0; c < NC; ++c) acc[c] = acc[c] + w[k] * W(s[std::size_t(k) * NC + c]);
+        for (int c = 0; c < NC; ++c) out[std::size_t(x) * NC + c] = acc[c];
+    }
+}
+
 template <class T, class W>
 void hpass_general(const T* srow, const std::int32_t* start, const std::int32_t* count, const std::int32_t* offset,
                    const W* weights, int columns, int nc, W* out) {
-    for (int x = 0; x < columns; ++x) {
-        const T* s = srow + std::size_t(start[x]) * nc;
-        const W* w = weights + offset[x];
-        for (int c = 0; c < nc; ++c) {
-            W acc = w[0] * W(s[c]);
-            for (int k = 1; k < count[x]; ++k) acc = acc + w[k] * W(s[std::size_t(k) * nc + c]);
-            out[std::size_t(x) * nc + c] = acc;
-        }
+    switch (nc) {
+        case 1: return hpass_general_nc<T, W, 1>(srow, start, count, offset, weights, columns, out);
+        case 3: return hpass_general_nc<T, W, 3>(srow, start, count, offset, weights, columns, out);
+        default: return hpass_general_nc<T, W, 4>(srow, start, count, offset, weights, columns, out);
     }
 }
 
