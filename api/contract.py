@@ -472,5 +472,5 @@ def thunk_arg(p, role):
     if p.base == "RokiRect":
         return f"c.rect({i})"
     if p.base in ("Rok32f", "Rok64f", "float", "double"):
-        return f"{p.base}(c.real({i}))"
+        return f"number_as<{p.base}>(c.real({i}))"
     return f"c.integer({i})"

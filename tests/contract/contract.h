@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <random>
 #include <type_traits>
 #include <vector>
@@ -111,6 +112,22 @@ struct Export {
     int channels(int ch) const { return ch == -1 ? chS : ch == -2 ? chD : ch; }
 };
 
+// v as a T: integers saturate (NaN gives 0), so that a drawn or wild number
+// never makes the conversion itself undefined.
+template <class T>
+T number_as(double v) {
+    if constexpr (std::is_integral_v<T>) {
+        if (!(v == v)) return T(0);
+        if (v <= double(std::numeric_limits<T>::min())) return std::numeric_limits<T>::min();
+        if (v >= double(std::numeric_limits<T>::max())) return std::numeric_limits<T>::max();
+        return T(v);
+    } else {
+        if (v > double(std::numeric_limits<T>::max())) return std::numeric_limits<T>::infinity();
+        if (v < -double(std::numeric_limits<T>::max())) return -std::numeric_limits<T>::infinity();
+        return T(v);
+    }
+}
+
 // The values of one call's arguments, by position.
 struct Call {
     union Slot {
@@ -147,9 +164,9 @@ struct Call {
         if (!numeric[i]) {
             std::memcpy(&v, slot[i].raw, sizeof(T));
         } else if constexpr (std::is_arithmetic_v<T>) {
-            v = T(slot[i].f);
+            v = number_as<T>(slot[i].f);
         } else {
-            v.re = decltype(v.re)(slot[i].f);
+            v.re = number_as<decltype(v.re)>(slot[i].f);
         }
         return v;
     }

@@ -15,14 +15,14 @@ constexpr long long kMostPixels = 1LL << 26;
 void store_number(std::uint8_t* p, Type t, double v) {
     auto put = [p](auto x) { std::memcpy(p, &x, sizeof x); };
     switch (t) {
-        case Type::U8: put(std::uint8_t(v)); break;
-        case Type::S8: put(std::int8_t(v)); break;
-        case Type::U16: put(std::uint16_t(v)); break;
-        case Type::S16: case Type::SC16: put(std::int16_t(v)); break;
-        case Type::U32: put(std::uint32_t(v)); break;
-        case Type::S32: case Type::SC32: put(std::int32_t(v)); break;
-        case Type::F32: case Type::FC32: put(float(v)); break;
-        case Type::S64: put(std::int64_t(v)); break;
+        case Type::U8: put(number_as<std::uint8_t>(v)); break;
+        case Type::S8: put(number_as<std::int8_t>(v)); break;
+        case Type::U16: put(number_as<std::uint16_t>(v)); break;
+        case Type::S16: case Type::SC16: put(number_as<std::int16_t>(v)); break;
+        case Type::U32: put(number_as<std::uint32_t>(v)); break;
+        case Type::S32: case Type::SC32: put(number_as<std::int32_t>(v)); break;
+        case Type::F32: case Type::FC32: put(number_as<float>(v)); break;
+        case Type::S64: put(number_as<std::int64_t>(v)); break;
         case Type::F64: case Type::FC64: put(double(v)); break;
         default: break;
     }
@@ -73,7 +73,11 @@ void Trial::fill_random(std::uint8_t* p, std::size_t n) {
 }
 
 Trial::Trial(const Export& e, const Plan& plan)
-    : e_(e), guard_(plan.guard), most_bytes_(plan.most_bytes), plane_arrays_(e.nargs, nullptr) {
+    : e_(e),
+      guard_(plan.guard),
+      most_bytes_(plan.most_bytes),
+      most_pixels_(plan.most_pixels),
+      plane_arrays_(e.nargs, nullptr) {
     call_.rng.seed(plan.seed);
     call_.nc = e.nc;
     draw_scalars(plan);
@@ -184,6 +188,10 @@ void Trial::lay_image(int i, const Arg& a, const Plan& plan) {
     }
     const long long width = std::max(roi.width, 1LL) + border[0] + border[2];
     const long long height = std::max(roi.height, 1LL) + border[1] + border[3];
+    if (width * height > most_pixels_) {
+        problem_ = std::string(a.name) + ": no image of that size";
+        return;
+    }
     const long long row = width * static_cast<long long>(pixel);
     const long long step = step_for(plan, row, type_align(e_.type(a.elem)));
     const long long bytes = (height - 1) * step + row;
@@ -203,6 +211,10 @@ void Trial::lay_planes(int i, const Arg& a, const Plan& plan) {
     const WideSize roi = a.size(call_);
     const std::size_t sample = std::size_t(type_bytes(e_.type(a.elem)));
     if (roi.width > kMostPixels || roi.height > kMostPixels) {
+        problem_ = std::string(a.name) + ": no planes of that size";
+        return;
+    }
+    if (std::max(roi.width, 1LL) * std::max(roi.height, 1LL) > most_pixels_) {
         problem_ = std::string(a.name) + ": no planes of that size";
         return;
     }

@@ -25,6 +25,7 @@ struct Plan {
     rokt::Guard guard = rokt::Guard::After;
     std::uint32_t seed = 1;
     std::size_t most_bytes = std::size_t(64) << 20;  // a larger buffer rules the layout out
+    long long most_pixels = 1LL << 26;                // and so does a larger image (steps of 0 make them cheap)
     // The fuzzer's hooks: may replace a scalar just drawn (before any buffer
     // is laid out from it), and choose an image's step given its row bytes
     // and its samples' alignment (the buffer then holds every row at that
@@ -85,6 +86,7 @@ private:
     const rokt::GuardedBuffer* scratch_ = nullptr;
     rokt::Guard guard_;
     std::size_t most_bytes_;
+    long long most_pixels_;
     std::string problem_;
     std::vector<std::uint8_t*> plane_arrays_;  // per argument: its pointer array, if a plane array
     struct Made {

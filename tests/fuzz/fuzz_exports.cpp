@@ -74,6 +74,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (wild && in.bit()) roi = {in.wild_int(), in.wild_int()};
     Plan plan(roi, in.bit(), in.bit() ? rokt::Guard::After : rokt::Guard::Before, in.take(4));
     plan.most_bytes = std::size_t(1) << 20;  // many small calls find more than a few large ones
+    plan.most_pixels = 1LL << 20;
     static const int thread_counts[] = {1, 2, 7};
     rokSetNumThreads(thread_counts[in.take(1) % 3]);
     if (wild) {

@@ -36,10 +36,10 @@ const Arg shape_convert_scale_range_any_args[] = {
     {.name = "vMax", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.real(5)+c.rand(1,1000); }},
 };
 const int shape_convert_scale_range_any_order[] = {4, 5, 6, -1};
-int call_rokiScale_8u32f_C1R(Call& c) { return rokiScale_8u32f_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
-int call_rokiScale_8u32f_C3R(Call& c) { return rokiScale_8u32f_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
-int call_rokiScale_8u32f_C4R(Call& c) { return rokiScale_8u32f_C4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
-int call_rokiScale_8u32f_AC4R(Call& c) { return rokiScale_8u32f_AC4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
+int call_rokiScale_8u32f_C1R(Call& c) { return rokiScale_8u32f_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), number_as<Rok32f>(c.real(5)), number_as<Rok32f>(c.real(6))); }
+int call_rokiScale_8u32f_C3R(Call& c) { return rokiScale_8u32f_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), number_as<Rok32f>(c.real(5)), number_as<Rok32f>(c.real(6))); }
+int call_rokiScale_8u32f_C4R(Call& c) { return rokiScale_8u32f_C4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), number_as<Rok32f>(c.real(5)), number_as<Rok32f>(c.real(6))); }
+int call_rokiScale_8u32f_AC4R(Call& c) { return rokiScale_8u32f_AC4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), c.size(4), number_as<Rok32f>(c.real(5)), number_as<Rok32f>(c.real(6))); }
 const Arg shape_convert_scale_hint_any_args[] = {
     {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
@@ -61,10 +61,10 @@ int call_rokiScale_32s8u_C1R(Call& c) { return rokiScale_32s8u_C1R(reinterpret_c
 int call_rokiScale_32s8u_C3R(Call& c) { return rokiScale_32s8u_C3R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 int call_rokiScale_32s8u_C4R(Call& c) { return rokiScale_32s8u_C4R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
 int call_rokiScale_32s8u_AC4R(Call& c) { return rokiScale_32s8u_AC4R(reinterpret_cast<const Rok32s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), c.integer(5)); }
-int call_rokiScale_32f8u_C1R(Call& c) { return rokiScale_32f8u_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
-int call_rokiScale_32f8u_C3R(Call& c) { return rokiScale_32f8u_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
-int call_rokiScale_32f8u_C4R(Call& c) { return rokiScale_32f8u_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
-int call_rokiScale_32f8u_AC4R(Call& c) { return rokiScale_32f8u_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), Rok32f(c.real(5)), Rok32f(c.real(6))); }
+int call_rokiScale_32f8u_C1R(Call& c) { return rokiScale_32f8u_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), number_as<Rok32f>(c.real(5)), number_as<Rok32f>(c.real(6))); }
+int call_rokiScale_32f8u_C3R(Call& c) { return rokiScale_32f8u_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), number_as<Rok32f>(c.real(5)), number_as<Rok32f>(c.real(6))); }
+int call_rokiScale_32f8u_C4R(Call& c) { return rokiScale_32f8u_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), number_as<Rok32f>(c.real(5)), number_as<Rok32f>(c.real(6))); }
+int call_rokiScale_32f8u_AC4R(Call& c) { return rokiScale_32f8u_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), number_as<Rok32f>(c.real(5)), number_as<Rok32f>(c.real(6))); }
 
 const Export exports[] = {
     {.name = "rokiScale_8u16u_C1R", .call = call_rokiScale_8u16u_C1R, .args = shape_convert_images_any_args, .nargs = 5, .order = shape_convert_images_any_order, .sType = Type::U8, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
