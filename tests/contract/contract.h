@@ -16,7 +16,6 @@ namespace rokc {
 
 enum class Kind : unsigned char {
     Image, Planes, Array, Out, Buffer, Roi, Size, Int, Real, Point, Value, Step,
-    Rect,    // a RokiRect drawn from its expressions
     Record,  // a specification or state record the suite makes for the call
     Made,    // where the call writes a record it makes
     Rect,    // a RokiRect: x and y from value and value2, width and height from size
