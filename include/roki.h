@@ -1644,7 +1644,8 @@ ROKI_API void rokiFree(void* ptr);
 /* inside the box's edge becomes v c + old (1 - c), old being what the */
 /* destination held and c = min(1, 0.5 + dx) min(1, 0.5 + dy), dx and dy the */
 /* distances inside the box; positions outside still leave their pixels. */
-/* Runs on the calling thread. */
+/* The rows are shared among the library's threads; results do not depend */
+/* on the thread count. */
 ROKI_API RokStatus rokiRemap_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
 ROKI_API RokStatus rokiRemap_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
 ROKI_API RokStatus rokiRemap_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
@@ -1841,8 +1842,9 @@ ROKI_API RokStatus rokiResizeGetBufSize_64f(RokiRect srcRoi, RokiRect dstRoi, Ro
 /* rokEdgeSmooth: a pixel whose source position lies less than half a source */
 /* pixel inside the rectangle's edge becomes v c + old (1 - c), old being */
 /* what the destination held and c = min(1, 0.5 + dx) min(1, 0.5 + dy), dx */
-/* and dy the distances inside the rectangle in source pixels. Runs on the */
-/* calling thread. */
+/* and dy the distances inside the rectangle in source pixels. The rows are */
+/* shared among the library's threads (the exact quarter-turn path runs on */
+/* the calling thread); results do not depend on the thread count. */
 ROKI_API RokStatus rokiWarpAffine_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
 ROKI_API RokStatus rokiWarpAffine_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
 ROKI_API RokStatus rokiWarpAffine_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);

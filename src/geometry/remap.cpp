@@ -1,5 +1,5 @@
 // Remap: the checks in their order, the admissible box, the small-image
-// rule, and the row loop over the maps. Runs on the calling thread.
+// rule, and the row loop over the maps, shared among the library's threads.
 #include "geometry/remap.h"
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include "convert/rounding.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
+#include "frame/parallel.h"
 #include "geometry/interp.h"
 #include "kernels/geometry/pixel_interp.h"
 
@@ -34,19 +35,31 @@ void run(const RemapArgs& a, const kernels::PixelRule& rule, RokiRect box) {
         src[p] = {static_cast<const T*>(a.src[p]), a.srcStep, a.ac4 ? 4 : a.nc, box.x, box.y,
                   box.x + box.width - 1, box.y + box.height - 1};
     const int n = a.dstSize.width;
-    for (int y = 0; y < a.dstSize.height; ++y) {
-        const M* xs = row(static_cast<const M*>(a.xMap), a.xMapStep, y);
-        const M* ys = row(static_cast<const M*>(a.yMap), a.yMapStep, y);
-        for (int p = 0; p < a.planes; ++p) {
-            T* d = row(static_cast<T*>(a.dst[p]), a.dstStep, y);
-            if (a.ac4)
-                ac4_row_update(d, n, [&](T* block, int x, int count) {
-                    kernels::interpolate_pixels(src[p], rule, xs + x, ys + x, count, block);
-                });
-            else
-                kernels::interpolate_pixels(src[p], rule, xs, ys, n, d);
+    // Each destination row depends only on its own map rows and the source.
+    auto rows = [&](int y0, int y1) {
+        for (int y = y0; y < y1; ++y) {
+            const M* xs = row(static_cast<const M*>(a.xMap), a.xMapStep, y);
+            const M* ys = row(static_cast<const M*>(a.yMap), a.yMapStep, y);
+            for (int p = 0; p < a.planes; ++p) {
+                T* d = row(static_cast<T*>(a.dst[p]), a.dstStep, y);
+                if (a.ac4)
+                    ac4_row_update(d, n, [&](T* block, int x, int count) {
+                        kernels::interpolate_pixels(src[p], rule, xs + x, ys + x, count, block);
+                    });
+                else
+                    kernels::interpolate_pixels(src[p], rule, xs, ys, n, d);
+            }
         }
-    }
+    };
+    constexpr long long kMinPixelsToShare = 1 << 14;
+    const int team = ownGetNumThreads();
+    const int h = a.dstSize.height;
+    if (team <= 1 || h < 2 || static_cast<long long>(n) * h < kMinPixelsToShare) return rows(0, h);
+    parallel_for(h, team, [&](int begin, int end, int) {
+        // The kernels round to nearest on whichever thread runs them.
+        convert::RoundingGuard nearest(FE_TONEAREST);
+        rows(begin, end);
+    });
 }
 
 }  // namespace

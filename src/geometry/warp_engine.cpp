@@ -1,14 +1,18 @@
 // The row engine of the warps: for every span of destination pixels, the
 // source positions of the inverse map in blocks, interpolated by the
 // per-pixel kernels; and the exact path of the quarter-turn rotations, which
-// moves pixels with the copy family's row and block kernels. The warps run
-// on the calling thread.
+// moves pixels with the copy family's row and block kernels. Interpolated
+// rows are shared among the library's threads; the exact path runs on the
+// calling thread (it is a copy, bound by memory).
 #include <algorithm>
+#include <cfenv>
 #include <cstring>
 #include <type_traits>
 
+#include "convert/rounding.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
+#include "frame/parallel.h"
 #include "geometry/warp_plan.h"
 #include "kernels/copy/channels.h"
 #include "kernels/copy/copy_order.h"
@@ -54,10 +58,10 @@ void solved_positions(const WarpPlan& p, int x, int y, int n, P* xs, P* ys) {
     }
 }
 
-// Rows top to bottom, each span left to right: one destination row reads
-// source pixels that the next row mostly reads again.
+// Rows r0 .. r1 - 1 top to bottom, each span left to right: one destination
+// row reads source pixels that the next row mostly reads again.
 template <class T>
-void interpolate_spans(const WarpPlan& p) {
+void interpolate_rows(const WarpPlan& p, int r0, int r1) {
     using P = Pos<T>;
     const WarpImages& im = *p.images;
     const int nc = im.ac4 ? 4 : im.nc;
@@ -66,7 +70,7 @@ void interpolate_spans(const WarpPlan& p) {
         src[k] = {static_cast<const T*>(im.src[k]), im.srcStep, nc, p.bx0, p.by0, p.bx1, p.by1};
     const kernels::PixelRule rule{p.method, p.smooth, false};
     alignas(32) P xs[kBlock], ys[kBlock];
-    for (int r = 0; r < p.rows; ++r) {
+    for (int r = r0; r < r1; ++r) {
         const int y = p.firstRow + r, left = p.spans[2 * r], right = p.spans[2 * r + 1];
         kernels::RowMap m;
         const bool closed = row_map(p, y, &m);
@@ -89,6 +93,23 @@ void interpolate_spans(const WarpPlan& p) {
             }
         }
     }
+}
+
+// Every row depends only on its own span and the source (the smooth edge
+// blends a pixel with its own old value), so the rows are shared among the
+// threads in runs of consecutive rows; small warps stay on the caller.
+template <class T>
+void interpolate_spans(const WarpPlan& p) {
+    constexpr long long kMinPixelsToShare = 1 << 14;
+    const int team = ownGetNumThreads();
+    long long pixels = 0;
+    for (int r = 0; r < p.rows; ++r) pixels += std::max(0, p.spans[2 * r + 1] - p.spans[2 * r] + 1);
+    if (team <= 1 || p.rows < 2 || pixels < kMinPixelsToShare) return interpolate_rows<T>(p, 0, p.rows);
+    parallel_for(p.rows, team, [&](int begin, int end, int) {
+        // The kernels round to nearest on whichever thread runs them.
+        convert::RoundingGuard nearest(FE_TONEAREST);
+        interpolate_rows<T>(p, begin, end);
+    });
 }
 
 // ---- the exact path: quarter turns with whole shifts ----

@@ -14,6 +14,7 @@
 #include "guarded.h"
 #include "random.h"
 #include "resize_harness.h"
+#include "threads.h"
 #include "roki.h"
 #include "warp_reference.h"
 
@@ -376,6 +377,28 @@ TEST(Remap, ChecksInOrderWriteNothing) {
             << r.what;
         EXPECT_EQ(dst, before) << r.what;
     }
+}
+
+// Rows shared among threads give the bits of one thread, on maps that mix
+// positions inside, on and outside the box, with and without the smooth edge.
+TEST(Remap, ResultsDoNotDependOnTheThreadCount) {
+    for (int method : {2, 4, 16})
+        for (bool smooth : {false, true}) {
+            const Case c{90, 70, {3, 2, 80, 66}, 150, 130, method, smooth};
+            std::vector<std::uint8_t> first;
+            for (int threads : {1, 2, 7}) {
+                RemapRun<Rok8u> run(Lay::C3, c, 1, 9);
+                run.draw_positions(31 + method);
+                rokt::WithThreads t(threads);
+                ASSERT_EQ(run.run(), rokStatusOk);
+                if (threads == 1) {
+                    EXPECT_GT(run.check("one thread"), 1000);
+                    first = run.dst().bytes();
+                } else {
+                    EXPECT_EQ(run.dst().bytes(), first) << threads << " threads, method " << method;
+                }
+            }
+        }
 }
 
 }  // namespace

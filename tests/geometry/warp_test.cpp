@@ -365,24 +365,29 @@ TEST(Warp, ShearsAndSmoothEdges) {
 }
 
 TEST(Warp, ResultsDoNotDependOnTheThreadCount) {
-    Case c{};
-    c.srcW = 200, c.srcH = 150;
-    c.srcRoi = {0, 0, 200, 150};
-    c.dstRoi = {0, 0, 220, 220};
-    c.method = 4;
-    Args a{Family::RotateCenter};
-    a.p[0] = 33, a.p[1] = 100, a.p[2] = 75;
-    c.t = a.transform();
-    WarpRun<Rok8u> one(Lay::C3, c), two(Lay::C3, c);
-    {
-        rokt::WithThreads t(1);
-        ASSERT_EQ(invoke(one, a), rokStatusOk);
-    }
-    {
-        rokt::WithThreads t(2);
-        ASSERT_EQ(invoke(two, a), rokStatusOk);
-    }
-    EXPECT_EQ(one.dst().bytes(), two.dst().bytes());
+    for (int method : {1, 2, 4})
+        for (bool smooth : {false, true}) {
+            Case c{};
+            c.srcW = 200, c.srcH = 150;
+            c.srcRoi = {0, 0, 200, 150};
+            c.dstRoi = {0, 0, 220, 220};
+            c.method = method;
+            c.smooth = smooth;
+            Args a{Family::RotateCenter};
+            a.p[0] = 33, a.p[1] = 100, a.p[2] = 75;
+            c.t = a.transform();
+            WarpRun<Rok8u> one(Lay::C3, c);
+            {
+                rokt::WithThreads t(1);
+                ASSERT_EQ(invoke(one, a), rokStatusOk);
+            }
+            for (int threads : {2, 7}) {
+                WarpRun<Rok8u> many(Lay::C3, c);
+                rokt::WithThreads t(threads);
+                ASSERT_EQ(invoke(many, a), rokStatusOk);
+                EXPECT_EQ(one.dst().bytes(), many.dst().bytes()) << threads << " threads, method " << method;
+            }
+        }
 }
 
 }  // namespace
