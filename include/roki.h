@@ -111,6 +111,7 @@ enum {
     rokStatusQuadNotParallelogram = 28, /* warning: the quadrangle is not a parallelogram; the affine transform fits three of its corners */
     rokStatusNoIntersection = 29, /* warning: the source region lies outside the image; nothing was done */
     rokStatusWrongIntersectQuad = 30, /* warning: the transformed quadrangle misses the destination; nothing was done */
+    rokStatusEvenMedianWeight = 39, /* warning: an even centre weight was reduced by one */
     rokStatusSizeExceedsSpec = 48 /* warning: the destination exceeds the specified size; only the part inside was written */
 };
 
@@ -1486,6 +1487,136 @@ ROKI_API RokStatus rokiFilter_Round32f_16u_C3R(const Rok16u* pSrc, int srcStep, 
 ROKI_API RokStatus rokiFilter_Round32f_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
 ROKI_API RokStatus rokiFilter_Round32f_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
 
+/* ---- filter_median ---- */
+
+/* Replaces each sample by the median of its channel over an mw x mh */
+/* neighbourhood: destination pixel (x, y) takes the source pixels of columns */
+/* x - anchor.x .. x - anchor.x + mw - 1 and rows y - anchor.y .. */
+/* y - anchor.y + mh - 1 (the mask as stored, not flipped), so the caller */
+/* provides anchor.x columns left of the ROI, mw - 1 - anchor.x right of it, */
+/* anchor.y rows above and mh - 1 - anchor.y below. The median is the value */
+/* of rank (mw * mh) / 2 + 1 in ascending order. Checks: null pointers (-8); */
+/* ROI width or height below 1 (-6); a step below 1 (-14); mask width or */
+/* height below 1 or even, or a mask of more than 2^31 - 1 samples (-33); */
+/* anchor outside the mask (-34). A 1 x 1 mask copies the ROI; 3 x 3 and */
+/* 5 x 5 masks use comparator networks on whole registers, 3 x 1, 5 x 1, */
+/* 1 x 3 and 1 x 5 the kernels of rokiFilterMedianHoriz/Vert; other 8u masks */
+/* use column histograms at a cost per pixel that does not grow with the */
+/* mask (about 256 KB of scratch per thread), other 16-bit masks a sliding */
+/* three-level histogram (280 KB per channel); the scratch comes from */
+/* rokMalloc (-9 if it fails). AC4 leaves the destination alpha untouched. */
+/* The 8u C4 member divides its rows among threads for ROIs of 16384 pixels */
+/* or more; results do not depend on it. */
+ROKI_API RokStatus rokiFilterMedian_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+
+/* Float data: as above, with samples ranked in IEEE totalOrder */
+/* (-NaN < -inf < ... < -0 < +0 < ... < +inf < +NaN), so the result is one of */
+/* the neighbourhood's samples bit for bit. pBuffer (any alignment) holds at */
+/* least the bytes that rokiFilterMedianGetBufferSize_32f/_64f report for the */
+/* mask (the 64f size under the thread count in force at the call); a null */
+/* pBuffer is -8 with the image pointers. Masks other than the fixed shapes */
+/* gather each neighbourhood into it and select the median. The 64f member */
+/* divides its rows among threads (one slice of pBuffer each) for ROIs of */
+/* 16384 pixels or more. */
+ROKI_API RokStatus rokiFilterMedian_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+
+/* Bytes of pBuffer for rokiFilterMedian_32f (mw * mh * 4) and _64f */
+/* (((mw * mh * 136 + 144) rounded down to a multiple of 16) times the */
+/* current thread count). Checks: null pBufferSize (-8); ROI width or height */
+/* below 1 (-6); mask width or height below 1 or even (-33); nChannels not */
+/* 1, 3 or 4 (-53); a size beyond 2^31 - 1 bytes (-33). */
+ROKI_API RokStatus rokiFilterMedianGetBufferSize_32f(RokiSize roiSize, RokiSize maskSize, int nChannels, int* pBufferSize);
+ROKI_API RokStatus rokiFilterMedianGetBufferSize_64f(RokiSize roiSize, RokiSize maskSize, int nChannels, int* pBufferSize);
+
+/* Median of 3 or 5 samples along the row (mask 31: 3 x 1, 51: 5 x 1) */
+/* centred on each pixel, per channel; one or two pixels of border are read */
+/* left and right of the ROI. Checks: null pointers (-8); ROI size (-6); a */
+/* step below 1 (-14); another mask code (-33). AC4 leaves alpha untouched. */
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* As rokiFilterMedianHoriz down the column: mask 13 (1 x 3) or 15 (1 x 5), */
+/* one or two rows of border above and below the ROI. */
+ROKI_API RokStatus rokiFilterMedianVert_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* Median of the plus shape centred on each pixel, per channel: mask 33 takes */
+/* the pixel and its four direct neighbours (5 samples), mask 55 the pixel */
+/* and two neighbours in each of the four directions (9 samples). Checks as */
+/* rokiFilterMedianHoriz. */
+ROKI_API RokStatus rokiFilterMedianCross_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* Vector median of the 3 x 3 (mask 33) or 5 x 5 (mask 55) colour pixels */
+/* centred on each pixel: the neighbourhood pixel whose L1 distances */
+/* (|dR| + |dG| + |dB|) to all the others sum least is written whole, so the */
+/* output is always one of the neighbourhood's pixels; of equal sums the */
+/* first in row-major order (top row first, left to right) wins. 8u and 16s */
+/* sums are exact; 32f distances are summed in double in row-major order, */
+/* and a pixel whose sum is NaN is written only when every sum is NaN (then */
+/* the top-left pixel). Checks as rokiFilterMedianHoriz. AC4 leaves alpha */
+/* untouched. */
+ROKI_API RokStatus rokiFilterMedianColor_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* 3 x 3 median with the centre sample counted `weight` times beside its */
+/* eight neighbours (the median of 8 + weight values). An even weight is */
+/* reduced by one and the call returns rokStatusEvenMedianWeight (39) after */
+/* doing the work; weight 1 is the plain 3 x 3 median, and 9 or more copies */
+/* the source, since the centre then always wins. Checks: null pointers (-8); */
+/* ROI size (-6); a step below 1 (-14); weight below 1 (-211). */
+ROKI_API RokStatus rokiFilterMedianWeightedCenter3x3_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int weight);
+
+/* Per pixel, the middle value of the samples at the same position of the */
+/* three source planes (which share srcStep). Checks: a null plane array, */
+/* plane or destination (-8); ROI size (-6); a step below 1 (-14). */
+ROKI_API RokStatus rokiMedian_8u_P3C1R(const Rok8u* const pSrc[3], int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+
 /* ---- filter_rowcol ---- */
 
 /* The two-dimensional filter with a kernel of kernelSize x 1 (row) or 1 x */
@@ -2201,6 +2332,193 @@ ROKI_API RokStatus rokiAddRotateShift(double xCenter, double yCenter, double ang
 /* rokiGetAffineQuad and rokiGetAffineBound of the shear of rokiShear. */
 ROKI_API RokStatus rokiGetShearQuad(RokiRect srcRoi, double quad[4][2], double xShear, double yShear, double xShift, double yShift);
 ROKI_API RokStatus rokiGetShearBound(RokiRect srcRoi, double bound[2][2], double xShear, double yShear, double xShift, double yShift);
+
+/* ---- morph_dilate ---- */
+
+/* Dilate3x3 (maximum) and Erode3x3 (minimum): each destination sample is */
+/* the extremum of the nine source samples of its channel at x-1..x+1, */
+/* y-1..y+1, so the caller provides one valid pixel on every side of the ROI. */
+/* An R call with pSrc == pDst and equal steps runs the in-place form. In */
+/* place, a result row goes back only once no later row reads the row it */
+/* replaces; the result equals the out-of-place one. AC4 leaves the */
+/* destination's alpha samples as they were. Checks (R): null pointers (-8); */
+/* a step below 1 (-14); ROI width or height below 1 (-6); a source step below */
+/* (width + 2) pixels or a destination step below width pixels (-37). The step */
+/* tests come before the size test. In place: null (-8), step below 1 (-14), */
+/* size (-6), step below (width + 2) pixels (-37), scratch (-9). The */
+/* out-of-place forms need no scratch. For float data a NaN in a */
+/* neighbourhood may or may not reach the result, and which zero a tie of +0 */
+/* and -0 gives is not specified; either way the result does not depend on */
+/* the thread count or on the in-place form. */
+ROKI_API RokStatus rokiDilate3x3_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* 64f: as the other types, with the same step test (source step at least */
+/* (width + 2) x 8 bytes). Out of place, the rows are shared among the */
+/* library's threads for ROIs wider and higher than 63 pixels; results do not */
+/* depend on it. */
+ROKI_API RokStatus rokiDilate3x3_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize roiSize);
+
+/* Dilate (maximum) and Erode (minimum) with a mask of maskSize.width x */
+/* maskSize.height bytes stored row after row: destination pixel (x, y) takes */
+/* the extremum, per channel, of the source pixels (x - anchor.x + i, */
+/* y - anchor.y + j) for every entry (i, j) that is non-zero, whatever its */
+/* value. The mask is applied as stored, not flipped. The caller provides */
+/* anchor.x columns left of the ROI, maskSize.width - 1 - anchor.x right, */
+/* anchor.y rows above and maskSize.height - 1 - anchor.y below. Checks (R): */
+/* null pointers, the mask's included (-8); a step below 1 (-14); ROI size */
+/* (-6); mask width or height below 1 (-33); a mask of zeros only (-59); */
+/* anchor outside the mask (-34); a source step below width + maskSize.width */
+/* - 1 pixels or a destination step below width pixels (-37); scratch (-9). */
+/* An R call with pSrc == pDst and equal steps runs the in-place form, whose */
+/* checks are the same. In place, result rows wait in a ring of at most */
+/* anchor.y + 2 rows (rows go in pairs; fewer when the mask's top rows are */
+/* zero) and the result equals the out-of-place one. AC4 leaves the destination's alpha alone. */
+/* Rectangles, crosses and other shapes are split into runs of mask rows that */
+/* whole columns share, so the cost follows the shape's outline rather than */
+/* its area; the plan of a mask of up to 32 entries lives on the stack. The */
+/* calling thread does all the work. Float data: as Dilate3x3. */
+ROKI_API RokStatus rokiDilate_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+
+/* ---- morph_minmax ---- */
+
+/* FilterMin and FilterMax: each destination sample is the minimum (maximum), */
+/* per channel, of the source block of columns x - anchor.x .. x - anchor.x + */
+/* maskSize.width - 1 and rows y - anchor.y .. y - anchor.y + */
+/* maskSize.height - 1 (the mask as laid, not flipped), so the caller */
+/* provides anchor.x columns left of the ROI, maskSize.width - 1 - anchor.x */
+/* right, anchor.y rows above and maskSize.height - 1 - anchor.y below. */
+/* Checks: null pointers (-8); ROI size (-6); a step below 1 (-14); mask width */
+/* or height below 1 (-33); anchor outside the mask (-34); then a source step */
+/* below width + maskSize.width - 1 pixels or a destination step below width */
+/* pixels (-14); scratch (-9). A 1x1 mask copies the ROI (AC4: channels 0..2). */
+/* pSrc == pDst with equal steps gives the in-place result (the rows wait */
+/* until no later row reads them); other overlaps of the two images are not */
+/* supported. Columns go through running extrema (doubling passes whose count */
+/* grows with the logarithm of the width), rows through van Herk/Gil-Werman */
+/* running extrema for tall masks, so the cost hardly grows with the mask. */
+/* AC4 leaves the destination's alpha alone. Float data: as Dilate3x3. The */
+/* calling thread does all the work. */
+ROKI_API RokStatus rokiFilterMin_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
 
 /* ---- stats_count ---- */
 

@@ -94,6 +94,7 @@ enum {
     rokStatusQuadNotParallelogram = 28, /* warning: the quadrangle is not a parallelogram; the affine transform fits three of its corners */
     rokStatusNoIntersection = 29, /* warning: the source region lies outside the image; nothing was done */
     rokStatusWrongIntersectQuad = 30, /* warning: the transformed quadrangle misses the destination; nothing was done */
+    rokStatusEvenMedianWeight = 39, /* warning: an even centre weight was reduced by one */
     rokStatusSizeExceedsSpec = 48 /* warning: the destination exceeds the specified size; only the part inside was written */
 };
 
