@@ -7,13 +7,15 @@ name any earlier-decided argument, its fields (.width .height .x .y) and
 rand(a,b), a whole number drawn from a..b):
 
     image NAME in|out|inout [type=s|d|CTYPE] [ch=s|d|N] [step=ARG] [roi=SIZE]
-          [border=LEFT,TOP,RIGHT,BOTTOM]
+          [border=LEFT,TOP,RIGHT,BOTTOM] [fill=LO..HI]
         An image at NAME with its row step in ARG (default: the argument named
         after it, pSrc -> srcStep), covering SIZE pixels (default: the shape's
         only RokiSize argument) plus a border that the call reads round it.
         type: its samples are the export's source (s) or destination (d)
         type, or CTYPE. ch: channels per pixel, the layout's source (s) or
-        destination (d) count, or N.
+        destination (d) count, or N. fill: samples drawn from LO..HI (in
+        steps of 1/8 for floating types) instead of random bits, for images
+        that hold numbers the call uses as positions or indices.
     planes NAME in|out N [type=..] [step=ARG] [roi=SIZE]
         An array of N pointers to one-channel planes sharing one step.
     array NAME in|out n=COUNT [type=CTYPE] [fill=LO..HI|rising]
@@ -177,7 +179,8 @@ def infer_roles(shape_name, params, lines):
         count = f.get("n") if kind == "planes" else None
         if kind == "planes" and count is None:
             count = p.array
-        return Role(kind, p, dir=direction, step=step, elem=elem, ch=ch, roi=roi, border=border, count=count)
+        return Role(kind, p, dir=direction, step=step, elem=elem, ch=ch, roi=roi, border=border, count=count,
+                    fill=f.get("fill"))
 
     for p in params:
         if p.name in stated:
@@ -376,6 +379,9 @@ def shape_descriptor(ident, params, roles, seq):
                 f.append(".border = {" + ", ".join(_lambda(b, params, roles) for b in r.border) + "}")
             if r.kind == "planes":
                 f.append(f".count = {_lambda(r.count, params, roles)}")
+            if r.fill:
+                lo, hi = r.fill.split("..")
+                f.append(f".fill = Fill::Range, .lo = {lo}, .hi = {hi}")
         elif r.kind in ("array", "out"):
             f.append(f".dir = Dir::{'In' if getattr(r, 'dir', 'out') == 'in' else 'Out'}")
             f.append(f".elem = {_elem(r.elem)}")
@@ -452,7 +458,11 @@ def thunk_arg(p, role):
     if p.pointer or p.array is not None:
         body = re.sub(r"\[[^\]]*\]", "", p.text)
         ctype = body[: body.rindex(p.name)].strip()
-        if p.array is not None:
+        dims = re.findall(r"\[([^\]]*)\]", p.text)
+        if len(dims) > 1:
+            # A two-dimensional array is passed as a pointer to its rows.
+            ctype += " (*)" + "".join(f"[{d}]" for d in dims[1:])
+        elif p.array is not None:
             ctype += "*"
         return f"reinterpret_cast<{ctype}>(c.ptr({i}))"
     if role.kind == "value":

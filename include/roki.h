@@ -108,6 +108,7 @@ enum {
     rokStatusDivByZero = 6, /* warning: division by zero occurred; the affected results hold substitutes */
     rokStatusLnZeroArg = 7, /* warning: the logarithm of 0 occurred */
     rokStatusLnNegArg = 8, /* warning: the logarithm of a negative value occurred */
+    rokStatusQuadNotParallelogram = 28, /* warning: the quadrangle is not a parallelogram; the affine transform fits three of its corners */
     rokStatusNoIntersection = 29, /* warning: the source region lies outside the image; nothing was done */
     rokStatusWrongIntersectQuad = 30, /* warning: the transformed quadrangle misses the destination; nothing was done */
     rokStatusEvenMedianWeight = 39, /* warning: an even centre weight was reduced by one */
@@ -2822,6 +2823,79 @@ ROKI_API Rok32fc* rokiMalloc_32fc_AC4(int widthPixels, int heightPixels, int* pS
 /* Releases an image from any rokiMalloc_* function; null is accepted. */
 ROKI_API void rokiFree(void* ptr);
 
+/* ---- geometry_remap ---- */
+
+/* Fills the destination region (pDst its first pixel, dstRoiSize its size) */
+/* from the source image (pSrc its pixel (0, 0); planar forms: arrays of */
+/* plane pointers sharing one step): pixel (i, j) is interpolated at source */
+/* position (xMap(i, j), yMap(i, j)), in image coordinates with pixel */
+/* centres on integers. The maps are 32-bit floats, 64-bit for the 64f */
+/* members, each with its own step in bytes, and serve every plane. */
+/* Checks, in this order: a null pSrc, pDst, xMap or yMap, or a null plane */
+/* pointer (-8); srcSize, srcRoi or dstRoiSize with a width or height below 1, */
+/* or srcRoi with a negative x or y (-6); an interpolation other than */
+/* rokInterNearest, rokInterLinear, rokInterCubic, rokInterCatmullRom or */
+/* rokInterLanczos, optionally with rokEdgeSmooth (-22); srcStep or dstStep */
+/* below 1, xMapStep or yMapStep below 1 (-14); then a srcRoi that starts */
+/* outside the image gives warning 29 and writes nothing. */
+/* srcRoi is cut to the image; the admissible positions are the closed box */
+/* of its pixel centres. A position outside the box (compared as a float), */
+/* or one that is not a number, leaves its pixel as it was. On a source */
+/* image narrower or lower than 6 pixels Lanczos is done as cubic, below 4 */
+/* cubic and Catmull-Rom as bilinear, and at 1 pixel every method as nearest */
+/* neighbour. */
+/* Nearest neighbour takes the closer pixel, the lower one on a tie. */
+/* Bilinear takes ix = floor(x) and ix + 1, moving ix back by one on the */
+/* box's last column so that both lie in the box (its fraction is then 1), */
+/* and likewise in y; 8u weighs in 14-bit fixed point: f = round(t * 16384), */
+/* each row (a (16384 - fx) + b fx + 128) >> 8, kept in 16 bits, then */
+/* (h0 (16384 - fy) + h1 fy + 2^19) >> 20; the other types compute a + (b - */
+/* a) t per row and between the rows in 32-bit float (64f: double). Cubic */
+/* (Lagrange) and Catmull-Rom take four taps per axis from ix - 1, with */
+/* weights evaluated from the fraction in 32-bit float (64f: double), */
+/* exactly 1 and 0 at a whole position; Lanczos six taps from ix - 2 with the */
+/* weights of rokiResizeSqrPixel's Lanczos table divided by their sum. Each */
+/* row is summed across, then the rows. Taps beyond the box read its nearest */
+/* edge pixel; no other source pixel is read. Integer results are rounded */
+/* to nearest, ties to even, and saturated. AC4 leaves the destination's */
+/* alpha as it was. */
+/* rokEdgeSmooth: a pixel whose position lies less than half a source pixel */
+/* inside the box's edge becomes v c + old (1 - c), old being what the */
+/* destination held and c = min(1, 0.5 + dx) min(1, 0.5 + dy), dx and dy the */
+/* distances inside the box; positions outside still leave their pixels. */
+/* The rows are shared among the library's threads; results do not depend */
+/* on the thread count. */
+ROKI_API RokStatus rokiRemap_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_C1R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_C3R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_C4R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_AC4R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_P3R(const Rok16s* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok8u* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16u* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_16s_P4R(const Rok16s* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok16s* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok32f* xMap, int xMapStep, const Rok32f* yMap, int yMapStep, Rok32f* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_C1R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_C3R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_C4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_AC4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_P3R(const Rok64f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* const pDst[3], int dstStep, RokiSize dstRoiSize, int interpolation);
+ROKI_API RokStatus rokiRemap_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, const Rok64f* xMap, int xMapStep, const Rok64f* yMap, int yMapStep, Rok64f* const pDst[4], int dstStep, RokiSize dstRoiSize, int interpolation);
+
 /* ---- geometry_resize ---- */
 
 /* Scales the rectangle srcRoi of the source image into the rectangle dstRoi */
@@ -2941,6 +3015,411 @@ ROKI_API RokStatus rokiGetResizeRect(RokiRect srcRoi, RokiRect* pDstRect, double
 /* writes 0 and gives -6. */
 ROKI_API RokStatus rokiResizeGetBufSize(RokiRect srcRoi, RokiRect dstRoi, Rok32u nChannel, int interpolation, int* pBufSize);
 ROKI_API RokStatus rokiResizeGetBufSize_64f(RokiRect srcRoi, RokiRect dstRoi, Rok32u nChannel, int interpolation, int* pBufSize);
+
+/* ---- geometry_warp ---- */
+
+/* Warps the rectangle srcRoi of the source image into the destination by */
+/* the affine map x' = c00 x + c01 y + c02, y' = c10 x + c11 y + c12 (coeffs */
+/* map source to destination). Coordinates put pixel centres on integers; */
+/* pSrc and pDst address pixel (0, 0) of their images (planar forms: arrays */
+/* of plane pointers sharing one step), the rectangles are in image */
+/* coordinates, and a rectangle is taken as the quadrangle through its corner */
+/* pixels' centres. */
+/* Checks, in this order: a null pSrc, pDst or coeffs (-8); srcSize, srcRoi */
+/* or dstRoi with a width or height below 1 or a negative x or y (-6); an */
+/* interpolation other than rokInterNearest, rokInterLinear, rokInterCubic or */
+/* rokInterCatmullRom, optionally with rokEdgeSmooth (-22); a null plane */
+/* pointer (-8); a step below 1 (-14); a coefficient that is not a finite */
+/* number, or c00 c11 and c01 c10 equal to a relative 1e-10 (absolute 1e-10 */
+/* when |c00 c11| <= 1e-200) (-56). On a source image narrower or lower than */
+/* 4 pixels cubic is done as bilinear (Catmull-Rom keeps its taps, which */
+/* repeat the edge; an image one pixel wide or high, which would take nearest */
+/* neighbour, cannot hold the 2 x 2 pixels below). Then, writing nothing: */
+/* a srcRoi that starts outside the image gives warning 29; srcRoi is cut to */
+/* the image and must keep 2 x 2 pixels (-57); its mapped quadrangle must be */
+/* convex and not degenerate (-56); the quadrangle is cut against the closed */
+/* box of dstRoi's pixel centres, and if no pixel centre lies inside, or the */
+/* table of spans cannot be allocated, the call gives warning 30. */
+/* The pixels written are those whose centres lie inside the cut quadrangle */
+/* (row by row, columns ceil(left) .. floor(right)); nothing else is written. */
+/* Each is mapped back to the source by the inverse map, which is computed */
+/* from the mapped corners: along row y each coordinate is a u + b in the */
+/* pixel's column u, one fused multiply-add in double (a and b from the */
+/* map's coefficients and y), rounded to a 32-bit float (64f: kept in */
+/* double), then moved onto the source rectangle where rounding left it */
+/* outside. Nearest neighbour takes the */
+/* closer pixel, the lower one on a tie. Bilinear (8u) weighs in 14-bit fixed */
+/* point: f = round(t * 16384) of the fraction t, each row (a (16384 - fx) + b */
+/* fx + 128) >> 8, then (h0 (16384 - fy) + h1 fy + 2^19) >> 20; other types */
+/* a + (b - a) t per row and then between the rows in 32-bit float (64f: */
+/* double). Cubic (Lagrange) and Catmull-Rom take four taps per axis with */
+/* weights evaluated from the fraction in 32-bit float (64f: double), exactly */
+/* 1 and 0 at a whole position, each row summed across and then the rows. */
+/* Taps beyond the cut source rectangle read its nearest edge pixel; no other */
+/* source pixel is read. Integer results are rounded to nearest, ties to */
+/* even, and saturated. AC4 leaves the destination's alpha as it was. */
+/* rokEdgeSmooth: a pixel whose source position lies less than half a source */
+/* pixel inside the rectangle's edge becomes v c + old (1 - c), old being */
+/* what the destination held and c = min(1, 0.5 + dx) min(1, 0.5 + dy), dx */
+/* and dy the distances inside the rectangle in source pixels. The rows are */
+/* shared among the library's threads (the exact quarter-turn path runs on */
+/* the calling thread); results do not depend on the thread count. */
+ROKI_API RokStatus rokiWarpAffine_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_64f_C1R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_64f_C3R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_64f_C4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_64f_AC4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_64f_P3R(const Rok64f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffine_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+
+/* As rokiWarpAffine with coeffs that map the destination to the source; they */
+/* serve as the inverse map directly (their inverse gives the quadrangle). */
+/* The interpolation is rokInterNearest, rokInterLinear or rokInterCubic, */
+/* optionally with rokEdgeSmooth; Catmull-Rom gives -22. */
+ROKI_API RokStatus rokiWarpAffineBack_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+ROKI_API RokStatus rokiWarpAffineBack_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][3], int interpolation);
+
+/* As rokiWarpAffine with the affine map that takes vertices 0, 1 and 3 of */
+/* srcQuad onto those of dstQuad. The quadrangles only fix the transform: */
+/* the whole of srcRoi is warped. Where rokiWarpAffine tests its */
+/* coefficients, either quadrangle degenerate or not convex, or a singular */
+/* fit, gives -56 (null srcQuad or dstQuad: -8 with the other pointers). */
+/* When vertex 2 of srcQuad does not land on vertex */
+/* 2 of dstQuad (to a relative 1e-10 in each coordinate) the warp is done */
+/* and warning 28 returned. */
+ROKI_API RokStatus rokiWarpAffineQuad_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpAffineQuad_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+
+/* As rokiWarpAffine with the perspective map x' = (c00 x + c01 y + c02) / */
+/* (c20 x + c21 y + c22), y' likewise with row 1. Singular: the determinant's */
+/* first-row terms t0 and -(t1 + t2) nearly equal, in the sense of */
+/* rokiWarpAffine (-56). The source rectangle must lie on one side of the */
+/* map's vanishing line (the denominators at its corners share a strict */
+/* sign), else -56. Each pixel is mapped back by the inverse matrix (the */
+/* adjugate): numerators and denominator each a fused multiply-add in the */
+/* column as above, the numerators times one reciprocal of the denominator. */
+ROKI_API RokStatus rokiWarpPerspective_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspective_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+
+/* As rokiWarpPerspective with coeffs that map the destination to the */
+/* source, used per pixel as they are; the interpolation as */
+/* rokiWarpAffineBack. */
+ROKI_API RokStatus rokiWarpPerspectiveBack_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveBack_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[3][3], int interpolation);
+
+/* As rokiWarpPerspective with the map that takes the four vertices of */
+/* srcQuad onto those of dstQuad (each quadrangle as the image of the unit */
+/* square, one composed with the other's inverse); the checks as */
+/* rokiWarpAffineQuad, without warning 28. */
+ROKI_API RokStatus rokiWarpPerspectiveQuad_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpPerspectiveQuad_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+
+/* As rokiWarpAffine with the bilinear map x' = c00 xy + c01 x + c02 y + c03, */
+/* y' likewise with row 1 (singular only where a coefficient is not finite: */
+/* the quadrangle's convexity decides the rest). The map takes the rectangle's edges to straight lines. Each */
+/* pixel is mapped back by solving the map's quadratic, taking of its two */
+/* roots the one nearest the source rectangle. */
+ROKI_API RokStatus rokiWarpBilinear_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinear_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+
+/* As rokiWarpBilinear with a bilinear map from the destination to the */
+/* source, evaluated per pixel (linear along each row). The quadrangle */
+/* written is the one through the preimages of the source rectangle's */
+/* corners, each the root nearest dstRoi; pixels inside it whose positions */
+/* fall outside the rectangle (its preimage's edges are curves) are moved */
+/* onto it. The interpolation as rokiWarpAffineBack. */
+ROKI_API RokStatus rokiWarpBilinearBack_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearBack_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double coeffs[2][4], int interpolation);
+
+/* As rokiWarpBilinear with the bilinear map that takes the four vertices of */
+/* srcQuad onto those of dstQuad (two systems of four equations in xy, x, y, */
+/* 1; -56 when they have no single solution); the checks as */
+/* rokiWarpAffineQuad, without warning 28. */
+ROKI_API RokStatus rokiWarpBilinearQuad_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+ROKI_API RokStatus rokiWarpBilinearQuad_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, const double srcQuad[4][2], const double dstQuad[4][2], int interpolation);
+
+/* Rotates srcRoi by angle degrees: rokiWarpAffine with coeffs {cos A, sin A, */
+/* xShift; -sin A, cos A, yShift}, A the angle reduced to [0, 360) (angle - */
+/* trunc(angle / 360) * 360, plus 360 if negative), the cosine and sine */
+/* exactly 0 and +-1 at 90, 180 and 270. After the checks of rokiWarpAffine */
+/* up to the steps, an angle or shift that is not a finite number gives -11. */
+/* At a multiple of 90 with whole shifts (and without rokEdgeSmooth, which */
+/* blends) every destination centre falls on a source centre and the pixels */
+/* are moved, whatever the interpolation. */
+ROKI_API RokStatus rokiRotate_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_64f_C1R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_64f_C3R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_64f_C4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_64f_AC4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_64f_P3R(const Rok64f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[3], int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiRotate_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[4], int dstStep, RokiRect dstRoi, double angle, double xShift, double yShift, int interpolation);
+
+/* rokiRotate about (xCenter, yCenter), with the shifts of rokiGetRotateShift; */
+/* a centre that is not finite gives -11. */
+ROKI_API RokStatus rokiRotateCenter_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_64f_C1R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_64f_C3R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_64f_C4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_64f_AC4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_64f_P3R(const Rok64f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[3], int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+ROKI_API RokStatus rokiRotateCenter_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[4], int dstStep, RokiRect dstRoi, double angle, double xCenter, double yCenter, int interpolation);
+
+/* rokiWarpAffine with coeffs {1, xShear, xShift; yShear, 1, yShift}. */
+ROKI_API RokStatus rokiShear_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_64f_C1R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_64f_C3R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_64f_C4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_64f_AC4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_64f_P3R(const Rok64f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[3], int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+ROKI_API RokStatus rokiShear_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[4], int dstStep, RokiRect dstRoi, double xShear, double yShear, double xShift, double yShift, int interpolation);
+
+/* The quadrangle that srcRoi's corner pixels (x, y), (x + w - 1, y), */
+/* (x + w - 1, y + h - 1), (x, y + h - 1) map to, in that order. Checks: null */
+/* quad or coeffs (-8); srcRoi with a negative x or y or a width or height */
+/* below 1 (-6). The quadrangle is written in any case; one whose four cross */
+/* products d0..d3 at the vertices are not all of one sign, or include a 0 */
+/* or a value that is not finite, gives -56 (a perspective corner with a */
+/* denominator of 0 is written as NaN). */
+ROKI_API RokStatus rokiGetAffineQuad(RokiRect srcRoi, double quad[4][2], const double coeffs[2][3]);
+ROKI_API RokStatus rokiGetPerspectiveQuad(RokiRect srcRoi, double quad[4][2], const double coeffs[3][3]);
+ROKI_API RokStatus rokiGetBilinearQuad(RokiRect srcRoi, double quad[4][2], const double coeffs[2][4]);
+
+/* The bounding box {xmin, ymin}, {xmax, ymax} of the quadrangle of the Get */
+/* Quad function; its -56 comes with the bound written, its other errors */
+/* before anything is. */
+ROKI_API RokStatus rokiGetAffineBound(RokiRect srcRoi, double bound[2][2], const double coeffs[2][3]);
+ROKI_API RokStatus rokiGetPerspectiveBound(RokiRect srcRoi, double bound[2][2], const double coeffs[3][3]);
+ROKI_API RokStatus rokiGetBilinearBound(RokiRect srcRoi, double bound[2][2], const double coeffs[2][4]);
+
+/* The transform that takes srcRoi's corner pixels onto quad's vertices, in */
+/* order. Checks: null quad or coeffs (-8); srcRoi as rokiGetAffineQuad (-6); */
+/* quad degenerate or not convex (-58); srcRoi one pixel wide or high (-57). */
+/* Affine: fitted to vertices 0, 1 and 3; when vertex 2 misses (the quad is */
+/* not a parallelogram, to a relative 1e-10) the coefficients are written */
+/* with warning 28. Perspective: the unit square's map onto quad composed */
+/* with the inverse of the one onto the rectangle, scaled so that c22 = 1 */
+/* where c22 is not 0. Bilinear: the map that takes all four corners onto */
+/* the vertices (on the rectangle, q0 + (q1 - q0) u + (q3 - q0) v + (q0 - q1 + */
+/* q2 - q3) uv with u, v its coordinates scaled to [0, 1]). */
+ROKI_API RokStatus rokiGetAffineTransform(RokiRect srcRoi, const double quad[4][2], double coeffs[2][3]);
+ROKI_API RokStatus rokiGetPerspectiveTransform(RokiRect srcRoi, const double quad[4][2], double coeffs[3][3]);
+ROKI_API RokStatus rokiGetBilinearTransform(RokiRect srcRoi, const double quad[4][2], double coeffs[2][4]);
+
+/* rokiGetAffineQuad and rokiGetAffineBound of the rotation of rokiRotate; */
+/* after the -8 and -6 checks, an angle or shift that is not finite gives */
+/* -11. */
+ROKI_API RokStatus rokiGetRotateQuad(RokiRect srcRoi, double quad[4][2], double angle, double xShift, double yShift);
+ROKI_API RokStatus rokiGetRotateBound(RokiRect srcRoi, double bound[2][2], double angle, double xShift, double yShift);
+
+/* The shifts of a rotation by angle about (xCenter, yCenter): xShift = xc - */
+/* xc cos A - yc sin A, yShift = yc - yc cos A + xc sin A, with A reduced and */
+/* the cosine and sine exact at the quarter turns as rokiRotate, which makes */
+/* them exact there (0 and 0 at 0; xc - yc and xc + yc at 90; 2 xc and 2 yc */
+/* at 180; xc + yc and yc - xc at 270). rokiAddRotateShift adds them to what */
+/* *xShift and *yShift hold. Checks: a null output pointer (-8); a centre or */
+/* angle that is not finite (-11). */
+ROKI_API RokStatus rokiGetRotateShift(double xCenter, double yCenter, double angle, double* xShift, double* yShift);
+ROKI_API RokStatus rokiAddRotateShift(double xCenter, double yCenter, double angle, double* xShift, double* yShift);
+
+/* rokiGetAffineQuad and rokiGetAffineBound of the shear of rokiShear. */
+ROKI_API RokStatus rokiGetShearQuad(RokiRect srcRoi, double quad[4][2], double xShear, double yShear, double xShift, double yShift);
+ROKI_API RokStatus rokiGetShearBound(RokiRect srcRoi, double bound[2][2], double xShear, double yShear, double xShift, double yShift);
 
 /* ---- morph_dilate ---- */
 

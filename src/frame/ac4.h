@@ -4,6 +4,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstring>
 
 #include "kernels/copy/channels.h"
 
@@ -18,6 +19,19 @@ void ac4_row(T* dst, int pixels, Kernel&& kernel) {
     alignas(64) T block[kAc4BlockPixels * 4];
     for (int x = 0; x < pixels; x += kAc4BlockPixels) {
         const int n = std::min(kAc4BlockPixels, pixels - x);
+        kernel(block, x, n);
+        kernels::copy_ac4(block, dst + 4 * x, n, sizeof(T));
+    }
+}
+
+// As ac4_row, for kernels that read the destination or leave some of its
+// pixels as they were: the block starts as a copy of the destination.
+template <class T, class Kernel>
+void ac4_row_update(T* dst, int pixels, Kernel&& kernel) {
+    alignas(64) T block[kAc4BlockPixels * 4];
+    for (int x = 0; x < pixels; x += kAc4BlockPixels) {
+        const int n = std::min(kAc4BlockPixels, pixels - x);
+        std::memcpy(block, dst + 4 * x, sizeof(T) * 4 * std::size_t(n));
         kernel(block, x, n);
         kernels::copy_ac4(block, dst + 4 * x, n, sizeof(T));
     }

@@ -70,6 +70,17 @@ bool parse_interp(int code, Interp* out) {
     return true;
 }
 
+bool parse_pixel_interp(int code, std::initializer_list<int> accepted, int* method, bool* smooth) {
+    const int m = int(std::uint32_t(code) & 0x7FFFFFFFu);
+    for (int a : accepted)
+        if (m == a) {
+            *method = m;
+            *smooth = code < 0;
+            return true;
+        }
+    return false;
+}
+
 double cubic_kernel(int method, double a) {
     if (a >= 2.0) return 0.0;
     if (method == kCubic) {

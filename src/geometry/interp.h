@@ -8,6 +8,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 
 #include "kernels/geometry/interp_rows.h"
 
@@ -37,6 +38,11 @@ constexpr std::uint32_t kMethodMask = 0x1FFFFFFFu;
 
 // False for a method outside the eight, or for two or three flags at once.
 bool parse_interp(int code, Interp* out);
+
+// The interpolation argument of the per-pixel transforms (warps, remap): the
+// method in the low 31 bits, which must be one of `accepted`, and bit 31 the
+// smooth edge. False for any other method.
+bool parse_pixel_interp(int code, std::initializer_list<int> accepted, int* method, bool* smooth);
 
 // Taps per axis and the offset of the first one from i = floor(position).
 constexpr int taps_of(int method) {

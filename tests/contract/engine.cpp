@@ -53,6 +53,16 @@ std::uint8_t* Trial::buffer(std::size_t bytes) {
     return buffers_.back()->data();
 }
 
+void Trial::fill_numbers(std::uint8_t* p, std::size_t bytes, const Arg& a) {
+    const Type t = e_.type(a.elem);
+    const std::size_t size = std::size_t(type_bytes(t));
+    const bool real = t == Type::F32 || t == Type::F64;
+    for (std::size_t k = 0; k + size <= bytes; k += size) {
+        const double v = real ? double(call_.rand(8LL * a.lo, 8LL * a.hi)) / 8 : double(call_.rand(a.lo, a.hi));
+        store_number(p + k, t, v);
+    }
+}
+
 void Trial::fill_random(std::uint8_t* p, std::size_t n) {
     std::size_t k = 0;
     for (; k + 4 <= n; k += 4) {
@@ -195,6 +205,7 @@ void Trial::lay_image(int i, const Arg& a, const Plan& plan) {
     }
     std::uint8_t* p = buffer(std::size_t(bytes));
     fill_random(p, std::size_t(bytes));
+    if (a.fill == Fill::Range) fill_numbers(p, std::size_t(bytes), a);
     call_.slot[i].p = p + border[1] * step + border[0] * static_cast<long long>(pixel);
     call_.slot[a.step].i = int(step);
 }
@@ -223,6 +234,7 @@ void Trial::lay_planes(int i, const Arg& a, const Plan& plan) {
     for (long long k = 0; k < n; ++k) {
         std::uint8_t* p = buffer(std::size_t(bytes));
         fill_random(p, std::size_t(bytes));
+        if (a.fill == Fill::Range) fill_numbers(p, std::size_t(bytes), a);
         pointers[k] = p;
     }
     plane_arrays_[i] = reinterpret_cast<std::uint8_t*>(pointers);

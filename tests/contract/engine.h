@@ -77,6 +77,8 @@ private:
     void lay_array(int i, const Arg& a);
     long long step_for(const Plan& plan, long long row, int align);
     void fill_random(std::uint8_t* p, std::size_t n);
+    // Samples of the image or planes of argument a drawn from its range.
+    void fill_numbers(std::uint8_t* p, std::size_t bytes, const Arg& a);
 
     const Export& e_;
     Call call_;

@@ -91,6 +91,7 @@ enum {
     rokStatusDivByZero = 6, /* warning: division by zero occurred; the affected results hold substitutes */
     rokStatusLnZeroArg = 7, /* warning: the logarithm of 0 occurred */
     rokStatusLnNegArg = 8, /* warning: the logarithm of a negative value occurred */
+    rokStatusQuadNotParallelogram = 28, /* warning: the quadrangle is not a parallelogram; the affine transform fits three of its corners */
     rokStatusNoIntersection = 29, /* warning: the source region lies outside the image; nothing was done */
     rokStatusWrongIntersectQuad = 30, /* warning: the transformed quadrangle misses the destination; nothing was done */
     rokStatusEvenMedianWeight = 39, /* warning: an even centre weight was reduced by one */

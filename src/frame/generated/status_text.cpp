@@ -55,6 +55,7 @@ const StatusName status_names[] = {
     {rokStatusDivByZero, "rokStatusDivByZero"},
     {rokStatusLnZeroArg, "rokStatusLnZeroArg"},
     {rokStatusLnNegArg, "rokStatusLnNegArg"},
+    {rokStatusQuadNotParallelogram, "rokStatusQuadNotParallelogram"},
     {rokStatusNoIntersection, "rokStatusNoIntersection"},
     {rokStatusWrongIntersectQuad, "rokStatusWrongIntersectQuad"},
     {rokStatusEvenMedianWeight, "rokStatusEvenMedianWeight"},
@@ -116,6 +117,7 @@ extern "C" ROKI_API const char* rokGetStatusString(RokStatus status) {
         case rokStatusDivByZero: return "rokStatusDivByZero: warning: division by zero occurred; the affected results hold substitutes";
         case rokStatusLnZeroArg: return "rokStatusLnZeroArg: warning: the logarithm of 0 occurred";
         case rokStatusLnNegArg: return "rokStatusLnNegArg: warning: the logarithm of a negative value occurred";
+        case rokStatusQuadNotParallelogram: return "rokStatusQuadNotParallelogram: warning: the quadrangle is not a parallelogram; the affine transform fits three of its corners";
         case rokStatusNoIntersection: return "rokStatusNoIntersection: warning: the source region lies outside the image; nothing was done";
         case rokStatusWrongIntersectQuad: return "rokStatusWrongIntersectQuad: warning: the transformed quadrangle misses the destination; nothing was done";
         case rokStatusEvenMedianWeight: return "rokStatusEvenMedianWeight: warning: an even centre weight was reduced by one";

@@ -690,8 +690,11 @@ ROK_PIXEL(6)
 ROK_PIXEL(8)
 ROK_PIXEL(12)
 ROK_PIXEL(16)
+ROK_PIXEL(24)
+ROK_PIXEL(32)
 ROK_MIRROR(4, true)
 ROK_MIRROR(8, true)
 ROK_MIRROR(16, true)
+ROK_MIRROR(32, true)
 
 }  // namespace rok::kernels
