@@ -1602,6 +1602,177 @@ ROKI_API Rok32fc* rokiMalloc_32fc_AC4(int widthPixels, int heightPixels, int* pS
 /* Releases an image from any rokiMalloc_* function; null is accepted. */
 ROKI_API void rokiFree(void* ptr);
 
+/* ---- lut_palette ---- */
+
+/* Destination channel c = pTable[c][source channel c AND (2^nBitSize - 1)]; */
+/* each table holds 2^nBitSize destination samples and only those are read. */
+/* AC4 leaves the destination's alpha untouched; C3A0C4 writes 0 into the */
+/* destination's fourth channel. Checks, in order: null pointers (-8; images, */
+/* the table array and every table), ROI size (-6), then nBitSize outside */
+/* 1..8 (rokStatusOutOfRange, -11). Steps are not checked. Runs on the calling */
+/* thread. */
+ROKI_API RokStatus rokiLUTPalette_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[4], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[4], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u_C3A0C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_C3A0C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u32u_C1R(const Rok8u* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize, const Rok32u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u8u_C1R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u32u_C1R(const Rok16u* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize, const Rok32u* pTable, int nBitSize);
+
+/* Onto 24-bit samples: table entry i is the three bytes pTable[3i .. 3i + 2], */
+/* copied to the destination pixel's three bytes. Checks as rokiLUTPalette. */
+ROKI_API RokStatus rokiLUTPalette_8u24u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u24u_C1R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pTable, int nBitSize);
+
+/* Three source channels to four destination channels in reversed order: */
+/* destination (pTable[2][s2], pTable[1][s1], pTable[0][s0], alphaValue), each */
+/* index masked to nBitSize bits. An alphaValue outside the destination */
+/* sample's range (above 255 for 8u, above 65535 for 16u, or negative) leaves */
+/* the destination's fourth channel as it was. Checks as rokiLUTPalette. */
+ROKI_API RokStatus rokiLUTPaletteSwap_8u_C3A0C4R(const Rok8u* pSrc, int srcStep, int alphaValue, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPaletteSwap_16u_C3A0C4R(const Rok16u* pSrc, int srcStep, int alphaValue, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[3], int nBitSize);
+
+/* ---- lut_piecewise ---- */
+
+/* dst = f(src) per channel, f piecewise constant on the intervals */
+/* levels[k] <= x < levels[k + 1], k = 0 .. nLevels - 2 (C3 and AC4 take 3 */
+/* arrays and counts, C4 4; AC4 leaves the destination's alpha untouched). */
+/* 8u, 16u, 16s: a table over the whole sample range is built first and then */
+/* applied: values below levels[0] and from the last level up map to */
+/* themselves; interval k maps to values[k] clamped to the sample range, later */
+/* intervals overwriting earlier ones where levels overlap. The 16-bit tables */
+/* have 65536 entries; 16s sample v uses entry v + 32768. 32f: the first */
+/* interval (in order) that holds the sample gives values[k]; a sample in no */
+/* interval, NaN included, is copied. */
+/* Checks, in order: null pointers (-8; images, the arrays, and each processed */
+/* channel's values and levels), ROI size (-6), a step below 1 (-14), fewer */
+/* than 2 levels in a channel (rokStatusBadLutLevels, -106). 16-bit tables */
+/* come from rokMalloc: rokStatusNoMemory (-9) when it fails. Runs on the */
+/* calling thread. */
+ROKI_API RokStatus rokiLUT_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+
+/* As rokiLUT, piecewise linear. Integer images: for each interval with */
+/* levels[k + 1] > levels[k], s = (values[k + 1] - values[k]) / */
+/* (levels[k + 1] - levels[k]) in double, and entry x gets */
+/* (values[k] + 0.5 - levels[k] * s) + s * x truncated toward zero, clamped to */
+/* the sample range (so ties round up, and for 16s -2.7 gives -2). Values */
+/* outside [levels[0], levels[nLevels - 1]) map to themselves. 32f: in the */
+/* first interval that holds x the result is values[k] + s * (x - levels[k]) */
+/* in double, rounded once to float; x in no interval, NaN included, is */
+/* copied. */
+ROKI_API RokStatus rokiLUT_Linear_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+
+/* As rokiLUT_Linear, piecewise cubic: a channel with fewer than 4 levels is */
+/* done exactly as by rokiLUT_Linear. Otherwise interval k (where */
+/* levels[k + 1] > levels[k]) follows the cubic through the points */
+/* (levels[j + i], values[j + i]), i = 0..3, j = clamp(k - 1, 0, nLevels - 4), */
+/* evaluated in double in Lagrange form (term i = values[j + i] times the */
+/* product of (x - levels[j + m]) over m != i, divided by the product of */
+/* (levels[j + i] - levels[j + m]); terms added in order i = 0..3). Integer */
+/* images take the truncation of that value plus 0.5, clamped; 32f rounds it */
+/* once to float. Where two of the four levels are equal no cubic exists and */
+/* the interval is linear, as in rokiLUT_Linear. */
+ROKI_API RokStatus rokiLUT_Cubic_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+
 /* ---- stats_count ---- */
 
 /* Counts the samples of each channel with lower <= x <= upper (both */
