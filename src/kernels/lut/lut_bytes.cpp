@@ -1,8 +1,11 @@
-// 256-entry byte tables applied with byte shuffles. The table sits in sixteen
-// registers of 16 entries (each repeated in both lanes); every part is looked
-// up with the sample's low four bits, and bits 4, 5, 6 and 7 choose among the
-// sixteen results by a tree of blends: 16 shuffles and 15 blends per 32
-// samples, no gathers.
+// 256-entry byte tables applied with byte shuffles, without gathers or
+// blends. A shuffle yields 0 where its index byte has bit 7 set, so the index
+// x +sat (112 - 16h) (unsigned saturating add) takes part exactly when
+// x < 16 (h + 1), for h = 0 .. 7. Lower part h < 7 holds entries 16h .. 16h + 15
+// XOR entries 16h + 16 .. 16h + 31, part 7 entries 112 .. 127; for x < 128 the
+// parts h = x / 16 .. 7 take part and their XOR telescopes to entry x. The
+// upper half does the same for x XOR 0x80, which saturates every lower value
+// out. Per 32 samples: 16 shuffles, 14 saturating adds and 16 XORs.
 #include <immintrin.h>
 
 #include <cstdint>
@@ -14,25 +17,28 @@ namespace rok::kernels {
 namespace {
 
 struct Parts {
-    __m256i part[16];
+    __m256i low[8], high[8];
     explicit Parts(const Rok8u* table) {
-        for (int h = 0; h < 16; ++h)
-            part[h] = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table + 16 * h)));
+        auto part = [table](int h) {
+            return _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table + 16 * h)));
+        };
+        low[7] = part(7);
+        high[7] = part(15);
+        for (int h = 6; h >= 0; --h) {
+            low[h] = _mm256_xor_si256(part(h), part(h + 1));
+            high[h] = _mm256_xor_si256(part(h + 8), part(h + 9));
+        }
     }
 
     __m256i lookup(__m256i x) const {
-        const __m256i low = _mm256_and_si256(x, _mm256_set1_epi8(0x0F));
-        __m256i r[16];
-        for (int h = 0; h < 16; ++h) r[h] = _mm256_shuffle_epi8(part[h], low);
-        // A blend takes bit 7 of each mask byte; shifting the 16-bit lanes
-        // left by 3, 2 and 1 brings bits 4, 5 and 6 of every byte there.
-        __m256i m = _mm256_slli_epi16(x, 3);
-        for (int i = 0; i < 8; ++i) r[i] = _mm256_blendv_epi8(r[2 * i], r[2 * i + 1], m);
-        m = _mm256_slli_epi16(x, 2);
-        for (int i = 0; i < 4; ++i) r[i] = _mm256_blendv_epi8(r[2 * i], r[2 * i + 1], m);
-        m = _mm256_slli_epi16(x, 1);
-        for (int i = 0; i < 2; ++i) r[i] = _mm256_blendv_epi8(r[2 * i], r[2 * i + 1], m);
-        return _mm256_blendv_epi8(r[0], r[1], x);
+        const __m256i y = _mm256_xor_si256(x, _mm256_set1_epi8(char(0x80)));
+        __m256i r = _mm256_xor_si256(_mm256_shuffle_epi8(low[7], x), _mm256_shuffle_epi8(high[7], y));
+        for (int h = 6; h >= 0; --h) {
+            const __m256i c = _mm256_set1_epi8(char(112 - 16 * h));
+            r = _mm256_xor_si256(r, _mm256_xor_si256(_mm256_shuffle_epi8(low[h], _mm256_adds_epu8(x, c)),
+                                                     _mm256_shuffle_epi8(high[h], _mm256_adds_epu8(y, c))));
+        }
+        return r;
     }
 };
 
@@ -48,15 +54,7 @@ void lut_8u(const Rok8u* src, Rok8u* dst, std::size_t n, const Rok8u* table) {
             ++i;
         }
         const Parts t(table);
-        for (; i + 64 <= n; i += 64) {
-            const __m256i a = t.lookup(load(src + i)), b = t.lookup(load(src + i + 32));
-            _mm256_store_si256(reinterpret_cast<__m256i*>(dst + i), a);
-            _mm256_store_si256(reinterpret_cast<__m256i*>(dst + i + 32), b);
-        }
-        if (i + 32 <= n) {
-            _mm256_store_si256(reinterpret_cast<__m256i*>(dst + i), t.lookup(load(src + i)));
-            i += 32;
-        }
+        for (; i + 32 <= n; i += 32) _mm256_store_si256(reinterpret_cast<__m256i*>(dst + i), t.lookup(load(src + i)));
     }
     for (; i < n; ++i) dst[i] = table[src[i]];
 }
