@@ -1956,6 +1956,67 @@ ROKI_API RokStatus rokiMaxIndx_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize
 ROKI_API RokStatus rokiMaxIndx_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[4], int indexX[4], int indexY[4]);
 ROKI_API RokStatus rokiMaxIndx_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3], int indexX[3], int indexY[3]);
 
+/* ---- stats_histogram ---- */
+
+/* Counts the samples of each channel into nLevels - 1 bins: bin k holds */
+/* pLevels[k] <= x < pLevels[k + 1] (C3 and AC4 take 3 histograms, levels */
+/* arrays and counts, C4 4; AC4 never counts alpha). The histogram is */
+/* written only after every check has passed; levels need not increase. */
+/* 8u: bin k is the number of samples from max(0, min(levels[k], 256)) to */
+/* max(0, min(levels[k + 1], 256)) - 1 (0 where that range is empty). */
+/* 16u, 16s, 32f: a sample counts in every bin whose interval holds it (with */
+/* overlapping or decreasing levels: in several bins, or none; NaN in none). */
+/* 16-bit members choose their method by the ROI's pixel count N and */
+/* nLevels n; with strictly increasing levels, N reaching i of the sizes */
+/* 6400, 9216, 12544, 16384, 20736, 25600, 36864 and n above entry i of */
+/* (2^31 - 1, 134, 78, 50, 34, 22, 6, 2), and otherwise with N reaching i of */
+/* 1024, 2304, 4096, 6400, 9216, 12544, 16384, 20736, 25600, 30976, 43264 and */
+/* n above entry i of (2^31 - 1, 434, 222, 126, 78, 50, 34, 22, 14, 10, 6, 2), */
+/* they count through a 65536-entry table taken from rokMalloc, and return */
+/* rokStatusNoMemory (-9) with nothing written when it cannot be had. */
+/* Checks, in order: null pointers (-8; the image, the arrays and each */
+/* channel's histogram and levels), ROI size (-6), a step below 1 (-14), */
+/* fewer than 2 levels in a channel (rokStatusBadHistLevels, -107). Counts of */
+/* 2^31 or more wrap. Runs on the calling thread. */
+ROKI_API RokStatus rokiHistogramRange_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiHistogramRange_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiHistogramRange_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiHistogramRange_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiHistogramRange_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiHistogramRange_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiHistogramRange_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiHistogramRange_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiHistogramRange_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+
+/* Writes nLevels even levels of each channel into pLevels, then counts as */
+/* rokiHistogramRange. With n = nLevels, d = (upper - lower) / (n - 1) and */
+/* r = (upper - lower) mod (n - 1), both truncated toward zero: */
+/* levels[0] = lower, levels[k] = levels[k - 1] + d + e with e = 1 for */
+/* k <= r when upper >= lower, e = -1 for k <= -r when upper < lower, else */
+/* 0, so the last level is upper (0, 10, 4 levels: 0 4 7 10). The lower and */
+/* upper arrays of the multi-channel members are checked with the other */
+/* pointers; the levels are written only when every check has passed and the */
+/* counting table (if any) has been obtained. */
+ROKI_API RokStatus rokiHistogramEven_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);
+ROKI_API RokStatus rokiHistogramEven_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);
+ROKI_API RokStatus rokiHistogramEven_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);
+ROKI_API RokStatus rokiHistogramEven_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], Rok32s* const pLevels[4], const int nLevels[4], const Rok32s lowerLevel[4], const Rok32s upperLevel[4]);
+ROKI_API RokStatus rokiHistogramEven_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], Rok32s* const pLevels[4], const int nLevels[4], const Rok32s lowerLevel[4], const Rok32s upperLevel[4]);
+ROKI_API RokStatus rokiHistogramEven_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], Rok32s* const pLevels[4], const int nLevels[4], const Rok32s lowerLevel[4], const Rok32s upperLevel[4]);
+ROKI_API RokStatus rokiHistogramEven_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+
 /* ---- stats_norm ---- */
 
 /* Inf: the largest |x| per channel (|-32768| is 32768). L1: the sum of |x|, */
