@@ -154,6 +154,12 @@ enum {
     rokIdMoment64f = 33, rokIdMoment64s = 34, rokIdWtFwd = 46
 };
 
+/* ---- moment states: 400-byte records that the caller holds but does not
+ * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s
+ * in caller memory of rokiMomentGetStateSize_64s bytes) ---- */
+typedef struct RokiMomentState_64f RokiMomentState_64f;
+typedef struct RokiMomentState_64s RokiMomentState_64s;
+
 /* ---- version record ---- */
 typedef struct {
     int32_t major;
@@ -2016,6 +2022,92 @@ ROKI_API RokStatus rokiHistogramEven_16s_AC4R(const Rok16s* pSrc, int srcStep, R
 ROKI_API RokStatus rokiHistogramEven_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
 ROKI_API RokStatus rokiHistogramEven_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], Rok32s* const pLevels[4], const int nLevels[4], const Rok32s lowerLevel[4], const Rok32s upperLevel[4]);
 ROKI_API RokStatus rokiHistogramEven_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+
+/* ---- stats_moments ---- */
+
+/* Allocates a moment state (400 bytes) with the identifier of its kind, the */
+/* hint stored (it changes nothing: the 64f kind accumulates in double, the */
+/* 64s kind in exact 64-bit integers) and no moments yet (every getter */
+/* answers rokStatusBadChannel until a computation). Null ppState: -8; */
+/* allocation failure: rokStatusNoMemory (-9). Release it with the Free of */
+/* its kind. */
+ROKI_API RokStatus rokiMomentInitAlloc_64f(RokiMomentState_64f** ppState, int hint);
+ROKI_API RokStatus rokiMomentInitAlloc_64s(RokiMomentState_64s** ppState, int hint);
+
+/* Releases a state from the InitAlloc of the same kind and clears its */
+/* identifier, so a second Free answers rokStatusBadContext (-17), as does a */
+/* state of the other kind. Null: -8. Not for states made by */
+/* rokiMomentInit_64s in caller memory. */
+ROKI_API RokStatus rokiMomentFree_64f(RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMomentFree_64s(RokiMomentState_64s* pState);
+
+/* Writes the size of a moment state, 400 bytes. Null pSize: -8. */
+ROKI_API RokStatus rokiMomentGetStateSize_64s(int hint, int* pSize);
+
+/* Makes a 64s moment state in caller memory of that size: sets the */
+/* identifier, the hint and "no moments yet". Null: -8. */
+ROKI_API RokStatus rokiMomentInit_64s(RokiMomentState_64s* pState, int hint);
+
+/* Computes the raw moments M(m, n) = sum of x^m y^n I(x, y), m + n <= 3, of */
+/* each channel (C3 and AC4: 3 channels, AC4 never reads alpha), x and y */
+/* counted from the ROI's first pixel, into the state. Integer images are */
+/* summed exactly; the 64f kind stores each total rounded once to double, */
+/* the 64s kind stores it modulo 2^64 (16u images wrap there from about */
+/* 4000 x 2000 bright pixels on). Float images accumulate in double: per row, */
+/* pixel x adds the fused product I x^m into partial x mod 8 (x^m exact up */
+/* to x = 2^17), partials added pairwise at the row's end, row totals times */
+/* y^n added in row order. Checks, in order: null pointers (-8), the state's */
+/* identifier (rokStatusBadContext, -17), a step below 1 (-14), ROI size */
+/* (-6), a step shorter than one ROI row (rokStatusStepTooShort, -37). */
+/* Runs on the calling thread. */
+ROKI_API RokStatus rokiMoments64f_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64s_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+
+/* Getters. Checks, in order: null state or result (-8), identifier */
+/* (rokStatusBadContext, -17), mOrd + nOrd above 3 (-6), a channel outside */
+/* the state's channels (rokStatusBadChannel, -47); then an order pair whose */
+/* (mOrd * 4) | nOrd, taken unsigned, exceeds 12 (any negative order) */
+/* returns rokStatusOk and writes nothing. Every normalising getter returns */
+/* rokStatusMomentTooSmall (-20) when |M00| <= 2.220446049250313e-16. */
+/* Spatial: the moment about the image origin, sum of (x + ox)^m (y + oy)^n I */
+/* for roiOffset (ox, oy), expanded from the raw moments (for j = n .. 0, */
+/* M(m, j) + C(m, m-1) ox M(m-1, j) + ... + ox^m M(0, j), then those sums */
+/* over oy the same way). Central: with x' = M10 / M00, y' = M01 / M00: */
+/* mu00 = M00, mu10 = mu01 = 0, mu20 = M20 - x' M10, mu11 = M11 - x' M01, */
+/* mu02 = M02 - y' M01, mu30 = M30 - 3x' M20 + 2x'^2 M10, */
+/* mu21 = M21 - 2x' M11 - y' M20 + 2x'^2 M01, */
+/* mu12 = M12 - 2y' M11 - x' M02 + 2y'^2 M10, mu03 = M03 - 3y' M02 + 2y'^2 M01. */
+/* Normalised: the spatial or central moment times M00^(-(m + n + 2) / 2). */
+/* Hu: the seven invariants of eta(p, q) = mu(p, q) / M00^2 (order 2) or */
+/* / (sqrt(M00) M00 M00) (order 3); h5's first bracket is */
+/* (eta12 + eta03)^2 - 3 (eta21 + eta03)^2. */
+/* The 64s getters work from the integer moments: spatial moments exactly */
+/* (in double only where 128-bit integers would overflow), the others in */
+/* double; the result times 2^-scaleFactor is rounded to the nearest */
+/* integer (ties to even) and saturated to 64 bits. */
+ROKI_API RokStatus rokiGetSpatialMoment_64f(const RokiMomentState_64f* pState, int mOrd, int nOrd, int nChannel, RokiPoint roiOffset, Rok64f* pValue);
+ROKI_API RokStatus rokiGetCentralMoment_64f(const RokiMomentState_64f* pState, int mOrd, int nOrd, int nChannel, Rok64f* pValue);
+ROKI_API RokStatus rokiGetNormalizedSpatialMoment_64f(const RokiMomentState_64f* pState, int mOrd, int nOrd, int nChannel, RokiPoint roiOffset, Rok64f* pValue);
+ROKI_API RokStatus rokiGetNormalizedCentralMoment_64f(const RokiMomentState_64f* pState, int mOrd, int nOrd, int nChannel, Rok64f* pValue);
+ROKI_API RokStatus rokiGetHuMoments_64f(const RokiMomentState_64f* pState, int nChannel, Rok64f pHm[7]);
+ROKI_API RokStatus rokiGetSpatialMoment_64s(const RokiMomentState_64s* pState, int mOrd, int nOrd, int nChannel, RokiPoint roiOffset, Rok64s* pValue, int scaleFactor);
+ROKI_API RokStatus rokiGetCentralMoment_64s(const RokiMomentState_64s* pState, int mOrd, int nOrd, int nChannel, Rok64s* pValue, int scaleFactor);
+ROKI_API RokStatus rokiGetNormalizedSpatialMoment_64s(const RokiMomentState_64s* pState, int mOrd, int nOrd, int nChannel, RokiPoint roiOffset, Rok64s* pValue, int scaleFactor);
+ROKI_API RokStatus rokiGetNormalizedCentralMoment_64s(const RokiMomentState_64s* pState, int mOrd, int nOrd, int nChannel, Rok64s* pValue, int scaleFactor);
+ROKI_API RokStatus rokiGetHuMoments_64s(const RokiMomentState_64s* pState, int nChannel, Rok64s pHm[7], int scaleFactor);
 
 /* ---- stats_norm ---- */
 

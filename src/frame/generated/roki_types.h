@@ -137,6 +137,12 @@ enum {
     rokIdMoment64f = 33, rokIdMoment64s = 34, rokIdWtFwd = 46
 };
 
+/* ---- moment states: 400-byte records that the caller holds but does not
+ * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s
+ * in caller memory of rokiMomentGetStateSize_64s bytes) ---- */
+typedef struct RokiMomentState_64f RokiMomentState_64f;
+typedef struct RokiMomentState_64s RokiMomentState_64s;
+
 /* ---- version record ---- */
 typedef struct {
     int32_t major;
