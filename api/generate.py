@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Generates the export declarations (include/roki.h, and the types alone for
 the library's sources in src/frame/generated/roki_types.h), the extern "C"
-entry points, the linker export list and the export table for tests from
-api/manifest/*.txt and api/shapes/*.txt.
+entry points, the linker export list and the contract suite's tables
+(tests/generated/contract_*.cpp) from api/manifest/*.txt and api/shapes/*.txt.
 
 Usage: generate.py [--check]   (--check: fail if any generated file is stale)
 
@@ -15,16 +15,21 @@ a Family that starts with 'roki' is a full name pattern with {type},
 documentation copied into the header above the next entry; 'include <path>'
 names an internal header that the entry points of this manifest need.
 
-Shapes (api/shapes/*.txt, each shape defined once) have section headers [shape form] where form may be '*' for any form.
+Shapes (api/shapes/*.txt, each shape defined once) have section headers
+[shape form] where form may be '*' for any form.
 Keys: ret (default RokStatus), args, call (default $impl($args)),
-null (status expected when every pointer argument is null; 'none' skips),
-nullargs (explicit argument list for that probe).
+null (status expected when a pointer argument is null; 'none' skips the
+contract suite), and the argument roles of the contract suite (see
+api/contract.py: image, planes, array, out, buffer, roi, size, int, real,
+point, value, threads, contract).
 Placeholders: $s source type, $d destination type, $L layout enumerator,
 $nc channels a constant array holds, $impl, $args (argument names).
 """
 import re
 import sys
 from pathlib import Path
+
+import contract
 
 ROOT = Path(__file__).resolve().parent.parent
 API = ROOT / "api"
@@ -64,10 +69,13 @@ def load_shapes():
                 key = (m.group(1), m.group(2))
                 if key in shapes:
                     raise SystemExit(f"{path.name}:{n}: shape [{key[0]} {key[1]}] is defined twice")
-                cur = shapes[key] = {}
+                cur = shapes[key] = {"key": key}
                 continue
             key, _, value = line.partition(" ")
-            if cur is None or key not in ("ret", "args", "call", "null", "nullargs"):
+            if cur is not None and key in contract.ROLE_KEYS:
+                cur.setdefault("roles", []).append(line)
+                continue
+            if cur is None or key not in ("ret", "args", "call", "null"):
                 raise SystemExit(f"{path.name}:{n}: cannot read {raw!r}")
             cur[key] = value.strip()
     return shapes
@@ -81,27 +89,11 @@ def arg_names(args):
     return names
 
 
-def null_probe(args):
-    """Argument list with every pointer null and every number harmless."""
-    values = []
-    for part in filter(None, (p.strip() for p in args.split(","))):
-        if "*" in part or "[" in part:
-            values.append("nullptr")
-        elif part.startswith("RokiSize"):
-            values.append("RokiSize{1, 1}")
-        elif part.startswith("RokiRect"):
-            values.append("RokiRect{0, 0, 1, 1}")
-        elif part.startswith("RokiPoint"):
-            values.append("RokiPoint{0, 0}")
-        else:
-            values.append("{1}")
-    return ", ".join(values)
-
-
 class Export:
-    def __init__(self, name, ret, args, call, null, nullargs, doc, family):
+    def __init__(self, name, ret, args, call, null, doc, family, shape, types, layout, nc):
         self.name, self.ret, self.args, self.call = name, ret, args, call
-        self.null, self.nullargs, self.doc, self.family = null, nullargs, doc, family
+        self.null, self.doc, self.family = null, doc, family
+        self.shape, self.types, self.layout, self.nc = shape, types, layout, nc
 
 
 def expand(path, shapes):
@@ -148,12 +140,75 @@ def expand(path, shapes):
                     subst["$args"] = ", ".join(arg_names(args))
                     call = fill(sh.get("call", "$impl($args)"))
                     null = sh.get("null", "-8")
-                    nullargs = fill(sh["nullargs"]) if "nullargs" in sh else null_probe(args)
                     exports.append(Export(name, fill(sh.get("ret", "RokStatus")), args, call, null,
-                                          nullargs, doc if first else [], family))
+                                          doc if first else [], family, sh, (t, s, d), lay, subst["$nc"]))
                     first = False
         doc = []
     return exports, includes
+
+
+def status_source(types):
+    """rokGetStatusString and the table of codes it knows, from the status
+    enumeration of api/roki_types.h, whose comment on each code is its message."""
+    codes = re.findall(r"^    (rokStatus\w+) = (-?\d+),? /\* (.*) \*/$", types, flags=re.M)
+    if not codes:
+        raise SystemExit("api/roki_types.h: no status codes with messages")
+    cases = "".join(f'        case {name}: return "{name}: {msg}";\n' for name, _, msg in codes)
+    table = "".join(f'    {{{name}, "{name}"}},\n' for name, _, _ in codes)
+    return ("// Generated by api/generate.py from api/roki_types.h; do not edit.\n"
+            '#include "core/core.h"\n#include "core/status_text.h"\n\n'
+            "namespace rok::core {\n\nconst StatusName status_names[] = {\n" + table + "};\n"
+            "const int status_count = int(sizeof status_names / sizeof status_names[0]);\n\n}  // namespace rok::core\n\n"
+            'extern "C" ROKI_API const char* rokGetStatusString(RokStatus status) {\n    switch (status) {\n' + cases +
+            '        default: return "rokStatusUnknown: not a status code of this library";\n    }\n}\n')
+
+
+def contract_source(path, exports):
+    """The contract suite's table for one manifest: each shape's argument roles
+    once, and per export a thunk that passes the suite's values to it."""
+    out = ["// Generated by api/generate.py from api/manifest/" + path.name + "; do not edit.\n",
+           '#include "contract.h"\n#include "roki.h"\n\nnamespace {\n\nusing namespace rokc;\n\n']
+    shapes_done, rows = {}, []
+    for e in exports:
+        key = e.shape["key"]
+        ident = "shape_" + key[0] + "_" + ("any" if key[1] == "*" else re.sub(r"\W", "_", key[1]))
+        if e.ret != "RokStatus" or e.null == "none":
+            rows.append(f'    {{.name = "{e.name}"}},\n')
+            continue
+        try:
+            params = contract.parse_params(e.shape["args"])
+            roles, (threads, accept), skip = contract.infer_roles(f"{key[0]} {key[1]}", params,
+                                                                   e.shape.get("roles", []))
+        except contract.ContractError as err:
+            raise SystemExit(f"api/shapes: {err}")
+        if skip:
+            rows.append(f'    {{.name = "{e.name}"}},\n')
+            continue
+        if ident not in shapes_done:
+            shapes_done[ident] = True
+            out.append(contract.shape_descriptor(ident, params, roles, contract.order(params, roles)))
+        concrete = contract.parse_params(e.args)
+        passed = ", ".join(contract.thunk_arg(p, roles[p.index]) for p in concrete)
+        out.append(f"int call_{e.name}(Call& c) {{ return {e.name}({passed}); }}\n")
+        buffer = ""
+        for r in roles:
+            if r.kind == "buffer":
+                t, _, lay = e.types[0], None, e.layout
+                query = contract.cpp_expr(r.query.format(type=t, layout=lay), params, roles)
+                out.append(f"int buffer_{e.name}(Call& c) {{ int size = -1; "
+                           f"return {query} == 0 ? size : -1; }}\n")
+                buffer = f", .buffer = buffer_{e.name}"
+        ch_s, ch_d = contract.layout_channels(e.layout)
+        sb = contract.type_code(e.types[1])
+        db = contract.type_code(e.types[2])
+        rows.append(f'    {{.name = "{e.name}", .call = call_{e.name}, .args = {ident}_args, '
+                    f".nargs = {len(params)}, .order = {ident}_order, .sType = {sb}, .dType = {db}, "
+                    f".chS = {ch_s}, .chD = {ch_d}, .nc = {e.nc}, .nullStatus = {e.null}, "
+                    f".threadsW = {threads[0]}, .threadsH = {threads[1]}{buffer}"
+                    + (f", .accept = {{{', '.join(map(str, accept))}}}" if accept else "") + "},\n")
+    out.append("\nconst Export exports[] = {\n" + "".join(rows) + "};\n\n"
+               "const bool added = add(exports, sizeof exports / sizeof exports[0]);\n\n}  // namespace\n")
+    return "".join(out)
 
 
 def render(manifests, shapes):
@@ -164,6 +219,8 @@ def render(manifests, shapes):
     all_exports, outputs = [], {}
     for path in manifests:
         exports, includes = expand(path, shapes)
+        for e in exports:
+            e.manifest = path.stem
         all_exports += exports
         header.append(f"\n/* ---- {path.stem} ---- */\n")
         body = ["// Generated by api/generate.py from api/manifest/" + path.name + "; do not edit.\n",
@@ -180,6 +237,7 @@ def render(manifests, shapes):
     outputs[ROOT / "include/roki.h"] = "".join(header)
     # The library's own sources include only the types, so that a change to
     # one manifest rebuilds that manifest's entry points and nothing else.
+    outputs[ROOT / "src/frame/generated/status_text.cpp"] = status_source(types)
     outputs[ROOT / "src/frame/generated/roki_types.h"] = (
         "/* Generated by api/generate.py from api/roki_types.h; do not edit. */\n" + types)
 
@@ -192,18 +250,9 @@ def render(manifests, shapes):
     outputs[ROOT / "api/generated/rokip.map"] = (
         "/* Generated by api/generate.py; do not edit. */\n{\n  global:\n"
         + "".join(f"    {n};\n" for n in core + names) + "  local:\n    *;\n};\n")
-    probes = ["// Generated by api/generate.py; do not edit.\n",
-              "// Every export with a null-pointer probe: all pointers null, numbers harmless.\n",
-              '#include "roki.h"\n#include "exports_table.h"\n\n',
-              "const std::vector<ExportProbe>& export_probes() {\n",
-              "  static const std::vector<ExportProbe> probes = {\n"]
-    for e in all_exports:
-        if e.null == "none":
-            probes.append(f'    {{"{e.name}", nullptr, 0}},\n')
-        else:
-            probes.append(f'    {{"{e.name}", [] {{ return (int){e.name}({e.nullargs}); }}, {e.null}}},\n')
-    probes.append("  };\n  return probes;\n}\n")
-    outputs[ROOT / "tests/generated/export_probes.cpp"] = "".join(probes)
+    for path in manifests:
+        stem_exports = [e for e in all_exports if e.manifest == path.stem]
+        outputs[ROOT / "tests/generated" / f"contract_{path.stem}.cpp"] = contract_source(path, stem_exports)
     return outputs
 
 
@@ -213,7 +262,8 @@ def main():
     outputs = render(manifests, load_shapes())
     stale = []
     generated_dir = ROOT / "src/frame/generated"
-    for old in generated_dir.glob("entries_*.cpp"):
+    olds = list(generated_dir.glob("entries_*.cpp")) + list((ROOT / "tests/generated").glob("*.cpp"))
+    for old in olds:
         if old not in outputs:
             stale.append(old)
             if not check:

@@ -1,7 +1,6 @@
 #include "harness.h"
 
 #include <benchmark/benchmark.h>
-#include <omp.h>
 #include <opencv2/core/utility.hpp>
 
 #include <chrono>
@@ -34,7 +33,7 @@ void run_timed(benchmark::State& state, const std::function<void()>& fn, int thr
 }  // namespace
 
 void register_case(const std::string& name, CaseFactory make) {
-    const int all = omp_get_num_procs();
+    const int all = int(std::thread::hardware_concurrency());
     std::vector<int> threadCounts = {1};
     if (all > 1) threadCounts.push_back(all);
     for (Size size : kSizes) {

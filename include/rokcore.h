@@ -30,6 +30,12 @@ ROKI_API RokStatus rokSetNumThreads(int n);
 /* Writes the current thread count to *pN. Null pN: rokStatusNullPtr. */
 ROKI_API RokStatus rokGetNumThreads(int* pN);
 
+/* The name and a one-line message of a status code, as one static string
+ * "name: message", e.g. "rokStatusBadSize: a width or height below 1, ...".
+ * A code the library does not know gives
+ * "rokStatusUnknown: not a status code of this library"; never null. */
+ROKI_API const char* rokGetStatusString(RokStatus status);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,10 +1,9 @@
 // Core services: aligned memory and the thread count.
-#include <omp.h>
-
 #include <atomic>
 #include <cstdlib>
 
 #include "core/core.h"
+#include "frame/pool.h"
 
 namespace {
 
@@ -34,8 +33,7 @@ extern "C" ROKI_API RokStatus rokSetNumThreads(int n) {
 int ownGetNumThreads() {
     int n = g_thread_count.load(std::memory_order_relaxed);
     if (n > 0) return n;
-    int procs = omp_get_num_procs();
-    n = procs > 0 ? procs : 1;
+    n = rok::pool::processors();
     int expected = 0;
     // A concurrent rokSetNumThreads wins over the default.
     if (!g_thread_count.compare_exchange_strong(expected, n, std::memory_order_relaxed)) return expected;

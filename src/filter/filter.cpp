@@ -1,7 +1,5 @@
 #include "filter/filter.h"
 
-#include <omp.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -10,6 +8,7 @@
 #include "core/core.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
+#include "frame/parallel.h"
 #include "kernels/copy/channels.h"
 #include "kernels/filter/filter_finish.h"
 #include "kernels/filter/filter_sum.h"
@@ -229,17 +228,10 @@ RokStatus run(const FilterCall& s) {
         void* acc = acc_of(0);
         for (int y = 0; y < height; ++y) s.row(job, y, acc);
     } else {
-#pragma omp parallel num_threads(team)
-        {
-            // Equal stripes of height / T rows; the last thread also takes
-            // the remainder.
-            const int t = omp_get_thread_num(), size = omp_get_num_threads();
-            const int stripe = height / size;
-            const int first = t * stripe;
-            const int last = t == size - 1 ? height : first + stripe;
-            void* acc = acc_of(t);
+        parallel_for(height, team, [&](int first, int last, int slot) {
+            void* acc = acc_of(slot);
             for (int y = first; y < last; ++y) s.row(job, y, acc);
-        }
+        });
     }
     rokFree(owned);
     return rokStatusOk;

@@ -1,16 +1,15 @@
 // Row loops, serial and parallel, and the two-thread switch of the threaded
-// one-dimensional kernels. Results never depend on the thread count: every
-// row is computed exactly as on one thread, and warnings are combined after
-// the region in row order.
+// one-dimensional kernels, on the library's worker pool (frame/pool.h).
+// Results never depend on the thread count: every row is computed exactly as
+// on one thread, and warnings are combined in row order.
 #pragma once
-
-#include <omp.h>
 
 #include <algorithm>
 #include <type_traits>
 
 #include "core/core.h"
 #include "frame/generated/roki_types.h"
+#include "frame/pool.h"
 
 namespace rok {
 
@@ -38,32 +37,45 @@ RokStatus serial_rows(int height, Fn&& fn) {
     return first;
 }
 
-// Opens one region of ownGetNumThreads() threads and shares the rows by a
-// static schedule. Each thread gets one contiguous, ascending block of rows,
-// so the first non-zero status of the lowest-numbered thread that has one is
-// the first in row order, the same status a serial loop returns.
+namespace detail {
+template <class Fn>
+RokStatus call_part(void* ctx, int begin, int end, int slot) {
+    Fn& fn = *static_cast<Fn*>(ctx);
+    if constexpr (std::is_void_v<decltype(fn(begin, end, slot))>) {
+        fn(begin, end, slot);
+        return rokStatusOk;
+    } else {
+        return fn(begin, end, slot);
+    }
+}
+}  // namespace detail
+
+// Shares [0, count) among up to `threads` threads of the library's pool in
+// contiguous, ascending parts: part(begin, end, slot) with 0 <= slot <
+// threads naming the thread's scratch. The first non-zero status in range
+// order is returned, the same status a serial loop returns. Fewer threads
+// than asked may run (never more than the processors); results must not
+// depend on how the range is divided.
+template <class Fn>
+RokStatus parallel_for(int count, int threads, Fn&& part) {
+    using F = std::remove_reference_t<Fn>;
+    return pool::run(count, threads, &detail::call_part<F>, const_cast<void*>(static_cast<const void*>(&part)));
+}
+
+// Shares the rows among ownGetNumThreads() threads, asked afresh by every
+// call; each row runs exactly as on one thread.
 template <class Fn>
 RokStatus parallel_rows(int height, Fn&& fn) {
     const int team = ownGetNumThreads();
     if (team <= 1 || height <= 1) return serial_rows(height, fn);
-    constexpr int kMaxTeam = 1024;
-    RokStatus firsts[kMaxTeam];
-    const int size = std::min(team, kMaxTeam);
-    std::fill(firsts, firsts + size, rokStatusOk);
-#pragma omp parallel num_threads(size)
-    {
-        const int t = omp_get_thread_num();
-        RokStatus mine = rokStatusOk;
-#pragma omp for schedule(static)
-        for (int y = 0; y < height; ++y) {
+    return parallel_for(height, team, [&](int begin, int end, int) {
+        RokStatus first = rokStatusOk;
+        for (int y = begin; y < end; ++y) {
             RokStatus s = detail::call_row(fn, y);
-            if (s != rokStatusOk && mine == rokStatusOk) mine = s;
+            if (s != rokStatusOk && first == rokStatusOk) first = s;
         }
-        firsts[t] = mine;
-    }
-    for (int t = 0; t < size; ++t)
-        if (firsts[t] != rokStatusOk) return firsts[t];
-    return rokStatusOk;
+        return first;
+    });
 }
 
 template <class Fn>
@@ -73,24 +85,14 @@ RokStatus for_rows(bool threaded, int height, Fn&& fn) {
 
 // One-dimensional kernel with a threaded variant: below `threshold` elements,
 // with one thread, or with fewer elements than threads it runs part(0, n) on
-// the calling thread; otherwise a team of at most two threads each runs
-// part(offset, count) over one half. The warning of either half is returned.
+// the calling thread; otherwise at most two threads share the vector, each
+// running part(offset, count) over contiguous pieces. The first warning in
+// vector order is returned.
 template <class Part>
 RokStatus threaded_1d(int n, int threshold, Part&& part) {
     const int threads = n >= threshold ? ownGetNumThreads() : 1;
     if (threads <= 1 || n < threads) return part(0, n);
-    RokStatus halves[2] = {rokStatusOk, rokStatusOk};
-    const int team = std::min(threads, 2);
-#pragma omp parallel num_threads(team)
-    {
-        const int t = omp_get_thread_num();
-        const int size = omp_get_num_threads();
-        const int chunk = (n + size - 1) / size;
-        const int begin = std::min(n, t * chunk);
-        const int count = std::min(n - begin, chunk);
-        if (count > 0) halves[t] = part(begin, count);
-    }
-    return halves[0] != rokStatusOk ? halves[0] : halves[1];
+    return parallel_for(n, std::min(threads, 2), [&](int begin, int end, int) { return part(begin, end - begin); });
 }
 
 }  // namespace rok

@@ -1,6 +1,6 @@
-// The shared library's dynamic symbols are exactly the export list, every
-// export resolves, and every export with a null check reports it without
-// touching memory.
+// The shared library's dynamic symbols are exactly the export list and every
+// export resolves. What each export does with its arguments is the contract
+// suite's (tests/contract).
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -9,7 +9,6 @@
 #include <set>
 #include <string>
 
-#include "exports_table.h"
 
 namespace {
 
@@ -54,16 +53,6 @@ TEST(Exports, EveryListedNameResolves) {
     ASSERT_NE(lib, nullptr) << dlerror();
     for (const auto& name : listed_exports()) EXPECT_NE(dlsym(lib, name.c_str()), nullptr) << name;
     dlclose(lib);
-}
-
-TEST(Exports, NullPointersGiveTheFirstCheckStatus) {
-    std::size_t probed = 0;
-    for (const auto& probe : export_probes()) {
-        if (!probe.call) continue;
-        EXPECT_EQ(probe.call(), probe.expected) << probe.name;
-        ++probed;
-    }
-    std::printf("probed %zu of %zu exports\n", probed, export_probes().size());
 }
 
 }  // namespace

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
-#include <omp.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <mutex>
+#include <set>
+#include <thread>
 #include <vector>
 
 #include "core/core.h"
@@ -12,20 +16,47 @@ namespace {
 
 using rokt::WithThreads;
 
-TEST(Threading, ParallelRowsCoverEveryRowOnceAndUseTheTeamSize) {
-    for (int threads : {1, 2, 7}) {
-        WithThreads with(threads);
-        for (int height : {1, 2, 3, 7, 8, 100}) {
-            std::vector<std::atomic<int>> visits(height);
-            std::atomic<int> team{0};
-            rok::parallel_rows(height, [&](int y) {
-                visits[y]++;
-                team = omp_get_num_threads();
+// What one parallel call did: every row's visits, the slots and the distinct
+// threads that ran parts, and the most parts running at one time.
+struct Trace {
+    explicit Trace(int height) : visits(height) {}
+    std::vector<std::atomic<int>> visits;
+    std::mutex m;
+    std::set<int> slots;
+    std::set<std::thread::id> threads;
+    std::atomic<int> running{0}, most{0};
+
+    void enter(int slot) {
+        {
+            std::lock_guard<std::mutex> lock(m);
+            slots.insert(slot);
+            threads.insert(std::this_thread::get_id());
+        }
+        const int now = ++running;
+        int seen = most;
+        while (now > seen && !most.compare_exchange_weak(seen, now)) {
+        }
+    }
+    void leave() { --running; }
+};
+
+TEST(Threading, ParallelForCoversTheRangeOnceInAscendingPartsWithSlotsBelowTheTeam) {
+    const int procs = rok::pool::max_threads();
+    for (int threads : {1, 2, 3, 7}) {
+        for (int height : {1, 2, 3, 7, 8, 100, 5000}) {
+            Trace trace(height);
+            rok::parallel_for(height, threads, [&](int begin, int end, int slot) {
+                trace.enter(slot);
+                EXPECT_LT(begin, end);
+                for (int y = begin; y < end; ++y) trace.visits[y]++;
+                // Long enough that the workers have time to take parts.
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+                trace.leave();
             });
-            for (int y = 0; y < height; ++y) EXPECT_EQ(visits[y], 1) << threads << " threads, row " << y;
-            if (height > 1) {
-                EXPECT_EQ(team, threads);
-            }
+            for (int y = 0; y < height; ++y) ASSERT_EQ(trace.visits[y], 1) << threads << " threads, row " << y;
+            for (int slot : trace.slots) EXPECT_TRUE(slot >= 0 && slot < threads) << slot;
+            EXPECT_LE(int(trace.threads.size()), std::min(threads, procs)) << "never more threads than processors";
+            EXPECT_LE(trace.most.load(), std::min(threads, procs));
         }
     }
 }
@@ -49,39 +80,111 @@ TEST(Threading, WarningIsTheFirstInRowOrderWhateverTheThreadCount) {
 
 TEST(Threading, OneDimensionalKernelSwitch) {
     struct Case {
-        int threads, n, threshold, expectParts, expectTeam;
+        int threads, n, threshold;
+        bool split;
     };
     const Case cases[] = {
-        {4, 4095, 4096, 1, 1},  // below the threshold: calling thread
-        {4, 4096, 4096, 2, 2},  // at the threshold: two halves, team of at most 2
-        {1, 9000, 4096, 1, 1},  // one thread: serial
-        {7, 5, 2, 1, 1},        // fewer elements than threads: serial
-        {2, 1024, 1024, 2, 2},
+        {4, 4095, 4096, false},  // below the threshold: calling thread
+        {4, 4096, 4096, true},   // at the threshold: shared by at most 2 threads
+        {1, 9000, 4096, false},  // one thread: serial
+        {7, 5, 2, false},        // fewer elements than threads: serial
+        {2, 1024, 1024, true},
     };
+    const bool canSplit = rok::pool::max_threads() > 1;
     for (const auto& c : cases) {
         WithThreads with(c.threads);
-        std::atomic<int> parts{0}, covered{0}, team{0};
+        std::mutex m;
+        std::vector<std::pair<int, int>> parts;
+        std::set<std::thread::id> threads;
         RokStatus s = rok::threaded_1d(c.n, c.threshold, [&](int begin, int count) -> RokStatus {
-            parts++;
-            covered += count;
-            team = omp_get_num_threads();
+            std::lock_guard<std::mutex> lock(m);
+            parts.emplace_back(begin, count);
+            threads.insert(std::this_thread::get_id());
             return begin > 0 ? rokStatusDivByZero : rokStatusOk;
         });
-        EXPECT_EQ(parts, c.expectParts) << c.n;
+        std::sort(parts.begin(), parts.end());
+        int covered = 0;
+        for (auto [begin, count] : parts) {
+            EXPECT_EQ(begin, covered) << "contiguous pieces";
+            covered += count;
+        }
         EXPECT_EQ(covered, c.n);
-        EXPECT_EQ(team, c.expectTeam);
-        EXPECT_EQ(s, c.expectParts == 2 ? rokStatusDivByZero : rokStatusOk) << "second half's warning is returned";
+        EXPECT_LE(threads.size(), 2u);
+        if (!c.split || !canSplit) {
+            EXPECT_EQ(parts.size(), 1u) << c.n;
+        }
+        EXPECT_EQ(s, parts.size() > 1 ? rokStatusDivByZero : rokStatusOk) << "a later piece's warning is returned";
     }
 }
 
-TEST(Threading, EveryRegionAsksTheThreadCountAfresh) {
+// Application threads calling at once share the pool: one call owns it and
+// the others run on their own threads, so the library adds at most
+// processors - 1 threads however many threads call it.
+TEST(Threading, ConcurrentCallersNeverExceedTheProcessors) {
+    const int procs = rok::pool::max_threads();
+    WithThreads with(procs);
+    std::mutex m;
+    std::set<std::thread::id> callers, all;
+    std::vector<std::thread> apps;
+    std::atomic<int> wrong{0};
+    for (int a = 0; a < 4; ++a) {
+        apps.emplace_back([&] {
+            {
+                std::lock_guard<std::mutex> lock(m);
+                callers.insert(std::this_thread::get_id());
+            }
+            for (int k = 0; k < 20; ++k) {
+                std::vector<std::atomic<int>> visits(64);
+                rok::parallel_rows(64, [&](int y) {
+                    visits[y]++;
+                    std::lock_guard<std::mutex> lock(m);
+                    all.insert(std::this_thread::get_id());
+                });
+                for (auto& v : visits) wrong += v != 1;
+            }
+        });
+    }
+    for (auto& t : apps) t.join();
+    EXPECT_EQ(wrong, 0);
+    std::set<std::thread::id> pool;
+    for (auto id : all)
+        if (!callers.count(id)) pool.insert(id);
+    EXPECT_LE(int(pool.size()), procs - 1);
+}
+
+TEST(Threading, EveryCallAsksTheThreadCountAfresh) {
     WithThreads with(2);
-    std::atomic<int> team{0};
-    rok::parallel_rows(10, [&](int) { team = omp_get_num_threads(); });
-    EXPECT_EQ(team, 2);
-    rokSetNumThreads(3);
-    rok::parallel_rows(10, [&](int) { team = omp_get_num_threads(); });
-    EXPECT_EQ(team, 3);
+    for (int threads : {1, 2, 1}) {
+        rokSetNumThreads(threads);
+        std::mutex m;
+        std::set<std::thread::id> ran;
+        rok::parallel_rows(64, [&](int) {
+            std::this_thread::sleep_for(std::chrono::microseconds(100));
+            std::lock_guard<std::mutex> lock(m);
+            ran.insert(std::this_thread::get_id());
+        });
+        if (threads == 1) {
+            ASSERT_EQ(ran.size(), 1u);
+            EXPECT_EQ(*ran.begin(), std::this_thread::get_id());
+        } else {
+            EXPECT_LE(ran.size(), 2u);
+        }
+    }
+}
+
+// A call made from inside a part runs on that thread, whole.
+TEST(Threading, NestedCallsRunOnTheirThread) {
+    WithThreads with(4);
+    std::atomic<int> rows{0}, foreign{0};
+    rok::parallel_rows(8, [&](int) {
+        const auto outer = std::this_thread::get_id();
+        rok::parallel_rows(16, [&](int) {
+            rows++;
+            foreign += std::this_thread::get_id() != outer;
+        });
+    });
+    EXPECT_EQ(rows, 8 * 16);
+    EXPECT_EQ(foreign, 0);
 }
 
 }  // namespace

@@ -37,62 +37,63 @@ typedef struct { int32_t width; int32_t height; } RokiSize;
 typedef struct { int32_t x; int32_t y; int32_t width; int32_t height; } RokiRect;
 typedef struct { int32_t x; int32_t y; } RokiPoint;
 
-/* ---- status codes: 0 success, negative error (nothing written), positive warning ---- */
+/* ---- status codes: 0 success, negative error (nothing written), positive warning ----
+ * Each code's comment is also its message from rokGetStatusString. */
 typedef int32_t RokStatus;
 enum {
-    rokStatusOk = 0,
-    rokStatusNoWorkBuffer = -4,
-    rokStatusBadArg = -5,
-    rokStatusBadSize = -6,
-    rokStatusBadRange = -7,
-    rokStatusNullPtr = -8,
-    rokStatusNoMemory = -9,
-    rokStatusDivByZeroErr = -10,
-    rokStatusOutOfRange = -11,
-    rokStatusBadScaleRange = -13,
-    rokStatusBadStep = -14,
-    rokStatusBadFftOrder = -15,
-    rokStatusBadFftFlag = -16,
-    rokStatusBadContext = -17,
-    rokStatusBadThresholds = -18,
-    rokStatusMomentTooSmall = -20,
-    rokStatusBadMirrorAxis = -21,
-    rokStatusBadInterpolation = -22,
-    rokStatusBadResizeFactor = -23,
-    rokStatusBadFirLength = -26,
-    rokStatusBadFirPhase = -28,
-    rokStatusBadFirFactor = -29,
-    rokStatusBadMaskSize = -33,
-    rokStatusBadAnchor = -34,
-    rokStatusBadEps = -36,
-    rokStatusStepTooShort = -37,
-    rokStatusBadChannel = -47,
-    rokStatusBadAlphaType = -50,
-    rokStatusBadFilterDivisor = -51,
-    rokStatusBadChannelCount = -53,
-    rokStatusBadQuad = -56,
-    rokStatusBadRect = -57,
-    rokStatusBadCoeffs = -58,
-    rokStatusZeroMask = -59,
-    rokStatusBadChannelOrder = -60,
-    rokStatusBadLutLevels = -106,
-    rokStatusBadHistLevels = -107,
-    rokStatusMisalignedStep = -108,
-    rokStatusBadNoise = -125,
-    rokStatusResizeTooSmall = -201,
-    rokStatusQualityIndexErr = -210,
-    rokStatusBadWeight = -211,
-    rokStatusBadDecimation = -212,
-    rokStatusBadRoundMode = -213,
-    rokStatusBadBorder = -225,
-    rokStatusOddValue = -227,
-    rokStatusBadMode = -9999,
-    rokStatusDivByZero = 6,
-    rokStatusLnZeroArg = 7,
-    rokStatusLnNegArg = 8,
-    rokStatusNoIntersection = 29,
-    rokStatusWrongIntersectQuad = 30,
-    rokStatusSizeExceedsSpec = 48
+    rokStatusOk = 0, /* success */
+    rokStatusNoWorkBuffer = -4, /* an internal work buffer could not be obtained */
+    rokStatusBadArg = -5, /* a real or count parameter is outside its range */
+    rokStatusBadSize = -6, /* a width or height below 1, or a length or size outside what the function allows */
+    rokStatusBadRange = -7, /* a lower bound is greater than its upper bound */
+    rokStatusNullPtr = -8, /* a required pointer is null */
+    rokStatusNoMemory = -9, /* memory could not be allocated */
+    rokStatusDivByZeroErr = -10, /* division by a zero constant */
+    rokStatusOutOfRange = -11, /* an integer parameter is outside its range */
+    rokStatusBadScaleRange = -13, /* the scale range is empty (vMax not above vMin) */
+    rokStatusBadStep = -14, /* a row step is below 1 or shorter than the function requires */
+    rokStatusBadFftOrder = -15, /* an FFT order is out of range */
+    rokStatusBadFftFlag = -16, /* an FFT or DFT normalisation flag is not accepted */
+    rokStatusBadContext = -17, /* a specification or state record is of another kind, or was freed */
+    rokStatusBadThresholds = -18, /* an upper threshold is below the lower one */
+    rokStatusMomentTooSmall = -20, /* a normalising moment is too small */
+    rokStatusBadMirrorAxis = -21, /* the mirror axis is not 0, 1 or 2 */
+    rokStatusBadInterpolation = -22, /* the interpolation code is not accepted */
+    rokStatusBadResizeFactor = -23, /* a resize factor is not above 0 */
+    rokStatusBadFirLength = -26, /* a filter has fewer than 1 tap */
+    rokStatusBadFirPhase = -28, /* a filter phase is outside 0 .. factor-1 */
+    rokStatusBadFirFactor = -29, /* an up- or down-sampling factor is below 1 */
+    rokStatusBadMaskSize = -33, /* a mask size is below 1, or not odd where it must be */
+    rokStatusBadAnchor = -34, /* the anchor lies outside the mask */
+    rokStatusBadEps = -36, /* the tolerance is negative */
+    rokStatusStepTooShort = -37, /* a step is shorter than one row of the ROI */
+    rokStatusBadChannel = -47, /* a channel index outside the channels the state holds */
+    rokStatusBadAlphaType = -50, /* the alpha composition type is outside 0..11 */
+    rokStatusBadFilterDivisor = -51, /* the filter divisor is 0 */
+    rokStatusBadChannelCount = -53, /* the channel count is not supported */
+    rokStatusBadQuad = -56, /* the transform cannot be computed for this quadrangle */
+    rokStatusBadRect = -57, /* a rectangle has a width or height below 1 */
+    rokStatusBadCoeffs = -58, /* the transform coefficients are degenerate */
+    rokStatusZeroMask = -59, /* every element of the mask is 0 */
+    rokStatusBadChannelOrder = -60, /* a channel order entry is not below the channel count */
+    rokStatusBadLutLevels = -106, /* a table has fewer than 2 levels */
+    rokStatusBadHistLevels = -107, /* a histogram has fewer than 2 levels */
+    rokStatusMisalignedStep = -108, /* a step is not a multiple of the sample size */
+    rokStatusBadNoise = -125, /* the noise level is outside [0, 1) */
+    rokStatusResizeTooSmall = -201, /* the resized image would be narrower than 2 pixels */
+    rokStatusQualityIndexErr = -210, /* the quality index cannot be formed */
+    rokStatusBadWeight = -211, /* the centre weight is below 1 */
+    rokStatusBadDecimation = -212, /* the decimation factor is not accepted */
+    rokStatusBadRoundMode = -213, /* the rounding mode is not 0, 1 or 2 */
+    rokStatusBadBorder = -225, /* the border type is not accepted */
+    rokStatusOddValue = -227, /* an offset that must be even is odd */
+    rokStatusBadMode = -9999, /* the mode is not supported */
+    rokStatusDivByZero = 6, /* warning: division by zero occurred; the affected results hold substitutes */
+    rokStatusLnZeroArg = 7, /* warning: the logarithm of 0 occurred */
+    rokStatusLnNegArg = 8, /* warning: the logarithm of a negative value occurred */
+    rokStatusNoIntersection = 29, /* warning: the source region lies outside the image; nothing was done */
+    rokStatusWrongIntersectQuad = 30, /* warning: the transformed quadrangle misses the destination; nothing was done */
+    rokStatusSizeExceedsSpec = 48 /* warning: the destination exceeds the specified size; only the part inside was written */
 };
 
 /* ---- enumerations (passed as signed 32-bit values) ---- */

@@ -61,8 +61,9 @@ void fill_pixels(void* dst, const void* pixel, int pixelBytes, int writeBytes, i
         }
         return;
     }
+    // The value holds only the samples that are written: three for AC4.
     std::uint8_t px[16];
-    std::memcpy(px, pixel, std::size_t(pixelBytes));
+    std::memcpy(px, pixel, std::size_t(writeBytes));
     if (writeBytes != pixelBytes) {  // AC4: leave each pixel's alpha alone
         for (int i = 0; i < count; ++i) std::memcpy(d + std::size_t(i) * pixelBytes, px, std::size_t(writeBytes));
         return;

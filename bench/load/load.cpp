@@ -1,0 +1,244 @@
+// Threaded calls beside other work. Each case is timed call by call at one
+// thread and at every processor under five conditions: an idle machine; k
+// busy processes beside it (k = 1 and k = processors); OpenCV's pool running
+// between calls in the same process; and 2 or 4 application threads calling
+// at once. It prints per condition the mean and the worst call at every
+// processor against the mean at one thread under the same condition, and the
+// most threads the process held.
+//
+// Usage: rokload [calls per measurement, default 200] [case name filter]
+#include <dirent.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <opencv2/core.hpp>
+#include <opencv2/core/utility.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "roki.h"
+#include "rokcore.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// One threaded call on images the case owns; a case makes one per caller.
+struct Work {
+    std::function<void()> call;
+};
+
+struct CaseDef {
+    std::string name;
+    std::function<std::unique_ptr<Work>(int w, int h)> make;
+};
+
+template <class T>
+std::vector<T> random_vec(std::size_t n, unsigned seed) {
+    std::vector<T> v(n);
+    unsigned x = seed * 2654435761u + 1;
+    for (auto& e : v) {
+        x = x * 1664525u + 1013904223u;
+        e = T(x >> 24);
+    }
+    return v;
+}
+
+struct AddWork : Work {
+    std::vector<Rok8u> a, b, d;
+    AddWork(int w, int h) : a(random_vec<Rok8u>(std::size_t(w) * h, 1)), b(random_vec<Rok8u>(std::size_t(w) * h, 2)), d(a.size()) {
+        call = [this, w, h] { rokiAdd_8u_C1RSfs(a.data(), w, b.data(), w, d.data(), w, RokiSize{w, h}, 1); };
+    }
+};
+
+struct AddC3Work : Work {
+    std::vector<Rok8u> a, d;
+    AddC3Work(int w, int h) : a(random_vec<Rok8u>(std::size_t(w) * h * 3, 3)), d(a.size()) {
+        call = [this, w, h] {
+            const Rok8u v[3] = {5, 6, 7};
+            rokiAddC_8u_C3RSfs(a.data(), 3 * w, v, d.data(), 3 * w, RokiSize{w, h}, 0);
+        };
+    }
+};
+
+// A 5x5 convolution reads two pixels round the ROI.
+struct FilterWork : Work {
+    std::vector<Rok8u> a, d;
+    FilterWork(int w, int h) : a(random_vec<Rok8u>(std::size_t(w + 4) * (h + 4), 4)), d(std::size_t(w) * h) {
+        call = [this, w, h] {
+            static const Rok32s k[25] = {1, 2, 3, 2, 1, 2, 4, 6, 4, 2, 3, 6, 9, 6, 3, 2, 4, 6, 4, 2, 1, 2, 3, 2, 1};
+            rokiFilter_8u_C1R(a.data() + 2 * (w + 4) + 2, w + 4, d.data(), w, RokiSize{w, h}, k, RokiSize{5, 5},
+                              RokiPoint{2, 2}, 81);
+        };
+    }
+};
+
+std::vector<CaseDef> cases() {
+    return {
+        {"Add_8u_C1RSfs", [](int w, int h) { return std::make_unique<AddWork>(w, h); }},
+        {"AddC_8u_C3RSfs", [](int w, int h) { return std::make_unique<AddC3Work>(w, h); }},
+        {"Filter_8u_C1R_5x5", [](int w, int h) { return std::make_unique<FilterWork>(w, h); }},
+    };
+}
+
+int process_threads() {
+    int n = 0;
+    if (DIR* d = opendir("/proc/self/task")) {
+        while (dirent* e = readdir(d))
+            if (e->d_name[0] != '.') ++n;
+        closedir(d);
+    }
+    return n;
+}
+
+struct Stats {
+    double mean_us = 0, worst_us = 0;
+};
+
+Stats summarise(std::vector<double>& us) {
+    Stats s;
+    for (double t : us) {
+        s.mean_us += t;
+        s.worst_us = std::max(s.worst_us, t);
+    }
+    s.mean_us /= double(us.size());
+    return s;
+}
+
+double time_us(const std::function<void()>& fn) {
+    auto t0 = Clock::now();
+    fn();
+    return std::chrono::duration<double, std::micro>(Clock::now() - t0).count();
+}
+
+// Processes that spin until killed.
+class BusyProcesses {
+public:
+    explicit BusyProcesses(int k) {
+        for (int i = 0; i < k; ++i) {
+            pid_t p = fork();
+            if (p == 0) {
+                volatile unsigned long x = 0;
+                for (;;) x = x + 1;
+            }
+            if (p > 0) pids_.push_back(p);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ~BusyProcesses() {
+        for (pid_t p : pids_) kill(p, SIGKILL);
+        for (pid_t p : pids_) waitpid(p, nullptr, 0);
+    }
+
+private:
+    std::vector<pid_t> pids_;
+};
+
+// OpenCV's own pool does a small parallel job before every call.
+struct OpenCvBetween {
+    cv::Mat src = cv::Mat(512, 512, CV_8UC1, cv::Scalar(7)), dst;
+    void operator()() { cv::GaussianBlur(src, dst, cv::Size(5, 5), 0); }
+};
+
+// Calls from `callers` application threads at once; every call's time.
+std::vector<double> run_callers(const CaseDef& c, int w, int h, int callers, int calls,
+                                const std::function<void()>& between, int& maxThreads) {
+    std::vector<std::unique_ptr<Work>> work;
+    for (int i = 0; i < callers; ++i) work.push_back(c.make(w, h));
+    for (auto& wk : work) wk->call();  // warm
+    std::vector<std::vector<double>> times(callers);
+    std::atomic<int> ready{0};
+    std::atomic<bool> go{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < callers; ++i) {
+        threads.emplace_back([&, i] {
+            times[i].reserve(calls);
+            ready++;
+            while (!go) std::this_thread::yield();
+            for (int k = 0; k < calls; ++k) {
+                if (between) between();
+                times[i].push_back(time_us(work[i]->call));
+            }
+        });
+    }
+    while (ready < callers) std::this_thread::yield();
+    go = true;
+    std::atomic<bool> done{false};
+    std::thread watch([&] {
+        while (!done) {
+            maxThreads = std::max(maxThreads, process_threads());
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    for (auto& t : threads) t.join();
+    done = true;
+    watch.join();
+    std::vector<double> all;
+    for (auto& v : times) all.insert(all.end(), v.begin(), v.end());
+    return all;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int calls = argc > 1 ? std::max(1, std::atoi(argv[1])) : 200;
+    const std::string filter = argc > 2 ? argv[2] : "";
+    const int procs = int(std::thread::hardware_concurrency());
+    cv::setNumThreads(procs);
+    struct Size {
+        int w, h;
+    };
+    const Size sizes[] = {{1920, 1080}, {3840, 2160}};
+    OpenCvBetween opencv;
+    struct Condition {
+        std::string name;
+        int busy, callers;
+        bool opencv;
+    };
+    std::vector<Condition> conditions = {{"idle", 0, 1, false},
+                                         {"busy 1", 1, 1, false},
+                                         {"busy " + std::to_string(procs), procs, 1, false},
+                                         {"opencv pool", 0, 1, true},
+                                         {"2 callers", 0, 2, false},
+                                         {"4 callers", 0, 4, false}};
+    std::printf("%d processors, %d calls per figure; times in us; ratio = mean at %d threads / mean at 1 thread\n",
+                procs, calls, procs);
+    std::printf("%-20s %-10s %-12s %9s %9s %9s %9s %7s %7s %8s\n", "case", "size", "condition", "t1 mean",
+                "t1 worst", "tN mean", "tN worst", "ratio", "worst", "threads");
+    for (const CaseDef& c : cases()) {
+        if (!filter.empty() && c.name.find(filter) == std::string::npos) continue;
+        for (Size sz : sizes) {
+            for (const Condition& cond : conditions) {
+                BusyProcesses busy(cond.busy);
+                std::function<void()> between;
+                if (cond.opencv) between = [&] { opencv(); };
+                Stats st[2];
+                int maxThreads = 0;
+                const int counts[2] = {1, procs};
+                for (int i = 0; i < 2; ++i) {
+                    rokSetNumThreads(counts[i]);
+                    auto us = run_callers(c, sz.w, sz.h, cond.callers, calls, between, maxThreads);
+                    st[i] = summarise(us);
+                }
+                char size[16];
+                std::snprintf(size, sizeof size, "%dx%d", sz.w, sz.h);
+                std::printf("%-20s %-10s %-12s %9.1f %9.1f %9.1f %9.1f %7.2f %7.2f %8d\n", c.name.c_str(), size,
+                            cond.name.c_str(), st[0].mean_us, st[0].worst_us, st[1].mean_us, st[1].worst_us,
+                            st[1].mean_us / st[0].mean_us, st[1].worst_us / st[0].mean_us, maxThreads);
+                std::fflush(stdout);
+            }
+        }
+    }
+    return 0;
+}

@@ -1,0 +1,224 @@
+// The library's worker pool. A call divides its rows into contiguous chunks
+// and takes them one by one from a shared ticket; the calling thread takes
+// chunks too, from the first one on. A worker that is asleep, descheduled by
+// another process or busy elsewhere simply finds no chunk left when it gets
+// round to looking, so a call never waits for a thread that has not started
+// its share: it waits only for chunks that some thread has already taken.
+//
+// One call owns the pool at a time. Another call that arrives meanwhile
+// (another application thread, or a call made from inside a chunk) runs on
+// its own thread, so the library never runs more threads than processors
+// however many threads call it.
+#include "frame/pool.h"
+
+#include <linux/futex.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#include <immintrin.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <climits>
+#include <cstdint>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace rok::pool {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// How long a worker keeps looking for the next call before it sleeps, and
+// how long a caller spins for chunks in flight before it sleeps. Short: a
+// spinning thread takes processor time from whatever else the machine runs.
+constexpr auto kWorkerSpin = std::chrono::microseconds(50);
+constexpr auto kOwnerSpin = std::chrono::microseconds(20);
+
+void futex_wait(std::atomic<std::uint32_t>& word, std::uint32_t expected) {
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
+}
+
+void futex_wake_all(std::atomic<std::uint32_t>& word) {
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
+}
+
+// The ticket packs the call's generation, how many threads may take part,
+// the next chunk to take and the number of chunks, so that one compare-and-
+// swap both checks that a chunk belongs to the current call and takes it.
+struct Ticket {
+    std::uint32_t generation;
+    std::uint32_t threads, next, chunks;
+
+    static Ticket unpack(std::uint64_t v) {
+        return {std::uint32_t(v >> 32), std::uint32_t(v >> 24) & 0xff, std::uint32_t(v >> 12) & 0xfff,
+                std::uint32_t(v) & 0xfff};
+    }
+    std::uint64_t pack() const {
+        return std::uint64_t(generation) << 32 | std::uint64_t(threads) << 24 | std::uint64_t(next) << 12 | chunks;
+    }
+};
+
+thread_local bool t_inside_call = false;
+
+class Pool {
+public:
+    static Pool& instance() {
+        // Never destroyed: workers may still sleep in it while the process exits.
+        static Pool* pool = new Pool;
+        return *pool;
+    }
+
+    int capacity() const { return workers_ + 1; }
+    bool try_own() { return !owned_.test_and_set(std::memory_order_acquire); }
+    void release() { owned_.clear(std::memory_order_release); }
+
+    RokStatus run(int count, int threads, int chunks, Part part, void* ctx, RokStatus* statuses);
+
+private:
+    Pool() : workers_(std::clamp(processors() - 1, 0, kMaxThreads - 1)) {}
+
+    void start_workers();
+    void worker(unsigned index);
+    // Takes and runs chunks of the current call while any are left.
+    void take_chunks(std::uint32_t generation, unsigned slot);
+
+    const int workers_;
+    std::once_flag started_;
+    std::atomic_flag owned_ = ATOMIC_FLAG_INIT;
+
+    alignas(64) std::atomic<std::uint64_t> ticket_{0};
+    alignas(64) std::atomic<std::uint32_t> wake_{0};
+    std::atomic<std::uint32_t> sleepers_{0};
+    alignas(64) std::atomic<std::uint32_t> done_{0};
+    std::atomic<std::uint32_t> owner_sleeps_{0};
+
+    // The current call, written by its owner before the ticket is published.
+    alignas(64) Part part_ = nullptr;
+    void* ctx_ = nullptr;
+    RokStatus* statuses_ = nullptr;
+    int count_ = 0;
+};
+
+void Pool::start_workers() {
+    std::call_once(started_, [this] {
+        for (int i = 1; i <= workers_; ++i) std::thread([this, i] { worker(unsigned(i)); }).detach();
+    });
+}
+
+void Pool::take_chunks(std::uint32_t generation, unsigned slot) {
+    std::uint64_t raw = ticket_.load(std::memory_order_acquire);
+    for (;;) {
+        Ticket t = Ticket::unpack(raw);
+        if (t.generation != generation || t.next >= t.chunks) return;
+        Ticket taken = t;
+        taken.next++;
+        if (!ticket_.compare_exchange_weak(raw, taken.pack(), std::memory_order_acq_rel, std::memory_order_acquire))
+            continue;
+        // The call cannot end before this chunk is counted done, so its
+        // description stays valid while the chunk runs.
+        const int begin = int((std::int64_t(count_) * t.next) / t.chunks);
+        const int end = int((std::int64_t(count_) * (t.next + 1)) / t.chunks);
+        statuses_[t.next] = part_(ctx_, begin, end, int(slot));
+        const std::uint32_t finished = done_.fetch_add(1, std::memory_order_acq_rel) + 1;
+        if (finished == t.chunks && owner_sleeps_.load(std::memory_order_seq_cst)) futex_wake_all(done_);
+        raw = ticket_.load(std::memory_order_acquire);
+    }
+}
+
+void Pool::worker(unsigned index) {
+    t_inside_call = true;
+    std::uint32_t seen = Ticket::unpack(ticket_.load(std::memory_order_acquire)).generation;
+    for (;;) {
+        Ticket t = Ticket::unpack(ticket_.load(std::memory_order_acquire));
+        if (t.generation == seen) {
+            const auto until = Clock::now() + kWorkerSpin;
+            do {
+                _mm_pause();
+                t = Ticket::unpack(ticket_.load(std::memory_order_acquire));
+            } while (t.generation == seen && Clock::now() < until);
+        }
+        if (t.generation == seen) {
+            const std::uint32_t w = wake_.load(std::memory_order_seq_cst);
+            sleepers_.fetch_add(1, std::memory_order_seq_cst);
+            if (Ticket::unpack(ticket_.load(std::memory_order_seq_cst)).generation == seen) futex_wait(wake_, w);
+            sleepers_.fetch_sub(1, std::memory_order_seq_cst);
+            continue;
+        }
+        seen = t.generation;
+        if (index < t.threads) take_chunks(seen, index);
+    }
+}
+
+RokStatus Pool::run(int count, int threads, int chunks, Part part, void* ctx, RokStatus* statuses) {
+    start_workers();
+    part_ = part;
+    ctx_ = ctx;
+    statuses_ = statuses;
+    count_ = count;
+    done_.store(0, std::memory_order_relaxed);
+    Ticket t = Ticket::unpack(ticket_.load(std::memory_order_relaxed));
+    t.generation++;
+    t.threads = std::uint32_t(threads);
+    t.next = 0;
+    t.chunks = std::uint32_t(chunks);
+    ticket_.store(t.pack(), std::memory_order_seq_cst);
+    if (sleepers_.load(std::memory_order_seq_cst) > 0) {
+        wake_.fetch_add(1, std::memory_order_seq_cst);
+        futex_wake_all(wake_);
+    }
+
+    t_inside_call = true;
+    take_chunks(t.generation, 0);
+    t_inside_call = false;
+
+    // Every chunk is taken; wait for those that other threads still run.
+    const std::uint32_t all = std::uint32_t(chunks);
+    std::uint32_t finished = done_.load(std::memory_order_acquire);
+    if (finished < all) {
+        const auto until = Clock::now() + kOwnerSpin;
+        while ((finished = done_.load(std::memory_order_acquire)) < all && Clock::now() < until) _mm_pause();
+        // Sleeping leaves this processor to the thread that holds the last
+        // chunk, should another process have pushed it off its own.
+        while (finished < all) {
+            owner_sleeps_.store(1, std::memory_order_seq_cst);
+            finished = done_.load(std::memory_order_seq_cst);
+            if (finished < all) futex_wait(done_, finished);
+            owner_sleeps_.store(0, std::memory_order_relaxed);
+            finished = done_.load(std::memory_order_acquire);
+        }
+    }
+    for (int i = 0; i < chunks; ++i)
+        if (statuses[i] != rokStatusOk) return statuses[i];
+    return rokStatusOk;
+}
+
+}  // namespace
+
+int processors() {
+    cpu_set_t set;
+    if (sched_getaffinity(0, sizeof set, &set) == 0) return std::max(1, CPU_COUNT(&set));
+    return std::max(1, int(std::thread::hardware_concurrency()));
+}
+
+int max_threads() { return Pool::instance().capacity(); }
+
+RokStatus run(int count, int threads, Part part, void* ctx) {
+    Pool& pool = Pool::instance();
+    threads = std::min(threads, pool.capacity());
+    // Nested calls, and calls while another call owns the pool, run here.
+    if (threads <= 1 || count <= 1 || t_inside_call) return part(ctx, 0, count, 0);
+    if (!pool.try_own()) return part(ctx, 0, count, 0);
+    // A few chunks per thread let the threads that are running take over
+    // the share of one that is late.
+    const int chunks = std::min({count, threads * kChunksPerThread, int(kMaxChunks)});
+    RokStatus statuses[kMaxChunks];
+    const RokStatus s = pool.run(count, threads, chunks, part, ctx, statuses);
+    pool.release();
+    return s;
+}
+
+}  // namespace rok::pool

@@ -1,0 +1,32 @@
+// The worker pool under every parallel region of the library (see pool.cpp
+// for how a call shares its chunks).
+#pragma once
+
+#include "frame/generated/roki_types.h"
+
+namespace rok::pool {
+
+// Runs one contiguous part [begin, end) of a call's range; `slot` (0 for the
+// calling thread, below the call's thread count) names the thread's share of
+// per-thread scratch. Returns a status (a warning) or rokStatusOk.
+using Part = RokStatus (*)(void* ctx, int begin, int end, int slot);
+
+inline constexpr int kMaxThreads = 255;
+inline constexpr int kChunksPerThread = 4;
+inline constexpr int kMaxChunks = 1024;
+
+// The processors this process may run on.
+int processors();
+
+// The most threads one call can run on: the processors, at the time the pool
+// was first used.
+int max_threads();
+
+// Divides [0, count) into contiguous chunks, in order, and runs them on the
+// calling thread and up to threads - 1 workers; returns the first non-zero
+// chunk status in range order. With one thread, a range of one, a call made
+// from inside a part, or while another call owns the pool, the whole range
+// runs as one part on the calling thread.
+RokStatus run(int count, int threads, Part part, void* ctx);
+
+}  // namespace rok::pool

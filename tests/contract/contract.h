@@ -1,0 +1,122 @@
+// The contract suite's view of an export: the role of every argument, as
+// generated from the manifest and its shapes (api/contract.py), and the
+// values of one call.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <type_traits>
+#include <vector>
+
+#include "roki.h"
+
+namespace rokc {
+
+enum class Kind : unsigned char { Image, Planes, Array, Out, Buffer, Roi, Size, Int, Real, Point, Value, Step };
+enum class Dir : unsigned char { In, Out, InOut };
+enum class Fill : unsigned char { Random, Range, Rising };
+
+// Sample and element types; S and D stand for the export's source and
+// destination types.
+enum class Type : signed char { D = -2, S = -1, None, U8, S8, U16, S16, U32, S32, F32, S64, F64, SC16, SC32, FC32, FC64 };
+
+inline int type_bytes(Type t) {
+    switch (t) {
+        case Type::U8: case Type::S8: return 1;
+        case Type::U16: case Type::S16: case Type::SC16: return t == Type::SC16 ? 4 : 2;
+        case Type::U32: case Type::S32: case Type::F32: return 4;
+        case Type::S64: case Type::F64: case Type::SC32: case Type::FC32: return 8;
+        case Type::FC64: return 16;
+        default: return 0;
+    }
+}
+
+inline constexpr int kNoProbe = 1 << 30;
+inline constexpr int kMaxArgs = 24;
+
+struct Call;
+using IntFn = int (*)(Call&);
+using RealFn = double (*)(Call&);
+using SizeFn = RokiSize (*)(Call&);
+
+struct Arg {
+    const char* name = nullptr;
+    Kind kind = Kind::Int;
+    Dir dir = Dir::In;
+    Type elem = Type::None;  // sample or element type
+    int ch = 0;              // channels per pixel; -1 / -2 the layout's source / destination count
+    int step = -1;           // index of the step argument of an image
+    SizeFn size = nullptr;   // image or plane size in pixels; a size argument's value
+    IntFn border[4] = {};    // pixels read left, above, right and below the image's ROI
+    IntFn count = nullptr;   // elements of an array or result, planes of a plane array
+    Fill fill = Fill::Random;
+    int lo = 0, hi = 0;      // Fill::Range
+    IntFn value = nullptr;   // an int argument; a point's x
+    IntFn value2 = nullptr;  // a point's y
+    RealFn real = nullptr;   // a real argument, or a sample value drawn as a number
+    bool square = false;     // a roi whose height is its width
+    int bad = kNoProbe;      // status for a size (or int size) of 0 or -1
+};
+
+using Thunk = int (*)(Call&);
+
+struct Export {
+    const char* name = nullptr;
+    Thunk call = nullptr;      // null: not an image function the suite can drive
+    const Arg* args = nullptr;
+    int nargs = 0;
+    const int* order = nullptr;  // scalar arguments in the order they are drawn, ending with -1
+    Type sType = Type::None, dType = Type::None;  // source and destination sample types
+    int chS = 1, chD = 1;        // source and destination channels of the layout
+    int nc = 1;                  // values a constant array holds
+    int nullStatus = rokStatusNullPtr;
+    int threadsW = 160, threadsH = 80;
+    Thunk buffer = nullptr;      // bytes of scratch the call needs, -1 when the query fails
+    std::vector<int> accept = {};  // statuses a call with drawn values may give
+
+    Type type(Type t) const { return t == Type::S ? sType : t == Type::D ? dType : t; }
+    int channels(int ch) const { return ch == -1 ? chS : ch == -2 ? chD : ch; }
+};
+
+// The values of one call's arguments, by position.
+struct Call {
+    union Slot {
+        void* p;
+        int i;
+        RokiSize s;
+        RokiPoint pt;
+        double f;
+        unsigned char raw[16];
+    };
+    Slot slot[kMaxArgs] = {};
+    bool numeric[kMaxArgs] = {};  // a sample value given as slot.f rather than raw bytes
+    int nc = 1;
+    std::mt19937 rng;
+
+    void* ptr(int i) const { return slot[i].p; }
+    int integer(int i) const { return slot[i].i; }
+    RokiSize size(int i) const { return slot[i].s; }
+    RokiPoint point(int i) const { return slot[i].pt; }
+    double real(int i) const { return slot[i].f; }
+    int rand(int lo, int hi) { return lo >= hi ? lo : std::uniform_int_distribution<int>(lo, hi)(rng); }
+
+    template <class T>
+    T sample(int i) const {
+        T v{};
+        if (!numeric[i]) {
+            std::memcpy(&v, slot[i].raw, sizeof(T));
+        } else if constexpr (std::is_arithmetic_v<T>) {
+            v = T(slot[i].f);
+        } else {
+            v.re = decltype(v.re)(slot[i].f);
+        }
+        return v;
+    }
+};
+
+// Registers a generated table; returns true.
+bool add(const Export* exports, std::size_t count);
+const std::vector<const Export*>& exports();
+
+}  // namespace rokc
