@@ -2010,7 +2010,8 @@ ROKI_API RokStatus rokiHistogramRange_32f_AC4R(const Rok32f* pSrc, int srcStep, 
 /* 0, so the last level is upper (0, 10, 4 levels: 0 4 7 10). The lower and */
 /* upper arrays of the multi-channel members are checked with the other */
 /* pointers; the levels are written only when every check has passed and the */
-/* counting table (if any) has been obtained. */
+/* counting table (if any) has been obtained, channel by channel, each just */
+/* before that channel is counted (so channels may share one levels array). */
 ROKI_API RokStatus rokiHistogramEven_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);
 ROKI_API RokStatus rokiHistogramEven_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);
 ROKI_API RokStatus rokiHistogramEven_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);

@@ -72,13 +72,15 @@ void bins_from_ends(const Rok32s* levels, int n, std::int64_t lo, std::int64_t h
 // 8-bit images: one pass counts all 256 values of every channel; a single
 // channel with few distinct level ends counts samples at or above each end
 // instead. Both give bin k = the samples from levels[k] to levels[k + 1] - 1
-// within 0 .. 255.
-template <Layout L>
+// within 0 .. 255. prepare(c) runs before channel c's levels are read, so
+// HistogramEven can write them channel by channel.
+template <Layout L, class Prepare>
 void count_8u(const Rok8u* src, int step, RokiSize roi, Rok32s* const* hist, const Rok32s* const* levels,
-              const int* nLevels) {
+              const int* nLevels, Prepare&& prepare) {
     constexpr int nc = channels(L), outs = processed_channels(L);
     const std::uint64_t pixels = std::uint64_t(roi.width) * std::uint64_t(roi.height);
     if constexpr (L == Layout::C1) {
+        prepare(0);
         Rok8u ends[kernels::kMaxAtLeast8u];
         int m = 0;
         bool few = true;
@@ -103,6 +105,7 @@ void count_8u(const Rok8u* src, int step, RokiSize roi, Rok32s* const* hist, con
     std::uint32_t counts[4][256] = {};
     kernels::histogram_8u(src, step, roi.width, roi.height, nc, outs, counts);
     for (int c = 0; c < outs; ++c) {
+        if (L != Layout::C1) prepare(c);
         std::uint64_t under[257];
         under[0] = 0;
         for (int v = 0; v < 256; ++v) under[v + 1] = under[v] + counts[c][v];
@@ -112,11 +115,13 @@ void count_8u(const Rok8u* src, int step, RokiSize roi, Rok32s* const* hist, con
 
 // 16-bit and float images count channel by channel with the method chosen
 // for it; `table` (65537 entries) is there when some channel needs it.
-template <class T, Layout L>
+// prepare(c) runs before channel c's levels are read.
+template <class T, Layout L, class Prepare>
 void count_channels(const T* src, int step, RokiSize roi, Rok32s* const* hist, const HistLevel<T>* const* levels,
-                    const int* nLevels, const HistMethod* method, std::uint32_t* table) {
+                    const int* nLevels, const HistMethod* method, std::uint32_t* table, Prepare&& prepare) {
     constexpr int nc = channels(L), outs = processed_channels(L);
     for (int c = 0; c < outs; ++c) {
+        prepare(c);
         const T* p = src + c;
         const HistLevel<T>* lv = levels[c];
         const int n = nLevels[c];
@@ -185,8 +190,9 @@ template <class T, Layout L>
 RokStatus histogram_range(const T* src, int step, RokiSize roi, Rok32s* const* hist,
                           const HistLevel<T>* const* levels, const int* nLevels) {
     if (RokStatus s = check<T, L>(src, step, roi, hist, levels, nLevels); s != rokStatusOk) return s;
+    auto nothing = [](int) {};
     if constexpr (std::is_same_v<T, Rok8u>) {
-        count_8u<L>(src, step, roi, hist, levels, nLevels);
+        count_8u<L>(src, step, roi, hist, levels, nLevels, nothing);
     } else {
         constexpr int outs = processed_channels(L);
         bool increasing[4];
@@ -194,7 +200,7 @@ RokStatus histogram_range(const T* src, int step, RokiSize roi, Rok32s* const* h
         HistMethod method[4];
         std::uint32_t* table;
         if (RokStatus s = plan<T, L>(roi, nLevels, increasing, method, table); s != rokStatusOk) return s;
-        count_channels<T, L>(src, step, roi, hist, levels, nLevels, method, table);
+        count_channels<T, L>(src, step, roi, hist, levels, nLevels, method, table, nothing);
         rokFree(table);
     }
     return rokStatusOk;
@@ -213,12 +219,14 @@ RokStatus histogram_even(const T* src, int step, RokiSize roi, Rok32s* const* hi
     std::uint32_t* table = nullptr;
     if constexpr (!std::is_same_v<T, Rok8u>)
         if (RokStatus s = plan<T, L>(roi, nLevels, increasing, method, table); s != rokStatusOk) return s;
-    for (int c = 0; c < outs; ++c) even_levels(levels[c], nLevels[c], lower[c], upper[c]);
+    // Channel by channel: levels of channel c, then its counts, so arrays
+    // shared between channels end up with the last channel's levels and bins.
+    auto write_levels = [&](int c) { even_levels(levels[c], nLevels[c], lower[c], upper[c]); };
     const Rok32s* const* fixed = levels;
     if constexpr (std::is_same_v<T, Rok8u>) {
-        count_8u<L>(src, step, roi, hist, fixed, nLevels);
+        count_8u<L>(src, step, roi, hist, fixed, nLevels, write_levels);
     } else {
-        count_channels<T, L>(src, step, roi, hist, fixed, nLevels, method, table);
+        count_channels<T, L>(src, step, roi, hist, fixed, nLevels, method, table, write_levels);
         rokFree(table);
     }
     return rokStatusOk;

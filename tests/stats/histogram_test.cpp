@@ -348,6 +348,26 @@ TYPED_TEST(Even, LevelsAndCounts) {
             for (int w : {1, 45}) check_even(m, w, 3, n, lower, upper, std::uint32_t(w + s.n));
         }
     EXPECT_EQ(closed_form_levels(4, 0, 10), (std::vector<Rok32s>{0, 4, 7, 10}));
+    // One levels array for every channel: each channel is counted with its
+    // own levels, written just before it.
+    for (const auto& m : evens<T>()) {
+        GuardedImage<T> img(31, 2, m.nc);
+        rokt::fill_random(img, 77, -20, 260);
+        const int n[4] = {5, 4, 6, 3};
+        const Rok32s lower[4] = {0, 100, -7, 50}, upper[4] = {250, 20, 250, 60};
+        std::vector<Rok32s> shared(6);
+        std::vector<std::vector<Rok32s>> hist(4, std::vector<Rok32s>(5));
+        Rok32s* hp[4] = {hist[0].data(), hist[1].data(), hist[2].data(), hist[3].data()};
+        Rok32s* lp[4] = {shared.data(), shared.data(), shared.data(), shared.data()};
+        ASSERT_EQ(m.fn(img.data(), img.step(), {31, 2}, hp, lp, n, lower, upper), rokStatusOk) << m.name;
+        for (int c = 0; c < m.outs; ++c) {
+            std::vector<Rok32s> want = direct_counts(img, c, closed_form_levels(n[c], lower[c], upper[c]));
+            want.resize(5);
+            EXPECT_EQ(hist[std::size_t(c)], want) << m.name << " channel " << c;
+        }
+        EXPECT_EQ(std::vector<Rok32s>(shared.begin(), shared.begin() + n[m.outs - 1]),
+                  closed_form_levels(n[m.outs - 1], lower[m.outs - 1], upper[m.outs - 1]));
+    }
 }
 
 // The worked cases on 8-bit images.
