@@ -23,9 +23,21 @@ rand(a,b), a whole number drawn from a..b):
         COUNT elements; inputs are random, or drawn from LO..HI, or rising.
     out NAME [n=COUNT]
         A result written through a pointer (one element by default).
-    buffer NAME query=CALL
+    buffer NAME query=CALL [nullok]
         Scratch whose size in bytes CALL writes to `size`; CALL may name the
-        export's {type} and {layout}.
+        export's {type} and {layout}. nullok: a null buffer is valid (the
+        function allocates its own), so the null probe passes it by.
+    record NAME make=CALL free=CALL [consumed]
+        A specification or state record the suite makes before the call:
+        CALL writes it to `rec` (several calls may be joined by ';', each must
+        return 0) and free=CALL releases `rec`. consumed: a successful call
+        releases the record itself (the Free functions).
+    made NAME free=CALL
+        The address where the call writes a new record (the InitAlloc
+        functions); the suite releases what a successful call made.
+    let NAME v=EXPR
+        A number the export does not take but its other arguments follow
+        from (a transform's orders, say), drawn like an int argument.
     roi NAME [square] [bad=STATUS]
         The size the suite chooses (widths 1..67, heights 1..5, and a larger
         one for the thread comparison; square: the height is the width).
@@ -52,7 +64,7 @@ stated, or generation fails.
 import re
 
 ROLE_KEYS = ("image", "planes", "tables", "array", "out", "buffer", "roi", "size", "int", "real", "point", "value",
-             "threads", "accept", "contract")
+             "record", "made", "let", "threads", "accept", "contract")
 
 C_SIZES = {
     "Rok8u": 1, "Rok8s": 1, "Rok16u": 2, "Rok16s": 2, "Rok32u": 4, "Rok32s": 4, "Rok32f": 4, "Rok64s": 8,
@@ -107,7 +119,14 @@ class Role:
 
 
 def infer_roles(shape_name, params, lines):
-    """Roles of every parameter: stated lines first, the rest inferred."""
+    """Roles of every parameter: stated lines first, the rest inferred. The
+    shape's `let` numbers follow its parameters as parameters of their own;
+    returns (roles, (threads, accept), skip, parameters with the lets)."""
+    params = list(params)
+    for line in lines:
+        parts = line.split()
+        if parts[0] == "let":
+            params.append(Param(len(params), f"int {parts[1]}"))
     by_name = {p.name: p for p in params}
     stated, threads, skip, accept = {}, (160, 80), False, []
     for line in lines:
@@ -180,7 +199,14 @@ def infer_roles(shape_name, params, lines):
                 roles[p.name] = Role("out", p, count=f.get("n", "1"), elem=f.get("type", p.base))
             elif key == "buffer":
                 f = parse_fields(fields)
-                roles[p.name] = Role("buffer", p, query=f["query"])
+                roles[p.name] = Role("buffer", p, query=f["query"], optional="nullok" in f)
+            elif key == "record":
+                f = parse_fields(fields)
+                roles[p.name] = Role("record", p, make=f["make"], free=f["free"], consumed="consumed" in f)
+            elif key == "made":
+                roles[p.name] = Role("made", p, free=parse_fields(fields)["free"])
+            elif key == "let":
+                roles[p.name] = Role("int", p, v=parse_fields(fields)["v"], bad=None)
             elif key == "roi":
                 f = parse_fields(fields)
                 roles[p.name] = Role("roi", p, bad=f.get("bad", "-6"), square="square" in f)
@@ -223,11 +249,12 @@ def infer_roles(shape_name, params, lines):
             roles[p.name] = Role("step", p)
             continue
         raise ContractError(f"[{shape_name}]: say what argument {p.name!r} is (a contract line)")
-    return [roles[p.name] for p in params], (threads, accept), skip
+    return [roles[p.name] for p in params], (threads, accept), skip, params
 
 
-def cpp_expr(expr, params, roles):
-    """An expression over arguments, as C++ over the call `c`."""
+def cpp_expr(expr, params, roles, wide=True):
+    """An expression over arguments, as C++ over the call `c`: in 64 bits
+    (wide), or with the arguments' own types (to pass them to a call)."""
     names = {p.name: p for p in params}
 
     def sub(m):
@@ -238,13 +265,15 @@ def cpp_expr(expr, params, roles):
             kind = roles[names[word].index].kind
             i = names[word].index
             if kind in ("roi", "size"):
-                return f"c.size({i})"
+                return f"c.wsize({i})" if wide else f"c.size({i})"
             if kind == "point":
-                return f"c.point({i})"
+                return f"c.wpoint({i})" if wide else f"c.point({i})"
             if kind in ("int", "step"):
-                return f"c.integer({i})"
+                return f"c.wint({i})" if wide else f"c.integer({i})"
             if kind == "real":
                 return f"c.real({i})"
+            if kind == "record" and not wide:
+                return f"reinterpret_cast<{pointer_type(names[word])}>(c.ptr({i}))"
             raise ContractError(f"expression {expr!r} uses {word!r}, which is not a number")
         return word
 
@@ -296,7 +325,8 @@ def layout_channels(layout):
 
 
 KIND_CPP = {"image": "Image", "planes": "Planes", "array": "Array", "out": "Out", "buffer": "Buffer", "roi": "Roi",
-            "size": "Size", "int": "Int", "real": "Real", "point": "Point", "value": "Value", "step": "Step"}
+            "size": "Size", "int": "Int", "real": "Real", "point": "Point", "value": "Value", "step": "Step",
+            "record": "Record", "made": "Made"}
 
 
 TYPE_CODES = {
@@ -321,7 +351,7 @@ def _elem(elem):
     return type_code(elem)
 
 
-def _lambda(expr, params, roles, ret="int"):
+def _lambda(expr, params, roles, ret="long long"):
     return f"+[]([[maybe_unused]] Call& c) -> {ret} {{ return {cpp_expr(expr, params, roles)}; }}"
 
 
@@ -340,10 +370,10 @@ def shape_descriptor(ident, params, roles, seq):
             roi = r.roi
             if roi.startswith("{"):
                 w, h = roi[1:-1].split(",")
-                f.append(f".size = +[]([[maybe_unused]] Call& c) -> RokiSize {{ return RokiSize{{{cpp_expr(w, params, roles)}, "
+                f.append(f".size = +[]([[maybe_unused]] Call& c) -> WideSize {{ return WideSize{{{cpp_expr(w, params, roles)}, "
                          f"{cpp_expr(h, params, roles)}}}; }}")
             else:
-                f.append(f".size = {_lambda(roi, params, roles, 'RokiSize')}")
+                f.append(f".size = {_lambda(roi, params, roles, 'WideSize')}")
             if any(b != "0" for b in r.border):
                 f.append(".border = {" + ", ".join(_lambda(b, params, roles) for b in r.border) + "}")
             if r.kind == "planes":
@@ -362,7 +392,7 @@ def shape_descriptor(ident, params, roles, seq):
             if r.kind == "roi" and r.square:
                 f.append(".square = true")
             if r.kind == "size":
-                f.append(f".size = +[]([[maybe_unused]] Call& c) -> RokiSize {{ return RokiSize{{{cpp_expr(r.w, params, roles)}, "
+                f.append(f".size = +[]([[maybe_unused]] Call& c) -> WideSize {{ return WideSize{{{cpp_expr(r.w, params, roles)}, "
                          f"{cpp_expr(r.h, params, roles)}}}; }}")
             if r.kind == "int":
                 f.append(f".value = {_lambda(r.v, params, roles)}")
@@ -371,6 +401,10 @@ def shape_descriptor(ident, params, roles, seq):
                 f.append(f".bad = {bad}")
         elif r.kind == "real":
             f.append(f".real = {_lambda(r.v, params, roles, 'double')}")
+        elif r.kind == "buffer" and r.optional:
+            f.append(".optional = true")
+        elif r.kind == "record" and r.consumed:
+            f.append(".consumed = true")
         elif r.kind == "value" and r.v:
             f.append(f".real = {_lambda(r.v, params, roles, 'double')}")
         elif r.kind == "point":
@@ -380,6 +414,31 @@ def shape_descriptor(ident, params, roles, seq):
     order_list = ", ".join(str(r.param.index) for r in seq) or ""
     return (f"const Arg {ident}_args[] = {{\n" + "".join(rows) + "};\n"
             f"const int {ident}_order[] = {{{order_list}{', ' if order_list else ''}-1}};\n")
+
+
+def pointer_type(p):
+    body = re.sub(r"\[[^\]]*\]", "", p.text)
+    ctype = body[: body.rindex(p.name)].strip()
+    return ctype + "*" if p.array is not None else ctype
+
+
+def record_calls(role, params, roles, t, lay):
+    """C++ for making and releasing the record of a `record` or `made` role."""
+    ctype = pointer_type(role.param)
+    if role.kind == "made":
+        ctype = ctype[:-1].strip()  # the address's target: the record pointer
+    rec_type = re.sub(r"^const\s+", "", ctype)
+
+    def call(text):
+        text = re.sub(r"\brec\b", "rec_", text.format(type=t, layout=lay))
+        return cpp_expr(text, params, roles, wide=False)
+
+    make = None
+    if role.kind == "record":
+        steps = " && ".join(f"({call(part)}) == 0" for part in role.make.split(";"))
+        make = f"{rec_type} rec_ = nullptr; return ({steps}) ? static_cast<void*>(rec_) : nullptr;"
+    release = f"{rec_type} rec_ = static_cast<{rec_type}>(p); {call(role.free)};"
+    return make, release
 
 
 def thunk_arg(p, role):
@@ -398,5 +457,5 @@ def thunk_arg(p, role):
     if p.base == "RokiPoint":
         return f"c.point({i})"
     if p.base in ("Rok32f", "Rok64f", "float", "double"):
-        return f"{p.base}(c.real({i}))"
+        return f"number_as<{p.base}>(c.real({i}))"
     return f"c.integer({i})"

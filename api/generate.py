@@ -177,8 +177,8 @@ def contract_source(path, exports):
             continue
         try:
             params = contract.parse_params(e.shape["args"])
-            roles, (threads, accept), skip = contract.infer_roles(f"{key[0]} {key[1]}", params,
-                                                                   e.shape.get("roles", []))
+            roles, (threads, accept), skip, variables = contract.infer_roles(
+                f"{key[0]} {key[1]}", params, e.shape.get("roles", []))
         except contract.ContractError as err:
             raise SystemExit(f"api/shapes: {err}")
         if skip:
@@ -186,25 +186,32 @@ def contract_source(path, exports):
             continue
         if ident not in shapes_done:
             shapes_done[ident] = True
-            out.append(contract.shape_descriptor(ident, params, roles, contract.order(params, roles)))
+            out.append(contract.shape_descriptor(ident, variables, roles, contract.order(variables, roles)))
         concrete = contract.parse_params(e.args)
         passed = ", ".join(contract.thunk_arg(p, roles[p.index]) for p in concrete)
         out.append(f"int call_{e.name}(Call& c) {{ return {e.name}({passed}); }}\n")
-        buffer = ""
+        extra = ""
+        t, lay = e.types[0], e.layout
         for r in roles:
             if r.kind == "buffer":
-                t, _, lay = e.types[0], None, e.layout
-                query = contract.cpp_expr(r.query.format(type=t, layout=lay), params, roles)
+                query = contract.cpp_expr(r.query.format(type=t, layout=lay), variables, roles, wide=False)
                 out.append(f"int buffer_{e.name}(Call& c) {{ int size = -1; "
                            f"return {query} == 0 ? size : -1; }}\n")
-                buffer = f", .buffer = buffer_{e.name}"
+                extra += f", .buffer = buffer_{e.name}"
+            if r.kind in ("record", "made"):
+                make, release = contract.record_calls(r, variables, roles, t, lay)
+                if make:
+                    out.append(f"void* make_{e.name}([[maybe_unused]] Call& c) {{ {make} }}\n")
+                    extra += f", .make = make_{e.name}"
+                out.append(f"void release_{e.name}(void* p) {{ [[maybe_unused]] Call c; {release} }}\n")
+                extra += f", .release = release_{e.name}"
         ch_s, ch_d = contract.layout_channels(e.layout)
         sb = contract.type_code(e.types[1])
         db = contract.type_code(e.types[2])
         rows.append(f'    {{.name = "{e.name}", .call = call_{e.name}, .args = {ident}_args, '
                     f".nargs = {len(params)}, .order = {ident}_order, .sType = {sb}, .dType = {db}, "
                     f".chS = {ch_s}, .chD = {ch_d}, .nc = {e.nc}, .nullStatus = {e.null}, "
-                    f".threadsW = {threads[0]}, .threadsH = {threads[1]}{buffer}"
+                    f".nvars = {len(variables)}, .threadsW = {threads[0]}, .threadsH = {threads[1]}{extra}"
                     + (f", .accept = {{{', '.join(map(str, accept))}}}" if accept else "") + "},\n")
     out.append("\nconst Export exports[] = {\n" + "".join(rows) + "};\n\n"
                "const bool added = add(exports, sizeof exports / sizeof exports[0]);\n\n}  // namespace\n")

@@ -2,6 +2,8 @@
 # Sets up, builds and runs the demo on its built-in image.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# ccache (when installed) shares its cache between clones at any path.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 bash scripts/setup.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=Release
 cmake --build build -j"$(nproc)" --target rokdemo

@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # Sets up, builds and passes every test: the release build, the same tests
-# under AddressSanitizer and UndefinedBehaviorSanitizer, and an installed
-# package used from CMake and from pkg-config by the example consumer.
+# under AddressSanitizer (with leak checking) and UndefinedBehaviorSanitizer,
+# the threaded paths under ThreadSanitizer, a fuzzing run over every export,
+# and an installed package used from CMake and from pkg-config by the
+# example consumer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# ccache (when installed) shares its cache between clones at any path.
+export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 jobs=$(nproc)
 bash scripts/setup.sh
 
@@ -11,9 +15,20 @@ cmake -S . -B build -DCMAKE_BUILD_TYPE=Release
 cmake --build build -j"$jobs"
 ctest --test-dir build --output-on-failure -j"$jobs"
 
+# AddressSanitizer with its leak checker (records made and freed by the
+# contract suite and the family tests) and UndefinedBehaviorSanitizer.
 cmake -S . -B build-sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_SANITIZE=ON -DROKIP_BUILD_DEMO=OFF
 cmake --build build-sanitize -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-sanitize --output-on-failure -j"$jobs"
+
+# ThreadSanitizer over the worker pool and every export at 1, 2 and 7 threads.
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_TSAN=ON -DROKIP_BUILD_DEMO=OFF
+cmake --build build-tsan -j"$jobs" --target test_contract test_frame
+TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_frame --gtest_filter='Threading.*'
+TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_contract --gtest_filter='*ThreadCount*'
+
+# A few minutes of fuzzing every export (clang, libFuzzer).
+bash scripts/fuzz.sh "${ROKIP_FUZZ_SECONDS:-120}"
 
 prefix=$(mktemp -d)
 cmake --install build --prefix "$prefix"

@@ -31,6 +31,42 @@ TEST(ArithRules, AddScaleFactorExamples) {
     for (auto r : rows) EXPECT_EQ(add8(r.a, r.b, r.sf), r.want) << int(r.a) << "+" << int(r.b) << " sf " << r.sf;
 }
 
+// The most negative and most positive factors, on rows long enough for the
+// vector bodies: every non-zero result saturates, or every result is 0.
+TEST(ArithRules, ExtremeScaleFactors) {
+    constexpr int n = 70;
+    std::vector<Rok8u> a(n), b(n), d(n);
+    std::vector<Rok16s> p(n), q(n), r(n);
+    for (int i = 0; i < n; ++i) {
+        a[i] = Rok8u(i % 5);
+        b[i] = Rok8u(i % 3);
+        p[i] = Rok16s(i % 7 - 3);
+        q[i] = Rok16s(i % 4 + 1);
+    }
+    for (int sf : {std::numeric_limits<int>::min(), std::numeric_limits<int>::min() + 1, -1000}) {
+        ASSERT_EQ(rokiAdd_8u_C1RSfs(a.data(), n, b.data(), n, d.data(), n, {n, 1}, sf), rokStatusOk);
+        for (int i = 0; i < n; ++i) EXPECT_EQ(d[i], a[i] + b[i] ? 255 : 0) << sf << " at " << i;
+        ASSERT_EQ(rokiMul_16s_C1RSfs(p.data(), 2 * n, q.data(), 2 * n, r.data(), 2 * n, {n, 1}, sf), rokStatusOk);
+        for (int i = 0; i < n; ++i) EXPECT_EQ(r[i], p[i] > 0 ? 32767 : p[i] < 0 ? -32768 : 0) << sf << " at " << i;
+        ASSERT_EQ(rokiDiv_16s_C1RSfs(q.data(), 2 * n, p.data(), 2 * n, r.data(), 2 * n, {n, 1}, sf), rokStatusOk);
+        for (int i = 0; i < n; ++i) EXPECT_EQ(r[i], p[i] > 0 ? 32767 : p[i] < 0 ? -32768 : 0) << sf << " at " << i;
+    }
+    ASSERT_EQ(rokiAdd_8u_C1RSfs(a.data(), n, b.data(), n, d.data(), n, {n, 1}, std::numeric_limits<int>::max()),
+              rokStatusOk);
+    for (int i = 0; i < n; ++i) EXPECT_EQ(d[i], 0);
+    // Complex products: each part saturates to the sign of its exact value.
+    std::vector<Rok32sc> c(n, Rok32sc{3, -2}), e(n, Rok32sc{1, 0}), f(n);
+    std::vector<Rok16sc> g(n, Rok16sc{-3, 2}), h(n, Rok16sc{1, 0}), k(n);
+    for (int sf : {std::numeric_limits<int>::min(), -100}) {
+        ASSERT_EQ(rokiMul_32sc_C1RSfs(c.data(), 8 * n, e.data(), 8 * n, f.data(), 8 * n, {n, 1}, sf), rokStatusOk);
+        ASSERT_EQ(rokiMul_16sc_C1RSfs(g.data(), 4 * n, h.data(), 4 * n, k.data(), 4 * n, {n, 1}, sf), rokStatusOk);
+        for (int i = 0; i < n; ++i) {
+            EXPECT_TRUE(f[i].re == INT32_MAX && f[i].im == INT32_MIN) << sf << " at " << i;
+            EXPECT_TRUE(k[i].re == -32768 && k[i].im == 32767) << sf << " at " << i;
+        }
+    }
+}
+
 TEST(ArithRules, OperandOrder) {
     Rok8u s1 = 10, s2 = 3, d = 0;
     ASSERT_EQ(rokiSub_8u_C1RSfs(&s1, 1, &s2, 1, &d, 1, {1, 1}, 0), rokStatusOk);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <random>
 #include <type_traits>
 #include <vector>
@@ -13,13 +14,20 @@
 
 namespace rokc {
 
-enum class Kind : unsigned char { Image, Planes, Array, Out, Buffer, Roi, Size, Int, Real, Point, Value, Step };
+enum class Kind : unsigned char {
+    Image, Planes, Array, Out, Buffer, Roi, Size, Int, Real, Point, Value, Step,
+    Record,  // a specification or state record the suite makes for the call
+    Made,    // where the call writes a record it makes
+};
 enum class Dir : unsigned char { In, Out, InOut };
 enum class Fill : unsigned char { Random, Range, Rising };
 
 // Sample and element types; S and D stand for the export's source and
 // destination types.
 enum class Type : signed char { D = -2, S = -1, None, U8, S8, U16, S16, U32, S32, F32, S64, F64, SC16, SC32, FC32, FC64 };
+
+// Alignment a typed pointer needs: complex types align as their parts.
+inline int type_align(Type t);
 
 inline int type_bytes(Type t) {
     switch (t) {
@@ -32,13 +40,28 @@ inline int type_bytes(Type t) {
     }
 }
 
+inline int type_align(Type t) {
+    const bool complex = t == Type::SC16 || t == Type::SC32 || t == Type::FC32 || t == Type::FC64;
+    return complex ? type_bytes(t) / 2 : type_bytes(t);
+}
+
 inline constexpr int kNoProbe = 1 << 30;
 inline constexpr int kMaxArgs = 24;
 
+// Expressions over arguments are evaluated in 64 bits, so that the wild
+// values of the fuzzer cannot overflow them; a result outside the range of
+// its argument rules the layout out.
+struct WideSize {
+    long long width, height;
+};
+struct WidePoint {
+    long long x, y;
+};
+
 struct Call;
-using IntFn = int (*)(Call&);
+using IntFn = long long (*)(Call&);
 using RealFn = double (*)(Call&);
-using SizeFn = RokiSize (*)(Call&);
+using SizeFn = WideSize (*)(Call&);
 
 struct Arg {
     const char* name = nullptr;
@@ -57,6 +80,8 @@ struct Arg {
     RealFn real = nullptr;   // a real argument, or a sample value drawn as a number
     bool square = false;     // a roi whose height is its width
     int bad = kNoProbe;      // status for a size (or int size) of 0 or -1
+    bool optional = false;   // a null pointer is a valid value (scratch the function can allocate)
+    bool consumed = false;   // a successful call releases the record
 };
 
 using Thunk = int (*)(Call&);
@@ -71,13 +96,32 @@ struct Export {
     int chS = 1, chD = 1;        // source and destination channels of the layout
     int nc = 1;                  // values a constant array holds
     int nullStatus = rokStatusNullPtr;
-    int threadsW = 160, threadsH = 80;
+    int nvars = 0;               // arguments and the numbers that only the suite draws (args[nargs..])
+    int threadsW = 160, threadsH = 80;  // 0: results depend on the thread count by design
     Thunk buffer = nullptr;      // bytes of scratch the call needs, -1 when the query fails
+    void* (*make)(Call&) = nullptr;   // makes the record a call takes; null on failure
+    void (*release)(void*) = nullptr;  // releases a record
     std::vector<int> accept = {};  // statuses a call with drawn values may give
 
     Type type(Type t) const { return t == Type::S ? sType : t == Type::D ? dType : t; }
     int channels(int ch) const { return ch == -1 ? chS : ch == -2 ? chD : ch; }
 };
+
+// v as a T: integers saturate (NaN gives 0), so that a drawn or wild number
+// never makes the conversion itself undefined.
+template <class T>
+T number_as(double v) {
+    if constexpr (std::is_integral_v<T>) {
+        if (!(v == v)) return T(0);
+        if (v <= double(std::numeric_limits<T>::min())) return std::numeric_limits<T>::min();
+        if (v >= double(std::numeric_limits<T>::max())) return std::numeric_limits<T>::max();
+        return T(v);
+    } else {
+        if (v > double(std::numeric_limits<T>::max())) return std::numeric_limits<T>::infinity();
+        if (v < -double(std::numeric_limits<T>::max())) return -std::numeric_limits<T>::infinity();
+        return T(v);
+    }
+}
 
 // The values of one call's arguments, by position.
 struct Call {
@@ -99,7 +143,12 @@ struct Call {
     RokiSize size(int i) const { return slot[i].s; }
     RokiPoint point(int i) const { return slot[i].pt; }
     double real(int i) const { return slot[i].f; }
-    int rand(int lo, int hi) { return lo >= hi ? lo : std::uniform_int_distribution<int>(lo, hi)(rng); }
+    WideSize wsize(int i) const { return {slot[i].s.width, slot[i].s.height}; }
+    WidePoint wpoint(int i) const { return {slot[i].pt.x, slot[i].pt.y}; }
+    long long wint(int i) const { return slot[i].i; }
+    long long rand(long long lo, long long hi) {
+        return lo >= hi ? lo : std::uniform_int_distribution<long long>(lo, hi)(rng);
+    }
 
     template <class T>
     T sample(int i) const {
@@ -107,9 +156,9 @@ struct Call {
         if (!numeric[i]) {
             std::memcpy(&v, slot[i].raw, sizeof(T));
         } else if constexpr (std::is_arithmetic_v<T>) {
-            v = T(slot[i].f);
+            v = number_as<T>(slot[i].f);
         } else {
-            v.re = decltype(v.re)(slot[i].f);
+            v.re = number_as<decltype(v.re)>(slot[i].f);
         }
         return v;
     }

@@ -23,15 +23,10 @@ namespace rokc {
 
 namespace {
 
-std::vector<const Export*>& registry() {
-    static std::vector<const Export*> all;
-    return all;
-}
-
 // The export under test, for the fault handler.
 const char* volatile g_current = "";
 
-void report_fault(int sig) {
+[[maybe_unused]] void report_fault(int sig) {
     const char* name = g_current;
     (void)!write(2, "\ncontract: fault in ", 20);
     (void)!write(2, name, std::strlen(name));
@@ -87,17 +82,6 @@ void print_counts(const char* what, const Counts& c) {
     std::printf("%s: %ld exports, %ld calls, %ld layouts the drawn values ruled out\n", what, c.exports, c.calls,
                 c.skipped);
 }
-
-}  // namespace
-
-bool add(const Export* exports, std::size_t count) {
-    for (std::size_t k = 0; k < count; ++k) registry().push_back(&exports[k]);
-    return true;
-}
-
-const std::vector<const Export*>& exports() { return registry(); }
-
-namespace {
 
 TEST(Contract, EveryExportIsDescribed) {
     long driven = 0, others = 0;

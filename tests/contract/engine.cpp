@@ -1,6 +1,7 @@
 #include "engine.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstring>
 
@@ -8,26 +9,44 @@ namespace rokc {
 
 namespace {
 
-constexpr std::size_t kMostBytes = std::size_t(64) << 20;
+constexpr long long kMostPixels = 1LL << 26;
 
 // Writes v, converted to type t, at p.
 void store_number(std::uint8_t* p, Type t, double v) {
     auto put = [p](auto x) { std::memcpy(p, &x, sizeof x); };
     switch (t) {
-        case Type::U8: put(std::uint8_t(v)); break;
-        case Type::S8: put(std::int8_t(v)); break;
-        case Type::U16: put(std::uint16_t(v)); break;
-        case Type::S16: case Type::SC16: put(std::int16_t(v)); break;
-        case Type::U32: put(std::uint32_t(v)); break;
-        case Type::S32: case Type::SC32: put(std::int32_t(v)); break;
-        case Type::F32: case Type::FC32: put(float(v)); break;
-        case Type::S64: put(std::int64_t(v)); break;
+        case Type::U8: put(number_as<std::uint8_t>(v)); break;
+        case Type::S8: put(number_as<std::int8_t>(v)); break;
+        case Type::U16: put(number_as<std::uint16_t>(v)); break;
+        case Type::S16: case Type::SC16: put(number_as<std::int16_t>(v)); break;
+        case Type::U32: put(number_as<std::uint32_t>(v)); break;
+        case Type::S32: case Type::SC32: put(number_as<std::int32_t>(v)); break;
+        case Type::F32: case Type::FC32: put(number_as<float>(v)); break;
+        case Type::S64: put(number_as<std::int64_t>(v)); break;
         case Type::F64: case Type::FC64: put(double(v)); break;
         default: break;
     }
 }
 
+bool narrow(long long v, int& out) {
+    if (v < INT32_MIN || v > INT32_MAX) return false;
+    out = int(v);
+    return true;
+}
+
+std::vector<const Export*>& registry() {
+    static std::vector<const Export*> all;
+    return all;
+}
+
 }  // namespace
+
+bool add(const Export* exports, std::size_t count) {
+    for (std::size_t k = 0; k < count; ++k) registry().push_back(&exports[k]);
+    return true;
+}
+
+const std::vector<const Export*>& exports() { return registry(); }
 
 std::uint8_t* Trial::buffer(std::size_t bytes) {
     buffers_.push_back(std::make_unique<rokt::GuardedBuffer>(bytes, guard_));
@@ -35,10 +54,20 @@ std::uint8_t* Trial::buffer(std::size_t bytes) {
 }
 
 void Trial::fill_random(std::uint8_t* p, std::size_t n) {
-    for (std::size_t k = 0; k < n; ++k) p[k] = std::uint8_t(call_.rng());
+    std::size_t k = 0;
+    for (; k + 4 <= n; k += 4) {
+        const std::uint32_t v = std::uint32_t(call_.rng());
+        std::memcpy(p + k, &v, 4);
+    }
+    for (; k < n; ++k) p[k] = std::uint8_t(call_.rng());
 }
 
-Trial::Trial(const Export& e, const Plan& plan) : e_(e), guard_(plan.guard), plane_arrays_(e.nargs, nullptr) {
+Trial::Trial(const Export& e, const Plan& plan)
+    : e_(e),
+      guard_(plan.guard),
+      most_bytes_(plan.most_bytes),
+      most_pixels_(plan.most_pixels),
+      plane_arrays_(e.nargs, nullptr) {
     call_.rng.seed(plan.seed);
     call_.nc = e.nc;
     draw_scalars(plan);
@@ -48,8 +77,25 @@ Trial::Trial(const Export& e, const Plan& plan) : e_(e), guard_(plan.guard), pla
             case Kind::Image: lay_image(i, a, plan); break;
             case Kind::Planes: lay_planes(i, a, plan); break;
             case Kind::Array: case Kind::Out: lay_array(i, a); break;
+            case Kind::Made: {
+                std::uint8_t* p = buffer(sizeof(void*));
+                std::memset(p, 0xA5, sizeof(void*));
+                call_.slot[i].p = p;
+                break;
+            }
             default: break;
         }
+    }
+    // Records next: a scratch query may need them.
+    for (int i = 0; i < e.nargs && problem_.empty(); ++i) {
+        if (e.args[i].kind != Kind::Record) continue;
+        void* rec = e.make ? e.make(call_) : nullptr;
+        if (!rec) {
+            problem_ = std::string(e.args[i].name) + ": the record could not be made";
+            break;
+        }
+        records_.push_back({i, rec, false});
+        call_.slot[i].p = rec;
     }
     // Scratch last: its size may follow from every other argument.
     for (int i = 0; i < e.nargs && problem_.empty(); ++i) {
@@ -71,14 +117,19 @@ void Trial::draw_scalars(const Plan& plan) {
         const int i = *o;
         const Arg& a = e_.args[i];
         Call::Slot& s = call_.slot[i];
+        bool fits = true;
         switch (a.kind) {
             case Kind::Roi: s.s = a.square ? RokiSize{plan.roi.width, plan.roi.width} : plan.roi; break;
-            case Kind::Size: s.s = a.size(call_); break;
-            case Kind::Int: s.i = a.value(call_); break;
+            case Kind::Size: {
+                const WideSize w = a.size(call_);
+                fits = narrow(w.width, s.s.width) && narrow(w.height, s.s.height);
+                break;
+            }
+            case Kind::Int: fits = narrow(a.value(call_), s.i); break;
             case Kind::Real: s.f = a.real(call_); break;
             case Kind::Point: {
-                const int x = a.value(call_);
-                s.pt = RokiPoint{x, a.value2(call_)};
+                const long long x = a.value(call_);
+                fits = narrow(x, s.pt.x) && narrow(a.value2(call_), s.pt.y);
                 break;
             }
             case Kind::Value:
@@ -91,21 +142,43 @@ void Trial::draw_scalars(const Plan& plan) {
                 break;
             default: break;
         }
+        if (!fits) {
+            problem_ = std::string(a.name) + ": drawn value out of range";
+            return;
+        }
+        if (plan.tweak_scalar) plan.tweak_scalar(i, call_);
     }
 }
 
+long long Trial::step_for(const Plan& plan, long long row, int align) {
+    if (plan.choose_step) return plan.choose_step(row, std::max(align, 1));
+    return row + (plan.padded ? (1 + 2 * (call_.rng() % 4)) * std::max(align, 1) : 0);
+}
+
 void Trial::lay_image(int i, const Arg& a, const Plan& plan) {
-    const RokiSize roi = a.size(call_);
-    int border[4] = {0, 0, 0, 0};
+    const WideSize roi = a.size(call_);
+    long long border[4] = {0, 0, 0, 0};
     for (int k = 0; k < 4; ++k)
-        if (a.border[k]) border[k] = std::max(0, a.border[k](call_));
+        if (a.border[k]) border[k] = std::max(a.border[k](call_), 0LL);
+    if (*std::max_element(border, border + 4) > kMostPixels) {
+        problem_ = std::string(a.name) + ": no border of that size";
+        return;
+    }
     const std::size_t pixel = std::size_t(type_bytes(e_.type(a.elem))) * e_.channels(a.ch);
-    const long long width = std::max(roi.width, 1) + border[0] + border[2];
-    const long long height = std::max(roi.height, 1) + border[1] + border[3];
+    if (roi.width > kMostPixels || roi.height > kMostPixels) {
+        problem_ = std::string(a.name) + ": no image of that size";
+        return;
+    }
+    const long long width = std::max(roi.width, 1LL) + border[0] + border[2];
+    const long long height = std::max(roi.height, 1LL) + border[1] + border[3];
+    if (width * height > most_pixels_) {
+        problem_ = std::string(a.name) + ": no image of that size";
+        return;
+    }
     const long long row = width * static_cast<long long>(pixel);
-    const long long step = row + (plan.padded ? 1 + 2 * (call_.rng() % 4) : 0);
+    const long long step = step_for(plan, row, type_align(e_.type(a.elem)));
     const long long bytes = (height - 1) * step + row;
-    if (pixel == 0 || bytes <= 0 || std::size_t(bytes) > kMostBytes || step > 0x7fffffff) {
+    if (pixel == 0 || bytes <= 0 || std::size_t(bytes) > most_bytes_ || step < 0 || step > 0x7fffffff) {
         problem_ = std::string(a.name) + ": no image of that size";
         return;
     }
@@ -116,18 +189,27 @@ void Trial::lay_image(int i, const Arg& a, const Plan& plan) {
 }
 
 void Trial::lay_planes(int i, const Arg& a, const Plan& plan) {
-    const int n = a.count(call_);
-    const RokiSize roi = a.size(call_);
+    const long long n = a.count(call_);
+    const WideSize roi = a.size(call_);
     const std::size_t sample = std::size_t(type_bytes(e_.type(a.elem)));
-    const long long row = std::max(roi.width, 1) * static_cast<long long>(sample);
-    const long long step = row + (plan.padded ? 1 + 2 * (call_.rng() % 4) : 0);
-    const long long bytes = (std::max(roi.height, 1) - 1) * step + row;
-    if (n < 1 || sample == 0 || std::size_t(bytes) * n > kMostBytes) {
+    if (roi.width > kMostPixels || roi.height > kMostPixels) {
+        problem_ = std::string(a.name) + ": no planes of that size";
+        return;
+    }
+    if (std::max(roi.width, 1LL) * std::max(roi.height, 1LL) > most_pixels_) {
+        problem_ = std::string(a.name) + ": no planes of that size";
+        return;
+    }
+    const long long row = std::max(roi.width, 1LL) * static_cast<long long>(sample);
+    const long long step = step_for(plan, row, type_align(e_.type(a.elem)));
+    const long long bytes = (std::max(roi.height, 1LL) - 1) * step + row;
+    if (n < 1 || n > 64 || sample == 0 || bytes <= 0 || step < 0 || step > 0x7fffffff ||
+        std::size_t(bytes) * std::size_t(n) > most_bytes_) {
         problem_ = std::string(a.name) + ": no planes of that size";
         return;
     }
     auto* pointers = reinterpret_cast<void**>(buffer(sizeof(void*) * std::size_t(n)));
-    for (int k = 0; k < n; ++k) {
+    for (long long k = 0; k < n; ++k) {
         std::uint8_t* p = buffer(std::size_t(bytes));
         fill_random(p, std::size_t(bytes));
         pointers[k] = p;
@@ -138,10 +220,10 @@ void Trial::lay_planes(int i, const Arg& a, const Plan& plan) {
 }
 
 void Trial::lay_array(int i, const Arg& a) {
-    const int n = a.count(call_);
+    const long long n = a.count(call_);
     const Type t = e_.type(a.elem);
     const std::size_t size = std::size_t(type_bytes(t));
-    if (n < 0 || std::size_t(n) * size > kMostBytes) {
+    if (n < 0 || n > kMostPixels || std::size_t(n) * size > most_bytes_) {
         problem_ = std::string(a.name) + ": no array of that length";
         return;
     }
@@ -151,12 +233,44 @@ void Trial::lay_array(int i, const Arg& a) {
     } else if (a.fill == Fill::Random) {
         fill_random(p, std::size_t(n) * size);
     } else {
-        for (int k = 0; k < n; ++k) {
+        for (long long k = 0; k < n; ++k) {
             const double v = a.fill == Fill::Rising ? double(k) : double(call_.rand(a.lo, a.hi));
             store_number(p + k * size, t, v);
         }
     }
     call_.slot[i].p = p;
+}
+
+Trial::~Trial() {
+    for (const Made& m : records_)
+        if (!m.released) e_.release(m.record);
+}
+
+int Trial::invoke() {
+    // A record that an earlier invocation released (a Free) is made anew, so
+    // a trial can be invoked again, as the thread comparison does.
+    for (Made& m : records_) {
+        if (!m.released) continue;
+        void* rec = e_.make(call_);
+        if (!rec) return rokStatusNoMemory;
+        m = {m.arg, rec, false};
+        call_.slot[m.arg].p = rec;
+    }
+    const int status = e_.call(call_);
+    if (status < 0) return status;
+    for (int i = 0; i < e_.nargs; ++i) {
+        const Arg& a = e_.args[i];
+        if (a.kind == Kind::Made && call_.slot[i].p) {
+            void* made = nullptr;
+            std::memcpy(&made, call_.slot[i].p, sizeof made);
+            if (made) e_.release(made);
+            std::memset(call_.slot[i].p, 0xA5, sizeof(void*));
+        }
+        if (a.kind == Kind::Record && a.consumed)
+            for (Made& m : records_)
+                if (m.arg == i && call_.slot[i].p == m.record) m.released = true;
+    }
+    return status;
 }
 
 std::vector<std::uint8_t> Trial::snapshot(bool without_scratch) const {
@@ -177,11 +291,13 @@ void Trial::restore(const std::vector<std::uint8_t>& bytes) {
 std::vector<PointerSite> Trial::pointer_sites() const {
     std::vector<PointerSite> sites;
     for (int i = 0; i < e_.nargs; ++i) {
-        const Kind k = e_.args[i].kind;
-        if (k == Kind::Image || k == Kind::Array || k == Kind::Out || k == Kind::Buffer || k == Kind::Planes)
-            sites.push_back({i, -1});
+        const Arg& a = e_.args[i];
+        const Kind k = a.kind;
+        const bool pointer = k == Kind::Image || k == Kind::Array || k == Kind::Out || k == Kind::Buffer ||
+                             k == Kind::Planes || k == Kind::Record || k == Kind::Made;
+        if (pointer && !a.optional) sites.push_back({i, -1});
         if (k == Kind::Planes) {
-            const int n = e_.args[i].count(const_cast<Call&>(call_));
+            const long long n = e_.args[i].count(const_cast<Call&>(call_));
             for (int p = 0; p < n; ++p) sites.push_back({i, p});
         }
     }

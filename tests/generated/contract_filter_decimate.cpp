@@ -7,37 +7,37 @@ namespace {
 using namespace rokc;
 
 const Arg shape_filter_decimate_row_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return c.integer(6)-1-c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return c.wint(6)-1-c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }}},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "srcRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{(c.size(2).width+c.integer(9)-1)/c.integer(9), c.size(2).height}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{(c.wsize(2).width+c.wint(9)-1)/c.wint(9), c.wsize(2).height}; }},
     {.name = "dstStep", .kind = Kind::Step},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(6); }},
-    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,7); }, .bad = -6},
-    {.name = "xAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.integer(6)-1); }},
-    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
-    {.name = "factor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(2,5); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6); }},
+    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,7); }, .bad = -6},
+    {.name = "xAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wint(6)-1); }},
+    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
+    {.name = "factor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(2,5); }},
 };
 const int shape_filter_decimate_row_any_order[] = {2, 6, 7, 8, 9, -1};
 int call_rokiDecimateFilterRow_8u_C1R(Call& c) { return rokiDecimateFilterRow_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), c.integer(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8), c.integer(9)); }
 const Arg shape_filter_decimate_column_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }, .border = {+[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(6)-1-c.integer(7); }, +[]([[maybe_unused]] Call& c) -> int { return 0; }, +[]([[maybe_unused]] Call& c) -> int { return c.integer(7); }}},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }, .border = {+[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6)-1-c.wint(7); }, +[]([[maybe_unused]] Call& c) -> long long { return 0; }, +[]([[maybe_unused]] Call& c) -> long long { return c.wint(7); }}},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "srcRoiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{c.size(2).width, (c.size(2).height+c.integer(9)-1)/c.integer(9)}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(2).width, (c.wsize(2).height+c.wint(9)-1)/c.wint(9)}; }},
     {.name = "dstStep", .kind = Kind::Step},
-    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(6); }},
-    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,7); }, .bad = -6},
-    {.name = "yAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,c.integer(6)-1); }},
-    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
-    {.name = "factor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(2,5); }},
+    {.name = "pKernel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(6); }},
+    {.name = "kernelSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,7); }, .bad = -6},
+    {.name = "yAnchor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,c.wint(6)-1); }},
+    {.name = "divisor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,300)*(c.rand(0,1)*2-1); }},
+    {.name = "factor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(2,5); }},
 };
 const int shape_filter_decimate_column_any_order[] = {2, 6, 7, 8, 9, -1};
 int call_rokiDecimateFilterColumn_8u_C1R(Call& c) { return rokiDecimateFilterColumn_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok8u*>(c.ptr(3)), c.integer(4), reinterpret_cast<const Rok32s*>(c.ptr(5)), c.integer(6), c.integer(7), c.integer(8), c.integer(9)); }
 
 const Export exports[] = {
-    {.name = "rokiDecimateFilterRow_8u_C1R", .call = call_rokiDecimateFilterRow_8u_C1R, .args = shape_filter_decimate_row_any_args, .nargs = 10, .order = shape_filter_decimate_row_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiDecimateFilterColumn_8u_C1R", .call = call_rokiDecimateFilterColumn_8u_C1R, .args = shape_filter_decimate_column_any_args, .nargs = 10, .order = shape_filter_decimate_column_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiDecimateFilterRow_8u_C1R", .call = call_rokiDecimateFilterRow_8u_C1R, .args = shape_filter_decimate_row_any_args, .nargs = 10, .order = shape_filter_decimate_row_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiDecimateFilterColumn_8u_C1R", .call = call_rokiDecimateFilterColumn_8u_C1R, .args = shape_filter_decimate_column_any_args, .nargs = 10, .order = shape_filter_decimate_column_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 10, .threadsW = 160, .threadsH = 80},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);

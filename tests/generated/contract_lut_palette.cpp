@@ -7,25 +7,25 @@ namespace {
 using namespace rokc;
 
 const Arg shape_palette1_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Array, .dir = Dir::In, .elem = Type::D, .count = +[]([[maybe_unused]] Call& c) -> int { return 1<<c.integer(6); }},
-    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,8); }, .bad = -11},
+    {.name = "pTable", .kind = Kind::Array, .dir = Dir::In, .elem = Type::D, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.wint(6); }},
+    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_palette1_R_order[] = {4, 6, -1};
 int call_rokiLUTPalette_8u_C1R(Call& c) { return rokiLUTPalette_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok8u*>(c.ptr(5)), c.integer(6)); }
 int call_rokiLUTPalette_16u_C1R(Call& c) { return rokiLUTPalette_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok16u*>(c.ptr(5)), c.integer(6)); }
 const Arg shape_paletten_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{1<<c.integer(6), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,8); }, .bad = -11},
+    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_paletten_R_order[] = {4, 6, -1};
 int call_rokiLUTPalette_8u_C3R(Call& c) { return rokiLUTPalette_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok8u* const*>(c.ptr(5)), c.integer(6)); }
@@ -35,13 +35,13 @@ int call_rokiLUTPalette_16u_C3R(Call& c) { return rokiLUTPalette_16u_C3R(reinter
 int call_rokiLUTPalette_16u_C4R(Call& c) { return rokiLUTPalette_16u_C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok16u* const*>(c.ptr(5)), c.integer(6)); }
 int call_rokiLUTPalette_16u_AC4R(Call& c) { return rokiLUTPalette_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok16u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok16u* const*>(c.ptr(5)), c.integer(6)); }
 const Arg shape_palette_a0_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{1<<c.integer(6), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return 3; }},
-    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,8); }, .bad = -11},
+    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
+    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_palette_a0_R_order[] = {4, 6, -1};
 int call_rokiLUTPalette_8u_C3A0C4R(Call& c) { return rokiLUTPalette_8u_C3A0C4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok8u* const*>(c.ptr(5)), c.integer(6)); }
@@ -50,49 +50,49 @@ int call_rokiLUTPalette_8u32u_C1R(Call& c) { return rokiLUTPalette_8u32u_C1R(rei
 int call_rokiLUTPalette_16u8u_C1R(Call& c) { return rokiLUTPalette_16u8u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok8u*>(c.ptr(5)), c.integer(6)); }
 int call_rokiLUTPalette_16u32u_C1R(Call& c) { return rokiLUTPalette_16u32u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok32u*>(c.ptr(5)), c.integer(6)); }
 const Arg shape_palette24_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::U8, .ch = 3, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(4); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::U8, .ch = 3, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Array, .dir = Dir::In, .elem = Type::U8, .count = +[]([[maybe_unused]] Call& c) -> int { return 3<<c.integer(6); }},
-    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,8); }, .bad = -11},
+    {.name = "pTable", .kind = Kind::Array, .dir = Dir::In, .elem = Type::U8, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3<<c.wint(6); }},
+    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_palette24_R_order[] = {4, 6, -1};
 int call_rokiLUTPalette_8u24u_C1R(Call& c) { return rokiLUTPalette_8u24u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok8u*>(c.ptr(5)), c.integer(6)); }
 int call_rokiLUTPalette_16u24u_C1R(Call& c) { return rokiLUTPalette_16u24u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok8u*>(c.ptr(2)), c.integer(3), c.size(4), reinterpret_cast<const Rok8u*>(c.ptr(5)), c.integer(6)); }
 const Arg shape_palette_swap_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "alphaValue", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,300); }},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(5); }},
+    {.name = "alphaValue", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,300); }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{1<<c.integer(7), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return 3; }},
-    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(1,8); }, .bad = -11},
+    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(7), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
+    {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_palette_swap_R_order[] = {2, 5, 7, -1};
 int call_rokiLUTPaletteSwap_8u_C3A0C4R(Call& c) { return rokiLUTPaletteSwap_8u_C3A0C4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.integer(2), reinterpret_cast<Rok8u*>(c.ptr(3)), c.integer(4), c.size(5), reinterpret_cast<const Rok8u* const*>(c.ptr(6)), c.integer(7)); }
 int call_rokiLUTPaletteSwap_16u_C3A0C4R(Call& c) { return rokiLUTPaletteSwap_16u_C3A0C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.integer(2), reinterpret_cast<Rok16u*>(c.ptr(3)), c.integer(4), c.size(5), reinterpret_cast<const Rok16u* const*>(c.ptr(6)), c.integer(7)); }
 
 const Export exports[] = {
-    {.name = "rokiLUTPalette_8u_C1R", .call = call_rokiLUTPalette_8u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_16u_C1R", .call = call_rokiLUTPalette_16u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_8u_C3R", .call = call_rokiLUTPalette_8u_C3R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_8u_C4R", .call = call_rokiLUTPalette_8u_C4R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_8u_AC4R", .call = call_rokiLUTPalette_8u_AC4R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_16u_C3R", .call = call_rokiLUTPalette_16u_C3R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_16u_C4R", .call = call_rokiLUTPalette_16u_C4R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_16u_AC4R", .call = call_rokiLUTPalette_16u_AC4R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_8u_C3A0C4R", .call = call_rokiLUTPalette_8u_C3A0C4R, .args = shape_palette_a0_R_args, .nargs = 7, .order = shape_palette_a0_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_16u_C3A0C4R", .call = call_rokiLUTPalette_16u_C3A0C4R, .args = shape_palette_a0_R_args, .nargs = 7, .order = shape_palette_a0_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_8u32u_C1R", .call = call_rokiLUTPalette_8u32u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U8, .dType = Type::U32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_16u8u_C1R", .call = call_rokiLUTPalette_16u8u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U16, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_16u32u_C1R", .call = call_rokiLUTPalette_16u32u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U16, .dType = Type::U32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_8u24u_C1R", .call = call_rokiLUTPalette_8u24u_C1R, .args = shape_palette24_R_args, .nargs = 7, .order = shape_palette24_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPalette_16u24u_C1R", .call = call_rokiLUTPalette_16u24u_C1R, .args = shape_palette24_R_args, .nargs = 7, .order = shape_palette24_R_order, .sType = Type::U16, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPaletteSwap_8u_C3A0C4R", .call = call_rokiLUTPaletteSwap_8u_C3A0C4R, .args = shape_palette_swap_R_args, .nargs = 8, .order = shape_palette_swap_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiLUTPaletteSwap_16u_C3A0C4R", .call = call_rokiLUTPaletteSwap_16u_C3A0C4R, .args = shape_palette_swap_R_args, .nargs = 8, .order = shape_palette_swap_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_8u_C1R", .call = call_rokiLUTPalette_8u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_16u_C1R", .call = call_rokiLUTPalette_16u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_8u_C3R", .call = call_rokiLUTPalette_8u_C3R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_8u_C4R", .call = call_rokiLUTPalette_8u_C4R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_8u_AC4R", .call = call_rokiLUTPalette_8u_AC4R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_16u_C3R", .call = call_rokiLUTPalette_16u_C3R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_16u_C4R", .call = call_rokiLUTPalette_16u_C4R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_16u_AC4R", .call = call_rokiLUTPalette_16u_AC4R, .args = shape_paletten_R_args, .nargs = 7, .order = shape_paletten_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_8u_C3A0C4R", .call = call_rokiLUTPalette_8u_C3A0C4R, .args = shape_palette_a0_R_args, .nargs = 7, .order = shape_palette_a0_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_16u_C3A0C4R", .call = call_rokiLUTPalette_16u_C3A0C4R, .args = shape_palette_a0_R_args, .nargs = 7, .order = shape_palette_a0_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_8u32u_C1R", .call = call_rokiLUTPalette_8u32u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U8, .dType = Type::U32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_16u8u_C1R", .call = call_rokiLUTPalette_16u8u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U16, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_16u32u_C1R", .call = call_rokiLUTPalette_16u32u_C1R, .args = shape_palette1_R_args, .nargs = 7, .order = shape_palette1_R_order, .sType = Type::U16, .dType = Type::U32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_8u24u_C1R", .call = call_rokiLUTPalette_8u24u_C1R, .args = shape_palette24_R_args, .nargs = 7, .order = shape_palette24_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPalette_16u24u_C1R", .call = call_rokiLUTPalette_16u24u_C1R, .args = shape_palette24_R_args, .nargs = 7, .order = shape_palette24_R_order, .sType = Type::U16, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPaletteSwap_8u_C3A0C4R", .call = call_rokiLUTPaletteSwap_8u_C3A0C4R, .args = shape_palette_swap_R_args, .nargs = 8, .order = shape_palette_swap_R_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiLUTPaletteSwap_16u_C3A0C4R", .call = call_rokiLUTPaletteSwap_16u_C3A0C4R, .args = shape_palette_swap_R_args, .nargs = 8, .order = shape_palette_swap_R_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);

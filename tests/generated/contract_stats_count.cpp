@@ -7,10 +7,10 @@ namespace {
 using namespace rokc;
 
 const Arg shape_stat_count1_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pCounts", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "pCounts", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
     {.name = "lowerBound", .kind = Kind::Value, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,100); }},
     {.name = "upperBound", .kind = Kind::Value, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(100,255); }},
 };
@@ -18,12 +18,12 @@ const int shape_stat_count1_any_order[] = {2, 4, 5, -1};
 int call_rokiCountInRange_8u_C1R(Call& c) { return rokiCountInRange_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<int*>(c.ptr(3)), c.sample<Rok8u>(4), c.sample<Rok8u>(5)); }
 int call_rokiCountInRange_32f_C1R(Call& c) { return rokiCountInRange_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<int*>(c.ptr(3)), c.sample<Rok32f>(4), c.sample<Rok32f>(5)); }
 const Arg shape_stat_countn_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "counts", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "lowerBound", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }, .fill = Fill::Range, .lo = 0, .hi = 100},
-    {.name = "upperBound", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }, .fill = Fill::Range, .lo = 100, .hi = 255},
+    {.name = "counts", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "lowerBound", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }, .fill = Fill::Range, .lo = 0, .hi = 100},
+    {.name = "upperBound", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }, .fill = Fill::Range, .lo = 100, .hi = 255},
 };
 const int shape_stat_countn_any_order[] = {2, -1};
 int call_rokiCountInRange_8u_C3R(Call& c) { return rokiCountInRange_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<int*>(c.ptr(3)), reinterpret_cast<const Rok8u*>(c.ptr(4)), reinterpret_cast<const Rok8u*>(c.ptr(5))); }
@@ -32,12 +32,12 @@ int call_rokiCountInRange_32f_C3R(Call& c) { return rokiCountInRange_32f_C3R(rei
 int call_rokiCountInRange_32f_AC4R(Call& c) { return rokiCountInRange_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<int*>(c.ptr(3)), reinterpret_cast<const Rok32f*>(c.ptr(4)), reinterpret_cast<const Rok32f*>(c.ptr(5))); }
 
 const Export exports[] = {
-    {.name = "rokiCountInRange_8u_C1R", .call = call_rokiCountInRange_8u_C1R, .args = shape_stat_count1_any_args, .nargs = 6, .order = shape_stat_count1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCountInRange_32f_C1R", .call = call_rokiCountInRange_32f_C1R, .args = shape_stat_count1_any_args, .nargs = 6, .order = shape_stat_count1_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCountInRange_8u_C3R", .call = call_rokiCountInRange_8u_C3R, .args = shape_stat_countn_any_args, .nargs = 6, .order = shape_stat_countn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCountInRange_8u_AC4R", .call = call_rokiCountInRange_8u_AC4R, .args = shape_stat_countn_any_args, .nargs = 6, .order = shape_stat_countn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCountInRange_32f_C3R", .call = call_rokiCountInRange_32f_C3R, .args = shape_stat_countn_any_args, .nargs = 6, .order = shape_stat_countn_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiCountInRange_32f_AC4R", .call = call_rokiCountInRange_32f_AC4R, .args = shape_stat_countn_any_args, .nargs = 6, .order = shape_stat_countn_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCountInRange_8u_C1R", .call = call_rokiCountInRange_8u_C1R, .args = shape_stat_count1_any_args, .nargs = 6, .order = shape_stat_count1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCountInRange_32f_C1R", .call = call_rokiCountInRange_32f_C1R, .args = shape_stat_count1_any_args, .nargs = 6, .order = shape_stat_count1_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCountInRange_8u_C3R", .call = call_rokiCountInRange_8u_C3R, .args = shape_stat_countn_any_args, .nargs = 6, .order = shape_stat_countn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCountInRange_8u_AC4R", .call = call_rokiCountInRange_8u_AC4R, .args = shape_stat_countn_any_args, .nargs = 6, .order = shape_stat_countn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCountInRange_32f_C3R", .call = call_rokiCountInRange_32f_C3R, .args = shape_stat_countn_any_args, .nargs = 6, .order = shape_stat_countn_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiCountInRange_32f_AC4R", .call = call_rokiCountInRange_32f_AC4R, .args = shape_stat_countn_any_args, .nargs = 6, .order = shape_stat_countn_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);

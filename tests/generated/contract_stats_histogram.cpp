@@ -7,24 +7,24 @@ namespace {
 using namespace rokc;
 
 const Arg shape_hist_range1_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pHist", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(5)-1; }},
-    {.name = "pLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(5); }},
-    {.name = "nLevels", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(2,9); }, .bad = -107},
+    {.name = "pHist", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(5)-1; }},
+    {.name = "pLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(5); }},
+    {.name = "nLevels", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(2,9); }, .bad = -107},
 };
 const int shape_hist_range1_any_order[] = {2, 5, -1};
 int call_rokiHistogramRange_8u_C1R(Call& c) { return rokiHistogramRange_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s*>(c.ptr(3)), reinterpret_cast<const Rok32s*>(c.ptr(4)), c.integer(5)); }
 int call_rokiHistogramRange_16s_C1R(Call& c) { return rokiHistogramRange_16s_C1R(reinterpret_cast<const Rok16s*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s*>(c.ptr(3)), reinterpret_cast<const Rok32s*>(c.ptr(4)), c.integer(5)); }
 int call_rokiHistogramRange_16u_C1R(Call& c) { return rokiHistogramRange_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s*>(c.ptr(3)), reinterpret_cast<const Rok32s*>(c.ptr(4)), c.integer(5)); }
 const Arg shape_hist_rangen_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pHist", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{4, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pLevels", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{5, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "nLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }, .fill = Fill::Range, .lo = 5, .hi = 5},
+    {.name = "pHist", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{4, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pLevels", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{5, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "nLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }, .fill = Fill::Range, .lo = 5, .hi = 5},
 };
 const int shape_hist_rangen_any_order[] = {2, -1};
 int call_rokiHistogramRange_8u_C3R(Call& c) { return rokiHistogramRange_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s* const*>(c.ptr(3)), reinterpret_cast<const Rok32s* const*>(c.ptr(4)), reinterpret_cast<const int*>(c.ptr(5))); }
@@ -37,50 +37,50 @@ int call_rokiHistogramRange_16u_C3R(Call& c) { return rokiHistogramRange_16u_C3R
 int call_rokiHistogramRange_16u_C4R(Call& c) { return rokiHistogramRange_16u_C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s* const*>(c.ptr(3)), reinterpret_cast<const Rok32s* const*>(c.ptr(4)), reinterpret_cast<const int*>(c.ptr(5))); }
 int call_rokiHistogramRange_16u_AC4R(Call& c) { return rokiHistogramRange_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s* const*>(c.ptr(3)), reinterpret_cast<const Rok32s* const*>(c.ptr(4)), reinterpret_cast<const int*>(c.ptr(5))); }
 const Arg shape_hist_range1_32f_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pHist", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(5)-1; }},
-    {.name = "pLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(5); }},
-    {.name = "nLevels", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(2,9); }, .bad = -107},
+    {.name = "pHist", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(5)-1; }},
+    {.name = "pLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(5); }},
+    {.name = "nLevels", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(2,9); }, .bad = -107},
 };
 const int shape_hist_range1_32f_any_order[] = {2, 5, -1};
 int call_rokiHistogramRange_32f_C1R(Call& c) { return rokiHistogramRange_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s*>(c.ptr(3)), reinterpret_cast<const Rok32f*>(c.ptr(4)), c.integer(5)); }
 const Arg shape_hist_rangen_32f_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pHist", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{4, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pLevels", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::F32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{5, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "nLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }, .fill = Fill::Range, .lo = 5, .hi = 5},
+    {.name = "pHist", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{4, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pLevels", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::F32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{5, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "nLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }, .fill = Fill::Range, .lo = 5, .hi = 5},
 };
 const int shape_hist_rangen_32f_any_order[] = {2, -1};
 int call_rokiHistogramRange_32f_C3R(Call& c) { return rokiHistogramRange_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s* const*>(c.ptr(3)), reinterpret_cast<const Rok32f* const*>(c.ptr(4)), reinterpret_cast<const int*>(c.ptr(5))); }
 int call_rokiHistogramRange_32f_C4R(Call& c) { return rokiHistogramRange_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s* const*>(c.ptr(3)), reinterpret_cast<const Rok32f* const*>(c.ptr(4)), reinterpret_cast<const int*>(c.ptr(5))); }
 int call_rokiHistogramRange_32f_AC4R(Call& c) { return rokiHistogramRange_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s* const*>(c.ptr(3)), reinterpret_cast<const Rok32f* const*>(c.ptr(4)), reinterpret_cast<const int*>(c.ptr(5))); }
 const Arg shape_hist_even1_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pHist", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(5)-1; }},
-    {.name = "pLevels", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.integer(5); }},
-    {.name = "nLevels", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(2,9); }, .bad = -107},
-    {.name = "lowerLevel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-10,100); }},
-    {.name = "upperLevel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(-10,300); }},
+    {.name = "pHist", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(5)-1; }},
+    {.name = "pLevels", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.wint(5); }},
+    {.name = "nLevels", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(2,9); }, .bad = -107},
+    {.name = "lowerLevel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-10,100); }},
+    {.name = "upperLevel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-10,300); }},
 };
 const int shape_hist_even1_any_order[] = {2, 5, 6, 7, -1};
 int call_rokiHistogramEven_8u_C1R(Call& c) { return rokiHistogramEven_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s*>(c.ptr(3)), reinterpret_cast<Rok32s*>(c.ptr(4)), c.integer(5), c.integer(6), c.integer(7)); }
 int call_rokiHistogramEven_16s_C1R(Call& c) { return rokiHistogramEven_16s_C1R(reinterpret_cast<const Rok16s*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s*>(c.ptr(3)), reinterpret_cast<Rok32s*>(c.ptr(4)), c.integer(5), c.integer(6), c.integer(7)); }
 int call_rokiHistogramEven_16u_C1R(Call& c) { return rokiHistogramEven_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s*>(c.ptr(3)), reinterpret_cast<Rok32s*>(c.ptr(4)), c.integer(5), c.integer(6), c.integer(7)); }
 const Arg shape_hist_evenn_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pHist", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{4, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "pLevels", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return RokiSize{5, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "nLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }, .fill = Fill::Range, .lo = 5, .hi = 5},
-    {.name = "lowerLevel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }, .fill = Fill::Range, .lo = -10, .hi = 100},
-    {.name = "upperLevel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }, .fill = Fill::Range, .lo = -10, .hi = 300},
+    {.name = "pHist", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{4, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pLevels", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::S32, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{5, 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "nLevels", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }, .fill = Fill::Range, .lo = 5, .hi = 5},
+    {.name = "lowerLevel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }, .fill = Fill::Range, .lo = -10, .hi = 100},
+    {.name = "upperLevel", .kind = Kind::Array, .dir = Dir::In, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }, .fill = Fill::Range, .lo = -10, .hi = 300},
 };
 const int shape_hist_evenn_any_order[] = {2, -1};
 int call_rokiHistogramEven_8u_C3R(Call& c) { return rokiHistogramEven_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s* const*>(c.ptr(3)), reinterpret_cast<Rok32s* const*>(c.ptr(4)), reinterpret_cast<const int*>(c.ptr(5)), reinterpret_cast<const Rok32s*>(c.ptr(6)), reinterpret_cast<const Rok32s*>(c.ptr(7))); }
@@ -94,34 +94,34 @@ int call_rokiHistogramEven_16u_C4R(Call& c) { return rokiHistogramEven_16u_C4R(r
 int call_rokiHistogramEven_16u_AC4R(Call& c) { return rokiHistogramEven_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok32s* const*>(c.ptr(3)), reinterpret_cast<Rok32s* const*>(c.ptr(4)), reinterpret_cast<const int*>(c.ptr(5)), reinterpret_cast<const Rok32s*>(c.ptr(6)), reinterpret_cast<const Rok32s*>(c.ptr(7))); }
 
 const Export exports[] = {
-    {.name = "rokiHistogramRange_8u_C1R", .call = call_rokiHistogramRange_8u_C1R, .args = shape_hist_range1_any_args, .nargs = 6, .order = shape_hist_range1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_16s_C1R", .call = call_rokiHistogramRange_16s_C1R, .args = shape_hist_range1_any_args, .nargs = 6, .order = shape_hist_range1_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_16u_C1R", .call = call_rokiHistogramRange_16u_C1R, .args = shape_hist_range1_any_args, .nargs = 6, .order = shape_hist_range1_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_8u_C3R", .call = call_rokiHistogramRange_8u_C3R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_8u_C4R", .call = call_rokiHistogramRange_8u_C4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_8u_AC4R", .call = call_rokiHistogramRange_8u_AC4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_16s_C3R", .call = call_rokiHistogramRange_16s_C3R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_16s_C4R", .call = call_rokiHistogramRange_16s_C4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_16s_AC4R", .call = call_rokiHistogramRange_16s_AC4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_16u_C3R", .call = call_rokiHistogramRange_16u_C3R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_16u_C4R", .call = call_rokiHistogramRange_16u_C4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_16u_AC4R", .call = call_rokiHistogramRange_16u_AC4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_32f_C1R", .call = call_rokiHistogramRange_32f_C1R, .args = shape_hist_range1_32f_any_args, .nargs = 6, .order = shape_hist_range1_32f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_32f_C3R", .call = call_rokiHistogramRange_32f_C3R, .args = shape_hist_rangen_32f_any_args, .nargs = 6, .order = shape_hist_rangen_32f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_32f_C4R", .call = call_rokiHistogramRange_32f_C4R, .args = shape_hist_rangen_32f_any_args, .nargs = 6, .order = shape_hist_rangen_32f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramRange_32f_AC4R", .call = call_rokiHistogramRange_32f_AC4R, .args = shape_hist_rangen_32f_any_args, .nargs = 6, .order = shape_hist_rangen_32f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_8u_C1R", .call = call_rokiHistogramEven_8u_C1R, .args = shape_hist_even1_any_args, .nargs = 8, .order = shape_hist_even1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_16s_C1R", .call = call_rokiHistogramEven_16s_C1R, .args = shape_hist_even1_any_args, .nargs = 8, .order = shape_hist_even1_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_16u_C1R", .call = call_rokiHistogramEven_16u_C1R, .args = shape_hist_even1_any_args, .nargs = 8, .order = shape_hist_even1_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_8u_C3R", .call = call_rokiHistogramEven_8u_C3R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_8u_C4R", .call = call_rokiHistogramEven_8u_C4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_8u_AC4R", .call = call_rokiHistogramEven_8u_AC4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_16s_C3R", .call = call_rokiHistogramEven_16s_C3R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_16s_C4R", .call = call_rokiHistogramEven_16s_C4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_16s_AC4R", .call = call_rokiHistogramEven_16s_AC4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_16u_C3R", .call = call_rokiHistogramEven_16u_C3R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_16u_C4R", .call = call_rokiHistogramEven_16u_C4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiHistogramEven_16u_AC4R", .call = call_rokiHistogramEven_16u_AC4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_8u_C1R", .call = call_rokiHistogramRange_8u_C1R, .args = shape_hist_range1_any_args, .nargs = 6, .order = shape_hist_range1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_16s_C1R", .call = call_rokiHistogramRange_16s_C1R, .args = shape_hist_range1_any_args, .nargs = 6, .order = shape_hist_range1_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_16u_C1R", .call = call_rokiHistogramRange_16u_C1R, .args = shape_hist_range1_any_args, .nargs = 6, .order = shape_hist_range1_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_8u_C3R", .call = call_rokiHistogramRange_8u_C3R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_8u_C4R", .call = call_rokiHistogramRange_8u_C4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_8u_AC4R", .call = call_rokiHistogramRange_8u_AC4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_16s_C3R", .call = call_rokiHistogramRange_16s_C3R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_16s_C4R", .call = call_rokiHistogramRange_16s_C4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_16s_AC4R", .call = call_rokiHistogramRange_16s_AC4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_16u_C3R", .call = call_rokiHistogramRange_16u_C3R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_16u_C4R", .call = call_rokiHistogramRange_16u_C4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_16u_AC4R", .call = call_rokiHistogramRange_16u_AC4R, .args = shape_hist_rangen_any_args, .nargs = 6, .order = shape_hist_rangen_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_32f_C1R", .call = call_rokiHistogramRange_32f_C1R, .args = shape_hist_range1_32f_any_args, .nargs = 6, .order = shape_hist_range1_32f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_32f_C3R", .call = call_rokiHistogramRange_32f_C3R, .args = shape_hist_rangen_32f_any_args, .nargs = 6, .order = shape_hist_rangen_32f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_32f_C4R", .call = call_rokiHistogramRange_32f_C4R, .args = shape_hist_rangen_32f_any_args, .nargs = 6, .order = shape_hist_rangen_32f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramRange_32f_AC4R", .call = call_rokiHistogramRange_32f_AC4R, .args = shape_hist_rangen_32f_any_args, .nargs = 6, .order = shape_hist_rangen_32f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_8u_C1R", .call = call_rokiHistogramEven_8u_C1R, .args = shape_hist_even1_any_args, .nargs = 8, .order = shape_hist_even1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_16s_C1R", .call = call_rokiHistogramEven_16s_C1R, .args = shape_hist_even1_any_args, .nargs = 8, .order = shape_hist_even1_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_16u_C1R", .call = call_rokiHistogramEven_16u_C1R, .args = shape_hist_even1_any_args, .nargs = 8, .order = shape_hist_even1_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_8u_C3R", .call = call_rokiHistogramEven_8u_C3R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_8u_C4R", .call = call_rokiHistogramEven_8u_C4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_8u_AC4R", .call = call_rokiHistogramEven_8u_AC4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_16s_C3R", .call = call_rokiHistogramEven_16s_C3R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_16s_C4R", .call = call_rokiHistogramEven_16s_C4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_16s_AC4R", .call = call_rokiHistogramEven_16s_AC4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_16u_C3R", .call = call_rokiHistogramEven_16u_C3R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_16u_C4R", .call = call_rokiHistogramEven_16u_C4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiHistogramEven_16u_AC4R", .call = call_rokiHistogramEven_16u_AC4R, .args = shape_hist_evenn_any_args, .nargs = 8, .order = shape_hist_evenn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);

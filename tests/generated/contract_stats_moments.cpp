@@ -6,39 +6,217 @@ namespace {
 
 using namespace rokc;
 
+const Arg shape_moment_alloc_64f___args[] = {
+    {.name = "ppState", .kind = Kind::Made},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_moment_alloc_64f___order[] = {1, -1};
+int call_rokiMomentInitAlloc_64f(Call& c) { return rokiMomentInitAlloc_64f(reinterpret_cast<RokiMomentState_64f**>(c.ptr(0)), c.integer(1)); }
+void release_rokiMomentInitAlloc_64f(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+const Arg shape_moment_alloc_64s___args[] = {
+    {.name = "ppState", .kind = Kind::Made},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_moment_alloc_64s___order[] = {1, -1};
+int call_rokiMomentInitAlloc_64s(Call& c) { return rokiMomentInitAlloc_64s(reinterpret_cast<RokiMomentState_64s**>(c.ptr(0)), c.integer(1)); }
+void release_rokiMomentInitAlloc_64s(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+const Arg shape_moment_free_64f___args[] = {
+    {.name = "pState", .kind = Kind::Record, .consumed = true},
+};
+const int shape_moment_free_64f___order[] = {-1};
+int call_rokiMomentFree_64f(Call& c) { return rokiMomentFree_64f(reinterpret_cast<RokiMomentState_64f*>(c.ptr(0))); }
+void* make_rokiMomentFree_64f([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMomentFree_64f(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+const Arg shape_moment_free_64s___args[] = {
+    {.name = "pState", .kind = Kind::Record, .consumed = true},
+};
+const int shape_moment_free_64s___order[] = {-1};
+int call_rokiMomentFree_64s(Call& c) { return rokiMomentFree_64s(reinterpret_cast<RokiMomentState_64s*>(c.ptr(0))); }
+void* make_rokiMomentFree_64s([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMomentFree_64s(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+const Arg shape_moment_size___args[] = {
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+};
+const int shape_moment_size___order[] = {0, -1};
+int call_rokiMomentGetStateSize_64s(Call& c) { return rokiMomentGetStateSize_64s(c.integer(0), reinterpret_cast<int*>(c.ptr(1))); }
+const Arg shape_moment_init_64s___args[] = {
+    {.name = "pState", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S8, .count = +[]([[maybe_unused]] Call& c) -> long long { return 400; }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_moment_init_64s___order[] = {1, -1};
+int call_rokiMomentInit_64s(Call& c) { return rokiMomentInit_64s(reinterpret_cast<RokiMomentState_64s*>(c.ptr(0)), c.integer(1)); }
+const Arg shape_moments_64f_any_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
+    {.name = "pState", .kind = Kind::Record},
+};
+const int shape_moments_64f_any_order[] = {2, -1};
+int call_rokiMoments64f_8u_C1R(Call& c) { return rokiMoments64f_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_8u_C1R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_8u_C1R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiMoments64f_8u_C3R(Call& c) { return rokiMoments64f_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_8u_C3R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_8u_C3R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiMoments64f_8u_AC4R(Call& c) { return rokiMoments64f_8u_AC4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_8u_AC4R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_8u_AC4R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiMoments64f_16u_C1R(Call& c) { return rokiMoments64f_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_16u_C1R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_16u_C1R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiMoments64f_16u_C3R(Call& c) { return rokiMoments64f_16u_C3R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_16u_C3R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_16u_C3R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiMoments64f_16u_AC4R(Call& c) { return rokiMoments64f_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_16u_AC4R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_16u_AC4R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiMoments64f_32f_C1R(Call& c) { return rokiMoments64f_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_32f_C1R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiMoments64f_32f_C3R(Call& c) { return rokiMoments64f_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_32f_C3R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_32f_C3R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiMoments64f_32f_AC4R(Call& c) { return rokiMoments64f_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64f*>(c.ptr(3))); }
+void* make_rokiMoments64f_32f_AC4R([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64f_32f_AC4R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+const Arg shape_moments_64s_any_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
+    {.name = "pState", .kind = Kind::Record},
+};
+const int shape_moments_64s_any_order[] = {2, -1};
+int call_rokiMoments64s_8u_C1R(Call& c) { return rokiMoments64s_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64s*>(c.ptr(3))); }
+void* make_rokiMoments64s_8u_C1R([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64s_8u_C1R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+int call_rokiMoments64s_8u_C3R(Call& c) { return rokiMoments64s_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64s*>(c.ptr(3))); }
+void* make_rokiMoments64s_8u_C3R([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64s_8u_C3R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+int call_rokiMoments64s_8u_AC4R(Call& c) { return rokiMoments64s_8u_AC4R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64s*>(c.ptr(3))); }
+void* make_rokiMoments64s_8u_AC4R([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64s_8u_AC4R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+int call_rokiMoments64s_16u_C1R(Call& c) { return rokiMoments64s_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64s*>(c.ptr(3))); }
+void* make_rokiMoments64s_16u_C1R([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64s_16u_C1R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+int call_rokiMoments64s_16u_C3R(Call& c) { return rokiMoments64s_16u_C3R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64s*>(c.ptr(3))); }
+void* make_rokiMoments64s_16u_C3R([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64s_16u_C3R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+int call_rokiMoments64s_16u_AC4R(Call& c) { return rokiMoments64s_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<RokiMomentState_64s*>(c.ptr(3))); }
+void* make_rokiMoments64s_16u_AC4R([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiMoments64s_16u_AC4R(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+const Arg shape_moment_offset_64f___args[] = {
+    {.name = "pState", .kind = Kind::Record},
+    {.name = "mOrd", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "nOrd", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,1); }},
+    {.name = "nChannel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 0; }},
+    {.name = "roiOffset", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-5,5); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-5,5); }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+};
+const int shape_moment_offset_64f___order[] = {1, 2, 3, 4, -1};
+int call_rokiGetSpatialMoment_64f(Call& c) { return rokiGetSpatialMoment_64f(reinterpret_cast<const RokiMomentState_64f*>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.point(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
+void* make_rokiGetSpatialMoment_64f([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0 && (rokiMoments64f_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetSpatialMoment_64f(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+const Arg shape_moment_plain_64f___args[] = {
+    {.name = "pState", .kind = Kind::Record},
+    {.name = "mOrd", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "nOrd", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,1); }},
+    {.name = "nChannel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 0; }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+};
+const int shape_moment_plain_64f___order[] = {1, 2, 3, -1};
+int call_rokiGetCentralMoment_64f(Call& c) { return rokiGetCentralMoment_64f(reinterpret_cast<const RokiMomentState_64f*>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<Rok64f*>(c.ptr(4))); }
+void* make_rokiGetCentralMoment_64f([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0 && (rokiMoments64f_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetCentralMoment_64f(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiGetNormalizedSpatialMoment_64f(Call& c) { return rokiGetNormalizedSpatialMoment_64f(reinterpret_cast<const RokiMomentState_64f*>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.point(4), reinterpret_cast<Rok64f*>(c.ptr(5))); }
+void* make_rokiGetNormalizedSpatialMoment_64f([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0 && (rokiMoments64f_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetNormalizedSpatialMoment_64f(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+int call_rokiGetNormalizedCentralMoment_64f(Call& c) { return rokiGetNormalizedCentralMoment_64f(reinterpret_cast<const RokiMomentState_64f*>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<Rok64f*>(c.ptr(4))); }
+void* make_rokiGetNormalizedCentralMoment_64f([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0 && (rokiMoments64f_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetNormalizedCentralMoment_64f(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+const Arg shape_moment_hu_64f___args[] = {
+    {.name = "pState", .kind = Kind::Record},
+    {.name = "nChannel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 0; }},
+    {.name = "pHm", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 7; }},
+};
+const int shape_moment_hu_64f___order[] = {1, -1};
+int call_rokiGetHuMoments_64f(Call& c) { return rokiGetHuMoments_64f(reinterpret_cast<const RokiMomentState_64f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok64f*>(c.ptr(2))); }
+void* make_rokiGetHuMoments_64f([[maybe_unused]] Call& c) { RokiMomentState_64f* rec_ = nullptr; return ((rokiMomentInitAlloc_64f(&rec_,0)) == 0 && (rokiMoments64f_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetHuMoments_64f(void* p) { [[maybe_unused]] Call c; RokiMomentState_64f* rec_ = static_cast<RokiMomentState_64f*>(p); rokiMomentFree_64f(rec_); }
+const Arg shape_moment_offset_64s___args[] = {
+    {.name = "pState", .kind = Kind::Record},
+    {.name = "mOrd", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "nOrd", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,1); }},
+    {.name = "nChannel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 0; }},
+    {.name = "roiOffset", .kind = Kind::Point, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-5,5); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-5,5); }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
+};
+const int shape_moment_offset_64s___order[] = {1, 2, 3, 4, 6, -1};
+int call_rokiGetSpatialMoment_64s(Call& c) { return rokiGetSpatialMoment_64s(reinterpret_cast<const RokiMomentState_64s*>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.point(4), reinterpret_cast<Rok64s*>(c.ptr(5)), c.integer(6)); }
+void* make_rokiGetSpatialMoment_64s([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0 && (rokiMoments64s_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetSpatialMoment_64s(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+const Arg shape_moment_plain_64s___args[] = {
+    {.name = "pState", .kind = Kind::Record},
+    {.name = "mOrd", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+    {.name = "nOrd", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,1); }},
+    {.name = "nChannel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 0; }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
+};
+const int shape_moment_plain_64s___order[] = {1, 2, 3, 5, -1};
+int call_rokiGetCentralMoment_64s(Call& c) { return rokiGetCentralMoment_64s(reinterpret_cast<const RokiMomentState_64s*>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<Rok64s*>(c.ptr(4)), c.integer(5)); }
+void* make_rokiGetCentralMoment_64s([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0 && (rokiMoments64s_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetCentralMoment_64s(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+int call_rokiGetNormalizedSpatialMoment_64s(Call& c) { return rokiGetNormalizedSpatialMoment_64s(reinterpret_cast<const RokiMomentState_64s*>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), c.point(4), reinterpret_cast<Rok64s*>(c.ptr(5)), c.integer(6)); }
+void* make_rokiGetNormalizedSpatialMoment_64s([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0 && (rokiMoments64s_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetNormalizedSpatialMoment_64s(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+int call_rokiGetNormalizedCentralMoment_64s(Call& c) { return rokiGetNormalizedCentralMoment_64s(reinterpret_cast<const RokiMomentState_64s*>(c.ptr(0)), c.integer(1), c.integer(2), c.integer(3), reinterpret_cast<Rok64s*>(c.ptr(4)), c.integer(5)); }
+void* make_rokiGetNormalizedCentralMoment_64s([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0 && (rokiMoments64s_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetNormalizedCentralMoment_64s(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
+const Arg shape_moment_hu_64s___args[] = {
+    {.name = "pState", .kind = Kind::Record},
+    {.name = "nChannel", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return 0; }},
+    {.name = "pHm", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::S64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 7; }},
+    {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
+};
+const int shape_moment_hu_64s___order[] = {1, 3, -1};
+int call_rokiGetHuMoments_64s(Call& c) { return rokiGetHuMoments_64s(reinterpret_cast<const RokiMomentState_64s*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok64s*>(c.ptr(2)), c.integer(3)); }
+void* make_rokiGetHuMoments_64s([[maybe_unused]] Call& c) { RokiMomentState_64s* rec_ = nullptr; return ((rokiMomentInitAlloc_64s(&rec_,0)) == 0 && (rokiMoments64s_8u_C1R((Rok8u*)"ABCD",2,RokiSize{2,2},rec_)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiGetHuMoments_64s(void* p) { [[maybe_unused]] Call c; RokiMomentState_64s* rec_ = static_cast<RokiMomentState_64s*>(p); rokiMomentFree_64s(rec_); }
 
 const Export exports[] = {
-    {.name = "rokiMomentInitAlloc_64f"},
-    {.name = "rokiMomentInitAlloc_64s"},
-    {.name = "rokiMomentFree_64f"},
-    {.name = "rokiMomentFree_64s"},
-    {.name = "rokiMomentGetStateSize_64s"},
-    {.name = "rokiMomentInit_64s"},
-    {.name = "rokiMoments64f_8u_C1R"},
-    {.name = "rokiMoments64f_8u_C3R"},
-    {.name = "rokiMoments64f_8u_AC4R"},
-    {.name = "rokiMoments64f_16u_C1R"},
-    {.name = "rokiMoments64f_16u_C3R"},
-    {.name = "rokiMoments64f_16u_AC4R"},
-    {.name = "rokiMoments64f_32f_C1R"},
-    {.name = "rokiMoments64f_32f_C3R"},
-    {.name = "rokiMoments64f_32f_AC4R"},
-    {.name = "rokiMoments64s_8u_C1R"},
-    {.name = "rokiMoments64s_8u_C3R"},
-    {.name = "rokiMoments64s_8u_AC4R"},
-    {.name = "rokiMoments64s_16u_C1R"},
-    {.name = "rokiMoments64s_16u_C3R"},
-    {.name = "rokiMoments64s_16u_AC4R"},
-    {.name = "rokiGetSpatialMoment_64f"},
-    {.name = "rokiGetCentralMoment_64f"},
-    {.name = "rokiGetNormalizedSpatialMoment_64f"},
-    {.name = "rokiGetNormalizedCentralMoment_64f"},
-    {.name = "rokiGetHuMoments_64f"},
-    {.name = "rokiGetSpatialMoment_64s"},
-    {.name = "rokiGetCentralMoment_64s"},
-    {.name = "rokiGetNormalizedSpatialMoment_64s"},
-    {.name = "rokiGetNormalizedCentralMoment_64s"},
-    {.name = "rokiGetHuMoments_64s"},
+    {.name = "rokiMomentInitAlloc_64f", .call = call_rokiMomentInitAlloc_64f, .args = shape_moment_alloc_64f___args, .nargs = 2, .order = shape_moment_alloc_64f___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 2, .threadsW = 160, .threadsH = 80, .release = release_rokiMomentInitAlloc_64f},
+    {.name = "rokiMomentInitAlloc_64s", .call = call_rokiMomentInitAlloc_64s, .args = shape_moment_alloc_64s___args, .nargs = 2, .order = shape_moment_alloc_64s___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 2, .threadsW = 160, .threadsH = 80, .release = release_rokiMomentInitAlloc_64s},
+    {.name = "rokiMomentFree_64f", .call = call_rokiMomentFree_64f, .args = shape_moment_free_64f___args, .nargs = 1, .order = shape_moment_free_64f___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 1, .threadsW = 160, .threadsH = 80, .make = make_rokiMomentFree_64f, .release = release_rokiMomentFree_64f},
+    {.name = "rokiMomentFree_64s", .call = call_rokiMomentFree_64s, .args = shape_moment_free_64s___args, .nargs = 1, .order = shape_moment_free_64s___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 1, .threadsW = 160, .threadsH = 80, .make = make_rokiMomentFree_64s, .release = release_rokiMomentFree_64s},
+    {.name = "rokiMomentGetStateSize_64s", .call = call_rokiMomentGetStateSize_64s, .args = shape_moment_size___args, .nargs = 2, .order = shape_moment_size___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 2, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMomentInit_64s", .call = call_rokiMomentInit_64s, .args = shape_moment_init_64s___args, .nargs = 2, .order = shape_moment_init_64s___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 2, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMoments64f_8u_C1R", .call = call_rokiMoments64f_8u_C1R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_8u_C1R, .release = release_rokiMoments64f_8u_C1R},
+    {.name = "rokiMoments64f_8u_C3R", .call = call_rokiMoments64f_8u_C3R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_8u_C3R, .release = release_rokiMoments64f_8u_C3R},
+    {.name = "rokiMoments64f_8u_AC4R", .call = call_rokiMoments64f_8u_AC4R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_8u_AC4R, .release = release_rokiMoments64f_8u_AC4R},
+    {.name = "rokiMoments64f_16u_C1R", .call = call_rokiMoments64f_16u_C1R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_16u_C1R, .release = release_rokiMoments64f_16u_C1R},
+    {.name = "rokiMoments64f_16u_C3R", .call = call_rokiMoments64f_16u_C3R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_16u_C3R, .release = release_rokiMoments64f_16u_C3R},
+    {.name = "rokiMoments64f_16u_AC4R", .call = call_rokiMoments64f_16u_AC4R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_16u_AC4R, .release = release_rokiMoments64f_16u_AC4R},
+    {.name = "rokiMoments64f_32f_C1R", .call = call_rokiMoments64f_32f_C1R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_32f_C1R, .release = release_rokiMoments64f_32f_C1R},
+    {.name = "rokiMoments64f_32f_C3R", .call = call_rokiMoments64f_32f_C3R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_32f_C3R, .release = release_rokiMoments64f_32f_C3R},
+    {.name = "rokiMoments64f_32f_AC4R", .call = call_rokiMoments64f_32f_AC4R, .args = shape_moments_64f_any_args, .nargs = 4, .order = shape_moments_64f_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64f_32f_AC4R, .release = release_rokiMoments64f_32f_AC4R},
+    {.name = "rokiMoments64s_8u_C1R", .call = call_rokiMoments64s_8u_C1R, .args = shape_moments_64s_any_args, .nargs = 4, .order = shape_moments_64s_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64s_8u_C1R, .release = release_rokiMoments64s_8u_C1R},
+    {.name = "rokiMoments64s_8u_C3R", .call = call_rokiMoments64s_8u_C3R, .args = shape_moments_64s_any_args, .nargs = 4, .order = shape_moments_64s_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64s_8u_C3R, .release = release_rokiMoments64s_8u_C3R},
+    {.name = "rokiMoments64s_8u_AC4R", .call = call_rokiMoments64s_8u_AC4R, .args = shape_moments_64s_any_args, .nargs = 4, .order = shape_moments_64s_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64s_8u_AC4R, .release = release_rokiMoments64s_8u_AC4R},
+    {.name = "rokiMoments64s_16u_C1R", .call = call_rokiMoments64s_16u_C1R, .args = shape_moments_64s_any_args, .nargs = 4, .order = shape_moments_64s_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64s_16u_C1R, .release = release_rokiMoments64s_16u_C1R},
+    {.name = "rokiMoments64s_16u_C3R", .call = call_rokiMoments64s_16u_C3R, .args = shape_moments_64s_any_args, .nargs = 4, .order = shape_moments_64s_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64s_16u_C3R, .release = release_rokiMoments64s_16u_C3R},
+    {.name = "rokiMoments64s_16u_AC4R", .call = call_rokiMoments64s_16u_AC4R, .args = shape_moments_64s_any_args, .nargs = 4, .order = shape_moments_64s_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiMoments64s_16u_AC4R, .release = release_rokiMoments64s_16u_AC4R},
+    {.name = "rokiGetSpatialMoment_64f", .call = call_rokiGetSpatialMoment_64f, .args = shape_moment_offset_64f___args, .nargs = 6, .order = shape_moment_offset_64f___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80, .make = make_rokiGetSpatialMoment_64f, .release = release_rokiGetSpatialMoment_64f},
+    {.name = "rokiGetCentralMoment_64f", .call = call_rokiGetCentralMoment_64f, .args = shape_moment_plain_64f___args, .nargs = 5, .order = shape_moment_plain_64f___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiGetCentralMoment_64f, .release = release_rokiGetCentralMoment_64f},
+    {.name = "rokiGetNormalizedSpatialMoment_64f", .call = call_rokiGetNormalizedSpatialMoment_64f, .args = shape_moment_offset_64f___args, .nargs = 6, .order = shape_moment_offset_64f___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80, .make = make_rokiGetNormalizedSpatialMoment_64f, .release = release_rokiGetNormalizedSpatialMoment_64f},
+    {.name = "rokiGetNormalizedCentralMoment_64f", .call = call_rokiGetNormalizedCentralMoment_64f, .args = shape_moment_plain_64f___args, .nargs = 5, .order = shape_moment_plain_64f___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80, .make = make_rokiGetNormalizedCentralMoment_64f, .release = release_rokiGetNormalizedCentralMoment_64f},
+    {.name = "rokiGetHuMoments_64f", .call = call_rokiGetHuMoments_64f, .args = shape_moment_hu_64f___args, .nargs = 3, .order = shape_moment_hu_64f___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 3, .threadsW = 160, .threadsH = 80, .make = make_rokiGetHuMoments_64f, .release = release_rokiGetHuMoments_64f},
+    {.name = "rokiGetSpatialMoment_64s", .call = call_rokiGetSpatialMoment_64s, .args = shape_moment_offset_64s___args, .nargs = 7, .order = shape_moment_offset_64s___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .make = make_rokiGetSpatialMoment_64s, .release = release_rokiGetSpatialMoment_64s},
+    {.name = "rokiGetCentralMoment_64s", .call = call_rokiGetCentralMoment_64s, .args = shape_moment_plain_64s___args, .nargs = 6, .order = shape_moment_plain_64s___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80, .make = make_rokiGetCentralMoment_64s, .release = release_rokiGetCentralMoment_64s},
+    {.name = "rokiGetNormalizedSpatialMoment_64s", .call = call_rokiGetNormalizedSpatialMoment_64s, .args = shape_moment_offset_64s___args, .nargs = 7, .order = shape_moment_offset_64s___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 7, .threadsW = 160, .threadsH = 80, .make = make_rokiGetNormalizedSpatialMoment_64s, .release = release_rokiGetNormalizedSpatialMoment_64s},
+    {.name = "rokiGetNormalizedCentralMoment_64s", .call = call_rokiGetNormalizedCentralMoment_64s, .args = shape_moment_plain_64s___args, .nargs = 6, .order = shape_moment_plain_64s___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 6, .threadsW = 160, .threadsH = 80, .make = make_rokiGetNormalizedCentralMoment_64s, .release = release_rokiGetNormalizedCentralMoment_64s},
+    {.name = "rokiGetHuMoments_64s", .call = call_rokiGetHuMoments_64s, .args = shape_moment_hu_64s___args, .nargs = 4, .order = shape_moment_hu_64s___order, .sType = Type::None, .dType = Type::None, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiGetHuMoments_64s, .release = release_rokiGetHuMoments_64s},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);

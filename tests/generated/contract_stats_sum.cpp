@@ -7,20 +7,20 @@ namespace {
 using namespace rokc;
 
 const Arg shape_stat_val1_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
 };
 const int shape_stat_val1_any_order[] = {2, -1};
 int call_rokiSum_8u_C1R(Call& c) { return rokiSum_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 int call_rokiSum_16s_C1R(Call& c) { return rokiSum_16s_C1R(reinterpret_cast<const Rok16s*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 int call_rokiSum_16u_C1R(Call& c) { return rokiSum_16u_C1R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 const Arg shape_stat_valn_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
 };
 const int shape_stat_valn_any_order[] = {2, -1};
 int call_rokiSum_8u_C3R(Call& c) { return rokiSum_8u_C3R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
@@ -33,20 +33,20 @@ int call_rokiSum_16u_C3R(Call& c) { return rokiSum_16u_C3R(reinterpret_cast<cons
 int call_rokiSum_16u_C4R(Call& c) { return rokiSum_16u_C4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 int call_rokiSum_16u_AC4R(Call& c) { return rokiSum_16u_AC4R(reinterpret_cast<const Rok16u*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3))); }
 const Arg shape_stat_val1_hint_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return 1; }},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "pValue", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
 };
 const int shape_stat_val1_hint_any_order[] = {2, 4, -1};
 int call_rokiSum_32f_C1R(Call& c) { return rokiSum_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3)), c.integer(4)); }
 const Arg shape_stat_valn_hint_any_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> RokiSize { return c.size(2); }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(2); }},
     {.name = "srcStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> int { return c.nc; }},
-    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> int { return c.rand(0,2); }},
+    {.name = "value", .kind = Kind::Array, .dir = Dir::Out, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
 };
 const int shape_stat_valn_hint_any_order[] = {2, 4, -1};
 int call_rokiSum_32f_C3R(Call& c) { return rokiSum_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3)), c.integer(4)); }
@@ -70,38 +70,38 @@ int call_rokiMean_32f_C4R(Call& c) { return rokiMean_32f_C4R(reinterpret_cast<co
 int call_rokiMean_32f_AC4R(Call& c) { return rokiMean_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), c.size(2), reinterpret_cast<Rok64f*>(c.ptr(3)), c.integer(4)); }
 
 const Export exports[] = {
-    {.name = "rokiSum_8u_C1R", .call = call_rokiSum_8u_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_16s_C1R", .call = call_rokiSum_16s_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_16u_C1R", .call = call_rokiSum_16u_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_8u_C3R", .call = call_rokiSum_8u_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_8u_C4R", .call = call_rokiSum_8u_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_8u_AC4R", .call = call_rokiSum_8u_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_16s_C3R", .call = call_rokiSum_16s_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_16s_C4R", .call = call_rokiSum_16s_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_16s_AC4R", .call = call_rokiSum_16s_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_16u_C3R", .call = call_rokiSum_16u_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_16u_C4R", .call = call_rokiSum_16u_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_16u_AC4R", .call = call_rokiSum_16u_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_32f_C1R", .call = call_rokiSum_32f_C1R, .args = shape_stat_val1_hint_any_args, .nargs = 5, .order = shape_stat_val1_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_32f_C3R", .call = call_rokiSum_32f_C3R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_32f_C4R", .call = call_rokiSum_32f_C4R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiSum_32f_AC4R", .call = call_rokiSum_32f_AC4R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_8u_C1R", .call = call_rokiMean_8u_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_16s_C1R", .call = call_rokiMean_16s_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_16u_C1R", .call = call_rokiMean_16u_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_8u_C3R", .call = call_rokiMean_8u_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_8u_C4R", .call = call_rokiMean_8u_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_8u_AC4R", .call = call_rokiMean_8u_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_16s_C3R", .call = call_rokiMean_16s_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_16s_C4R", .call = call_rokiMean_16s_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_16s_AC4R", .call = call_rokiMean_16s_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_16u_C3R", .call = call_rokiMean_16u_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_16u_C4R", .call = call_rokiMean_16u_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_16u_AC4R", .call = call_rokiMean_16u_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_32f_C1R", .call = call_rokiMean_32f_C1R, .args = shape_stat_val1_hint_any_args, .nargs = 5, .order = shape_stat_val1_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_32f_C3R", .call = call_rokiMean_32f_C3R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_32f_C4R", .call = call_rokiMean_32f_C4R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
-    {.name = "rokiMean_32f_AC4R", .call = call_rokiMean_32f_AC4R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_8u_C1R", .call = call_rokiSum_8u_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_16s_C1R", .call = call_rokiSum_16s_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_16u_C1R", .call = call_rokiSum_16u_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_8u_C3R", .call = call_rokiSum_8u_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_8u_C4R", .call = call_rokiSum_8u_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_8u_AC4R", .call = call_rokiSum_8u_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_16s_C3R", .call = call_rokiSum_16s_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_16s_C4R", .call = call_rokiSum_16s_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_16s_AC4R", .call = call_rokiSum_16s_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_16u_C3R", .call = call_rokiSum_16u_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_16u_C4R", .call = call_rokiSum_16u_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_16u_AC4R", .call = call_rokiSum_16u_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_32f_C1R", .call = call_rokiSum_32f_C1R, .args = shape_stat_val1_hint_any_args, .nargs = 5, .order = shape_stat_val1_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_32f_C3R", .call = call_rokiSum_32f_C3R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_32f_C4R", .call = call_rokiSum_32f_C4R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiSum_32f_AC4R", .call = call_rokiSum_32f_AC4R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_8u_C1R", .call = call_rokiMean_8u_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_16s_C1R", .call = call_rokiMean_16s_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_16u_C1R", .call = call_rokiMean_16u_C1R, .args = shape_stat_val1_any_args, .nargs = 4, .order = shape_stat_val1_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_8u_C3R", .call = call_rokiMean_8u_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_8u_C4R", .call = call_rokiMean_8u_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_8u_AC4R", .call = call_rokiMean_8u_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U8, .dType = Type::U8, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_16s_C3R", .call = call_rokiMean_16s_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_16s_C4R", .call = call_rokiMean_16s_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_16s_AC4R", .call = call_rokiMean_16s_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::S16, .dType = Type::S16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_16u_C3R", .call = call_rokiMean_16u_C3R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_16u_C4R", .call = call_rokiMean_16u_C4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_16u_AC4R", .call = call_rokiMean_16u_AC4R, .args = shape_stat_valn_any_args, .nargs = 4, .order = shape_stat_valn_any_order, .sType = Type::U16, .dType = Type::U16, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_32f_C1R", .call = call_rokiMean_32f_C1R, .args = shape_stat_val1_hint_any_args, .nargs = 5, .order = shape_stat_val1_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_32f_C3R", .call = call_rokiMean_32f_C3R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_32f_C4R", .call = call_rokiMean_32f_C4R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiMean_32f_AC4R", .call = call_rokiMean_32f_AC4R, .args = shape_stat_valn_hint_any_args, .nargs = 5, .order = shape_stat_valn_hint_any_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 5, .threadsW = 160, .threadsH = 80},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);

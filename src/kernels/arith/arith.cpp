@@ -64,7 +64,7 @@ P divide_scaled(bool negative, U num, U den, int sf, int mode) {
         divisor = den;
         q = num / den;
         r = num % den;
-        for (int left = std::min(-sf, 96); left > 0 && q < kSaturated;) {
+        for (int left = sf < -96 ? 96 : -sf; left > 0 && q < kSaturated;) {
             const int c = std::min(left, 16);
             q = (q << c) + (r << c) / den;
             r = (r << c) % den;
@@ -142,7 +142,7 @@ void integer_scalar(const P* a, const P* b, P* d, int from, int to, int sf) {
             const W x = exact<Op, W>(a[i], b[i]);
             d[i] = clamp_to<P>(W((x + bias + ((x >> sf) & 1)) >> sf));
         }
-    } else if (-sf >= int(8 * sizeof(P)) - std::is_signed_v<P>) {
+    } else if (sf <= std::is_signed_v<P> - int(8 * sizeof(P))) {
         // Every non-zero result saturates: only the sign matters.
         for (int i = from; i < to; ++i) {
             const W x = exact<Op, W>(a[i], b[i]);

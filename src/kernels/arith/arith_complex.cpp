@@ -100,7 +100,7 @@ struct Scale16 {
     explicit Scale16(int s)
         : sf(s),
           count(_mm_cvtsi32_si128(s > 0 ? s : 0)),
-          left(_mm_cvtsi32_si128(s < 0 ? std::min(-s, 16) : 0)),
+          left(_mm_cvtsi32_si128(s < -16 ? 16 : s < 0 ? -s : 0)),
           mask(_mm256_set1_epi32(s > 0 ? int((std::uint32_t(1) << s) - 1) : 0)),
           half(_mm256_set1_epi32(s > 0 ? int(std::uint32_t(1) << (s - 1)) : 0)),
           one(_mm256_set1_epi32(1)),
@@ -227,7 +227,7 @@ struct Scale64 {
         : sf(s),
           count(_mm_cvtsi32_si128(s > 0 ? s : 0)),
           fill(_mm_cvtsi32_si128(s > 0 ? 64 - s : 0)),
-          left(_mm_cvtsi32_si128(s < 0 ? std::min(-s, 32) : 0)),
+          left(_mm_cvtsi32_si128(s < -32 ? 32 : s < 0 ? -s : 0)),
           mask(_mm256_set1_epi64x(s > 0 ? std::int64_t((std::uint64_t(1) << s) - 1) : 0)),
           half(_mm256_set1_epi64x(s > 0 ? std::int64_t(std::uint64_t(1) << (s - 1)) : 0)),
           one(_mm256_set1_epi64x(1)),

@@ -222,7 +222,9 @@ Span scaled_down(const P* a, const P* b, P* d, int n, int sf) {
 // every non-zero value, so larger ones are the same.
 template <ArithOp Op, class P>
 Span scaled_up(const P* a, const P* b, P* d, int n, int sf) {
-    const __m128i count = _mm_cvtsi32_si128(std::min(-sf, 8 * int(sizeof(P))));
+    // Compared before negating: the most negative factor has no positive.
+    const int bits = 8 * int(sizeof(P));
+    const __m128i count = _mm_cvtsi32_si128(sf < -bits ? bits : -sf);
     auto shift = [&](__m256i x) {
         const __m256i s = sll_w<P>(clamp_to_sample<Op, P>(x), count);
         if constexpr (std::is_signed_v<P>) return s;

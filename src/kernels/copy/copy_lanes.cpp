@@ -325,7 +325,7 @@ inline __m256i gather_dwords(const std::uint32_t* s, __m256i acc) {
         return acc;
     } else {
         const __m256i v = _mm256_permutevar8x32_epi32(load32(s + 8 * Q), gather_index<SS, Q>());
-        return gather_dwords<SS, Q + 1>(s, _mm256_blend_epi32(acc, v, gather_bits<SS, Q>()));
+        return gather_dwords<SS, Q + 1>(s, _mm256_blend_epi32(acc, v, (gather_bits<SS, Q>())));
     }
 }
 
@@ -333,7 +333,7 @@ template <int DS, int Q = 0>
 inline void scatter_dwords(__m256i v, std::uint32_t* d) {
     if constexpr (Q < DS) {
         const __m256i placed = _mm256_permutevar8x32_epi32(v, scatter_index<DS, Q>());
-        store32(d + 8 * Q, _mm256_blend_epi32(load32(d + 8 * Q), placed, scatter_bits<DS, Q>()));
+        store32(d + 8 * Q, _mm256_blend_epi32(load32(d + 8 * Q), placed, (scatter_bits<DS, Q>())));
         scatter_dwords<DS, Q + 1>(v, d);
     }
 }
