@@ -249,8 +249,11 @@ long long round_buffer_per_thread(RoundBuf kind, Layout layout, long long area, 
 RokStatus round_buffer_size(RoundBuf kind, Layout layout, RokiSize ks, int roiWidth, int* pSize) {
     if (pSize == nullptr) return rokStatusNullPtr;
     if (ks.width < 1 || ks.height < 1 || roiWidth < 1) return rokStatusBadSize;
-    const long long bytes =
-        round_buffer_per_thread(kind, layout, (long long)ks.width * ks.height, roiWidth) * ownGetNumThreads();
+    // Past 2^28 taps a single thread's share already exceeds 2^31 bytes; the
+    // bound keeps the products below from overflowing.
+    const long long area = (long long)ks.width * ks.height;
+    if (area > (1LL << 28)) return rokStatusBadSize;
+    const long long bytes = round_buffer_per_thread(kind, layout, area, roiWidth) * ownGetNumThreads();
     if (bytes > INT_MAX) return rokStatusBadSize;
     *pSize = int(bytes);
     return rokStatusOk;

@@ -5,6 +5,8 @@
 // out in exact integer or double arithmetic.
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -478,6 +480,9 @@ TEST(Filter, RoundBufferSizesScaleWithThreads) {
     EXPECT_EQ(rokiFilterRoundGetBufSize16s_8u_C1R({3, 5}, 0, &size), rokStatusBadSize);
     EXPECT_EQ(rokiFilterRoundGetBufSize16s_8u_C1R({0, 5}, 10, &size), rokStatusBadSize);
     EXPECT_EQ(rokiFilterRoundGetBufSize16s_8u_C1R({3, 5}, 10, nullptr), rokStatusNullPtr);
+    // Sizes whose products pass 2^63 on the way are refused, not wrapped.
+    EXPECT_EQ(rokiFilterRoundGetBufSize32f_8u_C1R({1 << 30, 1 << 30}, 1 << 30, &size), rokStatusBadSize);
+    EXPECT_EQ(rokiFilterRoundGetBufSize16s_8u_C4R({1 << 15, 1 << 15}, INT_MAX, &size), rokStatusBadSize);
     EXPECT_EQ(size, 77);
     EXPECT_EQ(rokiFilterGetBufSize_64f_C1R({3, 5}, 10, &size), rokStatusOk);
     EXPECT_EQ(size, 0);
