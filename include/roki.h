@@ -1780,6 +1780,193 @@ ROKI_API RokStatus rokiLUT_Cubic_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiS
 ROKI_API RokStatus rokiLUT_Cubic_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
 ROKI_API RokStatus rokiLUT_Cubic_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
 
+/* ---- morph_dilate ---- */
+
+/* Dilate3x3 (maximum) and Erode3x3 (minimum): each destination sample is */
+/* the extremum of the nine source samples of its channel at x-1..x+1, */
+/* y-1..y+1, so the caller provides one valid pixel on every side of the ROI. */
+/* An R call with pSrc == pDst and equal steps runs the in-place form. In */
+/* place, a result row goes back only once no later row reads the row it */
+/* replaces; the result equals the out-of-place one. AC4 leaves the */
+/* destination's alpha samples as they were. Checks (R): null pointers (-8); */
+/* a step below 1 (-14); ROI width or height below 1 (-6); a source step below */
+/* (width + 2) pixels or a destination step below width pixels (-37). The step */
+/* tests come before the size test. In place: null (-8), step below 1 (-14), */
+/* size (-6), step below (width + 2) pixels (-37), scratch (-9). The */
+/* out-of-place forms need no scratch. For float data a NaN in a */
+/* neighbourhood may or may not reach the result, and which zero a tie of +0 */
+/* and -0 gives is not specified; either way the result does not depend on */
+/* the thread count or on the in-place form. */
+ROKI_API RokStatus rokiDilate3x3_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiDilate3x3_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize);
+
+/* 64f: as the other types, with the same step test (source step at least */
+/* (width + 2) x 8 bytes). Out of place, the rows are shared among the */
+/* library's threads for ROIs wider and higher than 63 pixels; results do not */
+/* depend on it. */
+ROKI_API RokStatus rokiDilate3x3_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize roiSize);
+ROKI_API RokStatus rokiErode3x3_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize roiSize);
+
+/* Dilate (maximum) and Erode (minimum) with a mask of maskSize.width x */
+/* maskSize.height bytes stored row after row: destination pixel (x, y) takes */
+/* the extremum, per channel, of the source pixels (x - anchor.x + i, */
+/* y - anchor.y + j) for every entry (i, j) that is non-zero, whatever its */
+/* value. The mask is applied as stored, not flipped. The caller provides */
+/* anchor.x columns left of the ROI, maskSize.width - 1 - anchor.x right, */
+/* anchor.y rows above and maskSize.height - 1 - anchor.y below. Checks (R): */
+/* null pointers, the mask's included (-8); a step below 1 (-14); ROI size */
+/* (-6); mask width or height below 1 (-33); a mask of zeros only (-59); */
+/* anchor outside the mask (-34); a source step below width + maskSize.width */
+/* - 1 pixels or a destination step below width pixels (-37); scratch (-9). */
+/* An R call with pSrc == pDst and equal steps runs the in-place form, whose */
+/* checks are the same. In place, result rows wait in a ring of at most */
+/* anchor.y + 2 rows (rows go in pairs; fewer when the mask's top rows are */
+/* zero) and the result equals the out-of-place one. AC4 leaves the destination's alpha alone. */
+/* Rectangles, crosses and other shapes are split into runs of mask rows that */
+/* whole columns share, so the cost follows the shape's outline rather than */
+/* its area; the plan of a mask of up to 32 entries lives on the stack. The */
+/* calling thread does all the work. Float data: as Dilate3x3. */
+ROKI_API RokStatus rokiDilate_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiDilate_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiErode_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok8u* pMask, RokiSize maskSize, RokiPoint anchor);
+
+/* ---- morph_minmax ---- */
+
+/* FilterMin and FilterMax: each destination sample is the minimum (maximum), */
+/* per channel, of the source block of columns x - anchor.x .. x - anchor.x + */
+/* maskSize.width - 1 and rows y - anchor.y .. y - anchor.y + */
+/* maskSize.height - 1 (the mask as laid, not flipped), so the caller */
+/* provides anchor.x columns left of the ROI, maskSize.width - 1 - anchor.x */
+/* right, anchor.y rows above and maskSize.height - 1 - anchor.y below. */
+/* Checks: null pointers (-8); ROI size (-6); a step below 1 (-14); mask width */
+/* or height below 1 (-33); anchor outside the mask (-34); then a source step */
+/* below width + maskSize.width - 1 pixels or a destination step below width */
+/* pixels (-14); scratch (-9). A 1x1 mask copies the ROI (AC4: channels 0..2). */
+/* pSrc == pDst with equal steps gives the in-place result (the rows wait */
+/* until no later row reads them); other overlaps of the two images are not */
+/* supported. Columns go through running extrema (doubling passes whose count */
+/* grows with the logarithm of the width), rows through van Herk/Gil-Werman */
+/* running extrema for tall masks, so the cost hardly grows with the mask. */
+/* AC4 leaves the destination's alpha alone. Float data: as Dilate3x3. The */
+/* calling thread does all the work. */
+ROKI_API RokStatus rokiFilterMin_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMin_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMax_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+
 /* ---- stats_count ---- */
 
 /* Counts the samples of each channel with lower <= x <= upper (both */

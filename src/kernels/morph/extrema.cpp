@@ -1,0 +1,430 @@
+#include "kernels/morph/extrema.h"
+
+#include <immintrin.h>
+
+#include <cstdint>
+#include <initializer_list>
+#include <utility>
+
+namespace rok::kernels {
+
+namespace {
+
+// One 32-byte register of T and the extremum instructions. The float forms
+// return the first operand where it is strictly better and the second
+// otherwise, which is better(a, b).
+template <class T>
+struct Lanes;
+
+template <>
+struct Lanes<Rok8u> {
+    using V = __m256i;
+    static V load(const Rok8u* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
+    static void storeu(Rok8u* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
+    static V max(V a, V b) { return _mm256_max_epu8(a, b); }
+    static V min(V a, V b) { return _mm256_min_epu8(a, b); }
+};
+
+template <>
+struct Lanes<Rok16u> {
+    using V = __m256i;
+    static V load(const Rok16u* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
+    static void storeu(Rok16u* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
+    static V max(V a, V b) { return _mm256_max_epu16(a, b); }
+    static V min(V a, V b) { return _mm256_min_epu16(a, b); }
+};
+
+template <>
+struct Lanes<Rok16s> {
+    using V = __m256i;
+    static V load(const Rok16s* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
+    static void storeu(Rok16s* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
+    static V max(V a, V b) { return _mm256_max_epi16(a, b); }
+    static V min(V a, V b) { return _mm256_min_epi16(a, b); }
+};
+
+template <>
+struct Lanes<Rok32f> {
+    using V = __m256;
+    static V load(const Rok32f* p) { return _mm256_loadu_ps(p); }
+    static void storeu(Rok32f* p, V v) { _mm256_storeu_ps(p, v); }
+    static V max(V a, V b) { return _mm256_max_ps(a, b); }
+    static V min(V a, V b) { return _mm256_min_ps(a, b); }
+};
+
+template <>
+struct Lanes<Rok64f> {
+    using V = __m256d;
+    static V load(const Rok64f* p) { return _mm256_loadu_pd(p); }
+    static void storeu(Rok64f* p, V v) { _mm256_storeu_pd(p, v); }
+    static V max(V a, V b) { return _mm256_max_pd(a, b); }
+    static V min(V a, V b) { return _mm256_min_pd(a, b); }
+};
+
+template <class T, Extremum E>
+struct Pick : Lanes<T> {
+    using typename Lanes<T>::V;
+    static constexpr int kLanes = 32 / int(sizeof(T));
+    static V best(V a, V b) {
+        if constexpr (E == Extremum::Max)
+            return Lanes<T>::max(a, b);
+        else
+            return Lanes<T>::min(a, b);
+    }
+};
+
+// Moves between the sample types' registers and the byte shuffles.
+inline __m256i bits(__m256i v) { return v; }
+inline __m256i bits(__m256 v) { return _mm256_castps_si256(v); }
+inline __m256i bits(__m256d v) { return _mm256_castpd_si256(v); }
+// Back to the type of `like`.
+inline __m256i as(__m256i v, __m256i) { return v; }
+inline __m256 as(__m256i v, __m256) { return _mm256_castsi256_ps(v); }
+inline __m256d as(__m256i v, __m256d) { return _mm256_castsi256_pd(v); }
+
+// The 32 bytes that start 16 bytes into the 64-byte stream (a, b).
+template <class V>
+V middle(V a, V b) {
+    return as(_mm256_permute2x128_si256(bits(a), bits(b), 0x21), a);
+}
+
+// With m = middle(a, b): the vector one sample of B bytes after a, and the
+// one one sample before b, in the stream (a, b).
+template <int B, class V>
+V one_after(V a, V m) {
+    return as(_mm256_alignr_epi8(bits(m), bits(a), B), a);
+}
+template <int B, class V>
+V one_before(V m, V b) {
+    return as(_mm256_alignr_epi8(bits(b), bits(m), 16 - B), b);
+}
+
+// The vector S bytes into the stream (a, b), 0 < S <= 32.
+template <int S, class V>
+V bytes_into(V a, V b) {
+    if constexpr (S == 32)
+        return b;
+    else if constexpr (S == 16)
+        return middle(a, b);
+    else if constexpr (S < 16)
+        return as(_mm256_alignr_epi8(bits(middle(a, b)), bits(a), S), a);
+    else
+        return as(_mm256_alignr_epi8(bits(b), bits(middle(a, b)), S - 16), a);
+}
+
+// Samples before dst reaches a 32-byte boundary (none when it never can,
+// because dst is not even aligned to its sample size).
+template <class T>
+int head_samples(const T* dst, int n) {
+    const auto addr = reinterpret_cast<std::uintptr_t>(dst);
+    if (addr % sizeof(T) != 0) return 0;
+    const int head = int(((32 - addr % 32) % 32) / sizeof(T));
+    return head < n ? head : n;
+}
+
+// Whether the samples [a, a + na) and [b, b + nb) do not overlap.
+template <class T>
+bool apart(const T* a, int na, const T* b, int nb) {
+    const auto x = reinterpret_cast<std::uintptr_t>(a), y = reinterpret_cast<std::uintptr_t>(b);
+    return x + std::uintptr_t(na) * sizeof(T) <= y || y + std::uintptr_t(nb) * sizeof(T) <= x;
+}
+
+// Runs vector(i) (L outputs from i) over the n outputs of dst, the stores
+// aligned on dst after the first; block(i) does four vectors at once where
+// that saves work. Where a sample computed twice comes out the same
+// (`recompute`: no source overlaps dst except as dst itself), the unaligned
+// head and the short tail are one more vector each, overlapping the body;
+// otherwise they go through scalar(i), one sample at a time.
+template <int L, class T, class Vector, class Block, class Scalar>
+void sweep(const T* dst, int n, bool recompute, Vector&& vector, Block&& block, Scalar&& scalar) {
+    const int head = head_samples(dst, n);
+    int i = 0;
+    const bool overlap = recompute && n >= L;
+    if (overlap && head > 0) {
+        vector(0);
+        i = head;
+    }
+    for (; i < head; ++i) scalar(i);
+    for (; i + 4 * L <= n; i += 4 * L) block(i);
+    for (; i + L <= n; i += L) vector(i);
+    if (overlap && i < n) return vector(n - L);
+    for (; i < n; ++i) scalar(i);
+}
+
+template <int L, class T, class Vector, class Scalar>
+void sweep(const T* dst, int n, bool recompute, Vector&& vector, Scalar&& scalar) {
+    sweep<L>(
+        dst, n, recompute, vector,
+        [&](int i) {
+            for (int k = 0; k < 4; ++k) vector(i + k * L);
+        },
+        scalar);
+}
+
+template <class T, Extremum E>
+T rows_at(const T* const* src, int count, int i) {
+    T acc = src[0][i];
+    for (int k = 1; k < count; ++k) acc = better<E>(acc, src[k][i]);
+    return acc;
+}
+
+template <class T, Extremum E>
+T column_at(const T* r0, const T* r1, const T* r2, int i) {
+    return better<E>(r0[i], better<E>(r1[i], r2[i]));
+}
+
+template <class T, Extremum E>
+T nine_at(const T* r0, const T* r1, const T* r2, int i, int s) {
+    return better<E>(better<E>(column_at<T, E>(r0, r1, r2, i - s), column_at<T, E>(r0, r1, r2, i)),
+                     column_at<T, E>(r0, r1, r2, i + s));
+}
+
+}  // namespace
+
+template <class T, Extremum E>
+void extrema_rows(const T* const* src, int count, T* dst, int n) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes;
+    bool recompute = true;
+    for (int k = 0; k < count; ++k) recompute = recompute && (src[k] == dst || apart(src[k], n, dst, n));
+    auto scalar = [&](int i) { dst[i] = rows_at<T, E>(src, count, i); };
+    switch (count) {
+        case 1:
+            return sweep<L>(dst, n, recompute, [&](int i) { P::storeu(dst + i, P::load(src[0] + i)); }, scalar);
+        case 2: {
+            const T *a = src[0], *b = src[1];
+            return sweep<L>(dst, n, recompute, [&](int i) { P::storeu(dst + i, P::best(P::load(a + i), P::load(b + i))); },
+                            scalar);
+        }
+        case 3: {
+            const T *a = src[0], *b = src[1], *c = src[2];
+            return sweep<L>(
+                dst, n, recompute,
+                [&](int i) { P::storeu(dst + i, P::best(P::best(P::load(a + i), P::load(b + i)), P::load(c + i))); },
+                scalar);
+        }
+        default:
+            // Four registers per pass over the sources, so that each source
+            // pointer is fetched once per four vectors.
+            return sweep<L>(
+                dst, n, recompute,
+                [&](int i) {
+                    V acc = P::load(src[0] + i);
+                    for (int k = 1; k < count; ++k) acc = P::best(acc, P::load(src[k] + i));
+                    P::storeu(dst + i, acc);
+                },
+                [&](int i) {
+                    const T* p = src[0] + i;
+                    V a0 = P::load(p), a1 = P::load(p + L), a2 = P::load(p + 2 * L), a3 = P::load(p + 3 * L);
+                    for (int k = 1; k < count; ++k) {
+                        p = src[k] + i;
+                        a0 = P::best(a0, P::load(p));
+                        a1 = P::best(a1, P::load(p + L));
+                        a2 = P::best(a2, P::load(p + 2 * L));
+                        a3 = P::best(a3, P::load(p + 3 * L));
+                    }
+                    P::storeu(dst + i, a0);
+                    P::storeu(dst + i + L, a1);
+                    P::storeu(dst + i + 2 * L, a2);
+                    P::storeu(dst + i + 3 * L, a3);
+                },
+                scalar);
+    }
+}
+
+template <class T, Extremum E>
+void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, int n0, const T* const* second,
+                         int n1, T* d0, T* d1, int n) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes;
+    auto fold = [](V acc, const T* const* src, int count, int i) {
+        for (int k = 0; k < count; ++k) acc = P::best(acc, P::load(src[k] + i));
+        return acc;
+    };
+    sweep<L>(
+        d0, n, true,
+        [&](int i) {
+            const V mid = fold(P::load(shared[0] + i), shared + 1, ns - 1, i);
+            P::storeu(d0 + i, fold(mid, first, n0, i));
+            P::storeu(d1 + i, fold(mid, second, n1, i));
+        },
+        [&](int i) {
+            // Four registers per pass over the sources, each source pointer
+            // fetched once per four vectors.
+            V m[4], a[4];
+            for (int q = 0; q < 4; ++q) m[q] = P::load(shared[0] + i + q * L);
+            for (int k = 1; k < ns; ++k)
+                for (int q = 0; q < 4; ++q) m[q] = P::best(m[q], P::load(shared[k] + i + q * L));
+            for (int q = 0; q < 4; ++q) a[q] = m[q];
+            for (int k = 0; k < n0; ++k)
+                for (int q = 0; q < 4; ++q) a[q] = P::best(a[q], P::load(first[k] + i + q * L));
+            for (int q = 0; q < 4; ++q) P::storeu(d0 + i + q * L, a[q]);
+            for (int k = 0; k < n1; ++k)
+                for (int q = 0; q < 4; ++q) m[q] = P::best(m[q], P::load(second[k] + i + q * L));
+            for (int q = 0; q < 4; ++q) P::storeu(d1 + i + q * L, m[q]);
+        },
+        [&](int i) {
+            T mid = shared[0][i];
+            for (int k = 1; k < ns; ++k) mid = better<E>(mid, shared[k][i]);
+            T a = mid, b = mid;
+            for (int k = 0; k < n0; ++k) a = better<E>(a, first[k][i]);
+            for (int k = 0; k < n1; ++k) b = better<E>(b, second[k][i]);
+            d0[i] = a;
+            d1[i] = b;
+        });
+}
+
+namespace {
+
+// Level k of the doubling at vector m: best(level k-1 at m, the same
+// 2^(k-1) samples later). Each loop step loads level 0 at vector j and
+// forms level k at vector j - k from level k-1 at j - k and j - k + 1, so
+// every level is formed once per vector; level K at j - K is stored.
+template <class T, Extremum E, int K>
+void doubling_levels(const T* v, T* d, int n) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes, B = int(sizeof(T));
+    const int readable = n + (1 << K) - 1;
+    V last[K + 1] = {};
+    int done = 0;
+    for (int j = 0; (j + 1) * L <= readable && (j - K) * L < n; ++j) {
+        V now[K + 1];
+        now[0] = P::load(v + j * L);
+        [&]<int... k>(std::integer_sequence<int, k...>) {
+            ((now[k + 1] = P::best(last[k], bytes_into<(B << k)>(last[k], now[k]))), ...);
+        }(std::make_integer_sequence<int, K>{});
+        for (int k = 0; k <= K; ++k) last[k] = now[k];
+        if (j >= K && (j - K + 1) * L <= n) {
+            P::storeu(d + (j - K) * L, now[K]);
+            done = (j - K + 1) * L;
+        }
+    }
+    // What the stream could not reach: windows of loads combined in the
+    // same pairs as the stream combines them, so that a sample comes out
+    // the same wherever it lies; the last one ends at n.
+    auto window = [&](int at) {
+        V node[1 << K];
+        for (int t = 0; t < (1 << K); ++t) node[t] = P::load(v + at + t);
+        for (int k = 1; k <= K; ++k)
+            for (int t = 0; t < (1 << K); t += 1 << k) node[t] = P::best(node[t], node[t + (1 << (k - 1))]);
+        P::storeu(d + at, node[0]);
+    };
+    int i = done;
+    if (n >= L) {
+        for (; i + L <= n; i += L) window(i);
+        if (i < n) window(n - L);
+        return;
+    }
+    for (; i < n; ++i) {
+        T node[1 << K];
+        for (int t = 0; t < (1 << K); ++t) node[t] = v[i + t];
+        for (int k = 1; k <= K; ++k)
+            for (int t = 0; t < (1 << K); t += 1 << k) node[t] = better<E>(node[t], node[t + (1 << (k - 1))]);
+        d[i] = node[0];
+    }
+}
+
+}  // namespace
+
+template <class T, Extremum E>
+void extrema_doubling(const T* v, T* d, int n, int levels) {
+    switch (levels) {
+        case 1: return doubling_levels<T, E, 1>(v, d, n);
+        case 2: return doubling_levels<T, E, 2>(v, d, n);
+        default: return doubling_levels<T, E, 3>(v, d, n);
+    }
+}
+
+template <class T, Extremum E>
+void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s) {
+    using P = Pick<T, E>;
+    constexpr int L = P::kLanes;
+    const bool recompute = apart(r0 - s, n + 2 * s, dst, n) && apart(r1 - s, n + 2 * s, dst, n) &&
+                           apart(r2 - s, n + 2 * s, dst, n);
+    auto column = [&](int at) { return P::best(P::load(r0 + at), P::best(P::load(r1 + at), P::load(r2 + at))); };
+    sweep<L>(
+        dst, n, recompute,
+        [&](int i) { P::storeu(dst + i, P::best(P::best(column(i - s), column(i)), column(i + s))); },
+        [&](int i) { dst[i] = nine_at<T, E>(r0, r1, r2, i, s); });
+}
+
+template <class T, Extremum E>
+void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0, T* d1, int n, int s) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes, B = int(sizeof(T));
+    bool recompute = apart(d0, n, d1, n);
+    for (const T* r : {r0, r1, r2, r3}) recompute = recompute && apart(r - s, n + 2 * s, d0, n) && apart(r - s, n + 2 * s, d1, n);
+    auto scalar = [&](int i) {
+        T top[3], bottom[3];
+        for (int d = -1; d <= 1; ++d) {
+            const T mid = better<E>(r1[i + d * s], r2[i + d * s]);
+            top[d + 1] = better<E>(r0[i + d * s], mid);
+            bottom[d + 1] = better<E>(mid, r3[i + d * s]);
+        }
+        d0[i] = better<E>(better<E>(top[0], top[1]), top[2]);
+        d1[i] = better<E>(better<E>(bottom[0], bottom[1]), bottom[2]);
+    };
+    // The column extrema of the two output rows at samples i .. i + L - 1.
+    auto columns = [&](int i, V& top, V& bottom) {
+        const V mid = P::best(P::load(r1 + i), P::load(r2 + i));
+        top = P::best(P::load(r0 + i), mid);
+        bottom = P::best(mid, P::load(r3 + i));
+    };
+    auto by_loads = [&](int i) {
+        V top[3], bottom[3];
+        for (int d = 0; d < 3; ++d) columns(i + (d - 1) * s, top[d], bottom[d]);
+        P::storeu(d0 + i, P::best(P::best(top[0], top[1]), top[2]));
+        P::storeu(d1 + i, P::best(P::best(bottom[0], bottom[1]), bottom[2]));
+    };
+    const int head = head_samples(d0, n);
+    if (s != 1 || !recompute || n < 4 * L) return sweep<L>(d0, n, recompute, by_loads, scalar);
+    // One channel: each column extremum is loaded once and its neighbours
+    // are shifted in from the registers before and after, the stores aligned
+    // on the first destination after one or two vectors that load their
+    // neighbours.
+    by_loads(0);
+    if (head > 0) by_loads(head);
+    int i = head + L;
+    V topPrev, bottomPrev, top, bottom, topNext, bottomNext;
+    columns(i - L, topPrev, bottomPrev);
+    columns(i, top, bottom);
+    V topMid = middle(topPrev, top), bottomMid = middle(bottomPrev, bottom);
+    for (; i + 2 * L <= n; i += L) {
+        columns(i + L, topNext, bottomNext);
+        const V topMidNext = middle(top, topNext), bottomMidNext = middle(bottom, bottomNext);
+        P::storeu(d0 + i, P::best(P::best(one_before<B>(topMid, top), top), one_after<B>(top, topMidNext)));
+        P::storeu(d1 + i, P::best(P::best(one_before<B>(bottomMid, bottom), bottom), one_after<B>(bottom, bottomMidNext)));
+        topPrev = top, top = topNext, topMid = topMidNext;
+        bottomPrev = bottom, bottom = bottomNext, bottomMid = bottomMidNext;
+    }
+    for (; i + L <= n; i += L) by_loads(i);
+    if (i < n) by_loads(n - L);
+}
+
+#define ROK_EXTREMA(T)                                                                                           \
+    template void extrema_rows<T, Extremum::Min>(const T* const*, int, T*, int);                                 \
+    template void extrema_rows<T, Extremum::Max>(const T* const*, int, T*, int);                                 \
+    template void extrema_rows_shared<T, Extremum::Min>(const T* const*, int, const T* const*, int,             \
+                                                        const T* const*, int, T*, T*, int);                      \
+    template void extrema_rows_shared<T, Extremum::Max>(const T* const*, int, const T* const*, int,             \
+                                                        const T* const*, int, T*, T*, int);                      \
+    template void extrema_doubling<T, Extremum::Min>(const T*, T*, int, int);                                    \
+    template void extrema_doubling<T, Extremum::Max>(const T*, T*, int, int);                                    \
+    template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \
+    template void extrema_3x3<T, Extremum::Max>(const T*, const T*, const T*, T*, int, int);                     \
+    template void extrema_3x3_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, T*, T*, int, int); \
+    template void extrema_3x3_pair<T, Extremum::Max>(const T*, const T*, const T*, const T*, T*, T*, int, int);
+
+ROK_EXTREMA(Rok8u)
+ROK_EXTREMA(Rok16u)
+ROK_EXTREMA(Rok16s)
+ROK_EXTREMA(Rok32f)
+ROK_EXTREMA(Rok64f)
+
+#undef ROK_EXTREMA
+
+}  // namespace rok::kernels

@@ -1,0 +1,67 @@
+// Row kernels of the neighbourhood-extrema engine (dilation, erosion, the
+// minimum and maximum filters): the per-sample maximum (or minimum) of several
+// rows, and the fused 3x3 neighbourhood of one or two output rows.
+//
+// Every extremum is formed by the pairwise rule acc = better(acc, x), with
+// better(a, b) = a > b ? a : b for the maximum and a < b ? a : b for the
+// minimum, in a fixed order per kernel. On integers the order is immaterial;
+// on floats it fixes which operand a NaN or a +0/-0 tie gives, the same in
+// the vector lanes (the instructions follow the same rule) as in the scalar
+// head and tail.
+#pragma once
+
+#include "frame/generated/roki_types.h"
+
+namespace rok::kernels {
+
+enum class Extremum { Min, Max };
+
+template <Extremum E, class T>
+inline T better(T a, T b) {
+    if constexpr (E == Extremum::Max)
+        return a > b ? a : b;
+    else
+        return a < b ? a : b;
+}
+
+// dst[i] = better(...better(better(src[0][i], src[1][i]), src[2][i])..., src[count-1][i])
+// for i in 0..n-1, count >= 1 (count 1 copies). dst may be one of the
+// sources, and a source may overlap dst from a later start (the samples go
+// forward); then the head and tail go one sample at a time, otherwise they
+// are vectors that overlap the body.
+template <class T, Extremum E>
+void extrema_rows(const T* const* src, int count, T* dst, int n);
+
+// Two results that share sources: with mid = the extremum of shared[0] ..
+// shared[ns-1] in order (ns >= 1), d0 is mid folded with first[0 .. n0-1]
+// and d1 mid folded with second[0 .. n1-1], each in order (acc =
+// better(acc, x)). The shared sources are read once for both. d0 and d1
+// must not overlap each other or a source.
+template <class T, Extremum E>
+void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, int n0, const T* const* second,
+                         int n1, T* d0, T* d1, int n);
+
+// One channel, a run of 2^levels samples, levels 1 to 3:
+//     d[i] = extremum of v[i .. i + 2^levels - 1], i in 0..n-1,
+// formed by doubling (pairs, then pairs of pairs) with every level held in
+// registers. Reads v[0 .. n + 2^levels - 2]; d must not overlap v.
+template <class T, Extremum E>
+void extrema_doubling(const T* v, T* d, int n, int levels);
+
+// The 3x3 neighbourhood: with col(r, d) = better(r0[i+d], better(r1[i+d], r2[i+d])),
+// dst[i] = better(better(col(-s), col(0)), col(+s)) for i in 0..n-1, where s
+// is the sample distance of horizontal neighbours (the channel count). Reads
+// r*[-s .. n-1+s].
+template <class T, Extremum E>
+void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s);
+
+// Two consecutive output rows at once, the first from r0, r1, r2 and the
+// second from r1, r2, r3: the rows in the middle are combined once for both.
+// Each result equals what extrema_3x3 gives for its three rows only where the
+// samples are integers or ordered floats (a NaN or a signed-zero tie may be
+// resolved differently), so a caller chooses the pairing of rows by their
+// position, never by the thread count or the in-place form.
+template <class T, Extremum E>
+void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0, T* d1, int n, int s);
+
+}  // namespace rok::kernels

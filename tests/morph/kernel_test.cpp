@@ -1,0 +1,186 @@
+// The extrema row kernels against plain scalar extremes: every length 1..70,
+// every destination offset within a vector, the channel distances of C1, C3
+// and C4, rows whose last (or first) byte touches a protected page, and the
+// in-place doubling pass (destination = first source, second source ahead).
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include "guarded.h"
+#include "kernels/morph/extrema.h"
+#include "random.h"
+
+namespace {
+
+using rok::kernels::Extremum;
+using rokt::Guard;
+using rokt::GuardedBuffer;
+
+template <class T>
+T pick(Extremum e, T a, T b) {
+    return e == Extremum::Max ? std::max(a, b) : std::min(a, b);
+}
+
+// A row of n samples in its own guarded buffer, random over the type's range.
+template <class T>
+struct Row {
+    Row(int n, Guard g, std::mt19937& rng) : buf(std::size_t(n) * sizeof(T), g) {
+        for (int i = 0; i < n; ++i) data()[i] = rokt::random_value<T>(rng);
+    }
+    T* data() { return reinterpret_cast<T*>(buf.data()); }
+    GuardedBuffer buf;
+};
+
+template <class T, Extremum E>
+void rows_kernel() {
+    std::mt19937 rng(7);
+    constexpr int kLanes = 32 / int(sizeof(T));
+    for (int count : {1, 2, 3, 5, 9})
+        for (int n = 1; n <= 70; ++n)
+            for (int offset : {0, 1, kLanes - 1}) {
+                const Guard g = (n + offset) % 2 ? Guard::After : Guard::Before;
+                std::vector<std::unique_ptr<Row<T>>> rows;
+                std::vector<const T*> src;
+                for (int k = 0; k < count; ++k) {
+                    rows.push_back(std::make_unique<Row<T>>(n, g, rng));
+                    src.push_back(rows.back()->data());
+                }
+                GuardedBuffer out((std::size_t(n) + offset) * sizeof(T), g);
+                T* dst = reinterpret_cast<T*>(out.data()) + offset;
+                rok::kernels::extrema_rows<T, E>(src.data(), count, dst, n);
+                for (int i = 0; i < n; ++i) {
+                    T want = src[0][i];
+                    for (int k = 1; k < count; ++k) want = pick(E, want, src[std::size_t(k)][i]);
+                    ASSERT_EQ(dst[i], want) << "count " << count << " n " << n << " offset " << offset << " i " << i;
+                }
+            }
+    // Two results over shared sources and sources of their own.
+    for (int ns : {1, 3})
+        for (int own : {0, 1, 2})
+            for (int n = 1; n <= 70; ++n) {
+                const int other = own == 2 ? 1 : own;  // the second result's own sources
+                std::vector<std::unique_ptr<Row<T>>> rows;
+                std::vector<const T*> src;
+                for (int k = 0; k < ns + own + other; ++k) {
+                    rows.push_back(std::make_unique<Row<T>>(n, n % 2 ? Guard::After : Guard::Before, rng));
+                    src.push_back(rows.back()->data());
+                }
+                GuardedBuffer out0(std::size_t(n + 1) * sizeof(T), Guard::After), out1(std::size_t(n) * sizeof(T), Guard::Before);
+                T* d0 = reinterpret_cast<T*>(out0.data()) + 1;
+                T* d1 = reinterpret_cast<T*>(out1.data());
+                const T* const* shared = src.data();
+                const T* const* first = shared + ns;
+                const T* const* second = first + own;
+                rok::kernels::extrema_rows_shared<T, E>(shared, ns, first, own, second, other, d0, d1, n);
+                for (int i = 0; i < n; ++i) {
+                    T mid = shared[0][i];
+                    for (int k = 1; k < ns; ++k) mid = pick(E, mid, shared[k][i]);
+                    T a = mid, b = mid;
+                    for (int k = 0; k < own; ++k) a = pick(E, a, first[k][i]);
+                    for (int k = 0; k < other; ++k) b = pick(E, b, second[k][i]);
+                    ASSERT_EQ(d0[i], a) << "shared " << ns << " own " << own << " n " << n << " i " << i;
+                    ASSERT_EQ(d1[i], b) << "shared " << ns << " own " << own << " n " << n << " i " << i;
+                }
+            }
+    // In place, the second source d samples ahead: the doubling pass.
+    for (int d : {1, 3, 4, 8, 33})
+        for (int n = 1; n <= 70; ++n) {
+            Row<T> row(n + d, Guard::After, rng);
+            const std::vector<T> before(row.data(), row.data() + n + d);
+            const T* src[2] = {row.data(), row.data() + d};
+            rok::kernels::extrema_rows<T, E>(src, 2, row.data(), n);
+            for (int i = 0; i < n; ++i)
+                ASSERT_EQ(row.data()[i], pick(E, before[std::size_t(i)], before[std::size_t(i + d)]))
+                    << "in place, distance " << d << " n " << n << " i " << i;
+            for (int i = n; i < n + d; ++i) ASSERT_EQ(row.data()[i], before[std::size_t(i)]);
+        }
+}
+
+// Lengths 1..70 and past three vectors of bytes, where one channel's
+// samples stream through the registers.
+std::vector<int> lengths() {
+    std::vector<int> n;
+    for (int i = 1; i <= 70; ++i) n.push_back(i);
+    for (int i : {95, 96, 97, 100, 127, 128, 129, 161, 200, 257}) n.push_back(i);
+    return n;
+}
+
+template <class T, Extremum E>
+void doubling_kernel() {
+    std::mt19937 rng(13);
+    for (int levels = 1; levels <= 3; ++levels)
+        for (int n : lengths()) {
+            const int span = 1 << levels;
+            Row<T> v(n + span - 1, n % 2 ? Guard::After : Guard::Before, rng);
+            GuardedBuffer out(std::size_t(n) * sizeof(T), n % 2 ? Guard::Before : Guard::After);
+            T* d = reinterpret_cast<T*>(out.data());
+            rok::kernels::extrema_doubling<T, E>(v.data(), d, n, levels);
+            for (int i = 0; i < n; ++i) {
+                T want = v.data()[i];
+                for (int t = 1; t < span; ++t) want = pick(E, want, v.data()[i + t]);
+                ASSERT_EQ(d[i], want) << "doubling, levels " << levels << " n " << n << " i " << i;
+            }
+        }
+}
+
+template <class T>
+T nine(Extremum e, const T* const* r, int i, int s) {
+    T v = r[0][i - s];
+    for (int k = 0; k < 3; ++k)
+        for (int d = -1; d <= 1; ++d) v = pick(e, v, r[k][i + d * s]);
+    return v;
+}
+
+template <class T, Extremum E>
+void square_kernels() {
+    std::mt19937 rng(11);
+    constexpr int kLanes = 32 / int(sizeof(T));
+    for (int s : {1, 3, 4})
+        for (int n : lengths()) {
+            const int samples = n * s;
+            for (int offset : {0, 1, kLanes / 2}) {
+                const Guard g = (n + offset) % 2 ? Guard::After : Guard::Before;
+                std::vector<std::unique_ptr<Row<T>>> rows;
+                const T* r[4];
+                for (int k = 0; k < 4; ++k) {
+                    rows.push_back(std::make_unique<Row<T>>(samples + 2 * s, g, rng));
+                    r[k] = rows.back()->data() + s;
+                }
+                GuardedBuffer out0((std::size_t(samples) + offset) * sizeof(T), g);
+                GuardedBuffer out1((std::size_t(samples) + 1) * sizeof(T), g);
+                T* d0 = reinterpret_cast<T*>(out0.data()) + offset;
+                T* d1 = reinterpret_cast<T*>(out1.data()) + 1;
+                rok::kernels::extrema_3x3<T, E>(r[0], r[1], r[2], d0, samples, s);
+                for (int i = 0; i < samples; ++i)
+                    ASSERT_EQ(d0[i], nine(E, r, i, s)) << "single, distance " << s << " n " << n << " i " << i;
+                rok::kernels::extrema_3x3_pair<T, E>(r[0], r[1], r[2], r[3], d0, d1, samples, s);
+                for (int i = 0; i < samples; ++i) {
+                    ASSERT_EQ(d0[i], nine(E, r, i, s)) << "pair top, distance " << s << " n " << n << " i " << i;
+                    ASSERT_EQ(d1[i], nine(E, r + 1, i, s)) << "pair bottom, distance " << s << " n " << n << " i " << i;
+                }
+            }
+        }
+}
+
+template <class T>
+void both() {
+    rows_kernel<T, Extremum::Min>();
+    rows_kernel<T, Extremum::Max>();
+    square_kernels<T, Extremum::Min>();
+    square_kernels<T, Extremum::Max>();
+    doubling_kernel<T, Extremum::Min>();
+    doubling_kernel<T, Extremum::Max>();
+}
+
+TEST(ExtremaKernels, EveryTypeLengthOffsetAndDistance) {
+    both<Rok8u>();
+    both<Rok16u>();
+    both<Rok16s>();
+    both<Rok32f>();
+    both<Rok64f>();
+}
+
+}  // namespace
