@@ -44,6 +44,8 @@ rand(a,b), a whole number drawn from a..b):
         bad: the status for a width or height of 0 or -1 (default -6;
         'none': not probed).
     size NAME w=EXPR h=EXPR [bad=STATUS]
+    rect NAME x=EXPR y=EXPR w=EXPR h=EXPR [bad=STATUS]
+                                      a RokiRect; bad: probed with a width or height of 0 and -1
     int NAME v=EXPR [bad=STATUS]      bad: probed with 0 and -1 like a size
     real NAME v=EXPR
     point NAME x=EXPR y=EXPR
@@ -63,7 +65,7 @@ stated, or generation fails.
 """
 import re
 
-ROLE_KEYS = ("image", "planes", "tables", "array", "out", "buffer", "roi", "size", "int", "real", "point", "value",
+ROLE_KEYS = ("image", "planes", "tables", "array", "out", "buffer", "roi", "size", "rect", "int", "real", "point", "value",
              "record", "made", "let", "threads", "accept", "contract")
 
 C_SIZES = {
@@ -213,6 +215,9 @@ def infer_roles(shape_name, params, lines):
             elif key == "size":
                 f = parse_fields(fields)
                 roles[p.name] = Role("size", p, w=f["w"], h=f["h"], bad=f.get("bad"))
+            elif key == "rect":
+                f = parse_fields(fields)
+                roles[p.name] = Role("rect", p, x=f["x"], y=f["y"], w=f["w"], h=f["h"], bad=f.get("bad"))
             elif key == "int":
                 f = parse_fields(fields)
                 roles[p.name] = Role("int", p, v=f["v"], bad=f.get("bad"))
@@ -268,6 +273,8 @@ def cpp_expr(expr, params, roles, wide=True):
                 return f"c.wsize({i})" if wide else f"c.size({i})"
             if kind == "point":
                 return f"c.wpoint({i})" if wide else f"c.point({i})"
+            if kind == "rect":
+                return f"c.wrect({i})" if wide else f"c.rect({i})"
             if kind in ("int", "step"):
                 return f"c.wint({i})" if wide else f"c.integer({i})"
             if kind == "real":
@@ -292,7 +299,7 @@ def order(params, roles):
         parts = [getattr(r, a, None) for a in ("v", "w", "h", "x", "y")]
         exprs[r.param.name] = [e for e in parts if isinstance(e, str)]
     done, seq = set(), []
-    pending = [r for r in roles if r.kind in ("roi", "size", "int", "real", "point", "value")]
+    pending = [r for r in roles if r.kind in ("roi", "size", "rect", "int", "real", "point", "value")]
     while pending:
         progressed = False
         for r in list(pending):
@@ -326,7 +333,7 @@ def layout_channels(layout):
 
 KIND_CPP = {"image": "Image", "planes": "Planes", "array": "Array", "out": "Out", "buffer": "Buffer", "roi": "Roi",
             "size": "Size", "int": "Int", "real": "Real", "point": "Point", "value": "Value", "step": "Step",
-            "record": "Record", "made": "Made"}
+            "record": "Record", "made": "Made", "rect": "Rect"}
 
 
 TYPE_CODES = {
@@ -388,6 +395,13 @@ def shape_descriptor(ident, params, roles, seq):
             elif fill:
                 lo, hi = fill.split("..")
                 f.append(f".fill = Fill::Range, .lo = {lo}, .hi = {hi}")
+        elif r.kind == "rect":
+            f.append(f".size = +[]([[maybe_unused]] Call& c) -> WideSize {{ return WideSize{{{cpp_expr(r.w, params, roles)}, "
+                     f"{cpp_expr(r.h, params, roles)}}}; }}")
+            f.append(f".value = {_lambda(r.x, params, roles)}")
+            f.append(f".value2 = {_lambda(r.y, params, roles)}")
+            if r.bad and r.bad != "none":
+                f.append(f".bad = {r.bad}")
         elif r.kind in ("roi", "size", "int"):
             if r.kind == "roi" and r.square:
                 f.append(".square = true")
@@ -456,6 +470,8 @@ def thunk_arg(p, role):
         return f"c.size({i})"
     if p.base == "RokiPoint":
         return f"c.point({i})"
+    if p.base == "RokiRect":
+        return f"c.rect({i})"
     if p.base in ("Rok32f", "Rok64f", "float", "double"):
         return f"number_as<{p.base}>(c.real({i}))"
     return f"c.integer({i})"

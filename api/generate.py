@@ -20,7 +20,7 @@ Shapes (api/shapes/*.txt, each shape defined once) have section headers
 Keys: ret (default RokStatus), args, call (default $impl($args)),
 null (status expected when a pointer argument is null; 'none' skips the
 contract suite), and the argument roles of the contract suite (see
-api/contract.py: image, planes, array, out, buffer, roi, size, int, real,
+api/contract.py: image, planes, array, out, buffer, roi, size, rect, int, real,
 point, value, threads, contract).
 Placeholders: $s source type, $d destination type, $L layout enumerator,
 $nc channels a constant array holds, $impl, $args (argument names).

@@ -110,6 +110,7 @@ enum {
     rokStatusLnNegArg = 8, /* warning: the logarithm of a negative value occurred */
     rokStatusNoIntersection = 29, /* warning: the source region lies outside the image; nothing was done */
     rokStatusWrongIntersectQuad = 30, /* warning: the transformed quadrangle misses the destination; nothing was done */
+    rokStatusEvenMedianWeight = 39, /* warning: an even centre weight was reduced by one */
     rokStatusSizeExceedsSpec = 48 /* warning: the destination exceeds the specified size; only the part inside was written */
 };
 
@@ -1491,6 +1492,136 @@ ROKI_API RokStatus rokiFilter_Round32f_16u_C3R(const Rok16u* pSrc, int srcStep, 
 ROKI_API RokStatus rokiFilter_Round32f_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
 ROKI_API RokStatus rokiFilter_Round32f_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, const Rok32f* pKernel, RokiSize kernelSize, RokiPoint anchor, int roundMode, Rok8u* pBuffer);
 
+/* ---- filter_median ---- */
+
+/* Replaces each sample by the median of its channel over an mw x mh */
+/* neighbourhood: destination pixel (x, y) takes the source pixels of columns */
+/* x - anchor.x .. x - anchor.x + mw - 1 and rows y - anchor.y .. */
+/* y - anchor.y + mh - 1 (the mask as stored, not flipped), so the caller */
+/* provides anchor.x columns left of the ROI, mw - 1 - anchor.x right of it, */
+/* anchor.y rows above and mh - 1 - anchor.y below. The median is the value */
+/* of rank (mw * mh) / 2 + 1 in ascending order. Checks: null pointers (-8); */
+/* ROI width or height below 1 (-6); a step below 1 (-14); mask width or */
+/* height below 1 or even, or a mask of more than 2^31 - 1 samples (-33); */
+/* anchor outside the mask (-34). A 1 x 1 mask copies the ROI; 3 x 3 and */
+/* 5 x 5 masks use comparator networks on whole registers, 3 x 1, 5 x 1, */
+/* 1 x 3 and 1 x 5 the kernels of rokiFilterMedianHoriz/Vert; other 8u masks */
+/* use column histograms at a cost per pixel that does not grow with the */
+/* mask (about 256 KB of scratch per thread), other 16-bit masks a sliding */
+/* three-level histogram (280 KB per channel); the scratch comes from */
+/* rokMalloc (-9 if it fails). AC4 leaves the destination alpha untouched. */
+/* The 8u C4 member divides its rows among threads for ROIs of 16384 pixels */
+/* or more; results do not depend on it. */
+ROKI_API RokStatus rokiFilterMedian_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+ROKI_API RokStatus rokiFilterMedian_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor);
+
+/* Float data: as above, with samples ranked in IEEE totalOrder */
+/* (-NaN < -inf < ... < -0 < +0 < ... < +inf < +NaN), so the result is one of */
+/* the neighbourhood's samples bit for bit. pBuffer (any alignment) holds at */
+/* least the bytes that rokiFilterMedianGetBufferSize_32f/_64f report for the */
+/* mask (the 64f size under the thread count in force at the call); a null */
+/* pBuffer is -8 with the image pointers. Masks other than the fixed shapes */
+/* gather each neighbourhood into it and select the median. The 64f member */
+/* divides its rows among threads (one slice of pBuffer each) for ROIs of */
+/* 16384 pixels or more. */
+ROKI_API RokStatus rokiFilterMedian_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+ROKI_API RokStatus rokiFilterMedian_64f_C1R(const Rok64f* pSrc, int srcStep, Rok64f* pDst, int dstStep, RokiSize dstRoiSize, RokiSize maskSize, RokiPoint anchor, Rok8u* pBuffer);
+
+/* Bytes of pBuffer for rokiFilterMedian_32f (mw * mh * 4) and _64f */
+/* (((mw * mh * 136 + 144) rounded down to a multiple of 16) times the */
+/* current thread count). Checks: null pBufferSize (-8); ROI width or height */
+/* below 1 (-6); mask width or height below 1 or even (-33); nChannels not */
+/* 1, 3 or 4 (-53); a size beyond 2^31 - 1 bytes (-33). */
+ROKI_API RokStatus rokiFilterMedianGetBufferSize_32f(RokiSize roiSize, RokiSize maskSize, int nChannels, int* pBufferSize);
+ROKI_API RokStatus rokiFilterMedianGetBufferSize_64f(RokiSize roiSize, RokiSize maskSize, int nChannels, int* pBufferSize);
+
+/* Median of 3 or 5 samples along the row (mask 31: 3 x 1, 51: 5 x 1) */
+/* centred on each pixel, per channel; one or two pixels of border are read */
+/* left and right of the ROI. Checks: null pointers (-8); ROI size (-6); a */
+/* step below 1 (-14); another mask code (-33). AC4 leaves alpha untouched. */
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianHoriz_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* As rokiFilterMedianHoriz down the column: mask 13 (1 x 3) or 15 (1 x 5), */
+/* one or two rows of border above and below the ROI. */
+ROKI_API RokStatus rokiFilterMedianVert_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianVert_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* Median of the plus shape centred on each pixel, per channel: mask 33 takes */
+/* the pixel and its four direct neighbours (5 samples), mask 55 the pixel */
+/* and two neighbours in each of the four directions (9 samples). Checks as */
+/* rokiFilterMedianHoriz. */
+ROKI_API RokStatus rokiFilterMedianCross_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianCross_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* Vector median of the 3 x 3 (mask 33) or 5 x 5 (mask 55) colour pixels */
+/* centred on each pixel: the neighbourhood pixel whose L1 distances */
+/* (|dR| + |dG| + |dB|) to all the others sum least is written whole, so the */
+/* output is always one of the neighbourhood's pixels; of equal sums the */
+/* first in row-major order (top row first, left to right) wins. 8u and 16s */
+/* sums are exact; 32f distances are summed in double in row-major order, */
+/* and a pixel whose sum is NaN is written only when every sum is NaN (then */
+/* the top-left pixel). Checks as rokiFilterMedianHoriz. AC4 leaves alpha */
+/* untouched. */
+ROKI_API RokStatus rokiFilterMedianColor_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+ROKI_API RokStatus rokiFilterMedianColor_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize dstRoiSize, int mask);
+
+/* 3 x 3 median with the centre sample counted `weight` times beside its */
+/* eight neighbours (the median of 8 + weight values). An even weight is */
+/* reduced by one and the call returns rokStatusEvenMedianWeight (39) after */
+/* doing the work; weight 1 is the plain 3 x 3 median, and 9 or more copies */
+/* the source, since the centre then always wins. Checks: null pointers (-8); */
+/* ROI size (-6); a step below 1 (-14); weight below 1 (-211). */
+ROKI_API RokStatus rokiFilterMedianWeightedCenter3x3_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize, int weight);
+
+/* Per pixel, the middle value of the samples at the same position of the */
+/* three source planes (which share srcStep). Checks: a null plane array, */
+/* plane or destination (-8); ROI size (-6); a step below 1 (-14). */
+ROKI_API RokStatus rokiMedian_8u_P3C1R(const Rok8u* const pSrc[3], int srcStep, Rok8u* pDst, int dstStep, RokiSize dstRoiSize);
+
 /* ---- filter_rowcol ---- */
 
 /* The two-dimensional filter with a kernel of kernelSize x 1 (row) or 1 x */
@@ -1608,6 +1739,126 @@ ROKI_API Rok32fc* rokiMalloc_32fc_AC4(int widthPixels, int heightPixels, int* pS
 
 /* Releases an image from any rokiMalloc_* function; null is accepted. */
 ROKI_API void rokiFree(void* ptr);
+
+/* ---- geometry_resize ---- */
+
+/* Scales the rectangle srcRoi of the source image into the rectangle dstRoi */
+/* of the destination image: a source point at pixel-edge coordinate s lands */
+/* on d = s * factor + shift, horizontally and vertically. pSrc and pDst */
+/* address pixel (0, 0) of their images (planar forms: arrays of plane */
+/* pointers sharing one step); the rectangles are in image coordinates. */
+/* Checks, in this order: a null pSrc, pDst or pBuffer, or a null plane */
+/* pointer (-8); srcSize, srcRoi or dstRoi with a width or height below 1 or a */
+/* negative x or y (-6); a factor that is not a finite number above 0 or */
+/* whose reciprocal overflows (-23); an interpolation outside the eight */
+/* methods or with two edge flags (-22); */
+/* super-sampling with a factor above 1 (-23). Then, writing nothing: a */
+/* srcRoi that starts outside the image gives warning 29, and one whose */
+/* mapping covers no pixel of dstRoi (or a shift that is not finite) gives */
+/* warning 1. Only after that: a step below 1 (-14), and a region reaching */
+/* 2^31 in destination coordinates (-6). */
+/* The source rectangle is cut to the image, mapped, and cut to dstRoi in */
+/* double precision; the pixels written are those whose centres it covers */
+/* (a bound within 1e-10 of a centre takes that pixel at either end), or, */
+/* with an edge flag, those it covers entirely, plus the edge pixels below. */
+/* Sources narrower or lower than 6 pixels resize Lanczos as cubic, below 4 */
+/* pixels every cubic and Lanczos method as bilinear (decided on srcSize). */
+/* Pixel (dx, dy) samples the source at x = (dx + 0.5) / xFactor - xShift / */
+/* xFactor - 0.5 (centres on integers), likewise y, separably, rows first: */
+/* fraction t of x as a 32-bit float; bilinear a + (b - a) * t; cubic */
+/* methods (4 Lagrange, 5 B-spline, 6 Catmull-Rom, 7 B = 1/2, C = 3/10) four */
+/* taps from floor(x) - 1 with weights K(|k - t|) evaluated in double and */
+/* stored as floats; Lanczos six taps from floor(x) - 2 read from a table of */
+/* L(i/100) with linear interpolation, divided by their sum. The 64f members */
+/* keep fractions, weights and intermediates in double. B-spline and method */
+/* 7 smooth: even at factor 1 they blend each pixel with its neighbours. Nearest */
+/* neighbour takes the closer pixel, the lower one on a tie (a 2:1 reduction */
+/* keeps the even pixels). Super-sampling (reduction only) averages the */
+/* covered source area, each pixel weighted by its covered part. Taps outside */
+/* the cut source rectangle read its nearest edge pixel; no other source */
+/* pixel is read. Intermediates are 32-bit floats (64f: double); integer */
+/* results are rounded to nearest, ties to even, and saturated. AC4 leaves */
+/* the destination's alpha as it was. */
+/* rokEdgeSmooth: the pixels the mapped rectangle covers only in part */
+/* (a one-pixel frame round the covered ones, inside dstRoi) become */
+/* v * c + old * (1 - c), v the value interpolated at the pixel, old what the */
+/* destination held and c the covered fraction (row part times column part). */
+/* rokEdgeSubpixel: those pixels become v * c, the source's share of them. */
+/* rokAntiAlias: each axis that shrinks uses the method's kernel stretched */
+/* by the reduction (support radius 1 bilinear, 2 cubic, 3 Lanczos, times */
+/* 1/factor) over every source pixel in reach, weights divided by their sum, */
+/* the weight of pixels beyond the rectangle added to its edge pixel; an */
+/* axis that grows is resized as without the flag. Nearest neighbour and */
+/* super-sampling ignore the flag. */
+/* pBuffer: at least what rokiResizeGetBufSize (64f: _64f) reports for the */
+/* same srcRoi, dstRoi and interpolation, with nChannel 1 for C1, 3 for C3 */
+/* and 4 for C4 and AC4 (the planar forms need only the size for one */
+/* channel), asked with the thread count of the call: thread k works in the */
+/* slice that starts k serial sizes into it. Nothing is allocated. Regions of */
+/* at least 64 x 64 pixels are divided among threads in bands of rows; */
+/* results do not depend on the thread count. */
+ROKI_API RokStatus rokiResizeSqrPixel_8u_C1R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_8u_C3R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_8u_C4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_8u_AC4R(const Rok8u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16u_C1R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16u_C3R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16u_C4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16u_AC4R(const Rok16u* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16s_C1R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16s* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16s_C3R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16s* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16s_C4R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16s* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16s_AC4R(const Rok16s* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16s* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_32f_C1R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_32f_C3R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_32f_C4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_32f_AC4R(const Rok32f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_64f_C1R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_64f_C3R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_64f_C4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_64f_AC4R(const Rok64f* pSrc, RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* pDst, int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_8u_P3R(const Rok8u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[3], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16u_P3R(const Rok16u* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[3], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16s_P3R(const Rok16s* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16s* const pDst[3], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_32f_P3R(const Rok32f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[3], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_64f_P3R(const Rok64f* const pSrc[3], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[3], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_8u_P4R(const Rok8u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok8u* const pDst[4], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16u_P4R(const Rok16u* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16u* const pDst[4], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_16s_P4R(const Rok16s* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok16s* const pDst[4], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_32f_P4R(const Rok32f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok32f* const pDst[4], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+ROKI_API RokStatus rokiResizeSqrPixel_64f_P4R(const Rok64f* const pSrc[4], RokiSize srcSize, int srcStep, RokiRect srcRoi, Rok64f* const pDst[4], int dstStep, RokiRect dstRoi, double xFactor, double yFactor, double xShift, double yShift, int interpolation, Rok8u* pBuffer);
+
+/* The destination rectangle that srcRoi lands on (not cut to any image): */
+/* the pixels whose centres it covers, trunc(edge + 0.4999999999) on the left */
+/* and top and trunc(edge + 0.5000000001) on the right and bottom; with */
+/* rokEdgeSmooth or rokEdgeSubpixel every pixel it touches, floor(edge + */
+/* 1e-10) and ceil(edge - 1e-10), the left at least 0. Then top, right and */
+/* bottom are raised to 0 (left is not). Checks: null pDstRect (-8); srcRoi */
+/* with a negative x or y or a width or height below 1 (-6); a factor as in */
+/* rokiResizeSqrPixel (-23); interpolation as rokiResizeSqrPixel */
+/* (-22). An empty rectangle, or a shift that is not finite, gives warning 1 */
+/* and leaves *pDstRect as it was; a rectangle beyond 32-bit fields gives -6. */
+ROKI_API RokStatus rokiGetResizeRect(RokiRect srcRoi, RokiRect* pDstRect, double xFactor, double yFactor, double xShift, double yShift, int interpolation);
+
+/* Work-buffer size of rokiResizeSqrPixel in bytes, with W x H = dstRoi's */
+/* size and n = nChannel. Per thread S + 32 bytes, S being: nearest */
+/* (ceil(W/16) + ceil(H/16)) * 64 = base; bilinear base + (r64(W) + r64(H)) * */
+/* 4 + ((8W + 508) & ~255) * n; cubic methods base + ((4W + 127) / 32) * 128 + */
+/* (r32(W) + r32(H)) * 4 + ((16H + 508) & ~127) + ((4W + 255) / 64) * 256 * n; */
+/* Lanczos base + (r32(W) + r32(H)) * 4 + 4L + ((6H + 191) / 32) * 128 + 4Ln */
+/* with L = (6W + 191) & ~31; super-sampling ceil(srcRoi.width / 16) * 128 * */
+/* n (rK rounds up to a multiple of K). With rokAntiAlias (support radius R, */
+/* as in rokiResizeSqrPixel): 3 * ceil(W/16) * 64 + ceil(T/16) * 64 + (2R + */
+/* 2) * r16(W) * 4 * n with T = max(2R * W, (2R + 2) * srcRoi.width). The _64f */
+/* size doubles every term but the index tables (base, and the 3 * ceil(W/16) */
+/* * 64 of the anti-aliasing engine): its intermediates are doubles. The */
+/* result is the per-thread size times min(floor((2^31 - 1) / (S + 32)), */
+/* current thread count). Checks: null pBufSize (-8); srcRoi or dstRoi with a */
+/* negative x or y or a width or height below 1 (-6); nChannel not 1, 3 or 4 */
+/* (-53); interpolation as rokiResizeSqrPixel (-22); S + 32 beyond 2^31 - 1 */
+/* writes 0 and gives -6. */
+ROKI_API RokStatus rokiResizeGetBufSize(RokiRect srcRoi, RokiRect dstRoi, Rok32u nChannel, int interpolation, int* pBufSize);
+ROKI_API RokStatus rokiResizeGetBufSize_64f(RokiRect srcRoi, RokiRect dstRoi, Rok32u nChannel, int interpolation, int* pBufSize);
 
 /* ---- lut_palette ---- */
 

@@ -18,6 +18,7 @@ enum class Kind : unsigned char {
     Image, Planes, Array, Out, Buffer, Roi, Size, Int, Real, Point, Value, Step,
     Record,  // a specification or state record the suite makes for the call
     Made,    // where the call writes a record it makes
+    Rect,    // a RokiRect: x and y from value and value2, width and height from size
 };
 enum class Dir : unsigned char { In, Out, InOut };
 enum class Fill : unsigned char { Random, Range, Rising };
@@ -56,6 +57,9 @@ struct WideSize {
 };
 struct WidePoint {
     long long x, y;
+};
+struct WideRect {
+    long long x, y, width, height;
 };
 
 struct Call;
@@ -130,6 +134,7 @@ struct Call {
         int i;
         RokiSize s;
         RokiPoint pt;
+        RokiRect r;
         double f;
         unsigned char raw[16];
     };
@@ -142,9 +147,11 @@ struct Call {
     int integer(int i) const { return slot[i].i; }
     RokiSize size(int i) const { return slot[i].s; }
     RokiPoint point(int i) const { return slot[i].pt; }
+    RokiRect rect(int i) const { return slot[i].r; }
     double real(int i) const { return slot[i].f; }
     WideSize wsize(int i) const { return {slot[i].s.width, slot[i].s.height}; }
     WidePoint wpoint(int i) const { return {slot[i].pt.x, slot[i].pt.y}; }
+    WideRect wrect(int i) const { return {slot[i].r.x, slot[i].r.y, slot[i].r.width, slot[i].r.height}; }
     long long wint(int i) const { return slot[i].i; }
     long long rand(long long lo, long long hi) {
         return lo >= hi ? lo : std::uniform_int_distribution<long long>(lo, hi)(rng);

@@ -132,6 +132,13 @@ void Trial::draw_scalars(const Plan& plan) {
                 fits = narrow(x, s.pt.x) && narrow(a.value2(call_), s.pt.y);
                 break;
             }
+            case Kind::Rect: {
+                const long long x = a.value(call_), y = a.value2(call_);
+                const WideSize w = a.size(call_);
+                fits = narrow(x, s.r.x) && narrow(y, s.r.y) && narrow(w.width, s.r.width) &&
+                       narrow(w.height, s.r.height);
+                break;
+            }
             case Kind::Value:
                 if (a.real) {
                     s.f = a.real(call_);
@@ -323,6 +330,8 @@ void Trial::set_size_part(int arg, int part, int value) {
     Call::Slot& s = call_.slot[arg];
     if (e_.args[arg].kind == Kind::Int) {
         s.i = value;
+    } else if (e_.args[arg].kind == Kind::Rect) {
+        (part == 0 ? s.r.width : s.r.height) = value;
     } else if (part == 0) {
         s.s.width = value;
     } else {

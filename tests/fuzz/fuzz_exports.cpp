@@ -85,6 +85,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                 case Kind::Size: s.s = RokiSize{in.wild_int(), in.wild_int()}; break;
                 case Kind::Int: s.i = in.wild_int(); break;
                 case Kind::Point: s.pt = RokiPoint{in.wild_int(), in.wild_int()}; break;
+                case Kind::Rect: s.r = RokiRect{in.wild_int(), in.wild_int(), in.wild_int(), in.wild_int()}; break;
                 case Kind::Real: s.f = in.wild_real(); break;
                 case Kind::Value:
                     c.numeric[arg] = in.bit();

@@ -93,6 +93,7 @@ enum {
     rokStatusLnNegArg = 8, /* warning: the logarithm of a negative value occurred */
     rokStatusNoIntersection = 29, /* warning: the source region lies outside the image; nothing was done */
     rokStatusWrongIntersectQuad = 30, /* warning: the transformed quadrangle misses the destination; nothing was done */
+    rokStatusEvenMedianWeight = 39, /* warning: an even centre weight was reduced by one */
     rokStatusSizeExceedsSpec = 48 /* warning: the destination exceeds the specified size; only the part inside was written */
 };
 

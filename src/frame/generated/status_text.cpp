@@ -57,6 +57,7 @@ const StatusName status_names[] = {
     {rokStatusLnNegArg, "rokStatusLnNegArg"},
     {rokStatusNoIntersection, "rokStatusNoIntersection"},
     {rokStatusWrongIntersectQuad, "rokStatusWrongIntersectQuad"},
+    {rokStatusEvenMedianWeight, "rokStatusEvenMedianWeight"},
     {rokStatusSizeExceedsSpec, "rokStatusSizeExceedsSpec"},
 };
 const int status_count = int(sizeof status_names / sizeof status_names[0]);
@@ -117,6 +118,7 @@ extern "C" ROKI_API const char* rokGetStatusString(RokStatus status) {
         case rokStatusLnNegArg: return "rokStatusLnNegArg: warning: the logarithm of a negative value occurred";
         case rokStatusNoIntersection: return "rokStatusNoIntersection: warning: the source region lies outside the image; nothing was done";
         case rokStatusWrongIntersectQuad: return "rokStatusWrongIntersectQuad: warning: the transformed quadrangle misses the destination; nothing was done";
+        case rokStatusEvenMedianWeight: return "rokStatusEvenMedianWeight: warning: an even centre weight was reduced by one";
         case rokStatusSizeExceedsSpec: return "rokStatusSizeExceedsSpec: warning: the destination exceeds the specified size; only the part inside was written";
         default: return "rokStatusUnknown: not a status code of this library";
     }

@@ -1,0 +1,316 @@
+#include "kernels/filter/median_rows.h"
+
+#include <algorithm>
+
+#include "kernels/filter/median_lanes.h"
+#include "kernels/filter/median_net.h"
+
+namespace rok::kernels {
+
+namespace {
+
+using median::offset;
+using median::Scalar;
+using median::Vec;
+using net::Network;
+using net::Plan;
+using net::Wires;
+
+// ---- networks ---------------------------------------------------------------
+
+// `count` free inputs sorted; outputs are the values of rank 0 .. count-1.
+constexpr Network sorted_free(int count) {
+    Plan p;
+    Wires in;
+    for (int i = 0; i < count; ++i) in.add(p.input(1)[0]);
+    const Wires s = net::sort(p, in);
+    int ranks[net::kMaxWires]{};
+    for (int i = 0; i < count; ++i) ranks[i] = i;
+    return net::trim(p, s, ranks, count);
+}
+
+// Values of rank lo and hi (0-based) of `count` free inputs.
+constexpr Network ranks_of_free(int count, int lo, int hi) {
+    Plan p;
+    Wires in;
+    for (int i = 0; i < count; ++i) in.add(p.input(1)[0]);
+    const Wires s = net::sort(p, in);
+    Wires at;
+    at.add(s[lo]);
+    at.add(s[hi]);
+    const int ranks[] = {lo, hi};
+    return net::trim(p, at, ranks, lo == hi ? 1 : 2);
+}
+
+constexpr Network median_of_free(int count) { return ranks_of_free(count, count / 2, count / 2); }
+
+// 3x3 from its three sorted columns (or rows): once the rows of a
+// column-sorted matrix are sorted its columns stay sorted, and then only the
+// anti-diagonal can hold the median (every other entry has five entries
+// known to lie on one side). Those three are the largest of the column
+// minima, the median of the middles and the smallest of the maxima.
+constexpr Network square3_from_columns() {
+    Plan p;
+    const Wires col[3] = {p.input(3), p.input(3), p.input(3)};
+    p.compare(col[0][0], col[1][0]);  // bubble the largest minimum up
+    p.compare(col[1][0], col[2][0]);
+    Wires middles;
+    for (int c = 0; c < 3; ++c) middles.add(col[c][1]);
+    net::sort(p, middles);
+    p.compare(col[1][2], col[2][2]);  // and the smallest maximum down
+    p.compare(col[0][2], col[1][2]);
+    Wires diagonal;
+    diagonal.add(col[2][0]);
+    diagonal.add(col[1][1]);
+    diagonal.add(col[0][2]);
+    const Wires s = net::sort(p, diagonal);
+    Wires at;
+    at.add(s[1]);
+    const int rank[] = {4};
+    return net::trim(p, at, rank, 1);
+}
+
+// Two sorted columns of five merged into one sorted list of ten.
+constexpr Network merged_pair() {
+    Plan p;
+    const Wires a = p.input(5), b = p.input(5);
+    const Wires m = net::merge(p, a, b);
+    int ranks[10]{};
+    for (int i = 0; i < 10; ++i) ranks[i] = i;
+    return net::trim(p, m, ranks, 10);
+}
+
+// 5x5 from the merged pair on its left (10), the merged pair on its right
+// (10) and its centre column (5), all sorted. Of the two pairs merged, only
+// ranks 7..12 can be the median (any other has 13 of the 25 on one side);
+// their merge with the centre column gives rank 12.
+constexpr Network square5_from_pairs() {
+    Plan p;
+    const Wires left = p.input(10), right = p.input(10), centre = p.input(5);
+    const Wires pairs = net::merge(p, left, right);
+    Wires middle;
+    for (int i = 7; i <= 12; ++i) middle.add(pairs[i]);
+    const Wires all = net::merge(p, middle, centre);
+    Wires at;
+    at.add(all[5]);
+    const int rank[] = {12};
+    return net::trim(p, at, rank, 1);
+}
+
+constexpr Network kSort3 = sorted_free(3);
+constexpr Network kSort5 = sorted_free(5);
+constexpr Network kSquare3 = square3_from_columns();
+constexpr Network kPair5 = merged_pair();
+constexpr Network kSquare5 = square5_from_pairs();
+constexpr Network kMedian3 = median_of_free(3);
+constexpr Network kMedian5 = median_of_free(5);
+constexpr Network kMedian9 = median_of_free(9);
+// Weight w: the median of the 8 neighbours and w copies of the centre c is c
+// clamped to the neighbours of rank (9 - w) / 2 - 1 and (7 + w) / 2 (0-based).
+constexpr Network kWeighted3 = ranks_of_free(8, 2, 5);
+constexpr Network kWeighted5 = ranks_of_free(8, 1, 6);
+constexpr Network kWeighted7 = ranks_of_free(8, 0, 7);
+
+static_assert(kSort3.proven && kSort5.proven && kSquare3.proven && kPair5.proven && kSquare5.proven);
+static_assert(kMedian3.proven && kMedian5.proven && kMedian9.proven);
+static_assert(kWeighted3.proven && kWeighted5.proven && kWeighted7.proven);
+
+// ---- loops ------------------------------------------------------------------
+
+// Calls body(Vec<T>{}, x) for register after register of the n outputs and
+// body(Scalar<T>{}, x) for the outputs of a row shorter than one register.
+// A row that does not end on a register boundary ends with a register that
+// overlaps the one before: no median works in place, so the overlap only
+// rewrites the values it wrote already.
+template <class T, class Body>
+inline void for_lanes(int n, Body&& body) {
+    constexpr int N = Vec<T>::N;
+    if (n < N) {
+        for (int x = 0; x < n; ++x) body(Scalar<T>{}, x);
+        return;
+    }
+    for (int x = 0; x + N <= n; x += N) body(Vec<T>{}, x);
+    if (n % N) body(Vec<T>{}, n - N);
+}
+
+// Median network over taps at fixed byte offsets from each output's centre.
+template <class T, const Network& Net, int Taps>
+void direct(const T* centre, const std::ptrdiff_t (&taps)[Taps], T* dst, int n) {
+    static_assert(Net.wires == Taps);
+    for_lanes<T>(n, [&](auto ops, int x) {
+        using O = decltype(ops);
+        typename O::V v[Taps];
+        for (int i = 0; i < Taps; ++i) v[i] = O::load(offset(centre + x, taps[i]));
+        net::run<O, Net>(v);
+        O::store(dst + x, v[Net.out[0]]);
+    });
+}
+
+// The 3x3 kernel walks down each register-wide strip of its rows, sorting
+// every source row's three samples once: each sorted triple serves the
+// three outputs above, on and below its row. A chunk of rows keeps the
+// strip's lines in the first-level cache for the next strip.
+constexpr int kPrefetchBytes = 128;
+
+template <class T>
+void square3(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdiff_t dstStep, int rows, int n) {
+    const std::ptrdiff_t h = std::ptrdiff_t(s) * std::ptrdiff_t(sizeof(T));
+    for_lanes<T>(n, [&](auto ops, int x) {
+        using O = decltype(ops);
+        using V = typename O::V;
+        auto sorted_row = [&](int y, V* v) {
+            const T* p = offset(centre + x, y * step);
+            _mm_prefetch(reinterpret_cast<const char*>(p) + kPrefetchBytes, _MM_HINT_T0);
+            V r[3] = {O::load(offset(p, -h)), O::load(p), O::load(offset(p, h))};
+            net::run<O, kSort3>(r);
+            for (int i = 0; i < 3; ++i) v[i] = r[kSort3.out[i]];
+        };
+        V v[9];  // the sorted rows above, on and below the output row
+        sorted_row(-1, v);
+        sorted_row(0, v + 3);
+        for (int y = 0; y < rows; ++y) {
+            sorted_row(y + 1, v + 6);
+            V w[9];
+            for (int i = 0; i < 9; ++i) w[i] = v[i];
+            net::run<O, kSquare3>(w);
+            O::store(offset(dst + x, y * dstStep), w[kSquare3.out[0]]);
+            for (int i = 0; i < 6; ++i) v[i] = v[i + 3];
+        }
+    });
+}
+
+// The 5x5 kernel sorts every column of a chunk of the row once and merges
+// every two adjacent sorted columns once, keeping both in stage buffers
+// where each output finds those of its neighbours: 90 operations an output
+// against about 200 for a network over the whole neighbourhood.
+constexpr int kChunkBytes = 1024;
+constexpr int kMaxPixel = 4;  // samples between adjacent pixels, at most
+
+template <class T>
+void square5(const T* centre, std::ptrdiff_t step, int s, T* dst, int n) {
+    using K = median::Key<T>;
+    constexpr int M = kChunkBytes / int(sizeof(K));
+    alignas(32) K col[5][M + 4 * kMaxPixel];
+    alignas(32) K pair[10][M + 3 * kMaxPixel];
+    for (int x0 = 0; x0 < n; x0 += M) {
+        const int m = std::min(M, n - x0);
+        const T* first = centre + x0 - 2 * s;
+        for_lanes<T>(m + 4 * s, [&](auto ops, int p) {
+            using O = decltype(ops);
+            typename O::V v[5];
+            for (int r = 0; r < 5; ++r) v[r] = O::load(offset(first + p, (r - 2) * step));
+            net::run<O, kSort5>(v);
+            for (int r = 0; r < 5; ++r) O::store_key(col[r] + p, v[kSort5.out[r]]);
+        });
+        // pair[.][q] merges the columns at stage positions q and q + s.
+        for_lanes<T>(m + 3 * s, [&](auto ops, int q) {
+            using O = decltype(ops);
+            typename O::V v[10];
+            for (int r = 0; r < 5; ++r) {
+                v[r] = O::load_key(col[r] + q);
+                v[5 + r] = O::load_key(col[r] + q + s);
+            }
+            net::run<O, kPair5>(v);
+            for (int r = 0; r < 10; ++r) O::store_key(pair[r] + q, v[kPair5.out[r]]);
+        });
+        for_lanes<T>(m, [&](auto ops, int x) {
+            using O = decltype(ops);
+            typename O::V v[25];
+            for (int r = 0; r < 10; ++r) {
+                v[r] = O::load_key(pair[r] + x);
+                v[10 + r] = O::load_key(pair[r] + x + 3 * s);
+            }
+            for (int r = 0; r < 5; ++r) v[20 + r] = O::load_key(col[r] + x + 2 * s);
+            net::run<O, kSquare5>(v);
+            O::store(dst + x0 + x, v[kSquare5.out[0]]);
+        });
+    }
+}
+
+template <class T>
+void square(const T* centre, std::ptrdiff_t step, int pixel, int size, T* dst, std::ptrdiff_t dstStep, int rows,
+            int n) {
+    if (size == 3) {
+        square3(centre, step, pixel, dst, dstStep, rows, n);
+    } else {
+        for (int y = 0; y < rows; ++y) square5(offset(centre, y * step), step, pixel, offset(dst, y * dstStep), n);
+    }
+}
+
+template <class T>
+void line(const T* centre, std::ptrdiff_t d, int size, T* dst, int n) {
+    if (size == 3) {
+        const std::ptrdiff_t taps[] = {-d, 0, d};
+        direct<T, kMedian3>(centre, taps, dst, n);
+    } else {
+        const std::ptrdiff_t taps[] = {-2 * d, -d, 0, d, 2 * d};
+        direct<T, kMedian5>(centre, taps, dst, n);
+    }
+}
+
+template <class T>
+void cross(const T* centre, std::ptrdiff_t step, int pixel, int arm, T* dst, int n) {
+    const std::ptrdiff_t h = std::ptrdiff_t(pixel) * std::ptrdiff_t(sizeof(T));
+    if (arm == 1) {
+        const std::ptrdiff_t taps[] = {-step, -h, 0, h, step};
+        direct<T, kMedian5>(centre, taps, dst, n);
+    } else {
+        const std::ptrdiff_t taps[] = {-2 * step, -step, -2 * h, -h, 0, h, 2 * h, step, 2 * step};
+        direct<T, kMedian9>(centre, taps, dst, n);
+    }
+}
+
+template <const Network& Net>
+void weighted(const Rok8u* centre, std::ptrdiff_t step, Rok8u* dst, int n) {
+    const std::ptrdiff_t taps[] = {-step - 1, -step, -step + 1, -1, 1, step - 1, step, step + 1};
+    for_lanes<Rok8u>(n, [&](auto ops, int x) {
+        using O = decltype(ops);
+        typename O::V v[8];
+        for (int i = 0; i < 8; ++i) v[i] = O::load(offset(centre + x, taps[i]));
+        net::run<O, Net>(v);
+        const typename O::V c = O::load(centre + x);
+        O::store(dst + x, O::min(O::max(c, v[Net.out[0]]), v[Net.out[1]]));
+    });
+}
+
+}  // namespace
+
+#define ROK_MEDIAN_ROWS(T)                                                                             \
+    void median_square(const T* c, std::ptrdiff_t step, int pixel, int size, T* dst, std::ptrdiff_t dstStep, \
+                       int rows, int n) {                                                                     \
+        square(c, step, pixel, size, dst, dstStep, rows, n);                                                 \
+    }                                                                                                         \
+    void median_line(const T* c, std::ptrdiff_t delta, int size, T* dst, int n) { line(c, delta, size, dst, n); }
+ROK_MEDIAN_ROWS(Rok8u)
+ROK_MEDIAN_ROWS(Rok16u)
+ROK_MEDIAN_ROWS(Rok16s)
+ROK_MEDIAN_ROWS(Rok32f)
+ROK_MEDIAN_ROWS(Rok64f)
+#undef ROK_MEDIAN_ROWS
+
+void median_cross(const Rok8u* c, std::ptrdiff_t step, int pixel, int arm, Rok8u* dst, int n) {
+    cross(c, step, pixel, arm, dst, n);
+}
+void median_cross(const Rok16u* c, std::ptrdiff_t step, int pixel, int arm, Rok16u* dst, int n) {
+    cross(c, step, pixel, arm, dst, n);
+}
+void median_cross(const Rok16s* c, std::ptrdiff_t step, int pixel, int arm, Rok16s* dst, int n) {
+    cross(c, step, pixel, arm, dst, n);
+}
+
+void median_weighted_centre(const Rok8u* c, std::ptrdiff_t step, int weight, Rok8u* dst, int n) {
+    if (weight == 3) weighted<kWeighted3>(c, step, dst, n);
+    else if (weight == 5) weighted<kWeighted5>(c, step, dst, n);
+    else weighted<kWeighted7>(c, step, dst, n);
+}
+
+void median_of_three(const Rok8u* a, const Rok8u* b, const Rok8u* c, Rok8u* dst, int n) {
+    for_lanes<Rok8u>(n, [&](auto ops, int x) {
+        using O = decltype(ops);
+        typename O::V v[3] = {O::load(a + x), O::load(b + x), O::load(c + x)};
+        net::run<O, kMedian3>(v);
+        O::store(dst + x, v[kMedian3.out[0]]);
+    });
+}
+
+}  // namespace rok::kernels
