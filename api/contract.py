@@ -18,6 +18,9 @@ rand(a,b), a whole number drawn from a..b):
         that hold numbers the call uses as positions or indices.
     planes NAME in|out N [type=..] [step=ARG] [roi=SIZE]
         An array of N pointers to one-channel planes sharing one step.
+    tables NAME in|out n=COUNT [type=CTYPE]
+        An array of pointers (as many as the argument's [N]) to tables of
+        COUNT elements each, such as per-channel levels or palettes.
     array NAME in|out n=COUNT [type=CTYPE] [fill=LO..HI|rising]
         COUNT elements; inputs are random, or drawn from LO..HI, or rising.
     out NAME [n=COUNT]
@@ -64,7 +67,7 @@ stated, or generation fails.
 """
 import re
 
-ROLE_KEYS = ("image", "planes", "array", "out", "buffer", "roi", "size", "rect", "int", "real", "point", "value",
+ROLE_KEYS = ("image", "planes", "tables", "array", "out", "buffer", "roi", "size", "rect", "int", "real", "point", "value",
              "record", "made", "let", "threads", "accept", "contract")
 
 C_SIZES = {
@@ -187,6 +190,13 @@ def infer_roles(shape_name, params, lines):
             key, fields = stated[p.name]
             if key in ("image", "planes"):
                 roles[p.name] = image_role(p, key, fields)
+            elif key == "tables":
+                # Plane arrays of one row each, without a step.
+                f = parse_fields(fields[1:])
+                if p.array is None or "n" not in f:
+                    raise ContractError(f"[{shape_name}]: tables {p.name} needs an [N] argument and n=")
+                roles[p.name] = Role("planes", p, dir=fields[0], step=None, elem=f.get("type", p.base), ch="1",
+                                     roi="{" + f["n"] + ",1}", border=["0"] * 4, count=p.array)
             elif key == "array":
                 f = parse_fields(fields[1:])
                 roles[p.name] = Role("array", p, dir=fields[0], count=f.get("n", p.array),
@@ -367,7 +377,8 @@ def shape_descriptor(ident, params, roles, seq):
             f.append(f".elem = {_elem(r.elem)}")
             ch = {"s": "-1", "d": "-2"}.get(r.ch, r.ch)
             f.append(f".ch = {ch}")
-            f.append(f".step = {next(p.index for p in params if p.name == r.step)}")
+            if r.step is not None:  # tables have none
+                f.append(f".step = {next(p.index for p in params if p.name == r.step)}")
             roi = r.roi
             if roi.startswith("{"):
                 w, h = roi[1:-1].split(",")
@@ -379,7 +390,7 @@ def shape_descriptor(ident, params, roles, seq):
                 f.append(".border = {" + ", ".join(_lambda(b, params, roles) for b in r.border) + "}")
             if r.kind == "planes":
                 f.append(f".count = {_lambda(r.count, params, roles)}")
-            if r.fill:
+            if getattr(r, "fill", None):
                 lo, hi = r.fill.split("..")
                 f.append(f".fill = Fill::Range, .lo = {lo}, .hi = {hi}")
         elif r.kind in ("array", "out"):

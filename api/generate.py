@@ -38,9 +38,9 @@ TYPES = {
     "8u": "Rok8u", "8s": "Rok8s", "16u": "Rok16u", "16s": "Rok16s",
     "32u": "Rok32u", "32s": "Rok32s", "32f": "Rok32f", "64s": "Rok64s",
     "64f": "Rok64f", "16sc": "Rok16sc", "32sc": "Rok32sc", "32fc": "Rok32fc",
-    "64fc": "Rok64fc", "1u": "Rok8u",
+    "64fc": "Rok64fc", "1u": "Rok8u", "24u": "Rok8u",
 }
-CONST_CHANNELS = {"C1": 1, "C2": 2, "C3": 3, "C4": 4, "AC4": 3}
+CONST_CHANNELS = {"C1": 1, "C2": 2, "C3": 3, "C4": 4, "AC4": 3, "C3A0C4": 3}
 
 
 def split_type(token):

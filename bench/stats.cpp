@@ -1,9 +1,13 @@
 // Statistics beside the OpenCV calls that compute the same numbers. `bytes`
 // is what each pass reads, so the memcpy bound moves half of it each way.
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
+#include <array>
 #include <cmath>
 #include <memory>
+#include <type_traits>
+#include <vector>
 
 #include "harness.h"
 
@@ -147,5 +151,100 @@ const bool count8 = rokbench::add("CountInRange_8u_C1R", [](int w, int h) {
             return double(cv::countNonZero(mask));
         });
 });
+
+}  // namespace
+
+// Histograms beside cv::calcHist over [0, 256): 256 bins or 16 bins of 16,
+// which rokIP gets as levels 0, 1, ..., 256 or 0, 16, ..., 256. Float data
+// lies in [0, 256), where both sides bin identically.
+namespace {
+
+RokStatus histogram_range(const Rok8u* s, int ss, RokiSize r, Rok32s* h, const Rok32s* l, int n) {
+    return rokiHistogramRange_8u_C1R(s, ss, r, h, l, n);
+}
+RokStatus histogram_range(const Rok32f* s, int ss, RokiSize r, Rok32s* h, const Rok32f* l, int n) {
+    return rokiHistogramRange_32f_C1R(s, ss, r, h, l, n);
+}
+
+template <class T, class Level>
+Case histogram_case(int w, int h, int cvType, int bins) {
+    auto src = std::make_shared<cv::Mat>(random_mat(w, h, cvType, 0, 256));
+    auto levels = std::make_shared<std::vector<Level>>();
+    for (int k = 0; k <= bins; ++k) levels->push_back(Level(k * (256 / bins)));
+    auto ours = std::make_shared<std::vector<Rok32s>>(std::size_t(bins));
+    auto theirs = std::make_shared<cv::Mat>();
+    Case c;
+    c.rok = [=] { histogram_range(src->ptr<T>(), step_of(*src), roi_of(*src), ours->data(), levels->data(), bins + 1); };
+    c.cv = [=] {
+        const int channels[] = {0}, sizes[] = {bins};
+        const float range[] = {0, 256};
+        const float* ranges[] = {range};
+        cv::calcHist(src.get(), 1, channels, cv::Mat(), *theirs, 1, sizes, ranges);
+    };
+    c.bytes = src->total() * src->elemSize();
+    c.same = [=] {
+        c.rok();
+        c.cv();
+        for (int k = 0; k < bins; ++k)
+            if (double((*ours)[std::size_t(k)]) != double(theirs->at<float>(k))) return false;
+        return true;
+    };
+    return c;
+}
+
+const bool hist8 = rokbench::add("HistogramRange_8u_C1R(256 bins)",
+                                 [](int w, int h) { return histogram_case<Rok8u, Rok32s>(w, h, CV_8UC1, 256); });
+const bool hist8x16 = rokbench::add("HistogramRange_8u_C1R(16 bins)",
+                                    [](int w, int h) { return histogram_case<Rok8u, Rok32s>(w, h, CV_8UC1, 16); });
+const bool hist32 = rokbench::add("HistogramRange_32f_C1R(256 bins)",
+                                  [](int w, int h) { return histogram_case<Rok32f, Rok32f>(w, h, CV_32FC1, 256); });
+const bool hist32x16 = rokbench::add("HistogramRange_32f_C1R(16 bins)",
+                                     [](int w, int h) { return histogram_case<Rok32f, Rok32f>(w, h, CV_32FC1, 16); });
+
+// Raw moments and the Hu invariants beside cv::moments and cv::HuMoments.
+// The comparison takes the ten raw moments and the invariants other than
+// h5, whose first bracket squares (eta12 + eta03) here.
+template <class T>
+Case moments_case(int w, int h, int cvType) {
+    auto src = std::make_shared<cv::Mat>(random_mat(w, h, cvType, 0, 256));
+    auto state = std::shared_ptr<RokiMomentState_64f>(
+        [] {
+            RokiMomentState_64f* s = nullptr;
+            rokiMomentInitAlloc_64f(&s, rokHintDefault);
+            return s;
+        }(),
+        rokiMomentFree_64f);
+    auto ours = std::make_shared<std::array<double, 17>>();
+    auto theirs = std::make_shared<std::array<double, 17>>();
+    Case c;
+    c.rok = [=] {
+        if constexpr (std::is_same_v<T, Rok8u>) rokiMoments64f_8u_C1R(src->ptr<T>(), step_of(*src), roi_of(*src), state.get());
+        else rokiMoments64f_32f_C1R(src->ptr<T>(), step_of(*src), roi_of(*src), state.get());
+        rokiGetHuMoments_64f(state.get(), 0, ours->data());
+        int i = 7;
+        for (int n = 0; n < 4; ++n)
+            for (int m = 0; m + n < 4; ++m) rokiGetSpatialMoment_64f(state.get(), m, n, 0, {0, 0}, &(*ours)[std::size_t(i++)]);
+    };
+    c.cv = [=] {
+        const cv::Moments mo = cv::moments(*src);
+        cv::HuMoments(mo, theirs->data());
+        const double raw[10] = {mo.m00, mo.m10, mo.m20, mo.m30, mo.m01, mo.m11, mo.m21, mo.m02, mo.m12, mo.m03};
+        std::copy(raw, raw + 10, theirs->data() + 7);
+    };
+    c.bytes = src->total() * src->elemSize();
+    c.same = [=] {
+        c.rok();
+        c.cv();
+        for (std::size_t i = 0; i < 17; ++i)
+            if (i != 4 && std::fabs((*ours)[i] - (*theirs)[i]) > 1e-9 * std::fabs((*theirs)[i])) return false;
+        return true;
+    };
+    return c;
+}
+
+const bool moments8 = rokbench::add("Moments64f_8u_C1R+GetHuMoments",
+                                    [](int w, int h) { return moments_case<Rok8u>(w, h, CV_8UC1); });
+const bool moments32 = rokbench::add("Moments64f_32f_C1R+GetHuMoments",
+                                     [](int w, int h) { return moments_case<Rok32f>(w, h, CV_32FC1); });
 
 }  // namespace

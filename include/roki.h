@@ -168,6 +168,12 @@ typedef struct RokiDFTSpec_C_32fc RokiDFTSpec_C_32fc;
 typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
 typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
 
+/* ---- moment states: 400-byte records that the caller holds but does not
+ * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s
+ * in caller memory of rokiMomentGetStateSize_64s bytes) ---- */
+typedef struct RokiMomentState_64f RokiMomentState_64f;
+typedef struct RokiMomentState_64s RokiMomentState_64s;
+
 /* ---- version record ---- */
 typedef struct {
     int32_t major;
@@ -3421,6 +3427,177 @@ ROKI_API RokStatus rokiAddRotateShift(double xCenter, double yCenter, double ang
 ROKI_API RokStatus rokiGetShearQuad(RokiRect srcRoi, double quad[4][2], double xShear, double yShear, double xShift, double yShift);
 ROKI_API RokStatus rokiGetShearBound(RokiRect srcRoi, double bound[2][2], double xShear, double yShear, double xShift, double yShift);
 
+/* ---- lut_palette ---- */
+
+/* Destination channel c = pTable[c][source channel c AND (2^nBitSize - 1)]; */
+/* each table holds 2^nBitSize destination samples and only those are read. */
+/* AC4 leaves the destination's alpha untouched; C3A0C4 writes 0 into the */
+/* destination's fourth channel. Checks, in order: null pointers (-8; images, */
+/* the table array and every table), ROI size (-6), then nBitSize outside */
+/* 1..8 (rokStatusOutOfRange, -11). Steps are not checked. Runs on the calling */
+/* thread. */
+ROKI_API RokStatus rokiLUTPalette_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[4], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[4], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u_C3A0C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u_C3A0C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_8u32u_C1R(const Rok8u* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize, const Rok32u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u8u_C1R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u32u_C1R(const Rok16u* pSrc, int srcStep, Rok32u* pDst, int dstStep, RokiSize roiSize, const Rok32u* pTable, int nBitSize);
+
+/* Onto 24-bit samples: table entry i is the three bytes pTable[3i .. 3i + 2], */
+/* copied to the destination pixel's three bytes. Checks as rokiLUTPalette. */
+ROKI_API RokStatus rokiLUTPalette_8u24u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pTable, int nBitSize);
+ROKI_API RokStatus rokiLUTPalette_16u24u_C1R(const Rok16u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* pTable, int nBitSize);
+
+/* Three source channels to four destination channels in reversed order: */
+/* destination (pTable[2][s2], pTable[1][s1], pTable[0][s0], alphaValue), each */
+/* index masked to nBitSize bits. An alphaValue outside the destination */
+/* sample's range (above 255 for 8u, above 65535 for 16u, or negative) leaves */
+/* the destination's fourth channel as it was. Checks as rokiLUTPalette. */
+ROKI_API RokStatus rokiLUTPaletteSwap_8u_C3A0C4R(const Rok8u* pSrc, int srcStep, int alphaValue, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok8u* const pTable[3], int nBitSize);
+ROKI_API RokStatus rokiLUTPaletteSwap_16u_C3A0C4R(const Rok16u* pSrc, int srcStep, int alphaValue, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok16u* const pTable[3], int nBitSize);
+
+/* ---- lut_piecewise ---- */
+
+/* dst = f(src) per channel, f piecewise constant on the intervals */
+/* levels[k] <= x < levels[k + 1], k = 0 .. nLevels - 2 (C3 and AC4 take 3 */
+/* arrays and counts, C4 4; AC4 leaves the destination's alpha untouched). */
+/* 8u, 16u, 16s: a table over the whole sample range is built first and then */
+/* applied: values below levels[0] and from the last level up map to */
+/* themselves; interval k maps to values[k] clamped to the sample range, later */
+/* intervals overwriting earlier ones where levels overlap. The 16-bit tables */
+/* have 65536 entries; 16s sample v uses entry v + 32768. 32f: the first */
+/* interval (in order) that holds the sample gives values[k]; a sample in no */
+/* interval, NaN included, is copied. */
+/* Checks, in order: null pointers (-8; images, the arrays, and each processed */
+/* channel's values and levels), ROI size (-6), a step below 1 (-14), fewer */
+/* than 2 levels in a channel (rokStatusBadLutLevels, -106). 16-bit tables */
+/* come from rokMalloc: rokStatusNoMemory (-9) when it fails. Runs on the */
+/* calling thread. */
+ROKI_API RokStatus rokiLUT_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+
+/* As rokiLUT, piecewise linear. Integer images: for each interval with */
+/* levels[k + 1] > levels[k], s = (values[k + 1] - values[k]) / */
+/* (levels[k + 1] - levels[k]) in double, and entry x gets */
+/* (values[k] + 0.5 - levels[k] * s) + s * x truncated toward zero, clamped to */
+/* the sample range (so ties round up, and for 16s -2.7 gives -2). Values */
+/* outside [levels[0], levels[nLevels - 1]) map to themselves. 32f: in the */
+/* first interval that holds x the result is values[k] + s * (x - levels[k]) */
+/* in double, rounded once to float; x in no interval, NaN included, is */
+/* copied. */
+ROKI_API RokStatus rokiLUT_Linear_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Linear_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Linear_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Linear_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+
+/* As rokiLUT_Linear, piecewise cubic: a channel with fewer than 4 levels is */
+/* done exactly as by rokiLUT_Linear. Otherwise interval k (where */
+/* levels[k + 1] > levels[k]) follows the cubic through the points */
+/* (levels[j + i], values[j + i]), i = 0..3, j = clamp(k - 1, 0, nLevels - 4), */
+/* evaluated in double in Lagrange form (term i = values[j + i] times the */
+/* product of (x - levels[j + m]) over m != i, divided by the product of */
+/* (levels[j + i] - levels[j + m]); terms added in order i = 0..3). Integer */
+/* images take the truncation of that value plus 0.5, clamped; 32f rounds it */
+/* once to float. Where two of the four levels are equal no cubic exists and */
+/* the interval is linear, as in rokiLUT_Linear. */
+ROKI_API RokStatus rokiLUT_Cubic_8u_C1R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C1IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C1R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C1IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C1IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* pValues, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C3R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C3IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_C4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_AC4R(const Rok8u* pSrc, int srcStep, Rok8u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_8u_AC4IR(Rok8u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C3R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C3IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_C4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_AC4R(const Rok16u* pSrc, int srcStep, Rok16u* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16u_AC4IR(Rok16u* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C3R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C3IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_C4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_AC4R(const Rok16s* pSrc, int srcStep, Rok16s* pDst, int dstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_16s_AC4IR(Rok16s* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32s* const pValues[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C1IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* pValues, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C3IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiLUT_Cubic_32f_AC4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize roiSize, const Rok32f* const pValues[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+
 /* ---- morph_dilate ---- */
 
 /* Dilate3x3 (maximum) and Erode3x3 (minimum): each destination sample is */
@@ -3790,6 +3967,154 @@ ROKI_API RokStatus rokiMaxIndx_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSiz
 ROKI_API RokStatus rokiMaxIndx_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3], int indexX[3], int indexY[3]);
 ROKI_API RokStatus rokiMaxIndx_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[4], int indexX[4], int indexY[4]);
 ROKI_API RokStatus rokiMaxIndx_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32f value[3], int indexX[3], int indexY[3]);
+
+/* ---- stats_histogram ---- */
+
+/* Counts the samples of each channel into nLevels - 1 bins: bin k holds */
+/* pLevels[k] <= x < pLevels[k + 1] (C3 and AC4 take 3 histograms, levels */
+/* arrays and counts, C4 4; AC4 never counts alpha). The histogram is */
+/* written only after every check has passed; levels need not increase. */
+/* 8u: bin k is the number of samples from max(0, min(levels[k], 256)) to */
+/* max(0, min(levels[k + 1], 256)) - 1 (0 where that range is empty). */
+/* 16u, 16s, 32f: a sample counts in every bin whose interval holds it (with */
+/* overlapping or decreasing levels: in several bins, or none; NaN in none). */
+/* 16-bit members choose their method by the ROI's pixel count N and */
+/* nLevels n; with strictly increasing levels, N reaching i of the sizes */
+/* 6400, 9216, 12544, 16384, 20736, 25600, 36864 and n above entry i of */
+/* (2^31 - 1, 134, 78, 50, 34, 22, 6, 2), and otherwise with N reaching i of */
+/* 1024, 2304, 4096, 6400, 9216, 12544, 16384, 20736, 25600, 30976, 43264 and */
+/* n above entry i of (2^31 - 1, 434, 222, 126, 78, 50, 34, 22, 14, 10, 6, 2), */
+/* they count through a 65536-entry table taken from rokMalloc, and return */
+/* rokStatusNoMemory (-9) with nothing written when it cannot be had. */
+/* Checks, in order: null pointers (-8; the image, the arrays and each */
+/* channel's histogram and levels), ROI size (-6), a step below 1 (-14), */
+/* fewer than 2 levels in a channel (rokStatusBadHistLevels, -107). Counts of */
+/* 2^31 or more wrap. Runs on the calling thread. */
+ROKI_API RokStatus rokiHistogramRange_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiHistogramRange_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiHistogramRange_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);
+ROKI_API RokStatus rokiHistogramRange_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiHistogramRange_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiHistogramRange_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], const Rok32s* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiHistogramRange_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32s* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32f* pLevels, int nLevels);
+ROKI_API RokStatus rokiHistogramRange_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+ROKI_API RokStatus rokiHistogramRange_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], const Rok32f* const pLevels[4], const int nLevels[4]);
+ROKI_API RokStatus rokiHistogramRange_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], const Rok32f* const pLevels[3], const int nLevels[3]);
+
+/* Writes nLevels even levels of each channel into pLevels, then counts as */
+/* rokiHistogramRange. With n = nLevels, d = (upper - lower) / (n - 1) and */
+/* r = (upper - lower) mod (n - 1), both truncated toward zero: */
+/* levels[0] = lower, levels[k] = levels[k - 1] + d + e with e = 1 for */
+/* k <= r when upper >= lower, e = -1 for k <= -r when upper < lower, else */
+/* 0, so the last level is upper (0, 10, 4 levels: 0 4 7 10). The lower and */
+/* upper arrays of the multi-channel members are checked with the other */
+/* pointers; the levels are written only when every check has passed and the */
+/* counting table (if any) has been obtained, channel by channel, each just */
+/* before that channel is counted (so channels may share one levels array). */
+ROKI_API RokStatus rokiHistogramEven_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);
+ROKI_API RokStatus rokiHistogramEven_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);
+ROKI_API RokStatus rokiHistogramEven_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, Rok32s* pLevels, int nLevels, Rok32s lowerLevel, Rok32s upperLevel);
+ROKI_API RokStatus rokiHistogramEven_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_8u_C4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], Rok32s* const pLevels[4], const int nLevels[4], const Rok32s lowerLevel[4], const Rok32s upperLevel[4]);
+ROKI_API RokStatus rokiHistogramEven_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_16s_C3R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_16s_C4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], Rok32s* const pLevels[4], const int nLevels[4], const Rok32s lowerLevel[4], const Rok32s upperLevel[4]);
+ROKI_API RokStatus rokiHistogramEven_16s_AC4R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+ROKI_API RokStatus rokiHistogramEven_16u_C4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[4], Rok32s* const pLevels[4], const int nLevels[4], const Rok32s lowerLevel[4], const Rok32s upperLevel[4]);
+ROKI_API RokStatus rokiHistogramEven_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* const pHist[3], Rok32s* const pLevels[3], const int nLevels[3], const Rok32s lowerLevel[3], const Rok32s upperLevel[3]);
+
+/* ---- stats_moments ---- */
+
+/* Allocates a moment state (400 bytes) with the identifier of its kind, the */
+/* hint stored (it changes nothing: the 64f kind accumulates in double, the */
+/* 64s kind in exact 64-bit integers) and no moments yet (every getter */
+/* answers rokStatusBadChannel until a computation). Null ppState: -8; */
+/* allocation failure: rokStatusNoMemory (-9). Release it with the Free of */
+/* its kind. */
+ROKI_API RokStatus rokiMomentInitAlloc_64f(RokiMomentState_64f** ppState, int hint);
+ROKI_API RokStatus rokiMomentInitAlloc_64s(RokiMomentState_64s** ppState, int hint);
+
+/* Releases a state from the InitAlloc of the same kind and clears its */
+/* identifier, so a second Free answers rokStatusBadContext (-17), as does a */
+/* state of the other kind. Null: -8. Not for states made by */
+/* rokiMomentInit_64s in caller memory. */
+ROKI_API RokStatus rokiMomentFree_64f(RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMomentFree_64s(RokiMomentState_64s* pState);
+
+/* Writes the size of a moment state, 400 bytes. Null pSize: -8. */
+ROKI_API RokStatus rokiMomentGetStateSize_64s(int hint, int* pSize);
+
+/* Makes a 64s moment state in caller memory of that size: sets the */
+/* identifier, the hint and "no moments yet". Null: -8. */
+ROKI_API RokStatus rokiMomentInit_64s(RokiMomentState_64s* pState, int hint);
+
+/* Computes the raw moments M(m, n) = sum of x^m y^n I(x, y), m + n <= 3, of */
+/* each channel (C3 and AC4: 3 channels, AC4 never reads alpha), x and y */
+/* counted from the ROI's first pixel, into the state. Integer images are */
+/* summed exactly; the 64f kind stores each total rounded once to double, */
+/* the 64s kind stores it modulo 2^64 (16u images wrap there from about */
+/* 4000 x 2000 bright pixels on). Float images accumulate in double: per row, */
+/* pixel x adds the fused product I x^m into partial x mod 8 (x^m exact up */
+/* to x = 2^17), partials added pairwise at the row's end, row totals times */
+/* y^n added in row order. Checks, in order: null pointers (-8), the state's */
+/* identifier (rokStatusBadContext, -17), a step below 1 (-14), ROI size */
+/* (-6), a step shorter than one ROI row (rokStatusStepTooShort, -37). */
+/* Runs on the calling thread. */
+ROKI_API RokStatus rokiMoments64f_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64f_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64f* pState);
+ROKI_API RokStatus rokiMoments64s_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_8u_C3R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_8u_AC4R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_16u_C3R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+ROKI_API RokStatus rokiMoments64s_16u_AC4R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, RokiMomentState_64s* pState);
+
+/* Getters. Checks, in order: null state or result (-8), identifier */
+/* (rokStatusBadContext, -17), mOrd + nOrd above 3 (-6), a channel outside */
+/* the state's channels (rokStatusBadChannel, -47); then an order pair whose */
+/* (mOrd * 4) | nOrd, taken unsigned, exceeds 12 (any negative order) */
+/* returns rokStatusOk and writes nothing. Every normalising getter returns */
+/* rokStatusMomentTooSmall (-20) when |M00| <= 2.220446049250313e-16. */
+/* Spatial: the moment about the image origin, sum of (x + ox)^m (y + oy)^n I */
+/* for roiOffset (ox, oy), expanded from the raw moments (for j = n .. 0, */
+/* M(m, j) + C(m, m-1) ox M(m-1, j) + ... + ox^m M(0, j), then those sums */
+/* over oy the same way). Central: with x' = M10 / M00, y' = M01 / M00: */
+/* mu00 = M00, mu10 = mu01 = 0, mu20 = M20 - x' M10, mu11 = M11 - x' M01, */
+/* mu02 = M02 - y' M01, mu30 = M30 - 3x' M20 + 2x'^2 M10, */
+/* mu21 = M21 - 2x' M11 - y' M20 + 2x'^2 M01, */
+/* mu12 = M12 - 2y' M11 - x' M02 + 2y'^2 M10, mu03 = M03 - 3y' M02 + 2y'^2 M01. */
+/* Normalised: the spatial or central moment times M00^(-(m + n + 2) / 2). */
+/* Hu: the seven invariants of eta(p, q) = mu(p, q) / M00^2 (order 2) or */
+/* / (sqrt(M00) M00 M00) (order 3); h5's first bracket is */
+/* (eta12 + eta03)^2 - 3 (eta21 + eta03)^2. */
+/* The 64s getters work from the integer moments: spatial moments exactly */
+/* (in double only where 128-bit integers would overflow), the others in */
+/* double; the result times 2^-scaleFactor is rounded to the nearest */
+/* integer (ties to even) and saturated to 64 bits. */
+ROKI_API RokStatus rokiGetSpatialMoment_64f(const RokiMomentState_64f* pState, int mOrd, int nOrd, int nChannel, RokiPoint roiOffset, Rok64f* pValue);
+ROKI_API RokStatus rokiGetCentralMoment_64f(const RokiMomentState_64f* pState, int mOrd, int nOrd, int nChannel, Rok64f* pValue);
+ROKI_API RokStatus rokiGetNormalizedSpatialMoment_64f(const RokiMomentState_64f* pState, int mOrd, int nOrd, int nChannel, RokiPoint roiOffset, Rok64f* pValue);
+ROKI_API RokStatus rokiGetNormalizedCentralMoment_64f(const RokiMomentState_64f* pState, int mOrd, int nOrd, int nChannel, Rok64f* pValue);
+ROKI_API RokStatus rokiGetHuMoments_64f(const RokiMomentState_64f* pState, int nChannel, Rok64f pHm[7]);
+ROKI_API RokStatus rokiGetSpatialMoment_64s(const RokiMomentState_64s* pState, int mOrd, int nOrd, int nChannel, RokiPoint roiOffset, Rok64s* pValue, int scaleFactor);
+ROKI_API RokStatus rokiGetCentralMoment_64s(const RokiMomentState_64s* pState, int mOrd, int nOrd, int nChannel, Rok64s* pValue, int scaleFactor);
+ROKI_API RokStatus rokiGetNormalizedSpatialMoment_64s(const RokiMomentState_64s* pState, int mOrd, int nOrd, int nChannel, RokiPoint roiOffset, Rok64s* pValue, int scaleFactor);
+ROKI_API RokStatus rokiGetNormalizedCentralMoment_64s(const RokiMomentState_64s* pState, int mOrd, int nOrd, int nChannel, Rok64s* pValue, int scaleFactor);
+ROKI_API RokStatus rokiGetHuMoments_64s(const RokiMomentState_64s* pState, int nChannel, Rok64s pHm[7], int scaleFactor);
 
 /* ---- stats_norm ---- */
 

@@ -239,7 +239,7 @@ void Trial::lay_planes(int i, const Arg& a, const Plan& plan) {
     }
     plane_arrays_[i] = reinterpret_cast<std::uint8_t*>(pointers);
     call_.slot[i].p = pointers;
-    call_.slot[a.step].i = int(step);
+    if (a.step >= 0) call_.slot[a.step].i = int(step);  // tables have no step
 }
 
 void Trial::lay_array(int i, const Arg& a) {
@@ -270,6 +270,15 @@ Trial::~Trial() {
 }
 
 int Trial::invoke() {
+    // A record that an earlier invocation released (a Free) is made anew, so
+    // a trial can be invoked again, as the thread comparison does.
+    for (Made& m : records_) {
+        if (!m.released) continue;
+        void* rec = e_.make(call_);
+        if (!rec) return rokStatusNoMemory;
+        m = {m.arg, rec, false};
+        call_.slot[m.arg].p = rec;
+    }
     const int status = e_.call(call_);
     if (status < 0) return status;
     for (int i = 0; i < e_.nargs; ++i) {

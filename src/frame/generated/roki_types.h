@@ -151,6 +151,12 @@ typedef struct RokiDFTSpec_C_32fc RokiDFTSpec_C_32fc;
 typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
 typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
 
+/* ---- moment states: 400-byte records that the caller holds but does not
+ * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s
+ * in caller memory of rokiMomentGetStateSize_64s bytes) ---- */
+typedef struct RokiMomentState_64f RokiMomentState_64f;
+typedef struct RokiMomentState_64s RokiMomentState_64s;
+
 /* ---- version record ---- */
 typedef struct {
     int32_t major;

@@ -1,0 +1,72 @@
+// Per-sample table look-ups: channel tables of the 8- and 16-bit images, and
+// the palettes. One load from the table per sample.
+#include <cstring>
+
+#include "kernels/lut/lut.h"
+
+namespace rok::kernels {
+
+namespace {
+
+template <class U>
+void channels_through(const U* src, U* dst, std::size_t pixels, int nc, int processed, const U* const* tables,
+                      unsigned flip) {
+    if (nc == 1) {
+        const U* t = tables[0];
+        for (std::size_t i = 0; i < pixels; ++i) dst[i] = t[src[i] ^ flip];
+        return;
+    }
+    for (std::size_t p = 0; p < pixels; ++p, src += nc, dst += nc)
+        for (int c = 0; c < processed; ++c) dst[c] = tables[c][src[c] ^ flip];
+}
+
+}  // namespace
+
+void lut_channels(const std::uint8_t* src, std::uint8_t* dst, std::size_t pixels, int nc, int processed,
+                  const std::uint8_t* const* tables, unsigned flip) {
+    channels_through(src, dst, pixels, nc, processed, tables, flip);
+}
+
+void lut_channels(const std::uint16_t* src, std::uint16_t* dst, std::size_t pixels, int nc, int processed,
+                  const std::uint16_t* const* tables, unsigned flip) {
+    channels_through(src, dst, pixels, nc, processed, tables, flip);
+}
+
+template <class S, class D>
+void palette(const S* src, D* dst, std::size_t pixels, int srcNc, int dstNc, int processed, const D* const* tables,
+             unsigned mask, bool reverse, std::int64_t alpha) {
+    if (srcNc == 1 && dstNc == 1) {
+        const D* t = tables[0];
+        for (std::size_t i = 0; i < pixels; ++i) dst[i] = t[src[i] & mask];
+        return;
+    }
+    const bool writeAlpha = dstNc > srcNc && alpha >= 0;
+    for (std::size_t p = 0; p < pixels; ++p, src += srcNc, dst += dstNc) {
+        for (int c = 0; c < processed; ++c) {
+            const int from = reverse ? processed - 1 - c : c;
+            dst[c] = tables[from][src[from] & mask];
+        }
+        if (writeAlpha) dst[dstNc - 1] = D(alpha);
+    }
+}
+
+template void palette(const Rok8u*, Rok8u*, std::size_t, int, int, int, const Rok8u* const*, unsigned, bool,
+                      std::int64_t);
+template void palette(const Rok16u*, Rok16u*, std::size_t, int, int, int, const Rok16u* const*, unsigned, bool,
+                      std::int64_t);
+template void palette(const Rok8u*, Rok32u*, std::size_t, int, int, int, const Rok32u* const*, unsigned, bool,
+                      std::int64_t);
+template void palette(const Rok16u*, Rok8u*, std::size_t, int, int, int, const Rok8u* const*, unsigned, bool,
+                      std::int64_t);
+template void palette(const Rok16u*, Rok32u*, std::size_t, int, int, int, const Rok32u* const*, unsigned, bool,
+                      std::int64_t);
+
+template <class S>
+void palette_24(const S* src, Rok8u* dst, std::size_t pixels, const Rok8u* table, unsigned mask) {
+    for (std::size_t i = 0; i < pixels; ++i) std::memcpy(dst + 3 * i, table + 3 * std::size_t(src[i] & mask), 3);
+}
+
+template void palette_24(const Rok8u*, Rok8u*, std::size_t, const Rok8u*, unsigned);
+template void palette_24(const Rok16u*, Rok8u*, std::size_t, const Rok8u*, unsigned);
+
+}  // namespace rok::kernels

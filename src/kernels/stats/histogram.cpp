@@ -1,0 +1,291 @@
+// Histogram counting: 256-bin byte counts in sub-histograms, threshold counts
+// by vector compares, and the per-pixel searches of the 16-bit and float
+// members.
+#include "kernels/stats/histogram.h"
+
+#include <immintrin.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace rok::kernels {
+
+namespace {
+
+template <class T>
+inline const T* row_at(const T* p, int step, int y) {
+    return reinterpret_cast<const T*>(reinterpret_cast<const char*>(p) + std::ptrdiff_t(step) * y);
+}
+
+// Calls run(row, samples) for every row, or once for rows that follow each
+// other without a gap.
+template <class T, class Run>
+void rows_of(const T* p, int step, int w, int h, int nc, Run&& run) {
+    const std::size_t samples = std::size_t(w) * nc;
+    if (std::size_t(step) == samples * sizeof(T)) {
+        run(p, samples * std::size_t(h));
+        return;
+    }
+    for (int y = 0; y < h; ++y) run(row_at(p, step, y), samples);
+}
+
+inline std::uint64_t sum_lanes(__m256i v) {
+    const __m128i s = _mm_add_epi64(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+    return std::uint64_t(_mm_cvtsi128_si64(s)) + std::uint64_t(_mm_extract_epi64(s, 1));
+}
+
+}  // namespace
+
+void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed, std::uint32_t (*counts)[256]) {
+    if (nc == 1) {
+        // Eight sub-histograms, one per byte of a 64-bit load, so that runs
+        // of equal samples do not wait on one counter's store.
+        alignas(64) std::uint32_t sub[8][256] = {};
+        rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
+            std::size_t i = 0;
+            for (; i + 8 <= n; i += 8) {
+                std::uint64_t v;
+                std::memcpy(&v, r + i, 8);
+                for (int b = 0; b < 8; ++b) ++sub[b][(v >> (8 * b)) & 0xFF];
+            }
+            for (; i < n; ++i) ++sub[i & 7][r[i]];
+        });
+        for (int v = 0; v < 256; ++v) {
+            std::uint32_t s = 0;
+            for (int b = 0; b < 8; ++b) s += sub[b][v];
+            counts[0][v] += s;
+        }
+        return;
+    }
+    alignas(64) std::uint32_t sub[2][4][256] = {};  // even and odd pixels
+    for (int y = 0; y < h; ++y) {
+        const Rok8u* r = row_at(p, step, y);
+        for (int x = 0; x < w; ++x, r += nc)
+            for (int c = 0; c < processed; ++c) ++sub[x & 1][c][r[c]];
+    }
+    for (int c = 0; c < processed; ++c)
+        for (int v = 0; v < 256; ++v) counts[c][v] += sub[0][c][v] + sub[1][c][v];
+}
+
+void count_at_least_8u(const Rok8u* p, int step, int w, int h, const Rok8u* thresholds, int m, std::uint64_t* atLeast) {
+    // Signed compares of x ^ 0x80 against (t - 1) ^ 0x80 give x >= t; the
+    // padding thresholds (t - 1 = 255) never count.
+    __m256i below[kMaxAtLeast8u];
+    for (int j = 0; j < kMaxAtLeast8u; ++j)
+        below[j] = _mm256_set1_epi8(char(((j < m ? thresholds[j] : 256) - 1) ^ 0x80));
+    __m256i totals[kMaxAtLeast8u];
+    for (auto& t : totals) t = _mm256_setzero_si256();
+    const __m256i flip = _mm256_set1_epi8(char(0x80)), zero = _mm256_setzero_si256();
+    const int groups = (m + 7) / 8;
+    rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
+        std::size_t i = 0;
+        while (i + 32 <= n) {
+            // Byte counters hold at most 255 registers' worth.
+            const std::size_t vectors = std::min<std::size_t>((n - i) / 32, 255);
+            for (int g = 0; g < groups; ++g) {
+                __m256i acc[8];
+                for (auto& a : acc) a = zero;
+                const __m256i* t = below + 8 * g;
+                for (std::size_t v = 0; v < vectors; ++v) {
+                    const __m256i x = _mm256_xor_si256(
+                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r + i + 32 * v)), flip);
+                    for (int j = 0; j < 8; ++j) acc[j] = _mm256_sub_epi8(acc[j], _mm256_cmpgt_epi8(x, t[j]));
+                }
+                for (int j = 0; j < 8; ++j)
+                    totals[8 * g + j] = _mm256_add_epi64(totals[8 * g + j], _mm256_sad_epu8(acc[j], zero));
+            }
+            i += 32 * vectors;
+        }
+        for (; i < n; ++i)
+            for (int j = 0; j < m; ++j) atLeast[j] += r[i] >= thresholds[j];
+    });
+    for (int j = 0; j < m; ++j) atLeast[j] += sum_lanes(totals[j]);
+}
+
+void histogram_16(const std::uint16_t* p, int step, int w, int h, int nc, unsigned flip, std::uint32_t* counts) {
+    for (int y = 0; y < h; ++y) {
+        const std::uint16_t* r = row_at(p, step, y);
+        for (int x = 0; x < w; ++x) ++counts[r[std::size_t(x) * nc] ^ flip];
+    }
+}
+
+namespace {
+
+template <class T, class V, class Bin>
+void each_sample(const T* p, int step, int w, int h, int nc, Bin&& bin) {
+    for (int y = 0; y < h; ++y) {
+        const T* r = row_at(p, step, y);
+        for (int x = 0; x < w; ++x) bin(r[std::size_t(x) * nc]);
+    }
+}
+
+template <class T, class V>
+void linear(const T* p, int step, int w, int h, int nc, const V* levels, int n, std::uint32_t* bins) {
+    const V first = levels[0], last = levels[n - 1];
+    each_sample<T, V>(p, step, w, h, nc, [&](T v) {
+        if (!(v >= first) || !(v < last)) return;  // NaN too
+        int k = 0;
+        while (!(v < levels[k + 1])) ++k;
+        ++bins[k];
+    });
+}
+
+// The interval k with levels[k] <= v < levels[k + 1], searched between lo
+// and hi (levels[lo] <= v < levels[hi]).
+template <class T, class V>
+inline int bisect(const V* levels, int lo, int hi, T v) {
+    while (hi - lo > 1) {
+        const int mid = lo + (hi - lo) / 2;
+        if (levels[mid] <= v) lo = mid;
+        else hi = mid;
+    }
+    return lo;
+}
+
+template <class T, class V>
+void binary(const T* p, int step, int w, int h, int nc, const V* levels, int n, std::uint32_t* bins) {
+    const V first = levels[0], last = levels[n - 1];
+    each_sample<T, V>(p, step, w, h, nc, [&](T v) {
+        if (!(v >= first) || !(v < last)) return;
+        ++bins[bisect(levels, 0, n - 1, v)];
+    });
+}
+
+template <class T, class V>
+void brute(const T* p, int step, int w, int h, int nc, const V* levels, int n, std::uint32_t* bins) {
+    each_sample<T, V>(p, step, w, h, nc, [&](T v) {
+        for (int k = 0; k + 1 < n; ++k) bins[k] += levels[k] <= v && v < levels[k + 1];
+    });
+}
+
+// The bucket of v: (v - origin) * scale in float arithmetic, truncated.
+// Every step rounds monotonically, so v < w never puts w in an earlier
+// bucket than v. A level in an earlier bucket than v is therefore below v and
+// one in a later bucket above it; only a level in v's own bucket needs a
+// compare. With at most one level per bucket, the bin of v is
+// below[b] + (v >= levels[below[b] + 1]), exactly, where below[b] + 1 is the
+// number of levels in buckets before b.
+constexpr int kMaxBuckets = 4096;
+constexpr int kMaxSubBins = 1024;
+
+bool bucket_search(const Rok32f* p, int step, int w, int h, int nc, const Rok32f* levels, int n, std::uint32_t* bins) {
+    const float origin = levels[0], range = levels[n - 1] - origin;
+    float gap = range;
+    for (int k = 0; k + 1 < n; ++k) gap = std::min(gap, levels[k + 1] - levels[k]);
+    if (!(range > 0) || !std::isfinite(range) || !(gap > 0) || !(range / gap < kMaxBuckets / 2)) return false;
+    std::int16_t below[kMaxBuckets + 1];
+    const float scale = float(std::ceil(range / gap)) / range;
+    auto bucket = [origin, scale](float v) { return int((v - origin) * scale); };
+    const int last = bucket(levels[n - 1]);
+    if (last < 0 || last > kMaxBuckets) return false;
+    int k = 0;  // levels in buckets before b
+    for (int b = 0; b <= last; ++b) {
+        const int first = k;
+        while (k < n && bucket(levels[k]) <= b) ++k;
+        if (k - first > 1) return false;  // two levels in one bucket
+        below[b] = std::int16_t(first - 1);
+    }
+    // Samples outside [levels[0], levels[n - 1]) and NaN go to a spare bin.
+    const int spare = n - 1;
+    alignas(64) std::uint32_t sub[4][kMaxSubBins + 1];
+    const int subs = n <= kMaxSubBins ? 4 : 0;
+    for (int j = 0; j < subs; ++j) std::fill(sub[j], sub[j] + n, 0u);
+    const Rok32f lo = levels[0], hi = levels[n - 1];
+    auto bin_of = [&](Rok32f v) {
+        if (!(v >= lo) || !(v < hi)) return spare;
+        const int base = below[bucket(v)];
+        return base + (v >= levels[base + 1]);
+    };
+    for (int y = 0; y < h; ++y) {
+        const Rok32f* r = row_at(p, step, y);
+        int x = 0;
+        if (subs)
+            for (; x + 4 <= w; x += 4)
+                for (int j = 0; j < 4; ++j) ++sub[j][bin_of(r[std::size_t(x + j) * nc])];
+        for (; x < w; ++x) {
+            const int b = bin_of(r[std::size_t(x) * nc]);
+            if (b != spare) ++bins[b];
+        }
+    }
+    for (int j = 0; j < subs; ++j)
+        for (int b = 0; b < n - 1; ++b) bins[b] += sub[j][b];
+    return true;
+}
+
+template <int M>
+void at_least_group(const Rok32f* r, std::size_t n, const Rok32f* levels, std::uint64_t* atLeast) {
+    __m256 l[M];
+    __m256i acc[M];
+    for (int j = 0; j < M; ++j) {
+        l[j] = _mm256_set1_ps(levels[j]);
+        acc[j] = _mm256_setzero_si256();
+    }
+    std::size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        const __m256 x = _mm256_loadu_ps(r + i);
+        for (int j = 0; j < M; ++j)
+            acc[j] = _mm256_sub_epi32(acc[j], _mm256_castps_si256(_mm256_cmp_ps(x, l[j], _CMP_GE_OQ)));
+    }
+    for (int j = 0; j < M; ++j) {
+        const __m256i wide = _mm256_add_epi64(_mm256_cvtepu32_epi64(_mm256_castsi256_si128(acc[j])),
+                                              _mm256_cvtepu32_epi64(_mm256_extracti128_si256(acc[j], 1)));
+        std::uint64_t s = sum_lanes(wide);
+        for (std::size_t t = i; t < n; ++t) s += r[t] >= levels[j];
+        atLeast[j] += s;
+    }
+}
+
+}  // namespace
+
+#define ROK_BINS(T, V)                                                                                          \
+    void bins_linear(const T* p, int step, int w, int h, int nc, const V* levels, int n, std::uint32_t* bins) { \
+        linear(p, step, w, h, nc, levels, n, bins);                                                             \
+    }                                                                                                           \
+    void bins_brute(const T* p, int step, int w, int h, int nc, const V* levels, int n, std::uint32_t* bins) {  \
+        brute(p, step, w, h, nc, levels, n, bins);                                                              \
+    }
+ROK_BINS(Rok16s, Rok32s)
+ROK_BINS(Rok16u, Rok32s)
+ROK_BINS(Rok32f, Rok32f)
+#undef ROK_BINS
+
+void bins_binary(const Rok16s* p, int step, int w, int h, int nc, const Rok32s* levels, int n, std::uint32_t* bins) {
+    binary(p, step, w, h, nc, levels, n, bins);
+}
+void bins_binary(const Rok16u* p, int step, int w, int h, int nc, const Rok32s* levels, int n, std::uint32_t* bins) {
+    binary(p, step, w, h, nc, levels, n, bins);
+}
+void bins_binary(const Rok32f* p, int step, int w, int h, int nc, const Rok32f* levels, int n, std::uint32_t* bins) {
+    if (!bucket_search(p, step, w, h, nc, levels, n, bins)) binary(p, step, w, h, nc, levels, n, bins);
+}
+
+void count_at_least_32f(const Rok32f* p, int step, int w, int h, int nc, const Rok32f* levels, int n,
+                        std::uint64_t* atLeast) {
+    if (nc != 1) {
+        each_sample<Rok32f, Rok32f>(p, step, w, h, nc, [&](Rok32f v) {
+            for (int k = 0; k < n; ++k) atLeast[k] += v >= levels[k];
+        });
+        return;
+    }
+    // Groups of eight levels over each row while it sits in the first-level cache.
+    rows_of(p, step, w, h, 1, [&](const Rok32f* r, std::size_t samples) {
+        for (std::size_t off = 0; off < samples; off += 4096) {
+            const std::size_t len = std::min<std::size_t>(4096, samples - off);
+            int k = 0;
+            for (; k + 8 <= n; k += 8) at_least_group<8>(r + off, len, levels + k, atLeast + k);
+            switch (n - k) {
+                case 7: at_least_group<7>(r + off, len, levels + k, atLeast + k); break;
+                case 6: at_least_group<6>(r + off, len, levels + k, atLeast + k); break;
+                case 5: at_least_group<5>(r + off, len, levels + k, atLeast + k); break;
+                case 4: at_least_group<4>(r + off, len, levels + k, atLeast + k); break;
+                case 3: at_least_group<3>(r + off, len, levels + k, atLeast + k); break;
+                case 2: at_least_group<2>(r + off, len, levels + k, atLeast + k); break;
+                case 1: at_least_group<1>(r + off, len, levels + k, atLeast + k); break;
+                default: break;
+            }
+        }
+    });
+}
+
+}  // namespace rok::kernels

@@ -1,0 +1,61 @@
+// The byte shuffle kernels against plain indexing: every length up to 300,
+// every start offset within a register, in place and not, with the buffers'
+// far ends against protected pages.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "guarded.h"
+#include "kernels/lut/lut.h"
+
+namespace {
+
+using rokt::Guard;
+using rokt::GuardedBuffer;
+
+TEST(LutKernel, BytesMatchIndexing) {
+    std::mt19937 rng(3);
+    Rok8u table[256];
+    for (auto& t : table) t = Rok8u(rng());
+    for (std::size_t n = 1; n <= 300; ++n) {
+        for (std::size_t offset : {0u, 1u, 13u, 31u}) {
+            GuardedBuffer src(n + offset, Guard::After), dst(n + offset, Guard::Before);
+            for (std::size_t i = 0; i < src.size(); ++i) src.data()[i] = Rok8u(rng());
+            std::memset(dst.data(), 0x5A, dst.size());
+            rok::kernels::lut_8u(src.data() + offset, dst.data() + offset, n, table);
+            for (std::size_t i = 0; i < offset; ++i) ASSERT_EQ(dst.data()[i], 0x5A);
+            for (std::size_t i = 0; i < n; ++i)
+                ASSERT_EQ(dst.data()[offset + i], table[src.data()[offset + i]]) << "n=" << n << " offset=" << offset;
+            // In place over the same bytes.
+            std::vector<Rok8u> want(n);
+            for (std::size_t i = 0; i < n; ++i) want[i] = table[src.data()[offset + i]];
+            rok::kernels::lut_8u(src.data() + offset, src.data() + offset, n, table);
+            ASSERT_EQ(std::memcmp(src.data() + offset, want.data(), n), 0) << "in place n=" << n;
+        }
+    }
+}
+
+TEST(LutKernel, AlphaKeepingBytesMatchIndexing) {
+    std::mt19937 rng(4);
+    Rok8u table[256];
+    for (auto& t : table) t = Rok8u(rng());
+    for (std::size_t pixels = 1; pixels <= 80; ++pixels) {
+        for (std::size_t offset : {0u, 4u, 5u, 30u}) {
+            const std::size_t n = 4 * pixels;
+            GuardedBuffer src(n + offset, Guard::Before), dst(n + offset, Guard::After);
+            for (std::size_t i = 0; i < n + offset; ++i) {
+                src.data()[i] = Rok8u(rng());
+                dst.data()[i] = Rok8u(rng());
+            }
+            std::vector<Rok8u> want(dst.data(), dst.data() + n + offset);
+            for (std::size_t i = 0; i < n; ++i)
+                if (i % 4 != 3) want[offset + i] = table[src.data()[offset + i]];
+            rok::kernels::lut_8u_ac4(src.data() + offset, dst.data() + offset, pixels, table);
+            ASSERT_EQ(std::memcmp(dst.data(), want.data(), n + offset), 0) << "pixels=" << pixels << " offset=" << offset;
+        }
+    }
+}
+
+}  // namespace
