@@ -17,12 +17,12 @@ ctest --test-dir build --output-on-failure -j"$jobs"
 
 # AddressSanitizer with its leak checker (records made and freed by the
 # contract suite and the family tests) and UndefinedBehaviorSanitizer.
-cmake -S . -B build-sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_SANITIZE=ON -DROKIP_BUILD_DEMO=OFF
+cmake -S . -B build-sanitize -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_SANITIZE=ON
 cmake --build build-sanitize -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-sanitize --output-on-failure -j"$jobs"
 
 # ThreadSanitizer over the worker pool and every export at 1, 2 and 7 threads.
-cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_TSAN=ON -DROKIP_BUILD_DEMO=OFF
+cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_TSAN=ON
 cmake --build build-tsan -j"$jobs" --target test_contract test_frame
 TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_frame --gtest_filter='Threading.*'
 TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_contract --gtest_filter='*ThreadCount*'
