@@ -39,4 +39,8 @@ PKG_CONFIG_PATH="$prefix/lib/pkgconfig" \
   cc -std=c99 -pedantic -Wall -Werror examples/consumer/consumer.c \
   $(PKG_CONFIG_PATH="$prefix/lib/pkgconfig" pkg-config --cflags --libs rokip) -o build-consumer/consumer_pc
 LD_LIBRARY_PATH="$prefix/lib" ./build-consumer/consumer_pc
-echo "installed package used from CMake and pkg-config"
+"$prefix/bin/rok" --help >/dev/null
+py=python3
+$py -c "import numpy" 2>/dev/null || py=/usr/bin/python3
+PYTHONPATH="$prefix/lib/python3/dist-packages" $py -c "import numpy, rokip; assert rokip.Sum(numpy.ones((2, 3), numpy.uint8)) == 6"
+echo "installed package used from CMake, pkg-config, rok and Python"
