@@ -149,6 +149,22 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              rokiSub_8u_C1RSfs(b.d.data(), b.step(), a.d.data(), a.step(), o.d.data(), o.step(), {a.w, a.h}, 0);
              return o;
          }},
+        {"div a.pgm b.pgm o.pgm --scale -3", "o.pgm", [&] {  // a / b
+             Img o = like(a, a.w, a.h);
+             rokiDiv_8u_C1RSfs(b.d.data(), b.step(), a.d.data(), a.step(), o.d.data(), o.step(), {a.w, a.h}, -3);
+             return o;
+         }},
+        {"xor c.ppm c.ppm o.ppm", "o.ppm", [&] { return like(c3, c3.w, c3.h); }},
+        {"compare c.ppm c.ppm o.pgm --op ge", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             std::fill(o.d.begin(), o.d.end(), 255);
+             return o;
+         }},
+        {"compare a.pgm b.pgm o.pgm --op lt", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             rokiCompare_8u_C1R(a.d.data(), a.step(), b.d.data(), b.step(), o.d.data(), o.step(), {a.w, a.h}, rokCompareLess);
+             return o;
+         }},
         {"median a.pgm o.pgm --mask 5x3", "o.pgm", [&] {
              Img q = padded(a, 2), o = like(a, a.w, a.h);
              rokiFilterMedian_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, {5, 3}, {2, 1});
@@ -289,6 +305,7 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         std::ofstream(p("text.png")) << "hello";
         std::ofstream(p("empty.pgm"));
         std::ofstream(p("badhdr.pgm")) << "P5\n-3 4\n255\n";
+        std::ofstream(p("f.pfm"), std::ios::binary) << "Pf\n1 1\n-1.0\n" << std::string(4, '\0');
     }
     const std::string A = p("a.pgm");
     struct Case { std::string args, message; };
@@ -318,6 +335,8 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"resize " + A + " OUT --scale 2 --method super", "rokStatusBadResizeFactor"},
         {"filter " + A + " OUT --box --laplace 3", "one of"},
         {"median " + A + " OUT --threads 0", "--threads takes"},
+        {"compare " + A + " " + A + " OUT --op ne", "--op takes"},
+        {"and " + p("f.pfm") + " " + p("f.pfm") + " OUT", "does not take 32f"},
     };
     for (const auto& c : cases) {
         std::string args = c.args;
@@ -365,7 +384,7 @@ TEST_F(Cli, BatchSkipsFailedFilesAndWritesTheRest) {
 TEST_F(Cli, HelpForEveryCommandAndTheDemo) {
     Result top = rok("--help");
     ASSERT_EQ(top.code, 0);
-    const char* names[] = {"add", "sub", "mul", "convert", "border", "filter", "median", "dilate", "erode",
+    const char* names[] = {"add", "sub", "mul", "div", "and", "or", "xor", "compare", "convert", "border", "filter", "median", "dilate", "erode",
                            "resize", "rotate", "mirror", "threshold", "fft", "stats", "demo"};
     for (const char* n : names) {
         SCOPED_TRACE(n);

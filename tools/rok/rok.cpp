@@ -166,7 +166,8 @@ Image run_binary(const Command& c, const Options& o, const Image& a, const Image
     int sf = o.integer("scale", 0, -31, 31);
     auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"RSfs", "R"}, c.name);
     Image out = like(a);
-    // The library's subtraction is second minus first; "rok sub a b" means a - b.
+    // The library's subtraction and division take their first operand as the
+    // one subtracted or divided by; "rok sub a b" means a - b.
     const Image& s1 = swap ? *b : a;
     const Image& s2 = swap ? a : *b;
     RokStatus s;
@@ -179,6 +180,28 @@ Image run_binary(const Command& c, const Options& o, const Image& a, const Image
                                              out.step(), roi_of(a));
     }
     check(s, f.name);
+    return out;
+}
+
+int parse_cmp(const std::string& op) {
+    static const std::map<std::string, int> ops = {{"lt", rokCompareLess}, {"le", rokCompareLessEq}, {"eq", rokCompareEq},
+                                                   {"ge", rokCompareGreaterEq}, {"gt", rokCompareGreater}};
+    auto it = ops.find(op);
+    if (it == ops.end()) throw Error("--op takes lt, le, eq, ge or gt, not '" + op + "'");
+    return it->second;
+}
+
+// A grey 8-bit mask: 255 where the comparison of A with B holds, else 0.
+Image run_compare(const Command& c, const Options& o, const Image& a, const Image* b) {
+    if (b->width != a.width || b->height != a.height || b->channels != a.channels || b->depth != a.depth)
+        throw Error(std::string(c.name) + ": the two images differ in size, channels or sample type");
+    int cmp = parse_cmp(o.get("op", "gt"));
+    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out;
+    out.allocate(a.width, a.height, 1, Depth::u8);
+    using Fn = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi, int);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), b->data.data(), b->step(), out.data.data(), out.step(), roi_of(a), cmp),
+          f.name);
     return out;
 }
 
@@ -590,6 +613,17 @@ const std::vector<Command>& commands() {
         {"mul", "multiply two images", "A B OUT [--scale N]", "--scale N      scale factor of integer results (default 0)",
          "rok mul a.png mask.png out.png --scale 8", "Mul", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"div", "divide the first image by the second (a zero divisor warns)", "A B OUT [--scale N]",
+         "--scale N      scale factor of integer results (default 0)", "rok div a.png b.png ratio.png --scale -4", "Div", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, true); }},
+        {"and", "bitwise AND of two integer images", "A B OUT", "", "rok and a.png mask.png out.png", "And", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"or", "bitwise OR of two integer images", "A B OUT", "", "rok or a.png b.png out.png", "Or", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"xor", "bitwise XOR of two integer images", "A B OUT", "", "rok xor a.png b.png out.png", "Xor", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"compare", "grey mask, 255 where A op B holds for the pixel", "A B OUT [--op lt|le|eq|ge|gt]",
+         "--op OP        lt, le, eq, ge or gt (default gt)", "rok compare a.png b.png mask.png --op ge", "Compare", 2, run_compare},
         {"convert", "change the sample type (values kept; 32f rounds to nearest even and saturates)", "IN OUT --to 8u|16u|32f",
          "--to T         8u, 16u or 32f", "rok convert in.png out.pfm --to 32f", "Convert", 1, run_convert},
         {"border", "add a border around the image", "IN OUT --replicate N | --const N [--value V]",
