@@ -333,8 +333,15 @@ void write_image(const Image& img, const std::string& path, int jpeg_quality) {
     if (fmt.empty()) throw Error(path + ": unknown output format (use .png, .jpg, .pgm, .ppm or .pfm)");
     if ((fmt == "png" || fmt == "jpg") && img.depth == Depth::f32)
         throw Error(path + ": " + (fmt == "png" ? "PNG" : "JPEG") + " holds no 32f samples (use .pfm or --to 8u)");
-    if (fmt == "jpg" && (img.depth != Depth::u8 || img.channels == 4))
-        throw Error(path + ": JPEG holds 8-bit grey or RGB images");
+    if (fmt == "jpg" && img.depth != Depth::u8) throw Error(path + ": JPEG holds 8-bit samples (use --to 8u first)");
+    if (fmt == "jpg" && img.channels == 4) {  // JPEG has no alpha: it is dropped
+        Image rgb;
+        rgb.allocate(img.width, img.height, 3, Depth::u8);
+        for (std::size_t i = 0, n = static_cast<std::size_t>(img.width) * img.height; i < n; ++i)
+            std::memcpy(&rgb.data[3 * i], &img.data[4 * i], 3);
+        write_image(rgb, path, jpeg_quality);
+        return;
+    }
     std::string tmp = path + ".rok-XXXXXX";
     std::vector<char> name(tmp.begin(), tmp.end());
     name.push_back('\0');
