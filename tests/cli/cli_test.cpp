@@ -206,6 +206,13 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
                                cx - cy, cy + cx, rokInterNearest);
              return o;
          }},
+        {"warp c.ppm o.ppm --matrix 0.9,0.2,1.5,-0.1,1.1,-2 --method cubic", "o.ppm", [&] {
+             Img o = like(c3, c3.w, c3.h);
+             const double m[2][3] = {{0.9, 0.2, 1.5}, {-0.1, 1.1, -2}};
+             rokiWarpAffine_8u_C3R(c3.d.data(), {c3.w, c3.h}, c3.step(), {0, 0, c3.w, c3.h}, o.d.data(), o.step(),
+                                   {0, 0, c3.w, c3.h}, m, rokInterCubic);
+             return o;
+         }},
         {"convert c.ppm o.pfm --to 32f", "o.pfm", [&] {
              Img o{c3.w, c3.h, 3, 4, {}};
              o.d.resize(static_cast<std::size_t>(o.w) * o.h * 12);
@@ -336,6 +343,8 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --box --laplace 3", "one of"},
         {"median " + A + " OUT --threads 0", "--threads takes"},
         {"compare " + A + " " + A + " OUT --op ne", "--op takes"},
+        {"warp " + A + " OUT --matrix 1,2,3", "six numbers"},
+        {"warp " + A + " OUT --matrix 0,0,0,0,0,0", "rokStatus"},  // a singular map, refused by the library
         {"and " + p("f.pfm") + " " + p("f.pfm") + " OUT", "does not take 32f"},
     };
     for (const auto& c : cases) {
@@ -385,7 +394,7 @@ TEST_F(Cli, HelpForEveryCommandAndTheDemo) {
     Result top = rok("--help");
     ASSERT_EQ(top.code, 0);
     const char* names[] = {"add", "sub", "mul", "div", "and", "or", "xor", "compare", "convert", "border", "filter", "median", "dilate", "erode",
-                           "resize", "rotate", "mirror", "threshold", "fft", "stats", "demo"};
+                           "resize", "rotate", "warp", "mirror", "threshold", "fft", "stats", "demo"};
     for (const char* n : names) {
         SCOPED_TRACE(n);
         EXPECT_NE(top.out.find(std::string("  ") + n + " "), std::string::npos);

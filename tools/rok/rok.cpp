@@ -399,6 +399,24 @@ Image run_rotate(const Command& c, const Options& o, const Image& a, const Image
     return out;
 }
 
+// An affine map of source pixel positions to destination ones, x' = a x + b y + c,
+// y' = d x + e y + f; the destination has the source's size.
+Image run_warp(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (!o.has("matrix")) throw Error("warp needs --matrix a,b,c,d,e,f");
+    double m[2][3];
+    char extra = 0;
+    if (std::sscanf(o.get("matrix").c_str(), "%lf,%lf,%lf,%lf,%lf,%lf%c", &m[0][0], &m[0][1], &m[0][2], &m[1][0], &m[1][1],
+                    &m[1][2], &extra) != 6)
+        throw Error("--matrix takes six numbers a,b,c,d,e,f, not '" + o.get("matrix") + "'");
+    int method = parse_method(o.get("method", "linear"));
+    auto f = find_export("WarpAffine", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out = like(a);
+    RokiRect r{0, 0, a.width, a.height};
+    using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, const double (*)[3], int);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), r, out.data.data(), out.step(), r, m, method), f.name);
+    return out;
+}
+
 Image run_mirror(const Command& c, const Options& o, const Image& a, const Image*) {
     std::string axis = o.get("flip", "h");
     int flip = axis == "v" ? rokFlipAboutHorizontal : axis == "h" ? rokFlipAboutVertical : axis == "both" ? rokFlipBoth : -1;
@@ -646,6 +664,9 @@ const std::vector<Command>& commands() {
          "--angle DEG    degrees, counter-clockwise on screen\n--method M     nearest, linear (default), cubic\n"
          "--background V value of the pixels no source pixel reaches (8-bit images; default 0)",
          "rok rotate in.png out.png --angle 30", "Rotate", 1, run_rotate},
+        {"warp", "affine warp: x' = a x + b y + c, y' = d x + e y + f", "IN OUT --matrix a,b,c,d,e,f [--method M]",
+         "--matrix M     the six coefficients, source to destination\n--method M     nearest, linear (default), cubic",
+         "rok warp in.png out.png --matrix 1,0.2,0,0,1,0", "WarpAffine", 1, run_warp},
         {"mirror", "flip the image", "IN OUT [--flip h|v|both]", "--flip A       h: left-right (default), v: top-bottom, both",
          "rok mirror in.png out.png --flip v", "Mirror", 1, run_mirror},
         {"threshold", "clamp values of a grey image at a level", "IN OUT --level V [--op lt|gt]",
