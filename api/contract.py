@@ -56,6 +56,7 @@ rand(a,b), a whole number drawn from a..b):
     threads none                      results depend on the thread count by design
     accept STATUS ...                 statuses a call with drawn values may give besides
                                       success and warnings (a size the drawn values rule out)
+    writes STATUS ...                 errors that come with the outputs written, by design
     contract skip                     not a status-returning image function
 
 Inferred: pX with an int xStep is an image (const: in; SrcDst: inout; else
@@ -68,7 +69,7 @@ stated, or generation fails.
 import re
 
 ROLE_KEYS = ("image", "planes", "tables", "array", "out", "buffer", "roi", "size", "rect", "int", "real", "point", "value",
-             "record", "made", "let", "threads", "accept", "contract")
+             "record", "made", "let", "threads", "accept", "writes", "contract")
 
 C_SIZES = {
     "Rok8u": 1, "Rok8s": 1, "Rok16u": 2, "Rok16s": 2, "Rok32u": 4, "Rok32s": 4, "Rok32f": 4, "Rok64s": 8,
@@ -125,14 +126,14 @@ class Role:
 def infer_roles(shape_name, params, lines):
     """Roles of every parameter: stated lines first, the rest inferred. The
     shape's `let` numbers follow its parameters as parameters of their own;
-    returns (roles, (threads, accept), skip, parameters with the lets)."""
+    returns (roles, (threads, accept, writes), skip, parameters with the lets)."""
     params = list(params)
     for line in lines:
         parts = line.split()
         if parts[0] == "let":
             params.append(Param(len(params), f"int {parts[1]}"))
     by_name = {p.name: p for p in params}
-    stated, threads, skip, accept = {}, (160, 80), False, []
+    stated, threads, skip, accept, writes = {}, (160, 80), False, [], []
     for line in lines:
         parts = line.split()
         key = parts[0]
@@ -142,6 +143,9 @@ def infer_roles(shape_name, params, lines):
         if key == "accept":
             accept += [int(v) for v in parts[1:]]
             continue
+        if key == "writes":
+            writes += [int(v) for v in parts[1:]]
+            continue
         if key == "contract":
             skip = parts[1] == "skip"
             continue
@@ -150,7 +154,7 @@ def infer_roles(shape_name, params, lines):
             raise ContractError(f"[{shape_name}]: '{key} {name}' names no argument")
         stated[name] = (key, parts[2:])
     if skip:  # nothing of the shape is driven, so its arguments need no roles
-        return [], (threads, accept), True, params
+        return [], (threads, accept, writes), True, params
     roles = {}
     sizes = [p for p in params if p.base == "RokiSize" and not p.pointer]
     roi_default = None
@@ -259,7 +263,7 @@ def infer_roles(shape_name, params, lines):
             roles[p.name] = Role("step", p)
             continue
         raise ContractError(f"[{shape_name}]: say what argument {p.name!r} is (a contract line)")
-    return [roles[p.name] for p in params], (threads, accept), skip, params
+    return [roles[p.name] for p in params], (threads, accept, writes), skip, params
 
 
 def cpp_expr(expr, params, roles, wide=True):

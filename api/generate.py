@@ -177,7 +177,7 @@ def contract_source(path, exports):
             continue
         try:
             params = contract.parse_params(e.shape["args"])
-            roles, (threads, accept), skip, variables = contract.infer_roles(
+            roles, (threads, accept, writes), skip, variables = contract.infer_roles(
                 f"{key[0]} {key[1]}", params, e.shape.get("roles", []))
         except contract.ContractError as err:
             raise SystemExit(f"api/shapes: {err}")
@@ -213,7 +213,8 @@ def contract_source(path, exports):
                     f".nargs = {len(params)}, .order = {ident}_order, .sType = {sb}, .dType = {db}, "
                     f".chS = {ch_s}, .chD = {ch_d}, .nc = {e.nc}, .nullStatus = {e.null}, "
                     f".nvars = {len(variables)}, .threadsW = {threads[0]}, .threadsH = {threads[1]}{extra}"
-                    + (f", .accept = {{{', '.join(map(str, accept))}}}" if accept else "") + "},\n")
+                    + (f", .accept = {{{', '.join(map(str, accept))}}}" if accept else "")
+                    + (f", .writes = {{{', '.join(map(str, writes))}}}" if writes else "") + "},\n")
     out.append("\nconst Export exports[] = {\n" + "".join(rows) + "};\n\n"
                "const bool added = add(exports, sizeof exports / sizeof exports[0]);\n\n}  // namespace\n")
     return "".join(out)

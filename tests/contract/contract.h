@@ -106,6 +106,7 @@ struct Export {
     void* (*make)(Call&) = nullptr;   // makes the record a call takes; null on failure
     void (*release)(void*) = nullptr;  // releases a record
     std::vector<int> accept = {};  // statuses a call with drawn values may give
+    std::vector<int> writes = {};  // errors that come with the outputs written, by design
 
     Type type(Type t) const { return t == Type::S ? sType : t == Type::D ? dType : t; }
     int channels(int ch) const { return ch == -1 ? chS : ch == -2 ? chD : ch; }
