@@ -4332,6 +4332,87 @@ ROKI_API RokStatus rokiMean_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize ro
 ROKI_API RokStatus rokiMean_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4], int hint);
 ROKI_API RokStatus rokiMean_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
 
+/* ---- transform_dct ---- */
+
+/* 8x8 block cosine transform of 64 contiguous samples (type II forward, type */
+/* III inverse, orthonormal: a flat block of value c has F(0,0) = 8c and no */
+/* other coefficient). 32f: the cosines rounded to float, with 1/sqrt(2) as */
+/* 0.70710677; largest error measured against a double-precision transform */
+/* below 1e-6 of the block's largest magnitude. 16s: the cosines are the */
+/* 14-bit fractions sqrt(2) cos(k pi/16) = 22725 21407 19266 16384 12873 8867 */
+/* 4520 (/ 2^14) for k = 1..7, applied exactly; products are summed in single */
+/* precision and each result rounded to nearest (ties to even) and saturated */
+/* to 16 bits. For blocks of values in [-2048, 2047] (forward) or */
+/* coefficients of such blocks (inverse) every result is within 1 of the */
+/* exact orthonormal transform rounded. Checks: null pointers (-8). The C1I */
+/* forms transform the block in place. */
+ROKI_API RokStatus rokiDCT8x8Fwd_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Fwd_16s_C1I(Rok16s* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8Inv_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_16s_C1I(Rok16s* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8Fwd_32f_C1(const Rok32f* pSrc, Rok32f* pDst);
+ROKI_API RokStatus rokiDCT8x8Fwd_32f_C1I(Rok32f* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8Inv_32f_C1(const Rok32f* pSrc, Rok32f* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_32f_C1I(Rok32f* pSrcDst);
+
+/* The 16s transforms with a row step in bytes on the image side (the */
+/* coefficients are 64 contiguous values): forward from eight rows of 16s or */
+/* of 8u samples (widened), inverse to eight rows of 16s or of 8u (the 16s */
+/* result saturated to 0..255). Checks: null pointers (-8), a step below 1 */
+/* (-14). */
+ROKI_API RokStatus rokiDCT8x8Fwd_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Fwd_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_16s_C1R(const Rok16s* pSrc, Rok16s* pDst, int dstStep);
+ROKI_API RokStatus rokiDCT8x8Inv_16s8u_C1R(const Rok16s* pSrc, Rok8u* pDst, int dstStep);
+
+/* Forward with level shift: each 8-bit sample widened to 16 bits plus addVal */
+/* (16-bit arithmetic, wrapping), then the 16s forward transform. Checks: */
+/* null pointers (-8), a step below 1 (-14). */
+ROKI_API RokStatus rokiDCT8x8FwdLS_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, Rok16s addVal);
+
+/* Inverse with level shift and clamping: the 16s inverse (rounded and */
+/* saturated to 16 bits), plus addVal (16-bit, wrapping), clamped to */
+/* [clipDown, clipUp] and stored as 8 bits. When clipDown is above clipUp */
+/* every result is clipUp. 0 and 255 take a saturating fast path with the */
+/* same results. Checks: null pointers (-8), a step below 1 (-14). */
+ROKI_API RokStatus rokiDCT8x8InvLSClip_16s8u_C1R(const Rok16s* pSrc, Rok8u* pDst, int dstStep, Rok16s addVal, Rok8u clipDown, Rok8u clipUp);
+
+/* Full 8x8 16s inverse of a block whose non-zero coefficients lie in the */
+/* top-left 2x2 or 4x4 corner: only that corner is read (the rest is taken as */
+/* zero), so the result equals DCT8x8Inv_16s of the block with the rest */
+/* cleared. Checks: null pointers (-8). */
+ROKI_API RokStatus rokiDCT8x8Inv_2x2_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_2x2_16s_C1I(Rok16s* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8Inv_4x4_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_4x4_16s_C1I(Rok16s* pSrcDst);
+
+/* Reduced-size inverse for scaled decoding: the n x n (n = 2 or 4) */
+/* orthonormal inverse of the top-left n x n coefficients multiplied by n/8, */
+/* so that a flat 8x8 block of value c decodes to a flat n x n block of value */
+/* c (the block's content downscaled by 8/n). Computed in double precision, */
+/* rounded to nearest (ties to even) and saturated; the n*n results are */
+/* contiguous at pDst (the C1I forms overwrite the first n*n values of the */
+/* block and leave the rest). Checks: null pointers (-8). */
+ROKI_API RokStatus rokiDCT8x8To2x2Inv_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8To2x2Inv_16s_C1I(Rok16s* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8To4x4Inv_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8To4x4Inv_16s_C1I(Rok16s* pSrcDst);
+
+/* A second 16s inverse whose accuracy does not depend on the 14-bit */
+/* cosines: the cosines rounded to float, so that for coefficients of blocks */
+/* of values in [-256, 255] every result is within 1 of the exact orthonormal */
+/* inverse rounded, and at least 99.9% of them equal it (the plain inverse */
+/* keeps the fixed-point cosines). Checks: null pointers (-8). */
+ROKI_API RokStatus rokiDCT8x8Inv_A10_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_A10_16s_C1I(Rok16s* pSrcDst);
+
+/* Zigzag reordering of an 8x8 block: forward pDst[k] = pSrc[raster(k)], */
+/* inverse pDst[p] = pSrc[zigzag(p)], with the zigzag order running */
+/* 0 1 8 16 9 2 3 10 17 24 ... 62 63 in raster positions. pSrc may equal */
+/* pDst. Checks: null pointers (-8). */
+ROKI_API RokStatus rokiZigzagFwd8x8_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiZigzagInv8x8_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+
 /* ---- transform_fft ---- */
 
 /* Two-dimensional FFT of a 2^orderX x 2^orderY image. InitAlloc builds a */
