@@ -167,6 +167,8 @@ typedef struct RokiFFTSpec_R_32s RokiFFTSpec_R_32s;
 typedef struct RokiDFTSpec_C_32fc RokiDFTSpec_C_32fc;
 typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
 typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
+typedef struct RokiDCTFwdSpec_32f RokiDCTFwdSpec_32f;
+typedef struct RokiDCTInvSpec_32f RokiDCTInvSpec_32f;
 
 /* ---- moment states: 400-byte records that the caller holds but does not
  * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s
@@ -4412,6 +4414,48 @@ ROKI_API RokStatus rokiDCT8x8Inv_A10_16s_C1I(Rok16s* pSrcDst);
 /* pDst. Checks: null pointers (-8). */
 ROKI_API RokStatus rokiZigzagFwd8x8_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
 ROKI_API RokStatus rokiZigzagInv8x8_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+
+/* General DCT records (36-byte layout: identifier, width, height, hint, */
+/* per-thread work bytes, threads, 8x8 flag, row engine, column engine) for */
+/* the orthonormal two-dimensional transform of a width x height image: */
+/* F(u, v) = 2/sqrt(W H) C(u) C(v) sum f(x, y) cos((2x+1) u pi/2W) */
+/* cos((2y+1) v pi/2H), C(0) = 1/sqrt(2), C(k) = 1; the inverse is the */
+/* transposed sum. An 8x8 record runs the 32f 8x8 block transform on each */
+/* channel. Other sizes run one-dimensional engines of the row and column */
+/* lengths (each a real FFT of the same length, so every length costs */
+/* O(N log N)); both sides of at least 256 share the rows and columns among */
+/* the library's threads (rokGetNumThreads at InitAlloc), otherwise one */
+/* thread. The hint is kept and changes nothing. Checks: null ppSpec (-8), */
+/* width or height below 1 (-6), sizes past 2^31 - 1 bytes and failed */
+/* allocations (-9); *ppSpec is written only on success. Free clears the */
+/* identifier and releases the record: null (-8), a record of another kind or */
+/* freed (-17). */
+ROKI_API RokStatus rokiDCTFwdInitAlloc_32f(RokiDCTFwdSpec_32f** ppSpec, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiDCTInvInitAlloc_32f(RokiDCTInvSpec_32f** ppSpec, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiDCTFwdFree_32f(RokiDCTFwdSpec_32f* pSpec);
+ROKI_API RokStatus rokiDCTInvFree_32f(RokiDCTInvSpec_32f* pSpec);
+
+/* Bytes of the pBuffer that a transform with this record takes: */
+/* (work + 4) x threads + 64, work being the per-thread scratch (a multiple */
+/* of 64 bytes: 1024 for 8x8, otherwise the larger of eight rows and of eight */
+/* columns held twice, 64 W or 64 H bytes, each with its FFT engine's */
+/* scratch). Checks: null pointers (-8), a record of another kind (-17). */
+ROKI_API RokStatus rokiDCTFwdGetBufSize_32f(const RokiDCTFwdSpec_32f* pSpec, int* pSize);
+ROKI_API RokStatus rokiDCTInvGetBufSize_32f(const RokiDCTInvSpec_32f* pSpec, int* pSize);
+
+/* The general forward and inverse DCT of each channel (AC4 leaves the */
+/* destination's alpha alone); pSrc may equal pDst. Checks: null pointers */
+/* (-8; pBuffer may be null), a record of another kind or freed (-17), a step */
+/* below 1 (-14). A null pBuffer allocates GetBufSize bytes for the call */
+/* (-9 on failure). Results do not depend on the thread count. */
+ROKI_API RokStatus rokiDCTFwd_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTFwd_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTFwd_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTFwd_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTInv_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTInvSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTInv_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTInvSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTInv_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTInvSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTInv_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTInvSpec_32f* pSpec, Rok8u* pBuffer);
 
 /* ---- transform_fft ---- */
 

@@ -74,6 +74,114 @@ int call_rokiDCT8x8Inv_A10_16s_C1(Call& c) { return rokiDCT8x8Inv_A10_16s_C1(rei
 int call_rokiDCT8x8Inv_A10_16s_C1I(Call& c) { return rokiDCT8x8Inv_A10_16s_C1I(reinterpret_cast<Rok16s*>(c.ptr(0))); }
 int call_rokiZigzagFwd8x8_16s_C1(Call& c) { return rokiZigzagFwd8x8_16s_C1(reinterpret_cast<const Rok16s*>(c.ptr(0)), reinterpret_cast<Rok16s*>(c.ptr(1))); }
 int call_rokiZigzagInv8x8_16s_C1(Call& c) { return rokiZigzagInv8x8_16s_C1(reinterpret_cast<const Rok16s*>(c.ptr(0)), reinterpret_cast<Rok16s*>(c.ptr(1))); }
+const Arg shape_dct_fwd_initalloc___args[] = {
+    {.name = "ppSpec", .kind = Kind::Made},
+    {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_dct_fwd_initalloc___order[] = {1, 2, -1};
+int call_rokiDCTFwdInitAlloc_32f(Call& c) { return rokiDCTFwdInitAlloc_32f(reinterpret_cast<RokiDCTFwdSpec_32f**>(c.ptr(0)), c.size(1), c.integer(2)); }
+void release_rokiDCTFwdInitAlloc_32f(void* p) { [[maybe_unused]] Call c; RokiDCTFwdSpec_32f* rec_ = static_cast<RokiDCTFwdSpec_32f*>(p); rokiDCTFwdFree_32f(rec_); }
+const Arg shape_dct_inv_initalloc___args[] = {
+    {.name = "ppSpec", .kind = Kind::Made},
+    {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
+    {.name = "hint", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }},
+};
+const int shape_dct_inv_initalloc___order[] = {1, 2, -1};
+int call_rokiDCTInvInitAlloc_32f(Call& c) { return rokiDCTInvInitAlloc_32f(reinterpret_cast<RokiDCTInvSpec_32f**>(c.ptr(0)), c.size(1), c.integer(2)); }
+void release_rokiDCTInvInitAlloc_32f(void* p) { [[maybe_unused]] Call c; RokiDCTInvSpec_32f* rec_ = static_cast<RokiDCTInvSpec_32f*>(p); rokiDCTInvFree_32f(rec_); }
+const Arg shape_dct_fwd_free___args[] = {
+    {.name = "pSpec", .kind = Kind::Record, .consumed = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+};
+const int shape_dct_fwd_free___order[] = {1, 2, -1};
+int call_rokiDCTFwdFree_32f(Call& c) { return rokiDCTFwdFree_32f(reinterpret_cast<RokiDCTFwdSpec_32f*>(c.ptr(0))); }
+void* make_rokiDCTFwdFree_32f([[maybe_unused]] Call& c) { RokiDCTFwdSpec_32f* rec_ = nullptr; return ((rokiDCTFwdInitAlloc_32f(&rec_,{c.integer(1),c.integer(2)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTFwdFree_32f(void* p) { [[maybe_unused]] Call c; RokiDCTFwdSpec_32f* rec_ = static_cast<RokiDCTFwdSpec_32f*>(p); rokiDCTFwdFree_32f(rec_); }
+const Arg shape_dct_inv_free___args[] = {
+    {.name = "pSpec", .kind = Kind::Record, .consumed = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+};
+const int shape_dct_inv_free___order[] = {1, 2, -1};
+int call_rokiDCTInvFree_32f(Call& c) { return rokiDCTInvFree_32f(reinterpret_cast<RokiDCTInvSpec_32f*>(c.ptr(0))); }
+void* make_rokiDCTInvFree_32f([[maybe_unused]] Call& c) { RokiDCTInvSpec_32f* rec_ = nullptr; return ((rokiDCTInvInitAlloc_32f(&rec_,{c.integer(1),c.integer(2)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTInvFree_32f(void* p) { [[maybe_unused]] Call c; RokiDCTInvSpec_32f* rec_ = static_cast<RokiDCTInvSpec_32f*>(p); rokiDCTInvFree_32f(rec_); }
+const Arg shape_dct_fwd_bufsize___args[] = {
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+};
+const int shape_dct_fwd_bufsize___order[] = {2, 3, -1};
+int call_rokiDCTFwdGetBufSize_32f(Call& c) { return rokiDCTFwdGetBufSize_32f(reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(0)), reinterpret_cast<int*>(c.ptr(1))); }
+void* make_rokiDCTFwdGetBufSize_32f([[maybe_unused]] Call& c) { RokiDCTFwdSpec_32f* rec_ = nullptr; return ((rokiDCTFwdInitAlloc_32f(&rec_,{c.integer(2),c.integer(3)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTFwdGetBufSize_32f(void* p) { [[maybe_unused]] Call c; RokiDCTFwdSpec_32f* rec_ = static_cast<RokiDCTFwdSpec_32f*>(p); rokiDCTFwdFree_32f(rec_); }
+const Arg shape_dct_inv_bufsize___args[] = {
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pSize", .kind = Kind::Out, .dir = Dir::Out, .elem = Type::S32, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1; }},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+};
+const int shape_dct_inv_bufsize___order[] = {2, 3, -1};
+int call_rokiDCTInvGetBufSize_32f(Call& c) { return rokiDCTInvGetBufSize_32f(reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(0)), reinterpret_cast<int*>(c.ptr(1))); }
+void* make_rokiDCTInvGetBufSize_32f([[maybe_unused]] Call& c) { RokiDCTInvSpec_32f* rec_ = nullptr; return ((rokiDCTInvInitAlloc_32f(&rec_,{c.integer(2),c.integer(3)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTInvGetBufSize_32f(void* p) { [[maybe_unused]] Call c; RokiDCTInvSpec_32f* rec_ = static_cast<RokiDCTInvSpec_32f*>(p); rokiDCTInvFree_32f(rec_); }
+const Arg shape_dct_fwd_transform_R_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
+    {.name = "dstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+};
+const int shape_dct_fwd_transform_R_order[] = {6, 7, -1};
+int call_rokiDCTFwd_32f_C1R(Call& c) { return rokiDCTFwd_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDCTFwd_32f_C1R(Call& c) { int size = -1; return rokiDCTFwdGetBufSize_32f(reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDCTFwd_32f_C1R([[maybe_unused]] Call& c) { RokiDCTFwdSpec_32f* rec_ = nullptr; return ((rokiDCTFwdInitAlloc_32f(&rec_,{c.integer(6),c.integer(7)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTFwd_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiDCTFwdSpec_32f* rec_ = static_cast<RokiDCTFwdSpec_32f*>(p); rokiDCTFwdFree_32f(rec_); }
+int call_rokiDCTFwd_32f_C3R(Call& c) { return rokiDCTFwd_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDCTFwd_32f_C3R(Call& c) { int size = -1; return rokiDCTFwdGetBufSize_32f(reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDCTFwd_32f_C3R([[maybe_unused]] Call& c) { RokiDCTFwdSpec_32f* rec_ = nullptr; return ((rokiDCTFwdInitAlloc_32f(&rec_,{c.integer(6),c.integer(7)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTFwd_32f_C3R(void* p) { [[maybe_unused]] Call c; RokiDCTFwdSpec_32f* rec_ = static_cast<RokiDCTFwdSpec_32f*>(p); rokiDCTFwdFree_32f(rec_); }
+int call_rokiDCTFwd_32f_C4R(Call& c) { return rokiDCTFwd_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDCTFwd_32f_C4R(Call& c) { int size = -1; return rokiDCTFwdGetBufSize_32f(reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDCTFwd_32f_C4R([[maybe_unused]] Call& c) { RokiDCTFwdSpec_32f* rec_ = nullptr; return ((rokiDCTFwdInitAlloc_32f(&rec_,{c.integer(6),c.integer(7)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTFwd_32f_C4R(void* p) { [[maybe_unused]] Call c; RokiDCTFwdSpec_32f* rec_ = static_cast<RokiDCTFwdSpec_32f*>(p); rokiDCTFwdFree_32f(rec_); }
+int call_rokiDCTFwd_32f_AC4R(Call& c) { return rokiDCTFwd_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDCTFwd_32f_AC4R(Call& c) { int size = -1; return rokiDCTFwdGetBufSize_32f(reinterpret_cast<const RokiDCTFwdSpec_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDCTFwd_32f_AC4R([[maybe_unused]] Call& c) { RokiDCTFwdSpec_32f* rec_ = nullptr; return ((rokiDCTFwdInitAlloc_32f(&rec_,{c.integer(6),c.integer(7)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTFwd_32f_AC4R(void* p) { [[maybe_unused]] Call c; RokiDCTFwdSpec_32f* rec_ = static_cast<RokiDCTFwdSpec_32f*>(p); rokiDCTFwdFree_32f(rec_); }
+const Arg shape_dct_inv_transform_R_args[] = {
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
+    {.name = "srcStep", .kind = Kind::Step},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6), c.wint(7)}; }},
+    {.name = "dstStep", .kind = Kind::Step},
+    {.name = "pSpec", .kind = Kind::Record},
+    {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
+    {.name = "width", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,40); }},
+    {.name = "height", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,9); }},
+};
+const int shape_dct_inv_transform_R_order[] = {6, 7, -1};
+int call_rokiDCTInv_32f_C1R(Call& c) { return rokiDCTInv_32f_C1R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDCTInv_32f_C1R(Call& c) { int size = -1; return rokiDCTInvGetBufSize_32f(reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDCTInv_32f_C1R([[maybe_unused]] Call& c) { RokiDCTInvSpec_32f* rec_ = nullptr; return ((rokiDCTInvInitAlloc_32f(&rec_,{c.integer(6),c.integer(7)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTInv_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiDCTInvSpec_32f* rec_ = static_cast<RokiDCTInvSpec_32f*>(p); rokiDCTInvFree_32f(rec_); }
+int call_rokiDCTInv_32f_C3R(Call& c) { return rokiDCTInv_32f_C3R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDCTInv_32f_C3R(Call& c) { int size = -1; return rokiDCTInvGetBufSize_32f(reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDCTInv_32f_C3R([[maybe_unused]] Call& c) { RokiDCTInvSpec_32f* rec_ = nullptr; return ((rokiDCTInvInitAlloc_32f(&rec_,{c.integer(6),c.integer(7)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTInv_32f_C3R(void* p) { [[maybe_unused]] Call c; RokiDCTInvSpec_32f* rec_ = static_cast<RokiDCTInvSpec_32f*>(p); rokiDCTInvFree_32f(rec_); }
+int call_rokiDCTInv_32f_C4R(Call& c) { return rokiDCTInv_32f_C4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDCTInv_32f_C4R(Call& c) { int size = -1; return rokiDCTInvGetBufSize_32f(reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDCTInv_32f_C4R([[maybe_unused]] Call& c) { RokiDCTInvSpec_32f* rec_ = nullptr; return ((rokiDCTInvInitAlloc_32f(&rec_,{c.integer(6),c.integer(7)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTInv_32f_C4R(void* p) { [[maybe_unused]] Call c; RokiDCTInvSpec_32f* rec_ = static_cast<RokiDCTInvSpec_32f*>(p); rokiDCTInvFree_32f(rec_); }
+int call_rokiDCTInv_32f_AC4R(Call& c) { return rokiDCTInv_32f_AC4R(reinterpret_cast<const Rok32f*>(c.ptr(0)), c.integer(1), reinterpret_cast<Rok32f*>(c.ptr(2)), c.integer(3), reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(4)), reinterpret_cast<Rok8u*>(c.ptr(5))); }
+int buffer_rokiDCTInv_32f_AC4R(Call& c) { int size = -1; return rokiDCTInvGetBufSize_32f(reinterpret_cast<const RokiDCTInvSpec_32f*>(c.ptr(4)),&size) == 0 ? size : -1; }
+void* make_rokiDCTInv_32f_AC4R([[maybe_unused]] Call& c) { RokiDCTInvSpec_32f* rec_ = nullptr; return ((rokiDCTInvInitAlloc_32f(&rec_,{c.integer(6),c.integer(7)},0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
+void release_rokiDCTInv_32f_AC4R(void* p) { [[maybe_unused]] Call c; RokiDCTInvSpec_32f* rec_ = static_cast<RokiDCTInvSpec_32f*>(p); rokiDCTInvFree_32f(rec_); }
 
 const Export exports[] = {
     {.name = "rokiDCT8x8Fwd_16s_C1", .call = call_rokiDCT8x8Fwd_16s_C1, .args = shape_dct_block___args, .nargs = 2, .order = shape_dct_block___order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 2, .threadsW = 160, .threadsH = 80},
@@ -102,6 +210,20 @@ const Export exports[] = {
     {.name = "rokiDCT8x8Inv_A10_16s_C1I", .call = call_rokiDCT8x8Inv_A10_16s_C1I, .args = shape_dct_block_I_args, .nargs = 1, .order = shape_dct_block_I_order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 1, .threadsW = 160, .threadsH = 80},
     {.name = "rokiZigzagFwd8x8_16s_C1", .call = call_rokiZigzagFwd8x8_16s_C1, .args = shape_dct_block___args, .nargs = 2, .order = shape_dct_block___order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 2, .threadsW = 160, .threadsH = 80},
     {.name = "rokiZigzagInv8x8_16s_C1", .call = call_rokiZigzagInv8x8_16s_C1, .args = shape_dct_block___args, .nargs = 2, .order = shape_dct_block___order, .sType = Type::S16, .dType = Type::S16, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 2, .threadsW = 160, .threadsH = 80},
+    {.name = "rokiDCTFwdInitAlloc_32f", .call = call_rokiDCTFwdInitAlloc_32f, .args = shape_dct_fwd_initalloc___args, .nargs = 3, .order = shape_dct_fwd_initalloc___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 3, .threadsW = 160, .threadsH = 80, .release = release_rokiDCTFwdInitAlloc_32f},
+    {.name = "rokiDCTInvInitAlloc_32f", .call = call_rokiDCTInvInitAlloc_32f, .args = shape_dct_inv_initalloc___args, .nargs = 3, .order = shape_dct_inv_initalloc___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 3, .threadsW = 160, .threadsH = 80, .release = release_rokiDCTInvInitAlloc_32f},
+    {.name = "rokiDCTFwdFree_32f", .call = call_rokiDCTFwdFree_32f, .args = shape_dct_fwd_free___args, .nargs = 1, .order = shape_dct_fwd_free___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 3, .threadsW = 0, .threadsH = 0, .make = make_rokiDCTFwdFree_32f, .release = release_rokiDCTFwdFree_32f},
+    {.name = "rokiDCTInvFree_32f", .call = call_rokiDCTInvFree_32f, .args = shape_dct_inv_free___args, .nargs = 1, .order = shape_dct_inv_free___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 3, .threadsW = 0, .threadsH = 0, .make = make_rokiDCTInvFree_32f, .release = release_rokiDCTInvFree_32f},
+    {.name = "rokiDCTFwdGetBufSize_32f", .call = call_rokiDCTFwdGetBufSize_32f, .args = shape_dct_fwd_bufsize___args, .nargs = 2, .order = shape_dct_fwd_bufsize___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiDCTFwdGetBufSize_32f, .release = release_rokiDCTFwdGetBufSize_32f},
+    {.name = "rokiDCTInvGetBufSize_32f", .call = call_rokiDCTInvGetBufSize_32f, .args = shape_dct_inv_bufsize___args, .nargs = 2, .order = shape_dct_inv_bufsize___order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 4, .threadsW = 160, .threadsH = 80, .make = make_rokiDCTInvGetBufSize_32f, .release = release_rokiDCTInvGetBufSize_32f},
+    {.name = "rokiDCTFwd_32f_C1R", .call = call_rokiDCTFwd_32f_C1R, .args = shape_dct_fwd_transform_R_args, .nargs = 6, .order = shape_dct_fwd_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDCTFwd_32f_C1R, .make = make_rokiDCTFwd_32f_C1R, .release = release_rokiDCTFwd_32f_C1R},
+    {.name = "rokiDCTFwd_32f_C3R", .call = call_rokiDCTFwd_32f_C3R, .args = shape_dct_fwd_transform_R_args, .nargs = 6, .order = shape_dct_fwd_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDCTFwd_32f_C3R, .make = make_rokiDCTFwd_32f_C3R, .release = release_rokiDCTFwd_32f_C3R},
+    {.name = "rokiDCTFwd_32f_C4R", .call = call_rokiDCTFwd_32f_C4R, .args = shape_dct_fwd_transform_R_args, .nargs = 6, .order = shape_dct_fwd_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDCTFwd_32f_C4R, .make = make_rokiDCTFwd_32f_C4R, .release = release_rokiDCTFwd_32f_C4R},
+    {.name = "rokiDCTFwd_32f_AC4R", .call = call_rokiDCTFwd_32f_AC4R, .args = shape_dct_fwd_transform_R_args, .nargs = 6, .order = shape_dct_fwd_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDCTFwd_32f_AC4R, .make = make_rokiDCTFwd_32f_AC4R, .release = release_rokiDCTFwd_32f_AC4R},
+    {.name = "rokiDCTInv_32f_C1R", .call = call_rokiDCTInv_32f_C1R, .args = shape_dct_inv_transform_R_args, .nargs = 6, .order = shape_dct_inv_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 1, .chD = 1, .nc = 1, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDCTInv_32f_C1R, .make = make_rokiDCTInv_32f_C1R, .release = release_rokiDCTInv_32f_C1R},
+    {.name = "rokiDCTInv_32f_C3R", .call = call_rokiDCTInv_32f_C3R, .args = shape_dct_inv_transform_R_args, .nargs = 6, .order = shape_dct_inv_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 3, .chD = 3, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDCTInv_32f_C3R, .make = make_rokiDCTInv_32f_C3R, .release = release_rokiDCTInv_32f_C3R},
+    {.name = "rokiDCTInv_32f_C4R", .call = call_rokiDCTInv_32f_C4R, .args = shape_dct_inv_transform_R_args, .nargs = 6, .order = shape_dct_inv_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 4, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDCTInv_32f_C4R, .make = make_rokiDCTInv_32f_C4R, .release = release_rokiDCTInv_32f_C4R},
+    {.name = "rokiDCTInv_32f_AC4R", .call = call_rokiDCTInv_32f_AC4R, .args = shape_dct_inv_transform_R_args, .nargs = 6, .order = shape_dct_inv_transform_R_order, .sType = Type::F32, .dType = Type::F32, .chS = 4, .chD = 4, .nc = 3, .nullStatus = -8, .nvars = 8, .threadsW = 160, .threadsH = 80, .buffer = buffer_rokiDCTInv_32f_AC4R, .make = make_rokiDCTInv_32f_AC4R, .release = release_rokiDCTInv_32f_AC4R},
 };
 
 const bool added = add(exports, sizeof exports / sizeof exports[0]);
