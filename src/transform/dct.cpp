@@ -38,11 +38,11 @@ struct DctRecord {
     const kd::DctPlan* columns;  // length height (the row plan when equal)
 };
 
-struct Layout {
+struct Sizes {
     std::size_t record_bytes, init_bytes, work_bytes;
 };
 
-DctRecord* build(fk::Arena& arena, int w, int h, void* init, Layout& lay) {
+DctRecord* build(fk::Arena& arena, int w, int h, void* init, Sizes& lay) {
     DctRecord* rec = arena.take<DctRecord>(1);
     if (w == 8 && h == 8) {
         lay = {arena.used(), 0, std::size_t(16 * w * h)};
@@ -103,7 +103,7 @@ RokStatus dct_record_init_alloc(void** out, std::int32_t id, RokiSize roi, int h
     if (roi.width > fk::kMaxLength || roi.height > fk::kMaxLength) return rokStatusNoMemory;
     const int w = roi.width, h = roi.height;
     fk::Arena counter;
-    Layout lay{};
+    Sizes lay{};
     build(counter, w, h, nullptr, lay);
     const int threads = (w >= kThreadFrom && h >= kThreadFrom) ? ownGetNumThreads() : 1;
     if (lay.record_bytes > INT_MAX || lay.init_bytes > INT_MAX || lay.work_bytes > INT_MAX / 2 ||
