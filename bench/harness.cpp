@@ -4,6 +4,7 @@
 #include <opencv2/core/utility.hpp>
 
 #include <chrono>
+#include <cmath>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -75,6 +76,21 @@ cv::Mat random_mat(int width, int height, int cvType, double lo, double hi) {
     cv::Mat m(height, width, cvType);
     cv::RNG rng(12345);
     rng.fill(m, cv::RNG::UNIFORM, lo, hi);
+    return m;
+}
+
+cv::Mat smooth_mat(int width, int height, int cvType) {
+    const int nc = CV_MAT_CN(cvType);
+    cv::Mat m(height, width, cvType);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x)
+            for (int c = 0; c < nc; ++c) {
+                const double v = 127.5 + 60 * std::sin(x * 0.05 + y * 0.031 + c) + 50 * std::cos(x * 0.013 - y * 0.07);
+                if (CV_MAT_DEPTH(cvType) == CV_8U)
+                    m.ptr<Rok8u>(y)[x * nc + c] = Rok8u(v);
+                else
+                    m.ptr<Rok32f>(y)[x * nc + c] = Rok32f(v);
+            }
     return m;
 }
 

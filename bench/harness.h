@@ -45,6 +45,10 @@ inline bool add(const std::string& name, CaseFactory make, std::vector<Size> siz
 // Mat with a random fill of its whole range (fixed seed).
 cv::Mat random_mat(int width, int height, int cvType, double lo = 0, double hi = 256);
 
+// 8u or 32f Mat of a smooth pattern (sums of sines, 0..255): interpolating
+// work sees realistic neighbours rather than noise.
+cv::Mat smooth_mat(int width, int height, int cvType);
+
 // Whether two images agree sample for sample within `tolerance`.
 bool equal_mats(const cv::Mat& a, const cv::Mat& b, double tolerance = 0);
 

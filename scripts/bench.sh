@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 # ccache (when installed) shares its cache between clones at any path.
 export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 bash scripts/setup.sh --bench
-cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DROKIP_BUILD_BENCH=ON -DROKIP_BUILD_TESTS=OFF -DROKIP_BUILD_DEMO=OFF
+cmake -S . -B build-bench -DCMAKE_BUILD_TYPE=Release -DROKIP_BUILD_BENCH=ON -DROKIP_BUILD_TESTS=OFF -DROKIP_BUILD_TOOLS=OFF
 if [ "${1:-}" = "--load" ]; then
   shift
   cmake --build build-bench -j"$(nproc)" --target rokload

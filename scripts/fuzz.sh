@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 export CCACHE_BASEDIR="$PWD" CCACHE_NOHASHDIR=1
 seconds=${1:-120}
 bash scripts/setup.sh --fuzz
-CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_FUZZ=ON -DROKIP_BUILD_DEMO=OFF
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_FUZZ=ON -DROKIP_BUILD_TOOLS=OFF
 cmake --build build-fuzz -j"$(nproc)" --target fuzz_exports
 mkdir -p build-fuzz/corpus
 cd build-fuzz

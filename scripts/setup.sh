@@ -3,7 +3,8 @@
 # --bench also Google Benchmark and OpenCV for the side-by-side benchmarks,
 # with --fuzz clang and its libFuzzer runtime.
 set -euo pipefail
-packages=(cmake g++ make libgtest-dev pkg-config binutils ccache)
+packages=(cmake g++ make libgtest-dev pkg-config binutils ccache libpng-dev libjpeg62-turbo-dev
+          python3-numpy python3-pytest)
 command -v python3 >/dev/null || packages+=(python3)
 if [ "${1:-}" = "--bench" ]; then
   packages+=(libbenchmark-dev libopencv-core-dev libopencv-imgproc-dev)

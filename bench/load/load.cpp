@@ -84,11 +84,70 @@ struct FilterWork : Work {
     }
 };
 
+// Cubic resize of 8u RGB by 1.5 in both directions, into a buffer sized for
+// the thread count in force (the work object is made after it is set).
+struct ResizeWork : Work {
+    std::vector<Rok8u> a, d, buf;
+    ResizeWork(int w, int h) : a(random_vec<Rok8u>(std::size_t(w) * h * 3, 5)) {
+        const int ow = w * 3 / 2, oh = h * 3 / 2;
+        d.resize(std::size_t(ow) * oh * 3);
+        int bytes = 0;
+        rokiResizeGetBufSize(RokiRect{0, 0, w, h}, RokiRect{0, 0, ow, oh}, 3, rokInterCubic, &bytes);
+        buf.resize(std::size_t(bytes));
+        call = [this, w, h, ow, oh] {
+            rokiResizeSqrPixel_8u_C3R(a.data(), RokiSize{w, h}, 3 * w, RokiRect{0, 0, w, h}, d.data(), 3 * ow,
+                                      RokiRect{0, 0, ow, oh}, 1.5, 1.5, 0, 0, rokInterCubic, buf.data());
+        };
+    }
+};
+
+// Bilinear rotation by 10 degrees about the centre.
+struct WarpWork : Work {
+    std::vector<Rok8u> a, d;
+    WarpWork(int w, int h) : a(random_vec<Rok8u>(std::size_t(w) * h, 6)), d(a.size()) {
+        call = [this, w, h] {
+            const double c = 0.984807753, s = 0.173648178;
+            const double k[2][3] = {{c, -s, w / 2.0 - c * w / 2.0 + s * h / 2.0},
+                                    {s, c, h / 2.0 - s * w / 2.0 - c * h / 2.0}};
+            rokiWarpAffine_8u_C1R(a.data(), RokiSize{w, h}, w, RokiRect{0, 0, w, h}, d.data(), w,
+                                  RokiRect{0, 0, w, h}, k, rokInterLinear);
+        };
+    }
+};
+
+// Forward real FFT of the power-of-two image at least as large; the record
+// takes its thread count when it is made.
+struct FftWork : Work {
+    std::vector<Rok32f> a, d;
+    std::vector<Rok8u> buf;
+    RokiFFTSpec_R_32f* spec = nullptr;
+    FftWork(int w, int h) {
+        int ox = 0, oy = 0;
+        while ((1 << ox) < w) ++ox;
+        while ((1 << oy) < h) ++oy;
+        const int W = 1 << ox, H = 1 << oy;
+        a.resize(std::size_t(W) * H);
+        for (std::size_t i = 0; i < a.size(); ++i) a[i] = float(i % 251);
+        d.resize(a.size());
+        rokiFFTInitAlloc_R_32f(&spec, ox, oy, rokFftDivInv, 0);
+        int bytes = 0;
+        rokiFFTGetBufSize_R_32f(spec, &bytes);
+        buf.resize(std::size_t(bytes) + 1);
+        call = [this, W] {
+            rokiFFTFwd_RToPack_32f_C1R(a.data(), W * 4, d.data(), W * 4, spec, buf.data());
+        };
+    }
+    ~FftWork() { rokiFFTFree_R_32f(spec); }
+};
+
 std::vector<CaseDef> cases() {
     return {
         {"Add_8u_C1RSfs", [](int w, int h) { return std::make_unique<AddWork>(w, h); }},
         {"AddC_8u_C3RSfs", [](int w, int h) { return std::make_unique<AddC3Work>(w, h); }},
         {"Filter_8u_C1R_5x5", [](int w, int h) { return std::make_unique<FilterWork>(w, h); }},
+        {"Resize_8u_C3_cubic", [](int w, int h) { return std::make_unique<ResizeWork>(w, h); }},
+        {"WarpAffine_8u_C1", [](int w, int h) { return std::make_unique<WarpWork>(w, h); }},
+        {"FFTFwd_R_32f_pow2", [](int w, int h) { return std::make_unique<FftWork>(w, h); }},
     };
 }
 

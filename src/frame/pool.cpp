@@ -5,6 +5,15 @@
 // round to looking, so a call never waits for a thread that has not started
 // its share: it waits only for chunks that some thread has already taken.
 //
+// A thread that has taken a chunk can still be pushed off its processor by
+// another process (or by another runtime's spinning pool) before it finishes,
+// and then the call waits for it. When the calling thread waits much longer
+// for such a chunk than it worked on its own, the machine is oversubscribed:
+// the next calls run on the calling thread alone for a while, a while that
+// doubles as long as probing calls keep finding the workers late and shrinks
+// again once they are on time. Results never depend on this (every part is
+// computed the same way on any thread).
+//
 // One call owns the pool at a time. Another call that arrives meanwhile
 // (another application thread, or a call made from inside a chunk) runs on
 // its own thread, so the library never runs more threads than processors
@@ -37,6 +46,12 @@ using Clock = std::chrono::steady_clock;
 // spinning thread takes processor time from whatever else the machine runs.
 constexpr auto kWorkerSpin = std::chrono::microseconds(50);
 constexpr auto kOwnerSpin = std::chrono::microseconds(20);
+// A wait for late chunks longer than this and than half the caller's
+// own work counts as late workers; the serial spell that follows starts at
+// the first and doubles up to the second.
+constexpr auto kLateWait = std::chrono::microseconds(30);
+constexpr auto kFirstSpell = std::chrono::milliseconds(4);
+constexpr auto kLongestSpell = std::chrono::milliseconds(256);
 
 void futex_wait(std::atomic<std::uint32_t>& word, std::uint32_t expected) {
     syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
@@ -74,6 +89,10 @@ public:
 
     int capacity() const { return workers_ + 1; }
     bool try_own() { return !owned_.test_and_set(std::memory_order_acquire); }
+    // Whether calls should stay on their own thread for now (late workers).
+    bool serial_spell() const {
+        return Clock::now().time_since_epoch().count() < serial_until_.load(std::memory_order_relaxed);
+    }
     void release() { owned_.clear(std::memory_order_release); }
 
     RokStatus run(int count, int threads, int chunks, Part part, void* ctx, RokStatus* statuses);
@@ -95,6 +114,11 @@ private:
     std::atomic<std::uint32_t> sleepers_{0};
     alignas(64) std::atomic<std::uint32_t> done_{0};
     std::atomic<std::uint32_t> owner_sleeps_{0};
+
+    // The end of the current serial spell (steady clock ticks) and its length;
+    // the length is only touched by the pool's owner.
+    std::atomic<Clock::rep> serial_until_{0};
+    Clock::duration spell_{0};
 
     // The current call, written by its owner before the ticket is published.
     alignas(64) Part part_ = nullptr;
@@ -171,13 +195,16 @@ RokStatus Pool::run(int count, int threads, int chunks, Part part, void* ctx, Ro
         futex_wake_all(wake_);
     }
 
+    const auto started = Clock::now();
     t_inside_call = true;
     take_chunks(t.generation, 0);
     t_inside_call = false;
+    const auto own_done = Clock::now();
 
     // Every chunk is taken; wait for those that other threads still run.
     const std::uint32_t all = std::uint32_t(chunks);
     std::uint32_t finished = done_.load(std::memory_order_acquire);
+    bool late = false;
     if (finished < all) {
         const auto until = Clock::now() + kOwnerSpin;
         while ((finished = done_.load(std::memory_order_acquire)) < all && Clock::now() < until) _mm_pause();
@@ -190,7 +217,17 @@ RokStatus Pool::run(int count, int threads, int chunks, Part part, void* ctx, Ro
             owner_sleeps_.store(0, std::memory_order_relaxed);
             finished = done_.load(std::memory_order_acquire);
         }
+        const auto end = Clock::now();
+        const auto waited = end - own_done;
+        late = waited > kLateWait && waited > (own_done - started) / 2;
+        if (late) {
+            spell_ = spell_.count() ? std::min<Clock::duration>(spell_ * 2, kLongestSpell) : kFirstSpell;
+            serial_until_.store((end + spell_).time_since_epoch().count(), std::memory_order_relaxed);
+        }
     }
+    // On time (or the caller ran every chunk itself): a later spell starts
+    // shorter.
+    if (!late) spell_ = spell_ > kFirstSpell ? spell_ / 2 : Clock::duration(0);
     for (int i = 0; i < chunks; ++i)
         if (statuses[i] != rokStatusOk) return statuses[i];
     return rokStatusOk;
@@ -211,7 +248,7 @@ RokStatus run(int count, int threads, Part part, void* ctx) {
     threads = std::min(threads, pool.capacity());
     // Nested calls, and calls while another call owns the pool, run here.
     if (threads <= 1 || count <= 1 || t_inside_call) return part(ctx, 0, count, 0);
-    if (!pool.try_own()) return part(ctx, 0, count, 0);
+    if (pool.serial_spell() || !pool.try_own()) return part(ctx, 0, count, 0);
     // A few chunks per thread let the threads that are running take over
     // the share of one that is late.
     const int chunks = std::min({count, threads * kChunksPerThread, int(kMaxChunks)});

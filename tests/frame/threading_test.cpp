@@ -187,4 +187,34 @@ TEST(Threading, NestedCallsRunOnTheirThread) {
     EXPECT_EQ(foreign, 0);
 }
 
+// A worker that keeps the caller waiting (here it sleeps, as one pushed off
+// its processor by another process would) sends the next calls to the
+// calling thread alone for a while; their results are the same either way.
+TEST(Threading, LateWorkersSendTheNextCallsToTheCallingThread) {
+    if (rok::pool::max_threads() < 2) GTEST_SKIP() << "one processor";
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        std::atomic<bool> stalled{false};
+        rok::parallel_for(8, 2, [&](int, int, int slot) {
+            if (slot != 0 && !stalled.exchange(true))
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            else if (slot == 0)
+                std::this_thread::sleep_for(std::chrono::microseconds(200));  // room for the worker to wake
+        });
+        if (!stalled) continue;  // the worker did not wake in time to take a part
+        std::mutex m;
+        std::set<int> slots;
+        std::vector<std::atomic<int>> visits(64);
+        rok::parallel_for(64, 2, [&](int begin, int end, int slot) {
+            for (int y = begin; y < end; ++y) visits[y]++;
+            std::this_thread::sleep_for(std::chrono::microseconds(200));  // time for a worker to join in
+            std::lock_guard<std::mutex> lock(m);
+            slots.insert(slot);
+        });
+        EXPECT_EQ(slots, std::set<int>{0}) << slots.size() << " attempt " << attempt;
+        for (auto& v : visits) EXPECT_EQ(v, 1);
+        return;
+    }
+    GTEST_SKIP() << "no worker took a part in time";
+}
+
 }  // namespace

@@ -1,0 +1,154 @@
+"""rokip against NumPy references, on arrays of several dtypes, shapes and
+strides, and its error paths (checked before any call, or raised from the
+library's status)."""
+import warnings
+
+import numpy as np
+import pytest
+
+import rokip
+
+RNG = np.random.default_rng(7)
+
+
+def image(h, w, c, dtype):
+    shape = (h, w) if c == 0 else (h, w, c)
+    if np.dtype(dtype).kind == "f":
+        return (RNG.random(shape) * 200 - 50).astype(dtype)
+    info = np.iinfo(dtype)
+    return RNG.integers(info.min, info.max, shape, endpoint=True).astype(dtype)
+
+
+def half_even_shift(x, sf):
+    """x * 2^-sf rounded half to even (sf >= 1), in wide integers."""
+    q = np.floor_divide(x, 1 << sf)
+    r = x - q * (1 << sf)
+    half = 1 << (sf - 1)
+    return q + ((r > half) | ((r == half) & (q % 2 == 1)))
+
+
+@pytest.mark.parametrize("dtype,c", [(np.uint8, 0), (np.uint8, 3), (np.uint16, 4), (np.int16, 1), (np.uint8, 4)])
+@pytest.mark.parametrize("w", [1, 7, 33, 70])
+def test_add_and_sub_saturate_with_the_scale_factor(dtype, c, w):
+    a, b = image(5, w, c, dtype), image(5, w, c, dtype)
+    info = np.iinfo(dtype)
+    wide_a, wide_b = a.astype(np.int64), b.astype(np.int64)
+    for sf in (0, 1, 3):
+        want = wide_a + wide_b if sf == 0 else half_even_shift(wide_a + wide_b, sf)
+        np.testing.assert_array_equal(rokip.Add(a, b, scaleFactor=sf), np.clip(want, info.min, info.max))
+    # first minus second in the library's order: Sub(x, y) = y - x
+    np.testing.assert_array_equal(rokip.Sub(b, a, scaleFactor=0), np.clip(wide_a - wide_b, info.min, info.max))
+
+
+def test_float_forms_and_strided_views_are_used_in_place():
+    big = image(20, 40, 3, np.float32)
+    view = big[3:17:2, 5:30]  # rows strided, pixels contiguous
+    other = image(7, 25, 3, np.float32)
+    np.testing.assert_array_equal(rokip.Add(view, other), view + other)
+    out = np.zeros((7, 25, 3), np.float32)
+    got = rokip.Mul(view, other, out=out)
+    assert got is out
+    np.testing.assert_array_equal(out, view * other)
+    # in place: the second image is updated
+    target = other.copy()
+    rokip.Add(view, target, inplace=True)
+    np.testing.assert_array_equal(target, other + view)
+
+
+def test_ac4_leaves_alpha_as_it_was():
+    a, b = image(4, 9, 4, np.uint8), image(4, 9, 4, np.uint8)
+    out = np.full((4, 9, 4), 77, np.uint8)
+    rokip.Add(a, b, scaleFactor=1, layout="AC4", out=out)
+    assert (out[..., 3] == 77).all()
+    want = half_even_shift(a[..., :3].astype(np.int64) + b[..., :3], 1)
+    np.testing.assert_array_equal(out[..., :3], np.clip(want, 0, 255))
+
+
+@pytest.mark.parametrize("dtype,c", [(np.uint8, 0), (np.uint8, 3), (np.uint16, 4), (np.float32, 0), (np.float32, 3)])
+def test_statistics(dtype, c):
+    a = image(13, 21, c, dtype)
+    flat = a.reshape(-1, max(c, 1)).astype(np.float64)
+    hint = {"hint": 2} if np.dtype(dtype).kind == "f" else {}
+    s = rokip.Sum(a, **hint)
+    np.testing.assert_allclose(s, flat.sum(0) if c else flat.sum(), rtol=1e-6)
+    mn, mx = rokip.MinMax(a)
+    np.testing.assert_array_equal(mn, a.reshape(-1, max(c, 1)).min(0) if c else a.min())
+    np.testing.assert_array_equal(mx, a.reshape(-1, max(c, 1)).max(0) if c else a.max())
+    l2 = rokip.Norm_L2(a, **hint)
+    np.testing.assert_allclose(l2, np.sqrt((flat ** 2).sum(0)) if c else np.sqrt((flat ** 2).sum()), rtol=1e-6)
+
+
+def test_convert_threshold_and_mirror():
+    a = image(6, 11, 3, np.uint8)
+    f = rokip.Convert(a, dtype=np.float32)
+    np.testing.assert_array_equal(f, a.astype(np.float32))
+    back = rokip.Convert(f + np.float32(0.5), roundMode=1, dtype=np.uint8)  # x.5 to even
+    np.testing.assert_array_equal(back, np.clip(np.round(a + 0.5), 0, 255).astype(np.uint8))
+    g = image(6, 11, 0, np.uint8)
+    np.testing.assert_array_equal(rokip.Threshold(g, np.uint8(100), 4), np.minimum(g, 100))  # greater: clamp above
+    np.testing.assert_array_equal(rokip.Mirror(a, 2), a[::-1, ::-1])
+
+
+def test_box_filter_on_a_view_with_a_border():
+    big = image(12, 16, 0, np.uint8)
+    inner = big[1:11, 1:15]  # the filter reads one pixel around
+    got = rokip.FilterBox(inner, maskSize=(3, 3), anchor=(1, 1))
+    wide = big.astype(np.int64)
+    sums = sum(wide[dy:dy + 10, dx:dx + 14] for dy in range(3) for dx in range(3))
+    # the mean rounds to nearest; ties cannot occur with 9 terms
+    np.testing.assert_array_equal(got, (sums * 2 + 9) // 18)
+
+
+def test_fft_record_as_context_manager():
+    x = image(8, 16, 0, np.float32)
+    with rokip.FFTInitAlloc_R_32f(4, 3, 8, 0) as spec:  # orders 2^4 x 2^3, no division
+        packed = rokip.FFTFwd_RToPack(x, spec)
+        assert packed[0, 0] == pytest.approx(float(x.astype(np.float64).sum()), rel=1e-5)
+        assert packed[0, 0] == pytest.approx(np.fft.fft2(x.astype(np.float64))[0, 0].real, rel=1e-5)
+    with pytest.raises(ValueError, match="closed"):
+        rokip.FFTFwd_RToPack(x, spec)
+
+
+def test_errors_before_any_call():
+    a = image(4, 5, 3, np.uint8)
+    with pytest.raises(TypeError, match="no form for dtype float64"):
+        rokip.Add(a.astype(np.float64), a.astype(np.float64))
+    with pytest.raises(ValueError, match="3 channel"):
+        rokip.Add(a, image(4, 5, 2, np.uint8))
+    with pytest.raises(TypeError, match="dtype uint8"):
+        rokip.Add(a, a, out=np.zeros((4, 5, 3), np.uint16))
+    with pytest.raises(ValueError, match="contiguous"):
+        rokip.Sum(a[:, :, 0])  # one channel of an RGB array: pixels are 3 samples apart
+    with pytest.raises(ValueError, match="read-only"):
+        ro = np.zeros((4, 5, 3), np.uint8)
+        ro.flags.writeable = False
+        rokip.Add(a, a, out=ro)
+    with pytest.raises(TypeError, match="missing image"):
+        rokip.Add(a)
+    with pytest.raises(TypeError, match="NumPy arrays"):
+        rokip.Sum([[1, 2], [3, 4]])
+
+
+def test_statuses_become_exceptions_and_warnings():
+    with pytest.raises(rokip.RokError) as e:
+        rokip.FFTInitAlloc_R_32f(40, 2, 8, 0)
+    assert e.value.name == "rokStatusBadFftOrder" and e.value.status < 0
+    a = image(3, 4, 0, np.uint8)
+    with pytest.raises(rokip.RokError, match="rokStatusBadSize"):
+        rokip.Add(a[:0], a[:0])  # zero rows
+    num = np.ones((2, 3), np.float32)
+    den = np.array([[1, 0, 2], [4, 0, 1]], np.float32)
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        rokip.Div(den, num)  # num / den
+    assert any(issubclass(w.category, rokip.RokWarning) and "rokStatusDivByZero" in str(w.message) for w in caught)
+
+
+def test_raw_exports_and_threads():
+    assert "rokiAdd_8u_C1RSfs" in rokip.exports
+    n = rokip.get_num_threads()
+    rokip.set_num_threads(1)
+    assert rokip.get_num_threads() == 1
+    rokip.set_num_threads(n)
+    with pytest.raises(rokip.RokError):
+        rokip.raw.rokiAdd_8u_C1RSfs(0, 1, 0, 1, 0, 1, rokip.Size(1, 1), 0)  # null pointers

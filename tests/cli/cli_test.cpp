@@ -1,0 +1,413 @@
+// The rok tool run as a user runs it: its outputs against the library called
+// directly on the same pixels, and every way a bad argument or file must fail
+// (exit code 2, one line naming the problem, no output file).
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "rokcore.h"
+#include "roki.h"
+
+namespace {
+
+struct Img {
+    int w = 0, h = 0, c = 1, bytes = 1;  // bytes per sample: 1, 2 or 4 (float)
+    std::vector<std::uint8_t> d;
+    int step() const { return w * c * bytes; }
+    std::uint8_t* at(int y, int x) { return d.data() + static_cast<std::size_t>(y) * step() + x * c * bytes; }
+};
+
+Img make(int w, int h, int c, int bytes, unsigned seed) {
+    Img m{w, h, c, bytes, {}};
+    m.d.resize(static_cast<std::size_t>(w) * h * c * bytes);
+    unsigned s = seed;
+    for (auto& v : m.d) {
+        s = s * 1103515245u + 12345u;
+        v = static_cast<std::uint8_t>(s >> 16);
+    }
+    if (bytes == 4)  // floats in [0, 256) rather than arbitrary bit patterns
+        for (std::size_t i = 0; i < m.d.size(); i += 4) {
+            float f = static_cast<float>(m.d[i] + m.d[i + 1] / 256.0);
+            std::memcpy(&m.d[i], &f, 4);
+        }
+    return m;
+}
+
+Img like(const Img& a, int w, int h) {
+    Img m{w, h, a.c, a.bytes, {}};
+    m.d.assign(static_cast<std::size_t>(w) * h * a.c * a.bytes, 0);
+    return m;
+}
+
+// Netpbm written and read here, independently of the tool's own code.
+void write_pnm(const Img& m, const std::string& path) {
+    std::ofstream f(path, std::ios::binary);
+    f << (m.c == 1 ? "P5" : "P6") << "\n" << m.w << " " << m.h << "\n" << (m.bytes == 2 ? 65535 : 255) << "\n";
+    std::vector<std::uint8_t> d = m.d;
+    if (m.bytes == 2)
+        for (std::size_t i = 0; i < d.size(); i += 2) std::swap(d[i], d[i + 1]);
+    f.write(reinterpret_cast<const char*>(d.data()), static_cast<std::streamsize>(d.size()));
+}
+
+Img read_pnm(const std::string& path) {
+    std::ifstream f(path, std::ios::binary);
+    std::string magic;
+    Img m;
+    double maxval = 0;
+    f >> magic >> m.w >> m.h >> maxval;
+    f.get();
+    m.c = (magic == "P5" || magic == "Pf") ? 1 : 3;
+    m.bytes = magic[1] == 'f' || magic[1] == 'F' ? 4 : maxval > 255 ? 2 : 1;
+    m.d.resize(static_cast<std::size_t>(m.w) * m.h * m.c * m.bytes);
+    if (m.bytes == 4) {  // little-endian (negative scale), bottom row first
+        for (int y = m.h - 1; y >= 0; --y) f.read(reinterpret_cast<char*>(m.at(y, 0)), m.step());
+    } else {
+        f.read(reinterpret_cast<char*>(m.d.data()), static_cast<std::streamsize>(m.d.size()));
+        if (m.bytes == 2)
+            for (std::size_t i = 0; i < m.d.size(); i += 2) std::swap(m.d[i], m.d[i + 1]);
+    }
+    if (!f) m.w = m.h = 0;
+    return m;
+}
+
+bool exists(const std::string& p) {
+    struct stat st;
+    return stat(p.c_str(), &st) == 0;
+}
+
+struct Result {
+    int code;
+    std::string out, err;
+};
+
+class Cli : public ::testing::Test {
+protected:
+    std::string dir;
+    void SetUp() override {
+        char t[] = "/tmp/rok-cli-XXXXXX";
+        ASSERT_NE(mkdtemp(t), nullptr);
+        dir = t;
+    }
+    void TearDown() override { std::system(("rm -rf " + dir).c_str()); }
+    std::string p(const std::string& name) const { return dir + "/" + name; }
+
+    Result rok(const std::string& args) const {
+        std::string cmd = "cd " + dir + " && " + std::string(ROK_EXE) + " " + args + " >" + p("stdout.txt") + " 2>" + p("stderr.txt") + " </dev/null";
+        int st = std::system(cmd.c_str());
+        Result r{WIFEXITED(st) ? WEXITSTATUS(st) : -1, slurp(p("stdout.txt")), slurp(p("stderr.txt"))};
+        return r;
+    }
+    static std::string slurp(const std::string& path) {
+        std::ifstream f(path);
+        std::stringstream s;
+        s << f.rdbuf();
+        return s.str();
+    }
+};
+
+// The library's call on the image padded by replicated edges, as the tool
+// must make it for filters that read around each pixel.
+Img padded(const Img& a, int r) {
+    Img q = like(a, a.w + 2 * r, a.h + 2 * r);
+    EXPECT_EQ(a.c, 1);
+    EXPECT_EQ(rokiCopyReplicateBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, q.d.data(), q.step(), {q.w, q.h}, r, r), 0);
+    return q;
+}
+
+TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
+    const Img a = make(37, 23, 1, 1, 1), b = make(37, 23, 1, 1, 2), c3 = make(37, 23, 3, 1, 3);
+    write_pnm(a, p("a.pgm"));
+    write_pnm(b, p("b.pgm"));
+    write_pnm(c3, p("c.ppm"));
+    struct Case {
+        const char* args;
+        const char* out;
+        std::function<Img()> expect;
+    };
+    std::vector<Case> cases = {
+        {"add a.pgm b.pgm o.pgm --scale 1", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             rokiAdd_8u_C1RSfs(a.d.data(), a.step(), b.d.data(), b.step(), o.d.data(), o.step(), {a.w, a.h}, 1);
+             return o;
+         }},
+        // a - b: the library subtracts its first operand from its second
+        {"sub a.pgm b.pgm o.pgm", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             rokiSub_8u_C1RSfs(b.d.data(), b.step(), a.d.data(), a.step(), o.d.data(), o.step(), {a.w, a.h}, 0);
+             return o;
+         }},
+        {"div a.pgm b.pgm o.pgm --scale -3", "o.pgm", [&] {  // a / b
+             Img o = like(a, a.w, a.h);
+             rokiDiv_8u_C1RSfs(b.d.data(), b.step(), a.d.data(), a.step(), o.d.data(), o.step(), {a.w, a.h}, -3);
+             return o;
+         }},
+        {"xor c.ppm c.ppm o.ppm", "o.ppm", [&] { return like(c3, c3.w, c3.h); }},
+        {"compare c.ppm c.ppm o.pgm --op ge", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             std::fill(o.d.begin(), o.d.end(), 255);
+             return o;
+         }},
+        {"compare a.pgm b.pgm o.pgm --op lt", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             rokiCompare_8u_C1R(a.d.data(), a.step(), b.d.data(), b.step(), o.d.data(), o.step(), {a.w, a.h}, rokCompareLess);
+             return o;
+         }},
+        {"median a.pgm o.pgm --mask 5x3", "o.pgm", [&] {
+             Img q = padded(a, 2), o = like(a, a.w, a.h);
+             rokiFilterMedian_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, {5, 3}, {2, 1});
+             return o;
+         }},
+        {"filter a.pgm o.pgm --gauss 5", "o.pgm", [&] {
+             Img q = padded(a, 2), o = like(a, a.w, a.h);
+             rokiFilterGauss_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, rokMskSize5x5);
+             return o;
+         }},
+        {"filter a.pgm o.pgm --box --kernel 4x4", "o.pgm", [&] {
+             Img q = padded(a, 2), o = like(a, a.w, a.h);
+             rokiFilterBox_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, {4, 4}, {2, 2});
+             return o;
+         }},
+        {"dilate a.pgm o.pgm", "o.pgm", [&] {
+             Img q = padded(a, 1), o = like(a, a.w, a.h);
+             rokiDilate3x3_8u_C1R(q.at(1, 1), q.step(), o.d.data(), o.step(), {a.w, a.h});
+             return o;
+         }},
+        {"resize c.ppm o.ppm --scale 0.5 --method lanczos", "o.ppm", [&] {
+             Img o = like(c3, 19, 12);  // 37 * 0.5 and 23 * 0.5 rounded half away
+             int size = 0;
+             rokiResizeGetBufSize({0, 0, 37, 23}, {0, 0, 19, 12}, 3, rokInterLanczos, &size);
+             std::vector<Rok8u> buf(static_cast<std::size_t>(size) + 1);
+             rokiResizeSqrPixel_8u_C3R(c3.d.data(), {37, 23}, c3.step(), {0, 0, 37, 23}, o.d.data(), o.step(), {0, 0, 19, 12}, 0.5,
+                                       0.5, 0, 0, rokInterLanczos, buf.data());
+             return o;
+         }},
+        {"mirror c.ppm o.ppm --flip v", "o.ppm", [&] {
+             Img o = like(c3, c3.w, c3.h);
+             rokiMirror_8u_C3R(c3.d.data(), c3.step(), o.d.data(), o.step(), {c3.w, c3.h}, rokFlipAboutHorizontal);
+             return o;
+         }},
+        {"rotate a.pgm o.pgm --angle 90 --method nearest", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             double cx = 18, cy = 11;  // centre kept: x' = y + xs, y' = -x + ys
+             rokiRotate_8u_C1R(a.d.data(), {a.w, a.h}, a.step(), {0, 0, a.w, a.h}, o.d.data(), o.step(), {0, 0, a.w, a.h}, 90,
+                               cx - cy, cy + cx, rokInterNearest);
+             return o;
+         }},
+        {"warp c.ppm o.ppm --matrix 0.9,0.2,1.5,-0.1,1.1,-2 --method cubic", "o.ppm", [&] {
+             Img o = like(c3, c3.w, c3.h);
+             const double m[2][3] = {{0.9, 0.2, 1.5}, {-0.1, 1.1, -2}};
+             rokiWarpAffine_8u_C3R(c3.d.data(), {c3.w, c3.h}, c3.step(), {0, 0, c3.w, c3.h}, o.d.data(), o.step(),
+                                   {0, 0, c3.w, c3.h}, m, rokInterCubic);
+             return o;
+         }},
+        {"convert c.ppm o.pfm --to 32f", "o.pfm", [&] {
+             Img o{c3.w, c3.h, 3, 4, {}};
+             o.d.resize(static_cast<std::size_t>(o.w) * o.h * 12);
+             rokiConvert_8u32f_C3R(c3.d.data(), c3.step(), reinterpret_cast<Rok32f*>(o.d.data()), o.step(), {o.w, o.h});
+             return o;
+         }},
+        {"threshold a.pgm o.pgm --level 100 --op lt", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             rokiThreshold_8u_C1R(a.d.data(), a.step(), o.d.data(), o.step(), {a.w, a.h}, 100, rokCompareLess);
+             return o;
+         }},
+        {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
+             Img o = like(a, a.w + 6, a.h + 6);
+             rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
+             return o;
+         }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
+        for (const char* threads : {"1", "3"}) {
+            std::remove(p(c.out).c_str());
+            Result r = rok(std::string(c.args) + " --threads " + threads);
+            ASSERT_EQ(r.code, 0) << r.err;
+            Img got = read_pnm(p(c.out)), want = c.expect();
+            ASSERT_EQ(got.w, want.w);
+            ASSERT_EQ(got.h, want.h);
+            ASSERT_EQ(got.c, want.c);
+            EXPECT_TRUE(got.d == want.d);
+        }
+    }
+}
+
+TEST_F(Cli, FilesKeepTheirSamplesThroughEveryFormat) {
+    // grey and RGB, 8 and 16 bits: PNM -> PNG -> PNM is exact; 32f through PFM.
+    struct Case { int c, bytes; const char* ext; };
+    for (Case k : {Case{1, 1, "pgm"}, Case{3, 1, "ppm"}, Case{1, 2, "pgm"}, Case{3, 2, "ppm"}}) {
+        SCOPED_TRACE(std::to_string(k.c) + " channel(s), " + std::to_string(8 * k.bytes) + " bits");
+        Img a = make(1 + 13 * k.c, 5 + k.bytes, k.c, k.bytes, 9);
+        std::string in = p(std::string("in.") + k.ext), back = p(std::string("back.") + k.ext);
+        write_pnm(a, in);
+        ASSERT_EQ(rok("mirror " + in + " " + p("m.png") + " --flip both").code, 0);
+        ASSERT_EQ(rok("mirror " + p("m.png") + " " + back + " --flip both").code, 0);
+        EXPECT_TRUE(read_pnm(back).d == a.d);
+    }
+    Img f = make(11, 4, 1, 4, 5);
+    {   // a PFM written here, read by the tool and written back
+        std::ofstream o(p("f.pfm"), std::ios::binary);
+        o << "Pf\n11 4\n-1.0\n";
+        for (int y = 3; y >= 0; --y) o.write(reinterpret_cast<const char*>(f.at(y, 0)), f.step());
+    }
+    ASSERT_EQ(rok("mirror " + p("f.pfm") + " " + p("g.pfm") + " --flip both").code, 0);
+    ASSERT_EQ(rok("mirror " + p("g.pfm") + " " + p("h.pfm") + " --flip both").code, 0);
+    EXPECT_TRUE(read_pnm(p("h.pfm")).d == f.d);
+    // JPEG is lossy: an 8-bit grey image comes back close to what went in.
+    Img g = like(make(1, 1, 1, 1, 0), 40, 24);
+    for (int y = 0; y < 24; ++y)
+        for (int x = 0; x < 40; ++x) *g.at(y, x) = static_cast<std::uint8_t>(4 * x + 2 * y);
+    write_pnm(g, p("g.pgm"));
+    ASSERT_EQ(rok("mirror " + p("g.pgm") + " " + p("g.jpg") + " --flip both").code, 0);
+    ASSERT_EQ(rok("mirror " + p("g.jpg") + " " + p("g2.pgm") + " --flip both").code, 0);
+    Img back = read_pnm(p("g2.pgm"));
+    ASSERT_EQ(back.d.size(), g.d.size());
+    int worst = 0;
+    for (std::size_t i = 0; i < g.d.size(); ++i) worst = std::max(worst, std::abs(int(back.d[i]) - int(g.d[i])));
+    EXPECT_LE(worst, 8);
+}
+
+TEST_F(Cli, StatsReportTheLibrarysResults) {
+    Img a = make(29, 7, 1, 1, 4);
+    write_pnm(a, p("a.pgm"));
+    Result r = rok("stats " + p("a.pgm") + " --json --bins 4");
+    ASSERT_EQ(r.code, 0) << r.err;
+    double sum = 0, l2 = 0;
+    rokiSum_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, &sum);
+    rokiNorm_L2_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, &l2);
+    Rok32s hist[4], levels[5];
+    rokiHistogramEven_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, hist, levels, 5, 0, 256);
+    char want[256];
+    std::snprintf(want, sizeof want, "\"sum\": [%.17g]", sum);
+    EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
+    std::snprintf(want, sizeof want, "\"norm_l2\": [%.17g]", l2);
+    EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
+    std::snprintf(want, sizeof want, "\"histogram\": [[%d, %d, %d, %d]]", hist[0], hist[1], hist[2], hist[3]);
+    EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1);
+}
+
+TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
+    write_pnm(make(16, 8, 1, 1, 1), p("a.pgm"));
+    write_pnm(make(17, 8, 1, 1, 1), p("wide.pgm"));
+    write_pnm(make(16, 8, 3, 1, 1), p("c.ppm"));
+    ASSERT_EQ(rok("mirror " + p("a.pgm") + " " + p("a.png")).code, 0);
+    {   // a PNG cut short, a PGM whose pixels stop early, and text
+        std::string png = slurp(p("a.png")), pgm = slurp(p("a.pgm"));
+        std::ofstream(p("cut.png"), std::ios::binary) << png.substr(0, png.size() / 2);
+        std::ofstream(p("cut.pgm"), std::ios::binary) << pgm.substr(0, pgm.size() - 5);
+        std::ofstream(p("text.png")) << "hello";
+        std::ofstream(p("empty.pgm"));
+        std::ofstream(p("badhdr.pgm")) << "P5\n-3 4\n255\n";
+        std::ofstream(p("f.pfm"), std::ios::binary) << "Pf\n1 1\n-1.0\n" << std::string(4, '\0');
+    }
+    const std::string A = p("a.pgm");
+    struct Case { std::string args, message; };
+    std::vector<Case> cases = {
+        {"median " + p("none.png") + " OUT", "No such file"},
+        {"median " + p("cut.png") + " OUT", "bad PNG file"},
+        {"median " + p("cut.pgm") + " OUT", "truncated"},
+        {"median " + p("text.png") + " OUT", "not a PNG, JPEG"},
+        {"median " + p("empty.pgm") + " OUT", "empty file"},
+        {"median " + p("badhdr.pgm") + " OUT", "bad netpbm header"},
+        {"frobnicate " + A + " OUT", "unknown command"},
+        {"convert " + A + " OUT", "--to"},
+        {"convert " + A + " OUT --to 12q", "--to takes"},
+        {"median " + A + " OUT --mask 0x3", "--mask takes"},
+        {"median " + A + " OUT --mask", "needs a value"},
+        {"resize " + A + " OUT --scale abc", "--scale takes"},
+        {"resize " + A + " OUT --method sinc", "--method takes"},
+        {"add " + A + " OUT", "takes 3 file names"},
+        {"add " + A + " " + p("wide.pgm") + " OUT", "differ in size"},
+        {"add " + A + " " + p("c.ppm") + " OUT", "differ in size"},
+        {"threshold " + p("c.ppm") + " OUT", "grey images"},
+        {"median " + A + " " + p("out.bmp"), "unknown output format"},
+        {"median " + p("c.ppm") + " " + p("OUT.pgm"), "PGM holds grey"},
+        {"convert " + A + " " + p("OUT.png") + " --to 32f", "PNG holds no 32f"},
+        {"median " + A + " " + p("nodir/OUT.pgm"), "cannot write"},
+        // a size the library refuses: the message carries the status's name
+        {"resize " + A + " OUT --scale 2 --method super", "rokStatusBadResizeFactor"},
+        {"filter " + A + " OUT --box --laplace 3", "one of"},
+        {"median " + A + " OUT --threads 0", "--threads takes"},
+        {"compare " + A + " " + A + " OUT --op ne", "--op takes"},
+        {"warp " + A + " OUT --matrix 1,2,3", "six numbers"},
+        {"warp " + A + " OUT --matrix 0,0,0,0,0,0", "rokStatus"},  // a singular map, refused by the library
+        {"and " + p("f.pfm") + " " + p("f.pfm") + " OUT", "does not take 32f"},
+    };
+    for (const auto& c : cases) {
+        std::string args = c.args;
+        auto at = args.find(" OUT");
+        if (at != std::string::npos) args.replace(at, 4, " " + p("OUT.pgm"));
+        SCOPED_TRACE(args);
+        Result r = rok(args);
+        EXPECT_EQ(r.code, 2);
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_EQ(r.err.rfind("rok", 0), 0u) << r.err;
+        EXPECT_FALSE(exists(p("OUT.pgm")));
+        EXPECT_FALSE(exists(p("OUT.png")));
+        EXPECT_FALSE(exists(p("out.bmp")));
+    }
+    // nothing half-written was left beside the targets either
+    EXPECT_EQ(std::system(("ls " + dir + " | grep -q rok-").c_str()) == 0, false);
+}
+
+TEST_F(Cli, BatchSkipsFailedFilesAndWritesTheRest) {
+    mkdir(p("in").c_str(), 0777);
+    Img a = make(21, 9, 1, 1, 7);
+    write_pnm(a, p("in/one.pgm"));
+    write_pnm(make(21, 9, 3, 1, 8), p("in/two.ppm"));
+    std::ofstream(p("in/three.pgm")) << "P5\n21 9\n255\nshort";
+    Result r = rok("erode " + p("in") + " --out " + p("out") + " --json");
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(exists(p("out/one.pgm")));
+    EXPECT_TRUE(exists(p("out/two.ppm")));
+    EXPECT_FALSE(exists(p("out/three.pgm")));
+    EXPECT_NE(r.err.find("three.pgm: truncated file (skipped)"), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("3 file(s), 2 written, 1 failed"), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find('\r'), std::string::npos) << "no progress bar when stderr is not a terminal";
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2) << r.out;
+    Img q = padded(a, 1), want = like(a, a.w, a.h);
+    rokiErode3x3_8u_C1R(q.at(1, 1), q.step(), want.d.data(), want.step(), {a.w, a.h});
+    EXPECT_TRUE(read_pnm(p("out/one.pgm")).d == want.d);
+    // every file good: exit 0
+    std::remove(p("in/three.pgm").c_str());
+    EXPECT_EQ(rok(p("in/one.pgm") + " " + p("in/two.ppm") + " --out " + p("out2")).code, 2) << "the command comes first";
+    EXPECT_EQ(rok("erode " + p("in/one.pgm") + " " + p("in/two.ppm") + " --out " + p("out2") + " --ext png").code, 0);
+    EXPECT_TRUE(exists(p("out2/one.png")));
+}
+
+TEST_F(Cli, HelpForEveryCommandAndTheDemo) {
+    Result top = rok("--help");
+    ASSERT_EQ(top.code, 0);
+    const char* names[] = {"add", "sub", "mul", "div", "and", "or", "xor", "compare", "convert", "border", "filter", "median", "dilate", "erode",
+                           "resize", "rotate", "warp", "mirror", "threshold", "fft", "stats", "demo"};
+    for (const char* n : names) {
+        SCOPED_TRACE(n);
+        EXPECT_NE(top.out.find(std::string("  ") + n + " "), std::string::npos);
+        Result h = rok(std::string(n) + " --help");
+        EXPECT_EQ(h.code, 0);
+        EXPECT_NE(h.out.find(std::string("example:\n  rok ") + n), std::string::npos) << h.out;
+    }
+    EXPECT_EQ(rok("").code, 2);
+    Result d = rok("demo " + p("demo") + " --threads 2");
+    ASSERT_EQ(d.code, 0) << d.err;
+    EXPECT_TRUE(exists(p("demo/contact_sheet.png")));
+    EXPECT_TRUE(exists(p("demo/fft.png")));
+    EXPECT_NE(d.out.find(" ms "), std::string::npos);
+}
+
+}  // namespace

@@ -1,0 +1,1061 @@
+// rok: the library's image-processing functions over image files.
+//
+// Every subcommand is one line of the command table below: its name, the
+// options it takes, an example, and the library family it calls. The export
+// for an image is found by name from the family, the image's sample type and
+// its channel layout (rokiAdd + _8u + _C3 + RSfs), so a family that takes one
+// of the call shapes here needs only a table line.
+#include <dirent.h>
+#include <dlfcn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "image_io.h"
+#include "rokcore.h"
+#include "roki.h"
+
+namespace rok {
+namespace {
+
+// ---- options ----
+
+struct Options {
+    std::vector<std::string> args;          // positional arguments
+    std::map<std::string, std::string> kv;  // --name value, and --flag as "1"
+    bool has(const std::string& k) const { return kv.count(k) != 0; }
+    std::string get(const std::string& k, const std::string& def = "") const {
+        auto it = kv.find(k);
+        return it == kv.end() ? def : it->second;
+    }
+    double number(const std::string& k, double def, double lo, double hi) const {
+        if (!has(k)) return def;
+        const std::string& s = kv.at(k);
+        char* end = nullptr;
+        double v = std::strtod(s.c_str(), &end);
+        if (s.empty() || *end || !std::isfinite(v) || v < lo || v > hi)
+            throw Error("--" + k + " takes a number from " + fmt_num(lo) + " to " + fmt_num(hi) + ", not '" + s + "'");
+        return v;
+    }
+    int integer(const std::string& k, int def, int lo, int hi) const {
+        double v = number(k, def, lo, hi);
+        if (v != std::floor(v)) throw Error("--" + k + " takes a whole number, not '" + kv.at(k) + "'");
+        return static_cast<int>(v);
+    }
+    static std::string fmt_num(double v) {
+        char b[32];
+        std::snprintf(b, sizeof b, "%g", v);
+        return b;
+    }
+};
+
+// "5x5" or "5" -> {5, 5}
+RokiSize parse_size(const std::string& s, const std::string& what) {
+    int w = 0, h = 0;
+    char extra = 0;
+    int n = std::sscanf(s.c_str(), "%dx%d%c", &w, &h, &extra);
+    if (n == 1) h = w;
+    if (n < 1 || n > 2 || w < 1 || h < 1 || w > 255 || h > 255)
+        throw Error("--" + what + " takes a size such as 5x5 (1 to 255), not '" + s + "'");
+    return {w, h};
+}
+
+// ---- the library ----
+
+// A status the library gave: errors stop the file, warnings are reported.
+struct LibraryError : Error {
+    using Error::Error;
+};
+
+std::string status_text(RokStatus s) { return rokGetStatusString(s); }
+
+void check(RokStatus s, const std::string& fn) {
+    if (s < 0) throw LibraryError(fn + " refused the image: " + status_text(s));
+    if (s > 0) std::fprintf(stderr, "rok: warning from %s: %s\n", fn.c_str(), status_text(s).c_str());
+}
+
+std::string layout_of(const Image& img) { return "C" + std::to_string(img.channels); }
+
+// The export of a family for this image, trying the suffixes in order.
+struct Found {
+    void* fn;
+    std::string name;
+    std::string suffix;
+};
+
+Found find_export(const std::string& family, const std::string& types, const std::string& layout,
+                  const std::vector<std::string>& suffixes, const std::string& command) {
+    for (const auto& suf : suffixes) {
+        std::string name = "roki" + family + "_" + types + "_" + layout + suf;
+        if (void* p = dlsym(RTLD_DEFAULT, name.c_str())) return {p, name, suf};
+    }
+    throw Error(command + " does not take " + types + " images with " + layout.substr(1) + " channel(s)");
+}
+
+using Roi = RokiSize;
+using FnUnary = RokStatus (*)(const void*, int, void*, int, Roi);
+using FnUnaryInt = RokStatus (*)(const void*, int, void*, int, Roi, int);
+using FnBinary = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi);
+using FnBinarySfs = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi, int);
+using FnMask = RokStatus (*)(const void*, int, void*, int, Roi, RokiSize, RokiPoint);
+using FnMaskBuf = RokStatus (*)(const void*, int, void*, int, Roi, RokiSize, RokiPoint, Rok8u*);
+
+int pixel_bytes(const Image& img) { return img.channels * depth_bytes(img.depth); }
+Roi roi_of(const Image& img) { return {img.width, img.height}; }
+Image like(const Image& img) {
+    Image out;
+    out.allocate(img.width, img.height, img.channels, img.depth);
+    return out;
+}
+
+// The image with rows and columns replicated around it, for the
+// neighbourhood operations, which read beyond the pixels they write.
+struct Padded {
+    Image img;
+    int top = 0, left = 0;
+    const std::uint8_t* origin() const { return img.row(top) + static_cast<std::size_t>(left) * pixel_bytes(img); }
+};
+
+Padded pad(const Image& in, int top, int left, int bottom, int right) {
+    Padded p;
+    p.top = top;
+    p.left = left;
+    p.img.allocate(in.width + left + right, in.height + top + bottom, in.channels, in.depth);
+    auto f = find_export("CopyReplicateBorder", depth_name(in.depth), layout_of(in), {"R"}, "border");
+    using Fn = RokStatus (*)(const void*, int, Roi, void*, int, Roi, int, int);
+    check(reinterpret_cast<Fn>(f.fn)(in.data.data(), in.step(), roi_of(in), p.img.data.data(), p.img.step(),
+                                     roi_of(p.img), top, left),
+          f.name);
+    return p;
+}
+
+// ---- the commands ----
+
+struct Command;
+using Run = std::function<Image(const Command&, const Options&, const Image&, const Image*)>;
+
+struct Command {
+    const char* name;
+    const char* summary;
+    const char* usage;    // after "rok <name> "
+    const char* options;  // one option a line, "--name V  what it does"
+    const char* example;
+    const char* family;   // library family, for the message when a type is not taken
+    int inputs;           // images read per output (1 or 2); 0 for commands that print
+    Run run;
+};
+
+// Element-wise arithmetic of two images: rokiAdd, rokiSub, rokiMul.
+Image run_binary(const Command& c, const Options& o, const Image& a, const Image* b, bool swap) {
+    if (b->width != a.width || b->height != a.height || b->channels != a.channels || b->depth != a.depth)
+        throw Error(std::string(c.name) + ": the two images differ in size, channels or sample type");
+    int sf = o.integer("scale", 0, -31, 31);
+    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"RSfs", "R"}, c.name);
+    Image out = like(a);
+    // The library's subtraction and division take their first operand as the
+    // one subtracted or divided by; "rok sub a b" means a - b.
+    const Image& s1 = swap ? *b : a;
+    const Image& s2 = swap ? a : *b;
+    RokStatus s;
+    if (f.suffix == "RSfs")
+        s = reinterpret_cast<FnBinarySfs>(f.fn)(s1.data.data(), s1.step(), s2.data.data(), s2.step(), out.data.data(),
+                                                out.step(), roi_of(a), sf);
+    else {
+        if (sf != 0) throw Error(std::string(c.name) + ": --scale applies to integer images only");
+        s = reinterpret_cast<FnBinary>(f.fn)(s1.data.data(), s1.step(), s2.data.data(), s2.step(), out.data.data(),
+                                             out.step(), roi_of(a));
+    }
+    check(s, f.name);
+    return out;
+}
+
+int parse_cmp(const std::string& op) {
+    static const std::map<std::string, int> ops = {{"lt", rokCompareLess}, {"le", rokCompareLessEq}, {"eq", rokCompareEq},
+                                                   {"ge", rokCompareGreaterEq}, {"gt", rokCompareGreater}};
+    auto it = ops.find(op);
+    if (it == ops.end()) throw Error("--op takes lt, le, eq, ge or gt, not '" + op + "'");
+    return it->second;
+}
+
+// A grey 8-bit mask: 255 where the comparison of A with B holds, else 0.
+Image run_compare(const Command& c, const Options& o, const Image& a, const Image* b) {
+    if (b->width != a.width || b->height != a.height || b->channels != a.channels || b->depth != a.depth)
+        throw Error(std::string(c.name) + ": the two images differ in size, channels or sample type");
+    int cmp = parse_cmp(o.get("op", "gt"));
+    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out;
+    out.allocate(a.width, a.height, 1, Depth::u8);
+    using Fn = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi, int);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), b->data.data(), b->step(), out.data.data(), out.step(), roi_of(a), cmp),
+          f.name);
+    return out;
+}
+
+Depth parse_depth(const std::string& s) {
+    if (s == "8u") return Depth::u8;
+    if (s == "16u") return Depth::u16;
+    if (s == "32f") return Depth::f32;
+    throw Error("--to takes 8u, 16u or 32f, not '" + s + "'");
+}
+
+Image run_convert(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (!o.has("to")) throw Error("convert needs --to 8u, 16u or 32f");
+    Depth to = parse_depth(o.get("to"));
+    if (to == a.depth) return a;
+    std::string types = std::string(depth_name(a.depth)) + depth_name(to);
+    auto f = find_export(c.family, types, layout_of(a), {"R"}, c.name);
+    Image out;
+    out.allocate(a.width, a.height, a.channels, to);
+    RokStatus s;
+    if (a.depth == Depth::f32)  // rounds to nearest, ties to even; saturates
+        s = reinterpret_cast<FnUnaryInt>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a),
+                                               rokRoundNearestEven);
+    else
+        s = reinterpret_cast<FnUnary>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a));
+    check(s, f.name);
+    return out;
+}
+
+Image run_border(const Command& c, const Options& o, const Image& a, const Image*) {
+    int n = 0;
+    std::string kind;
+    for (const char* k : {"replicate", "const"})
+        if (o.has(k)) {
+            if (!kind.empty()) throw Error("border takes one of --replicate, --const");
+            kind = k;
+            n = o.integer(k, 0, 0, 4096);
+        }
+    if (kind.empty()) throw Error("border needs --replicate N or --const N");
+    Image out;
+    out.allocate(a.width + 2 * n, a.height + 2 * n, a.channels, a.depth);
+    std::string fam = kind == "replicate" ? "CopyReplicateBorder" : "CopyConstBorder";
+    auto f = find_export(fam, depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    RokStatus s;
+    if (kind == "const") {
+        double v = o.number("value", 0, a.depth == Depth::f32 ? -3.4e38 : 0,
+                            a.depth == Depth::u8 ? 255 : a.depth == Depth::u16 ? 65535 : 3.4e38);
+        // One value for every channel: by value for grey images, as an array otherwise.
+        alignas(8) std::uint8_t fill[16] = {};
+        for (int k = 0; k < a.channels && k < 4; ++k) {
+            if (a.depth == Depth::u8) fill[k] = static_cast<Rok8u>(v);
+            else if (a.depth == Depth::u16) { Rok16u x = static_cast<Rok16u>(v); std::memcpy(fill + 2 * k, &x, 2); }
+            else { Rok32f x = static_cast<Rok32f>(v); std::memcpy(fill + 4 * k, &x, 4); }
+        }
+        if (a.channels > 1) {
+            using Fn = RokStatus (*)(const void*, int, Roi, void*, int, Roi, int, int, const void*);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), out.data.data(), out.step(), roi_of(out), n, n, fill);
+        } else if (a.depth == Depth::u8) {
+            using Fn = RokStatus (*)(const void*, int, Roi, void*, int, Roi, int, int, Rok8u);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), out.data.data(), out.step(), roi_of(out), n, n, fill[0]);
+        } else if (a.depth == Depth::u16) {
+            using Fn = RokStatus (*)(const void*, int, Roi, void*, int, Roi, int, int, Rok16u);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), out.data.data(), out.step(), roi_of(out), n, n,
+                                           static_cast<Rok16u>(v));
+        } else {
+            using Fn = RokStatus (*)(const void*, int, Roi, void*, int, Roi, int, int, Rok32f);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), out.data.data(), out.step(), roi_of(out), n, n,
+                                           static_cast<Rok32f>(v));
+        }
+    } else {
+        using Fn = RokStatus (*)(const void*, int, Roi, void*, int, Roi, int, int);
+        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), out.data.data(), out.step(), roi_of(out), n, n);
+    }
+    check(s, f.name);
+    return out;
+}
+
+// Filters with a rectangular mask centred on the pixel: box and median.
+Image run_mask(const std::string& family, const char* cmd, RokiSize mask, const Image& a) {
+    RokiPoint anchor{mask.width / 2, mask.height / 2};
+    auto f = find_export(family, depth_name(a.depth), layout_of(a), {"R"}, cmd);
+    Padded p = pad(a, anchor.y, anchor.x, mask.height - 1 - anchor.y, mask.width - 1 - anchor.x);
+    Image out = like(a);
+    RokStatus s;
+    if (family == "FilterMedian" && a.depth == Depth::f32) {
+        int size = 0;
+        check(rokiFilterMedianGetBufferSize_32f(roi_of(a), mask, a.channels, &size), "rokiFilterMedianGetBufferSize_32f");
+        std::vector<Rok8u> buf(static_cast<std::size_t>(std::max(size, 1)));
+        s = reinterpret_cast<FnMaskBuf>(f.fn)(p.origin(), p.img.step(), out.data.data(), out.step(), roi_of(a), mask, anchor,
+                                              buf.data());
+    } else {
+        s = reinterpret_cast<FnMask>(f.fn)(p.origin(), p.img.step(), out.data.data(), out.step(), roi_of(a), mask, anchor);
+    }
+    check(s, f.name);
+    return out;
+}
+
+// Fixed 3x3 or 5x5 kernels: the source is padded by the kernel's radius.
+Image run_fixed(const std::string& family, const char* cmd, int radius, int arg, bool has_arg, const Image& a) {
+    auto f = find_export(family, depth_name(a.depth), layout_of(a), {"R"}, cmd);
+    Padded p = pad(a, radius, radius, radius, radius);
+    Image out = like(a);
+    RokStatus s = has_arg ? reinterpret_cast<FnUnaryInt>(f.fn)(p.origin(), p.img.step(), out.data.data(), out.step(), roi_of(a), arg)
+                          : reinterpret_cast<FnUnary>(f.fn)(p.origin(), p.img.step(), out.data.data(), out.step(), roi_of(a));
+    check(s, f.name);
+    return out;
+}
+
+Image run_filter(const Command& c, const Options& o, const Image& a, const Image*) {
+    int chosen = o.has("box") + o.has("sobel") + o.has("gauss") + o.has("sharpen") + o.has("laplace");
+    if (chosen != 1) throw Error("filter takes one of --box, --sobel, --gauss N, --sharpen, --laplace N");
+    if (o.has("box")) {
+        RokiSize k = parse_size(o.get("kernel", "3x3"), "kernel");
+        return run_mask("FilterBox", c.name, k, a);
+    }
+    if (o.has("sobel")) return run_fixed("FilterSobelHoriz", c.name, 1, 0, false, a);
+    if (o.has("sharpen")) return run_fixed("FilterSharpen", c.name, 1, 0, false, a);
+    if (o.has("gauss")) {
+        int n = o.integer("gauss", 3, 3, 5);
+        if (n != 3 && n != 5) throw Error("--gauss takes 3 or 5");
+        return run_fixed("FilterGauss", c.name, n / 2, n == 3 ? rokMskSize3x3 : rokMskSize5x5, true, a);
+    }
+    int n = o.integer("laplace", 3, 3, 5);
+    if (n != 3 && n != 5) throw Error("--laplace takes 3 or 5");
+    return run_fixed("FilterLaplace", c.name, n / 2, n == 3 ? rokMskSize3x3 : rokMskSize5x5, true, a);
+}
+
+Image run_median(const Command& c, const Options& o, const Image& a, const Image*) {
+    return run_mask("FilterMedian", c.name, parse_size(o.get("mask", "3x3"), "mask"), a);
+}
+
+Image run_morph(const Command& c, const Options&, const Image& a, const Image*) {
+    return run_fixed(c.family, c.name, 1, 0, false, a);
+}
+
+int parse_method(const std::string& m) {
+    static const std::map<std::string, int> methods = {
+        {"nearest", rokInterNearest}, {"linear", rokInterLinear}, {"cubic", rokInterCubic},
+        {"lanczos", rokInterLanczos}, {"super", rokInterSuper}};
+    auto it = methods.find(m);
+    if (it == methods.end()) throw Error("--method takes nearest, linear, cubic, lanczos or super, not '" + m + "'");
+    return it->second;
+}
+
+Image run_resize(const Command& c, const Options& o, const Image& a, const Image*) {
+    double sx = o.number("scale", 0.5, 1e-4, 1e4), sy = sx;
+    int w = 0, h = 0;
+    if (o.has("size")) {
+        RokiSize s{};
+        char extra = 0;
+        if (std::sscanf(o.get("size").c_str(), "%dx%d%c", &s.width, &s.height, &extra) != 2 || s.width < 1 || s.height < 1 ||
+            s.width > 65535 || s.height > 65535)
+            throw Error("--size takes WIDTHxHEIGHT, not '" + o.get("size") + "'");
+        w = s.width, h = s.height;
+        sx = static_cast<double>(w) / a.width;
+        sy = static_cast<double>(h) / a.height;
+    } else {
+        w = static_cast<int>(std::lround(a.width * sx));
+        h = static_cast<int>(std::lround(a.height * sy));
+        if (w < 1 || h < 1 || w > 65535 || h > 65535) throw Error("resize: --scale gives a size out of range");
+    }
+    int method = parse_method(o.get("method", "linear"));
+    auto f = find_export("ResizeSqrPixel", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out;
+    out.allocate(w, h, a.channels, a.depth);
+    RokiRect src{0, 0, a.width, a.height}, dst{0, 0, w, h};
+    int size = 0;
+    check(rokiResizeGetBufSize(src, dst, static_cast<Rok32u>(a.channels), method, &size), "rokiResizeGetBufSize");
+    std::vector<Rok8u> buf(static_cast<std::size_t>(std::max(size, 1)));
+    using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, double, double, double, double, int, Rok8u*);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), src, out.data.data(), out.step(), dst, sx, sy, 0, 0,
+                                     method, buf.data()),
+          f.name);
+    return out;
+}
+
+Image run_rotate(const Command& c, const Options& o, const Image& a, const Image*) {
+    double angle = o.number("angle", 0, -1e6, 1e6);
+    int method = parse_method(o.get("method", "linear"));
+    auto f = find_export("Rotate", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    // The destination has the source's size; the centre stays where it is.
+    // Pixel (x, y) goes to (x cos + y sin + xs, -x sin + y cos + ys).
+    double r = angle * 3.14159265358979323846 / 180.0, cs = std::cos(r), sn = std::sin(r);
+    double cx = (a.width - 1) / 2.0, cy = (a.height - 1) / 2.0;
+    double xs = cx - (cx * cs + cy * sn), ys = cy - (-cx * sn + cy * cs);
+    Image out = like(a);
+    if (o.has("background")) {
+        double v = o.number("background", 0, 0, 65535);
+        if (a.depth == Depth::u8) std::fill(out.data.begin(), out.data.end(), static_cast<std::uint8_t>(std::min(v, 255.0)));
+    }
+    RokiRect src{0, 0, a.width, a.height}, dst{0, 0, a.width, a.height};
+    using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, double, double, double, int);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), src, out.data.data(), out.step(), dst, angle, xs, ys,
+                                     method),
+          f.name);
+    return out;
+}
+
+// An affine map of source pixel positions to destination ones, x' = a x + b y + c,
+// y' = d x + e y + f; the destination has the source's size.
+Image run_warp(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (!o.has("matrix")) throw Error("warp needs --matrix a,b,c,d,e,f");
+    double m[2][3];
+    char extra = 0;
+    if (std::sscanf(o.get("matrix").c_str(), "%lf,%lf,%lf,%lf,%lf,%lf%c", &m[0][0], &m[0][1], &m[0][2], &m[1][0], &m[1][1],
+                    &m[1][2], &extra) != 6)
+        throw Error("--matrix takes six numbers a,b,c,d,e,f, not '" + o.get("matrix") + "'");
+    int method = parse_method(o.get("method", "linear"));
+    auto f = find_export("WarpAffine", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out = like(a);
+    RokiRect r{0, 0, a.width, a.height};
+    using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, const double (*)[3], int);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), r, out.data.data(), out.step(), r, m, method), f.name);
+    return out;
+}
+
+Image run_mirror(const Command& c, const Options& o, const Image& a, const Image*) {
+    std::string axis = o.get("flip", "h");
+    int flip = axis == "v" ? rokFlipAboutHorizontal : axis == "h" ? rokFlipAboutVertical : axis == "both" ? rokFlipBoth : -1;
+    if (flip < 0) throw Error("--flip takes h (left-right), v (top-bottom) or both, not '" + axis + "'");
+    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out = like(a);
+    check(reinterpret_cast<FnUnaryInt>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), flip), f.name);
+    return out;
+}
+
+Image run_threshold(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (a.channels != 1) throw Error("threshold takes grey images (rok convert has no colour conversion yet)");
+    double level = o.number("level", 128, -1e30, 1e30);
+    std::string op = o.get("op", "gt");
+    int cmp = op == "lt" ? rokCompareLess : op == "gt" ? rokCompareGreater : -1;
+    if (cmp < 0) throw Error("--op takes lt (raise values below the level to it) or gt (lower values above it)");
+    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out = like(a);
+    RokStatus s;
+    if (a.depth == Depth::f32) {
+        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, Rok32f, int);
+        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), static_cast<Rok32f>(level), cmp);
+    } else if (a.depth == Depth::u8) {
+        if (level < 0 || level > 255) throw Error("--level takes 0 to 255 for 8-bit images");
+        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, Rok8u, int);
+        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), static_cast<Rok8u>(level), cmp);
+    } else {
+        if (level < 0 || level > 65535) throw Error("--level takes 0 to 65535 for 16-bit images");
+        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, Rok16u, int);
+        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), static_cast<Rok16u>(level), cmp);
+    }
+    check(s, f.name);
+    return out;
+}
+
+// Log magnitude of the 2-D discrete Fourier transform, zero frequency in the
+// centre, scaled to 0..255. Colour images are averaged to grey first.
+Image run_fft(const Command&, const Options&, const Image& a, const Image*) {
+    int w = a.width, h = a.height;
+    Image grey;
+    grey.allocate(w, h, 1, Depth::f32);
+    auto* g = reinterpret_cast<float*>(grey.data.data());
+    int colours = std::min(a.channels, 3);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            double sum = 0;
+            for (int k = 0; k < colours; ++k) {
+                std::size_t i = (static_cast<std::size_t>(y) * w + x) * a.channels + k;
+                sum += a.depth == Depth::u8 ? a.data[i]
+                       : a.depth == Depth::u16 ? reinterpret_cast<const std::uint16_t*>(a.data.data())[i]
+                                               : reinterpret_cast<const float*>(a.data.data())[i];
+            }
+            g[static_cast<std::size_t>(y) * w + x] = static_cast<float>(sum / colours);
+        }
+    RokiDFTSpec_R_32f* spec = nullptr;
+    check(rokiDFTInitAlloc_R_32f(&spec, w, h, rokFftNoDiv, rokHintDefault), "rokiDFTInitAlloc_R_32f");
+    std::unique_ptr<RokiDFTSpec_R_32f, RokStatus (*)(RokiDFTSpec_R_32f*)> hold(spec, rokiDFTFree_R_32f);
+    int size = 0;
+    check(rokiDFTGetBufSize_R_32f(spec, &size), "rokiDFTGetBufSize_R_32f");
+    std::vector<Rok8u> buf(static_cast<std::size_t>(std::max(size, 1)));
+    Image pack = like(grey), mag = like(grey);
+    check(rokiDFTFwd_RToPack_32f_C1R(g, grey.step(), reinterpret_cast<Rok32f*>(pack.data.data()), pack.step(), spec, buf.data()),
+          "rokiDFTFwd_RToPack_32f_C1R");
+    check(rokiMagnitudePack_32f_C1R(reinterpret_cast<Rok32f*>(pack.data.data()), pack.step(),
+                                    reinterpret_cast<Rok32f*>(mag.data.data()), mag.step(), roi_of(a)),
+          "rokiMagnitudePack_32f_C1R");
+    const float* m = reinterpret_cast<const float*>(mag.data.data());
+    // Scaled between the smallest value and the largest away from zero
+    // frequency, which would otherwise leave the rest of the spectrum dark.
+    double top = 0, bottom = HUGE_VAL;
+    std::vector<double> lg(static_cast<std::size_t>(w) * h);
+    for (std::size_t i = 0; i < lg.size(); ++i) {
+        lg[i] = std::log1p(static_cast<double>(m[i]));
+        if (i) top = std::max(top, lg[i]);
+        bottom = std::min(bottom, lg[i]);
+    }
+    Image out;
+    out.allocate(w, h, 1, Depth::u8);
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x) {
+            double v = top > bottom ? (lg[static_cast<std::size_t>(y) * w + x] - bottom) / (top - bottom) * 255.0 : 0;
+            v = std::min(v, 255.0);
+            out.row((y + h / 2) % h)[(x + w / 2) % w] = static_cast<std::uint8_t>(std::lround(v));
+        }
+    return out;
+}
+
+// ---- stats ----
+
+struct Stats {
+    int channels = 0;
+    double sum[4]{}, mean[4]{}, min[4]{}, max[4]{}, inf[4]{}, l1[4]{}, l2[4]{};
+    std::vector<std::vector<int>> hist;  // 8u: 256 bins, 16u: 256 bins of 256 values
+};
+
+void stat64(const char* family, const Image& a, double* out, bool hint) {
+    auto f = find_export(family, depth_name(a.depth), layout_of(a), {"R"}, "stats");
+    RokStatus s;
+    if (hint) {
+        using Fn = RokStatus (*)(const void*, int, Roi, Rok64f*, int);
+        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), out, rokHintAccurate);
+    } else {
+        using Fn = RokStatus (*)(const void*, int, Roi, Rok64f*);
+        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), out);
+    }
+    check(s, f.name);
+}
+
+Stats compute_stats(const Image& a, int bins) {
+    Stats st;
+    st.channels = a.channels;
+    bool f32 = a.depth == Depth::f32;
+    stat64("Sum", a, st.sum, f32);
+    stat64("Mean", a, st.mean, f32);
+    stat64("Norm_Inf", a, st.inf, false);
+    stat64("Norm_L1", a, st.l1, f32);
+    stat64("Norm_L2", a, st.l2, f32);
+    auto f = find_export("MinMax", depth_name(a.depth), layout_of(a), {"R"}, "stats");
+    std::uint8_t lo[16], hi[16];
+    using Fn = RokStatus (*)(const void*, int, Roi, void*, void*);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), lo, hi), f.name);
+    for (int k = 0; k < a.channels; ++k) {
+        if (a.depth == Depth::u8) st.min[k] = lo[k], st.max[k] = hi[k];
+        else if (a.depth == Depth::u16) {
+            std::uint16_t l, h;
+            std::memcpy(&l, lo + 2 * k, 2), std::memcpy(&h, hi + 2 * k, 2);
+            st.min[k] = l, st.max[k] = h;
+        } else {
+            float l, h;
+            std::memcpy(&l, lo + 4 * k, 4), std::memcpy(&h, hi + 4 * k, 4);
+            st.min[k] = l, st.max[k] = h;
+        }
+    }
+    if (bins > 0 && a.depth != Depth::f32 && a.channels != 3) {
+        int upper = a.depth == Depth::u8 ? 256 : 65536;
+        st.hist.assign(static_cast<std::size_t>(a.channels), std::vector<int>(static_cast<std::size_t>(bins)));
+        std::vector<std::vector<Rok32s>> levels(static_cast<std::size_t>(a.channels), std::vector<Rok32s>(static_cast<std::size_t>(bins) + 1));
+        auto h = find_export("HistogramEven", depth_name(a.depth), layout_of(a), {"R"}, "stats");
+        RokStatus s;
+        if (a.channels == 1) {
+            using Fn = RokStatus (*)(const void*, int, Roi, Rok32s*, Rok32s*, int, Rok32s, Rok32s);
+            s = reinterpret_cast<Fn>(h.fn)(a.data.data(), a.step(), roi_of(a), st.hist[0].data(), levels[0].data(), bins + 1, 0, upper);
+        } else {
+            Rok32s* hp[4];
+            Rok32s* lp[4];
+            int n[4];
+            Rok32s lower[4], up[4];
+            for (int k = 0; k < 4; ++k) hp[k] = st.hist[k].data(), lp[k] = levels[k].data(), n[k] = bins + 1, lower[k] = 0, up[k] = upper;
+            using Fn = RokStatus (*)(const void*, int, Roi, Rok32s* const*, Rok32s* const*, const int*, const Rok32s*, const Rok32s*);
+            s = reinterpret_cast<Fn>(h.fn)(a.data.data(), a.step(), roi_of(a), hp, lp, n, lower, up);
+        }
+        check(s, h.name);
+    }
+    return st;
+}
+
+std::string list(const double* v, int n, bool json) {
+    std::string s = json ? "[" : "";
+    char b[64];
+    for (int k = 0; k < n; ++k) {
+        std::snprintf(b, sizeof b, "%.17g", v[k]);
+        if (k) s.append(json ? ", " : " ");
+        s.append(b);
+    }
+    if (json) s.push_back(']');
+    return s;
+}
+
+std::string format_stats(const std::string& path, const Image& a, const Stats& st, bool json) {
+    int n = st.channels;
+    std::string s;
+    if (json) {
+        s += "{\"file\": \"" + path + "\", \"width\": " + std::to_string(a.width) + ", \"height\": " + std::to_string(a.height) +
+             ", \"channels\": " + std::to_string(n) + ", \"type\": \"" + depth_name(a.depth) + "\"";
+        s += ", \"sum\": " + list(st.sum, n, true) + ", \"mean\": " + list(st.mean, n, true) + ", \"min\": " + list(st.min, n, true) +
+             ", \"max\": " + list(st.max, n, true) + ", \"norm_inf\": " + list(st.inf, n, true) + ", \"norm_l1\": " +
+             list(st.l1, n, true) + ", \"norm_l2\": " + list(st.l2, n, true);
+        if (!st.hist.empty()) {
+            s += ", \"histogram\": [";
+            for (std::size_t k = 0; k < st.hist.size(); ++k) {
+                s += k ? ", [" : "[";
+                for (std::size_t i = 0; i < st.hist[k].size(); ++i) s += (i ? ", " : "") + std::to_string(st.hist[k][i]);
+                s += "]";
+            }
+            s += "]";
+        }
+        return s + "}\n";
+    }
+    s += path + ": " + std::to_string(a.width) + "x" + std::to_string(a.height) + ", " + std::to_string(n) + " channel(s), " +
+         depth_name(a.depth) + "\n";
+    s += "  sum      " + list(st.sum, n, false) + "\n  mean     " + list(st.mean, n, false) + "\n  min      " +
+         list(st.min, n, false) + "\n  max      " + list(st.max, n, false) + "\n  norm_inf " + list(st.inf, n, false) +
+         "\n  norm_l1  " + list(st.l1, n, false) + "\n  norm_l2  " + list(st.l2, n, false) + "\n";
+    for (std::size_t k = 0; k < st.hist.size(); ++k) {
+        s += "  histogram[" + std::to_string(k) + "]";
+        for (int v : st.hist[k]) s += " " + std::to_string(v);
+        s += "\n";
+    }
+    return s;
+}
+
+// ---- the table ----
+
+const std::vector<Command>& commands() {
+    static const std::vector<Command> table = {
+        {"add", "add two images (integer results scaled by 2^-scale, saturated)", "A B OUT [--scale N]",
+         "--scale N      scale factor of integer results (default 0)", "rok add a.png b.png out.png --scale 1", "Add", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"sub", "subtract the second image from the first", "A B OUT [--scale N]",
+         "--scale N      scale factor of integer results (default 0)", "rok sub a.png b.png diff.png", "Sub", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, true); }},
+        {"mul", "multiply two images", "A B OUT [--scale N]", "--scale N      scale factor of integer results (default 0)",
+         "rok mul a.png mask.png out.png --scale 8", "Mul", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"div", "divide the first image by the second (a zero divisor warns)", "A B OUT [--scale N]",
+         "--scale N      scale factor of integer results (default 0)", "rok div a.png b.png ratio.png --scale -4", "Div", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, true); }},
+        {"and", "bitwise AND of two integer images", "A B OUT", "", "rok and a.png mask.png out.png", "And", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"or", "bitwise OR of two integer images", "A B OUT", "", "rok or a.png b.png out.png", "Or", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"xor", "bitwise XOR of two integer images", "A B OUT", "", "rok xor a.png b.png out.png", "Xor", 2,
+         [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
+        {"compare", "grey mask, 255 where A op B holds for the pixel", "A B OUT [--op lt|le|eq|ge|gt]",
+         "--op OP        lt, le, eq, ge or gt (default gt)", "rok compare a.png b.png mask.png --op ge", "Compare", 2, run_compare},
+        {"convert", "change the sample type (values kept; 32f rounds to nearest even and saturates)", "IN OUT --to 8u|16u|32f",
+         "--to T         8u, 16u or 32f", "rok convert in.png out.pfm --to 32f", "Convert", 1, run_convert},
+        {"border", "add a border around the image", "IN OUT --replicate N | --const N [--value V]",
+         "--replicate N  repeat the edge pixels N times\n"
+         "--const N      fill N pixels with --value\n--value V      the fill value, every channel (default 0)",
+         "rok border in.png out.png --replicate 8", "CopyReplicateBorder", 1, run_border},
+        {"filter", "linear filters; edges are replicated", "IN OUT --box [--kernel WxH] | --sobel | --gauss 3|5 | --sharpen | --laplace 3|5",
+         "--box          mean over --kernel WxH (default 3x3)\n--sobel        horizontal-edge Sobel 3x3\n"
+         "--gauss N      Gaussian 3x3 or 5x5\n--sharpen      3x3 sharpening\n--laplace N    Laplacian 3x3 or 5x5",
+         "rok filter in.png out.png --kernel 5x5 --box", "FilterBox", 1, run_filter},
+        {"median", "median filter; edges are replicated", "IN OUT [--mask WxH]", "--mask WxH     the window (default 3x3)",
+         "rok median in.png out.png --mask 5x5", "FilterMedian", 1, run_median},
+        {"dilate", "3x3 maximum; edges are replicated", "IN OUT", "", "rok dilate in.png out.png", "Dilate3x3", 1, run_morph},
+        {"erode", "3x3 minimum; edges are replicated", "IN OUT", "", "rok erode in.png out.png", "Erode3x3", 1, run_morph},
+        {"resize", "resize by a factor or to a size", "IN OUT [--scale F | --size WxH] [--method M]",
+         "--scale F      factor for both axes (default 0.5)\n--size WxH     the output size\n"
+         "--method M     nearest, linear (default), cubic, lanczos or super",
+         "rok resize in.png out.png --scale 0.5 --method lanczos", "ResizeSqrPixel", 1, run_resize},
+        {"rotate", "rotate about the centre, keeping the size", "IN OUT --angle DEG [--method M] [--background V]",
+         "--angle DEG    degrees, counter-clockwise on screen\n--method M     nearest, linear (default), cubic\n"
+         "--background V value of the pixels no source pixel reaches (8-bit images; default 0)",
+         "rok rotate in.png out.png --angle 30", "Rotate", 1, run_rotate},
+        {"warp", "affine warp: x' = a x + b y + c, y' = d x + e y + f", "IN OUT --matrix a,b,c,d,e,f [--method M]",
+         "--matrix M     the six coefficients, source to destination\n--method M     nearest, linear (default), cubic",
+         "rok warp in.png out.png --matrix 1,0.2,0,0,1,0", "WarpAffine", 1, run_warp},
+        {"mirror", "flip the image", "IN OUT [--flip h|v|both]", "--flip A       h: left-right (default), v: top-bottom, both",
+         "rok mirror in.png out.png --flip v", "Mirror", 1, run_mirror},
+        {"threshold", "clamp values of a grey image at a level", "IN OUT --level V [--op lt|gt]",
+         "--level V      the level (default 128)\n--op lt|gt     lt raises values below the level to it, gt (default) lowers values above it",
+         "rok threshold in.png out.png --level 100 --op gt", "Threshold", 1, run_threshold},
+        {"fft", "log magnitude of the 2-D Fourier transform, centred", "IN OUT", "",
+         "rok fft in.png spectrum.png", "DFTFwd_RToPack", 1, run_fft},
+        {"stats", "sum, mean, extrema, norms and histogram (text or --json)", "IN... [--json] [--bins N]",
+         "--bins N       histogram bins over the full range (default 16, 0 for none; 8u and 16u, not RGB)\n--json         one JSON object a file",
+         "rok stats in.png --json", "Sum", 0, nullptr},
+        {"demo", "run a pipeline on a built-in image; outputs and a contact sheet in a folder", "[DIR]", "",
+         "rok demo rok-demo", "", 0, nullptr},
+    };
+    return table;
+}
+
+const Command* find_command(const std::string& name) {
+    for (const auto& c : commands())
+        if (name == c.name) return &c;
+    return nullptr;
+}
+
+const char* kCommonHelp =
+    "common options:\n"
+    "  --threads N    library threads (default: every processor)\n"
+    "  --time         run the operation repeatedly and print the median time\n"
+    "  --repeat N     runs for --time (default 9)\n"
+    "  --json         machine-readable output\n"
+    "  --out DIR      batch: every argument (or folder) is an input, outputs go to DIR\n"
+    "  --help         this help\n";
+
+void print_usage() {
+    std::printf("rok: image processing with rokIP\n\nusage: rok COMMAND ARGS [OPTIONS]\n\ncommands:\n");
+    for (const auto& c : commands()) std::printf("  %-10s %s\n", c.name, c.summary);
+    std::printf("\n%s\nexample: rok demo   (then: rok COMMAND --help)\nformats: PNG, JPEG, PGM, PPM (8/16-bit) and PFM (32f)\n"
+                "exit codes: 0 done, 1 some files of a batch failed, 2 bad arguments, unreadable input or a refused image\n",
+                kCommonHelp);
+}
+
+void print_help(const Command& c) {
+    std::printf("rok %s: %s\n\nusage: rok %s %s\n", c.name, c.summary, c.name, c.usage);
+    if (*c.options) {
+        std::printf("\noptions:\n");
+        std::string opts = c.options;
+        std::size_t p = 0;
+        while (p < opts.size()) {
+            std::size_t e = opts.find('\n', p);
+            if (e == std::string::npos) e = opts.size();
+            std::printf("  %s\n", opts.substr(p, e - p).c_str());
+            p = e + 1;
+        }
+    }
+    std::printf("\n%s\nexample:\n  %s\n", kCommonHelp, c.example);
+}
+
+// Options without a value; every other --name takes the next argument.
+bool is_flag(const std::string& k) {
+    static const char* flags[] = {"time", "json", "help", "box", "sobel", "sharpen", "quiet"};
+    for (const char* f : flags)
+        if (k == f) return true;
+    return false;
+}
+
+Options parse(int argc, char** argv, int first) {
+    Options o;
+    for (int i = first; i < argc; ++i) {
+        std::string a = argv[i];
+        if (a.size() > 2 && a.compare(0, 2, "--") == 0) {
+            std::string k = a.substr(2), v = "1";
+            auto eq = k.find('=');
+            if (eq != std::string::npos) v = k.substr(eq + 1), k = k.substr(0, eq);
+            else if (!is_flag(k)) {
+                if (i + 1 >= argc) throw Error("--" + k + " needs a value");
+                v = argv[++i];
+            }
+            o.kv[k] = v;
+        } else if (a == "-h") {
+            o.kv["help"] = "1";
+        } else {
+            o.args.push_back(a);
+        }
+    }
+    return o;
+}
+
+double now() {
+    using namespace std::chrono;
+    return duration<double>(steady_clock::now().time_since_epoch()).count();
+}
+
+// Runs the operation once, or --repeat times for --time, giving the median in ms.
+Image timed(const Command& c, const Options& o, const Image& a, const Image* b, double* ms) {
+    int reps = o.has("time") ? o.integer("repeat", 9, 1, 10000) : 1;
+    std::vector<double> t;
+    Image out;
+    for (int r = 0; r < reps; ++r) {
+        double t0 = now();
+        out = c.run(c, o, a, b);
+        t.push_back(1e3 * (now() - t0));
+    }
+    std::sort(t.begin(), t.end());
+    *ms = t[t.size() / 2];
+    return out;
+}
+
+std::string base_name(const std::string& p) {
+    auto s = p.find_last_of('/');
+    return s == std::string::npos ? p : p.substr(s + 1);
+}
+
+bool is_dir(const std::string& p) {
+    struct stat st;
+    return stat(p.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+std::vector<std::string> expand_inputs(const std::vector<std::string>& args) {
+    std::vector<std::string> files;
+    for (const auto& a : args) {
+        if (!is_dir(a)) {
+            files.push_back(a);
+            continue;
+        }
+        std::vector<std::string> found;
+        if (DIR* d = opendir(a.c_str())) {
+            while (dirent* e = readdir(d)) {
+                std::string n = e->d_name;
+                if (n[0] != '.' && !format_of(n).empty() && n.find(".rok-") == std::string::npos) found.push_back(a + "/" + n);
+            }
+            closedir(d);
+        }
+        std::sort(found.begin(), found.end());
+        files.insert(files.end(), found.begin(), found.end());
+    }
+    return files;
+}
+
+std::string json_escape(const std::string& s) {
+    std::string r;
+    for (char ch : s) {
+        if (ch == '"' || ch == '\\') r += '\\';
+        if (static_cast<unsigned char>(ch) < 0x20) { r += ' '; continue; }
+        r += ch;
+    }
+    return r;
+}
+
+void report(const Options& o, const std::string& in, const std::string& out, const Image& img, double ms) {
+    if (o.has("json"))
+        std::printf("{\"input\": \"%s\", \"output\": \"%s\", \"width\": %d, \"height\": %d, \"channels\": %d, \"type\": \"%s\"%s}\n",
+                    json_escape(in).c_str(), json_escape(out).c_str(), img.width, img.height, img.channels, depth_name(img.depth),
+                    o.has("time") ? (", \"ms\": " + Options::fmt_num(ms)).c_str() : "");
+    else if (o.has("time"))
+        std::printf("%s: %.3f ms (median of %d)\n", out.c_str(), ms, o.integer("repeat", 9, 1, 10000));
+}
+
+// Several inputs into --out DIR, a few files at a time. The library keeps one
+// pool of workers for the process, and a call that finds it busy runs on its
+// own thread, so files in flight plus the pool never exceed the processors.
+int run_batch(const Command& c, const Options& o) {
+    std::string dir = o.get("out");
+    if (!is_dir(dir) && mkdir(dir.c_str(), 0777) != 0) throw Error(dir + ": cannot make the folder");
+    std::vector<std::string> files = expand_inputs(o.args);
+    if (files.empty()) throw Error(std::string(c.name) + ": no input files");
+    std::string ext = o.get("ext");
+    unsigned procs = std::max(1u, std::thread::hardware_concurrency());
+    unsigned workers = std::min<unsigned>(static_cast<unsigned>(files.size()), std::max(1u, procs / 2));
+    bool bar = isatty(2) && !o.has("quiet");
+    std::atomic<std::size_t> next{0}, done{0}, failed{0};
+    std::mutex io;
+    double t0 = now();
+    auto work = [&] {
+        for (std::size_t i; (i = next++) < files.size();) {
+            const std::string& in = files[i];
+            std::string name = base_name(in);
+            if (!ext.empty()) name = name.substr(0, name.find_last_of('.')) + "." + ext;
+            std::string out = dir + "/" + name;
+            try {
+                Image a = read_image(in);
+                double ms = 0;
+                Image r = timed(c, o, a, nullptr, &ms);
+                write_image(r, out);
+                std::lock_guard<std::mutex> l(io);
+                if (bar) std::fprintf(stderr, "\r\033[K");
+                report(o, in, out, r, ms);
+            } catch (const std::exception& e) {
+                ++failed;
+                std::lock_guard<std::mutex> l(io);
+                if (bar) std::fprintf(stderr, "\r\033[K");
+                std::fprintf(stderr, "rok %s: %s (skipped)\n", c.name, e.what());
+            }
+            std::size_t n = ++done;
+            if (bar) {
+                std::lock_guard<std::mutex> l(io);
+                int filled = static_cast<int>(30 * n / files.size());
+                std::fprintf(stderr, "\r[%.*s%*s] %zu/%zu", filled, "##############################", 30 - filled, "", n,
+                             files.size());
+                std::fflush(stderr);
+            }
+        }
+    };
+    std::vector<std::thread> pool;
+    for (unsigned k = 1; k < workers; ++k) pool.emplace_back(work);
+    work();
+    for (auto& t : pool) t.join();
+    if (bar) std::fprintf(stderr, "\r\033[K");
+    std::fprintf(stderr, "rok %s: %zu file(s), %zu written, %zu failed, %.2f s\n", c.name, files.size(),
+                 files.size() - failed.load(), failed.load(), now() - t0);
+    return failed ? 1 : 0;
+}
+
+int run_stats(const Options& o) {
+    if (o.args.empty()) throw Error("stats needs at least one image");
+    int bins = o.integer("bins", 16, 0, 65536);
+    int failed = 0;
+    for (const auto& in : expand_inputs(o.args)) {
+        try {
+            Image a = read_image(in);
+            Stats st;
+            int reps = o.has("time") ? o.integer("repeat", 9, 1, 10000) : 1;
+            std::vector<double> t;
+            for (int r = 0; r < reps; ++r) {
+                double t0 = now();
+                st = compute_stats(a, bins);
+                t.push_back(1e3 * (now() - t0));
+            }
+            std::fputs(format_stats(in, a, st, o.has("json")).c_str(), stdout);
+            if (o.has("time")) {
+                std::sort(t.begin(), t.end());
+                std::fprintf(o.has("json") ? stderr : stdout, "  time     %.3f ms (median of %d)\n", t[t.size() / 2], reps);
+            }
+        } catch (const Error& e) {
+            if (o.args.size() == 1) throw;
+            ++failed;
+            std::fprintf(stderr, "rok stats: %s (skipped)\n", e.what());
+        }
+    }
+    return failed ? 1 : 0;
+}
+
+// ---- demo ----
+
+Image demo_image(int w, int h) {
+    Image img;
+    img.allocate(w, h, 3, Depth::u8);
+    for (int y = 0; y < h; ++y) {
+        std::uint8_t* r = img.row(y);
+        for (int x = 0; x < w; ++x) {
+            double dx = x - w * 0.5, dy = y - h * 0.5, rr = std::sqrt(dx * dx + dy * dy);
+            int ring = static_cast<int>(127.5 + 127.5 * std::cos(rr * rr / (w * 3.0)));
+            int checker = ((x / 32) + (y / 32)) % 2 ? 200 : 40;
+            bool disc = rr < h * 0.22;
+            r[3 * x + 0] = static_cast<std::uint8_t>(disc ? 230 : x * 255 / w);
+            r[3 * x + 1] = static_cast<std::uint8_t>(disc ? ring : checker);
+            r[3 * x + 2] = static_cast<std::uint8_t>(disc ? 60 : ring);
+            if (((x * 7 + y * 13) % 97) == 0) r[3 * x + 1] = 255;  // sparse specks for the median filter
+        }
+    }
+    return img;
+}
+
+int run_demo(const Options& o) {
+    std::string dir = o.args.empty() ? "rok-demo" : o.args[0];
+    if (!is_dir(dir) && mkdir(dir.c_str(), 0777) != 0) throw Error(dir + ": cannot make the folder");
+    int threads = 0;
+    rokGetNumThreads(&threads);
+    const RokLibraryVersion* v = rokiGetLibVersion();
+    std::printf("%s %s, %d thread(s); writing into %s/\n", v->Name, v->Version, threads, dir.c_str());
+    Image src = demo_image(1024, 768);
+    Image grey;
+    {   // the green channel as a grey image, for the grey-only steps
+        grey.allocate(src.width, src.height, 1, Depth::u8);
+        for (std::size_t i = 0; i < grey.data.size(); ++i) grey.data[i] = src.data[3 * i + 1];
+    }
+    struct Step {
+        const char* label;
+        const char* cmd;
+        std::vector<std::pair<std::string, std::string>> opts;
+        bool use_grey;
+    };
+    std::vector<Step> steps = {
+        {"median 5x5", "median", {{"mask", "5x5"}}, false},
+        {"box 9x9", "filter", {{"box", "1"}, {"kernel", "9x9"}}, false},
+        {"gauss 5x5", "filter", {{"gauss", "5"}}, false},
+        {"sobel", "filter", {{"sobel", "1"}}, true},
+        {"sharpen", "filter", {{"sharpen", "1"}}, false},
+        {"dilate", "dilate", {}, false},
+        {"erode", "erode", {}, false},
+        {"rotate 30", "rotate", {{"angle", "30"}, {"method", "cubic"}}, false},
+        {"mirror", "mirror", {{"flip", "h"}}, false},
+        {"threshold", "threshold", {{"level", "100"}, {"op", "gt"}}, true},
+        {"resize x0.5 lanczos", "resize", {{"scale", "0.5"}, {"method", "lanczos"}}, false},
+        {"fft", "fft", {}, true},
+    };
+    std::vector<std::pair<std::string, Image>> outs = {{"input", src}};
+    write_image(src, dir + "/input.png");
+    for (const auto& s : steps) {
+        const Command* c = find_command(s.cmd);
+        Options so;
+        for (const auto& kv : s.opts) so.kv[kv.first] = kv.second;
+        so.kv["time"] = "1";
+        so.kv["repeat"] = "5";
+        double ms = 0;
+        Image r = timed(*c, so, s.use_grey ? grey : src, nullptr, &ms);
+        std::string file = std::string(s.label);
+        for (char& ch : file) if (ch == ' ' || ch == '.') ch = '_';
+        write_image(r, dir + "/" + file + ".png");
+        std::printf("  %-22s %8.3f ms   %s/%s.png\n", s.label, ms, dir.c_str(), file.c_str());
+        outs.emplace_back(s.label, r);
+    }
+    {
+        Options so;
+        double ms = 0, t0 = now();
+        Stats st = compute_stats(src, 16);
+        ms = 1e3 * (now() - t0);
+        std::printf("  %-22s %8.3f ms   mean %.2f %.2f %.2f\n", "stats", ms, st.mean[0], st.mean[1], st.mean[2]);
+    }
+    // The contact sheet: every output as a 256x192 RGB tile (resized by the library).
+    const int tw = 256, th = 192, cols = 4;
+    int rows = static_cast<int>((outs.size() + cols - 1) / cols);
+    Image sheet;
+    sheet.allocate(cols * tw + (cols + 1) * 8, rows * th + (rows + 1) * 8, 3, Depth::u8);
+    std::fill(sheet.data.begin(), sheet.data.end(), 32);
+    const Command* rs = find_command("resize");
+    for (std::size_t i = 0; i < outs.size(); ++i) {
+        Image t = outs[i].second;
+        if (t.channels == 1) {
+            Image c3;
+            c3.allocate(t.width, t.height, 3, Depth::u8);
+            for (std::size_t p = 0; p < t.data.size(); ++p) c3.data[3 * p] = c3.data[3 * p + 1] = c3.data[3 * p + 2] = t.data[p];
+            t = c3;
+        }
+        Options so;
+        so.kv["size"] = std::to_string(tw) + "x" + std::to_string(th);
+        so.kv["method"] = "super";
+        Image tile = rs->run(*rs, so, t, nullptr);
+        int ox = 8 + static_cast<int>(i % cols) * (tw + 8), oy = 8 + static_cast<int>(i / cols) * (th + 8);
+        for (int y = 0; y < th; ++y) std::memcpy(sheet.row(oy + y) + 3 * ox, tile.row(y), 3 * tw);
+    }
+    write_image(sheet, dir + "/contact_sheet.png");
+    std::printf("contact sheet: %s/contact_sheet.png (in reading order: ", dir.c_str());
+    for (std::size_t i = 0; i < outs.size(); ++i) std::printf("%s%s", i ? ", " : "", outs[i].first.c_str());
+    std::printf(")\n");
+    return 0;
+}
+
+int main_checked(int argc, char** argv) {
+    if (argc < 2 || std::string(argv[1]) == "--help" || std::string(argv[1]) == "-h" || std::string(argv[1]) == "help") {
+        print_usage();
+        return argc < 2 ? 2 : 0;
+    }
+    std::string name = argv[1];
+    const Command* c = find_command(name);
+    if (!c) throw Error("unknown command '" + name + "' (rok --help lists them)");
+    Options o = parse(argc, argv, 2);
+    if (o.has("help")) {
+        print_help(*c);
+        return 0;
+    }
+    if (o.has("threads")) check(rokSetNumThreads(o.integer("threads", 0, 1, 1024)), "rokSetNumThreads");
+    if (name == "demo") return run_demo(o);
+    if (name == "stats") return run_stats(o);
+    if (o.has("out")) {
+        if (c->inputs != 1) throw Error(std::string("--out takes commands of one input, not ") + c->name);
+        return run_batch(*c, o);
+    }
+    std::size_t want = static_cast<std::size_t>(c->inputs) + 1;
+    if (o.args.size() != want)
+        throw Error(std::string(c->name) + " takes " + std::to_string(want) + " file names (" + c->usage + "); rok " + c->name + " --help");
+    const std::string& out = o.args.back();
+    if (format_of(out).empty()) throw Error(out + ": unknown output format (use .png, .jpg, .pgm, .ppm or .pfm)");
+    Image a = read_image(o.args[0]);
+    Image b;
+    if (c->inputs == 2) b = read_image(o.args[1]);
+    double ms = 0;
+    Image r = timed(*c, o, a, c->inputs == 2 ? &b : nullptr, &ms);
+    write_image(r, out);
+    report(o, o.args[0], out, r, ms);
+    return 0;
+}
+
+}  // namespace
+}  // namespace rok
+
+int main(int argc, char** argv) {
+    std::string cmd = argc > 1 ? argv[1] : "";
+    try {
+        return rok::main_checked(argc, argv);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "rok%s%s: %s\n", cmd.empty() || cmd[0] == '-' ? "" : " ", cmd[0] == '-' ? "" : cmd.c_str(), e.what());
+        return 2;
+    }
+}
