@@ -4415,7 +4415,7 @@ ROKI_API RokStatus rokiDCT8x8Inv_A10_16s_C1I(Rok16s* pSrcDst);
 ROKI_API RokStatus rokiZigzagFwd8x8_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
 ROKI_API RokStatus rokiZigzagInv8x8_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
 
-/* General DCT records (36-byte layout: identifier, width, height, hint, */
+/* General DCT records (fields in order: identifier, width, height, hint, */
 /* per-thread work bytes, threads, 8x8 flag, row engine, column engine) for */
 /* the orthonormal two-dimensional transform of a width x height image: */
 /* F(u, v) = 2/sqrt(W H) C(u) C(v) sum f(x, y) cos((2x+1) u pi/2W) */
