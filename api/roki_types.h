@@ -149,6 +149,8 @@ typedef struct RokiFFTSpec_R_32s RokiFFTSpec_R_32s;
 typedef struct RokiDFTSpec_C_32fc RokiDFTSpec_C_32fc;
 typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
 typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
+typedef struct RokiDCTFwdSpec_32f RokiDCTFwdSpec_32f;
+typedef struct RokiDCTInvSpec_32f RokiDCTInvSpec_32f;
 
 /* ---- moment states: 400-byte records that the caller holds but does not
  * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s

@@ -167,6 +167,8 @@ typedef struct RokiFFTSpec_R_32s RokiFFTSpec_R_32s;
 typedef struct RokiDFTSpec_C_32fc RokiDFTSpec_C_32fc;
 typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
 typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
+typedef struct RokiDCTFwdSpec_32f RokiDCTFwdSpec_32f;
+typedef struct RokiDCTInvSpec_32f RokiDCTInvSpec_32f;
 
 /* ---- moment states: 400-byte records that the caller holds but does not
  * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s
@@ -4331,6 +4333,129 @@ ROKI_API RokStatus rokiMean_32f_C1R(const Rok32f* pSrc, int srcStep, RokiSize ro
 ROKI_API RokStatus rokiMean_32f_C3R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
 ROKI_API RokStatus rokiMean_32f_C4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[4], int hint);
 ROKI_API RokStatus rokiMean_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize roiSize, Rok64f value[3], int hint);
+
+/* ---- transform_dct ---- */
+
+/* 8x8 block cosine transform of 64 contiguous samples (type II forward, type */
+/* III inverse, orthonormal: a flat block of value c has F(0,0) = 8c and no */
+/* other coefficient). 32f: the cosines rounded to float, with 1/sqrt(2) as */
+/* 0.70710677; largest error measured against a double-precision transform */
+/* below 1e-6 of the block's largest magnitude. 16s: the cosines are the */
+/* 14-bit fractions sqrt(2) cos(k pi/16) = 22725 21407 19266 16384 12873 8867 */
+/* 4520 (/ 2^14) for k = 1..7, applied exactly; products are summed in single */
+/* precision and each result rounded to nearest (ties to even) and saturated */
+/* to 16 bits. For blocks of values in [-2048, 2047] (forward) or */
+/* coefficients of such blocks (inverse) every result is within 1 of the */
+/* exact orthonormal transform rounded. Checks: null pointers (-8). The C1I */
+/* forms transform the block in place. */
+ROKI_API RokStatus rokiDCT8x8Fwd_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Fwd_16s_C1I(Rok16s* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8Inv_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_16s_C1I(Rok16s* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8Fwd_32f_C1(const Rok32f* pSrc, Rok32f* pDst);
+ROKI_API RokStatus rokiDCT8x8Fwd_32f_C1I(Rok32f* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8Inv_32f_C1(const Rok32f* pSrc, Rok32f* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_32f_C1I(Rok32f* pSrcDst);
+
+/* The 16s transforms with a row step in bytes on the image side (the */
+/* coefficients are 64 contiguous values): forward from eight rows of 16s or */
+/* of 8u samples (widened), inverse to eight rows of 16s or of 8u (the 16s */
+/* result saturated to 0..255). Checks: null pointers (-8), a step below 1 */
+/* (-14). */
+ROKI_API RokStatus rokiDCT8x8Fwd_16s_C1R(const Rok16s* pSrc, int srcStep, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Fwd_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_16s_C1R(const Rok16s* pSrc, Rok16s* pDst, int dstStep);
+ROKI_API RokStatus rokiDCT8x8Inv_16s8u_C1R(const Rok16s* pSrc, Rok8u* pDst, int dstStep);
+
+/* Forward with level shift: each 8-bit sample widened to 16 bits plus addVal */
+/* (16-bit arithmetic, wrapping), then the 16s forward transform. Checks: */
+/* null pointers (-8), a step below 1 (-14). */
+ROKI_API RokStatus rokiDCT8x8FwdLS_8u16s_C1R(const Rok8u* pSrc, int srcStep, Rok16s* pDst, Rok16s addVal);
+
+/* Inverse with level shift and clamping: the 16s inverse (rounded and */
+/* saturated to 16 bits), plus addVal (16-bit, wrapping), clamped to */
+/* [clipDown, clipUp] and stored as 8 bits. When clipDown is above clipUp */
+/* every result is clipUp. 0 and 255 take a saturating fast path with the */
+/* same results. Checks: null pointers (-8), a step below 1 (-14). */
+ROKI_API RokStatus rokiDCT8x8InvLSClip_16s8u_C1R(const Rok16s* pSrc, Rok8u* pDst, int dstStep, Rok16s addVal, Rok8u clipDown, Rok8u clipUp);
+
+/* Full 8x8 16s inverse of a block whose non-zero coefficients lie in the */
+/* top-left 2x2 or 4x4 corner: only that corner is read (the rest is taken as */
+/* zero), so the result equals DCT8x8Inv_16s of the block with the rest */
+/* cleared. Checks: null pointers (-8). */
+ROKI_API RokStatus rokiDCT8x8Inv_2x2_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_2x2_16s_C1I(Rok16s* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8Inv_4x4_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_4x4_16s_C1I(Rok16s* pSrcDst);
+
+/* Reduced-size inverse for scaled decoding: the n x n (n = 2 or 4) */
+/* orthonormal inverse of the top-left n x n coefficients multiplied by n/8, */
+/* so that a flat 8x8 block of value c decodes to a flat n x n block of value */
+/* c (the block's content downscaled by 8/n). Computed in double precision, */
+/* rounded to nearest (ties to even) and saturated; the n*n results are */
+/* contiguous at pDst (the C1I forms overwrite the first n*n values of the */
+/* block and leave the rest). Checks: null pointers (-8). */
+ROKI_API RokStatus rokiDCT8x8To2x2Inv_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8To2x2Inv_16s_C1I(Rok16s* pSrcDst);
+ROKI_API RokStatus rokiDCT8x8To4x4Inv_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8To4x4Inv_16s_C1I(Rok16s* pSrcDst);
+
+/* A second 16s inverse whose accuracy does not depend on the 14-bit */
+/* cosines: the cosines rounded to float, so that for coefficients of blocks */
+/* of values in [-256, 255] every result is within 1 of the exact orthonormal */
+/* inverse rounded, and at least 99.9% of them equal it (the plain inverse */
+/* keeps the fixed-point cosines). Checks: null pointers (-8). */
+ROKI_API RokStatus rokiDCT8x8Inv_A10_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiDCT8x8Inv_A10_16s_C1I(Rok16s* pSrcDst);
+
+/* Zigzag reordering of an 8x8 block: forward pDst[k] = pSrc[raster(k)], */
+/* inverse pDst[p] = pSrc[zigzag(p)], with the zigzag order running */
+/* 0 1 8 16 9 2 3 10 17 24 ... 62 63 in raster positions. pSrc may equal */
+/* pDst. Checks: null pointers (-8). */
+ROKI_API RokStatus rokiZigzagFwd8x8_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+ROKI_API RokStatus rokiZigzagInv8x8_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
+
+/* General DCT records (fields in order: identifier, width, height, hint, */
+/* per-thread work bytes, threads, 8x8 flag, row engine, column engine) for */
+/* the orthonormal two-dimensional transform of a width x height image: */
+/* F(u, v) = 2/sqrt(W H) C(u) C(v) sum f(x, y) cos((2x+1) u pi/2W) */
+/* cos((2y+1) v pi/2H), C(0) = 1/sqrt(2), C(k) = 1; the inverse is the */
+/* transposed sum. An 8x8 record runs the 32f 8x8 block transform on each */
+/* channel. Other sizes run one-dimensional engines of the row and column */
+/* lengths (each a real FFT of the same length, so every length costs */
+/* O(N log N)); both sides of at least 256 share the rows and columns among */
+/* the library's threads (rokGetNumThreads at InitAlloc), otherwise one */
+/* thread. The hint is kept and changes nothing. Checks: null ppSpec (-8), */
+/* width or height below 1 (-6), sizes past 2^31 - 1 bytes and failed */
+/* allocations (-9); *ppSpec is written only on success. Free clears the */
+/* identifier and releases the record: null (-8), a record of another kind or */
+/* freed (-17). */
+ROKI_API RokStatus rokiDCTFwdInitAlloc_32f(RokiDCTFwdSpec_32f** ppSpec, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiDCTInvInitAlloc_32f(RokiDCTInvSpec_32f** ppSpec, RokiSize roiSize, int hint);
+ROKI_API RokStatus rokiDCTFwdFree_32f(RokiDCTFwdSpec_32f* pSpec);
+ROKI_API RokStatus rokiDCTInvFree_32f(RokiDCTInvSpec_32f* pSpec);
+
+/* Bytes of the pBuffer that a transform with this record takes: */
+/* (work + 4) x threads + 64, work being the per-thread scratch (a multiple */
+/* of 64 bytes: 1024 for 8x8, otherwise the larger of eight rows and of eight */
+/* columns held twice, 64 W or 64 H bytes, each with its FFT engine's */
+/* scratch). Checks: null pointers (-8), a record of another kind (-17). */
+ROKI_API RokStatus rokiDCTFwdGetBufSize_32f(const RokiDCTFwdSpec_32f* pSpec, int* pSize);
+ROKI_API RokStatus rokiDCTInvGetBufSize_32f(const RokiDCTInvSpec_32f* pSpec, int* pSize);
+
+/* The general forward and inverse DCT of each channel (AC4 leaves the */
+/* destination's alpha alone); pSrc may equal pDst. Checks: null pointers */
+/* (-8; pBuffer may be null), a record of another kind or freed (-17), a step */
+/* below 1 (-14). A null pBuffer allocates GetBufSize bytes for the call */
+/* (-9 on failure). Results do not depend on the thread count. */
+ROKI_API RokStatus rokiDCTFwd_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTFwd_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTFwd_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTFwd_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTInv_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTInvSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTInv_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTInvSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTInv_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTInvSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiDCTInv_32f_AC4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTInvSpec_32f* pSpec, Rok8u* pBuffer);
 
 /* ---- transform_fft ---- */
 

@@ -256,8 +256,8 @@ def _free_for(ctype_name):
 
 
 def _buffer_query(record):
-    # RokiFFTSpec_R_32f -> rokiFFTGetBufSize_R_32f
-    m = re.match(r"Roki([A-Z]+)Spec_(\w+)$", record.ctype_name)
+    # RokiFFTSpec_R_32f -> rokiFFTGetBufSize_R_32f, RokiDCTFwdSpec_32f -> rokiDCTFwdGetBufSize_32f
+    m = re.match(r"Roki(\w+?)Spec_(\w+)$", record.ctype_name)
     if m:
         return exports.get(f"roki{m.group(1)}GetBufSize_{m.group(2)}")
     return None
