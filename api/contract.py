@@ -293,7 +293,10 @@ def cpp_expr(expr, params, roles, wide=True):
             raise ContractError(f"expression {expr!r} uses {word!r}, which is not a number")
         return word
 
-    return re.sub(r"(?<![.\w])[A-Za-z_]\w*", sub, expr.replace("$nc", "c.nc"))
+    out = re.sub(r"(?<![.\w])[A-Za-z_]\w*", sub, expr.replace("$nc", "c.nc"))
+    if wide:  # shifts by a drawn (or wild) argument stay defined
+        out = re.sub(r"(\w+)\s*<<\s*(c\.\w+\(\d+\))", r"c.shl(\1, \2)", out)
+    return out
 
 
 def dependencies(expr, params):

@@ -154,6 +154,9 @@ struct Call {
     WidePoint wpoint(int i) const { return {slot[i].pt.x, slot[i].pt.y}; }
     WideRect wrect(int i) const { return {slot[i].r.x, slot[i].r.y, slot[i].r.width, slot[i].r.height}; }
     long long wint(int i) const { return slot[i].i; }
+    // a << b for counts such as 1 << nBitSize: a shift that a wild argument
+    // puts out of range gives a count too large for any buffer the suite makes.
+    static long long shl(long long a, long long b) { return b < 0 || b > 40 ? 1LL << 50 : a << b; }
     long long rand(long long lo, long long hi) {
         return lo >= hi ? lo : std::uniform_int_distribution<long long>(lo, hi)(rng);
     }

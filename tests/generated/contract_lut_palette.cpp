@@ -12,7 +12,7 @@ const Arg shape_palette1_R_args[] = {
     {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Array, .dir = Dir::In, .elem = Type::D, .count = +[]([[maybe_unused]] Call& c) -> long long { return 1<<c.wint(6); }},
+    {.name = "pTable", .kind = Kind::Array, .dir = Dir::In, .elem = Type::D, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.shl(1, c.wint(6)); }},
     {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_palette1_R_order[] = {4, 6, -1};
@@ -24,7 +24,7 @@ const Arg shape_paletten_R_args[] = {
     {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
+    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.shl(1, c.wint(6)), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.nc; }},
     {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_paletten_R_order[] = {4, 6, -1};
@@ -40,7 +40,7 @@ const Arg shape_palette_a0_R_args[] = {
     {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(6), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
+    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.shl(1, c.wint(6)), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
     {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_palette_a0_R_order[] = {4, 6, -1};
@@ -55,7 +55,7 @@ const Arg shape_palette24_R_args[] = {
     {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::U8, .ch = 3, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(4); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Array, .dir = Dir::In, .elem = Type::U8, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3<<c.wint(6); }},
+    {.name = "pTable", .kind = Kind::Array, .dir = Dir::In, .elem = Type::U8, .count = +[]([[maybe_unused]] Call& c) -> long long { return c.shl(3, c.wint(6)); }},
     {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_palette24_R_order[] = {4, 6, -1};
@@ -68,7 +68,7 @@ const Arg shape_palette_swap_R_args[] = {
     {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 4, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(5); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "roiSize", .kind = Kind::Roi, .bad = -6},
-    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{1<<c.wint(7), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
+    {.name = "pTable", .kind = Kind::Planes, .dir = Dir::In, .elem = Type::D, .ch = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.shl(1, c.wint(7)), 1}; }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
     {.name = "nBitSize", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(1,8); }, .bad = -11},
 };
 const int shape_palette_swap_R_order[] = {2, 5, 7, -1};

@@ -100,9 +100,9 @@ int call_rokiFFTGetBufSize_R_32s(Call& c) { return rokiFFTGetBufSize_R_32s(reint
 void* make_rokiFFTGetBufSize_R_32s([[maybe_unused]] Call& c) { RokiFFTSpec_R_32s* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32s(&rec_,c.integer(2),c.integer(3),c.integer(4),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTGetBufSize_R_32s(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32s* rec_ = static_cast<RokiFFTSpec_R_32s*>(p); rokiFFTFree_R_32s(rec_); }
 const Arg shape_fft_r_transform_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:1LL<<c.wint(6), c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7)}; }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:c.shl(1LL, c.wint(6)), c.wint(7)<0||c.wint(7)>30?0:c.shl(1LL, c.wint(7))}; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:1LL<<c.wint(6), c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7)}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:c.shl(1LL, c.wint(6)), c.wint(7)<0||c.wint(7)>30?0:c.shl(1LL, c.wint(7))}; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "pSpec", .kind = Kind::Record},
     {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
@@ -116,7 +116,7 @@ int buffer_rokiFFTFwd_RToPack_32f_C1R(Call& c) { int size = -1; return rokiFFTGe
 void* make_rokiFFTFwd_RToPack_32f_C1R([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTFwd_RToPack_32f_C1R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
 const Arg shape_fft_r_transform_IR_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(4)<0||c.wint(4)>30?0:1LL<<c.wint(4), c.wint(5)<0||c.wint(5)>30?0:1LL<<c.wint(5)}; }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(4)<0||c.wint(4)>30?0:c.shl(1LL, c.wint(4)), c.wint(5)<0||c.wint(5)>30?0:c.shl(1LL, c.wint(5))}; }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "pSpec", .kind = Kind::Record},
     {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
@@ -186,9 +186,9 @@ int buffer_rokiFFTInv_PackToR_32f_AC4IR(Call& c) { int size = -1; return rokiFFT
 void* make_rokiFFTInv_PackToR_32f_AC4IR([[maybe_unused]] Call& c) { RokiFFTSpec_R_32f* rec_ = nullptr; return ((rokiFFTInitAlloc_R_32f(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTInv_PackToR_32f_AC4IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_R_32f* rec_ = static_cast<RokiFFTSpec_R_32f*>(p); rokiFFTFree_R_32f(rec_); }
 const Arg shape_fft_c_transform_R_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:1LL<<c.wint(6), c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7)}; }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:c.shl(1LL, c.wint(6)), c.wint(7)<0||c.wint(7)>30?0:c.shl(1LL, c.wint(7))}; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:1LL<<c.wint(6), c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7)}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(6)<0||c.wint(6)>30?0:c.shl(1LL, c.wint(6)), c.wint(7)<0||c.wint(7)>30?0:c.shl(1LL, c.wint(7))}; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "pSpec", .kind = Kind::Record},
     {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
@@ -202,7 +202,7 @@ int buffer_rokiFFTFwd_CToC_32fc_C1R(Call& c) { int size = -1; return rokiFFTGetB
 void* make_rokiFFTFwd_CToC_32fc_C1R([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(6),c.integer(7),c.integer(8),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTFwd_CToC_32fc_C1R(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
 const Arg shape_fft_c_transform_IR_args[] = {
-    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(4)<0||c.wint(4)>30?0:1LL<<c.wint(4), c.wint(5)<0||c.wint(5)>30?0:1LL<<c.wint(5)}; }},
+    {.name = "pSrcDst", .kind = Kind::Image, .dir = Dir::InOut, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(4)<0||c.wint(4)>30?0:c.shl(1LL, c.wint(4)), c.wint(5)<0||c.wint(5)>30?0:c.shl(1LL, c.wint(5))}; }},
     {.name = "srcDstStep", .kind = Kind::Step},
     {.name = "pSpec", .kind = Kind::Record},
     {.name = "pBuffer", .kind = Kind::Buffer, .optional = true},
@@ -224,9 +224,9 @@ int buffer_rokiFFTInv_CToC_32fc_C1IR(Call& c) { int size = -1; return rokiFFTGet
 void* make_rokiFFTInv_CToC_32fc_C1IR([[maybe_unused]] Call& c) { RokiFFTSpec_C_32fc* rec_ = nullptr; return ((rokiFFTInitAlloc_C_32fc(&rec_,c.integer(4),c.integer(5),c.integer(6),0)) == 0) ? static_cast<void*>(rec_) : nullptr; }
 void release_rokiFFTInv_CToC_32fc_C1IR(void* p) { [[maybe_unused]] Call c; RokiFFTSpec_C_32fc* rec_ = static_cast<RokiFFTSpec_C_32fc*>(p); rokiFFTFree_C_32fc(rec_); }
 const Arg shape_fft_r32s_transform_RSfs_args[] = {
-    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7), c.wint(8)<0||c.wint(8)>30?0:1LL<<c.wint(8)}; }},
+    {.name = "pSrc", .kind = Kind::Image, .dir = Dir::In, .elem = Type::S, .ch = -1, .step = 1, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(7)<0||c.wint(7)>30?0:c.shl(1LL, c.wint(7)), c.wint(8)<0||c.wint(8)>30?0:c.shl(1LL, c.wint(8))}; }},
     {.name = "srcStep", .kind = Kind::Step},
-    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(7)<0||c.wint(7)>30?0:1LL<<c.wint(7), c.wint(8)<0||c.wint(8)>30?0:1LL<<c.wint(8)}; }},
+    {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 3, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wint(7)<0||c.wint(7)>30?0:c.shl(1LL, c.wint(7)), c.wint(8)<0||c.wint(8)>30?0:c.shl(1LL, c.wint(8))}; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "scaleFactor", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(-4,12); }},
     {.name = "pSpec", .kind = Kind::Record},
