@@ -296,7 +296,7 @@ def cpp_expr(expr, params, roles, wide=True):
     out = re.sub(r"(?<![.\w])[A-Za-z_]\w*", sub, expr.replace("$nc", "c.nc"))
     if wide:  # shifts and conversions of drawn (or wild) arguments stay defined
         out = re.sub(r"(\w+)\s*<<\s*(c\.\w+\(\d+\))", r"c.shl(\1, \2)", out)
-        out = re.sub(r"(?<![\w.:])int\(", "rokc::number_as<long long>(", out)
+        out = re.sub(r"(?<![\w.:])int\(", "(long long)rokc::number_as<int>(", out)
     return out
 
 
