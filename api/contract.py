@@ -296,9 +296,31 @@ def cpp_expr(expr, params, roles, wide=True):
     out = re.sub(r"(?<![.\w])[A-Za-z_]\w*", sub, expr.replace("$nc", "c.nc"))
     if wide:  # shifts and conversions of drawn (or wild) arguments stay defined
         out = re.sub(r"(\w+)\s*<<\s*(c\.\w+\(\d+\))", r"c.shl(\1, \2)", out)
-        out = re.sub(r"(?<![\w.:])int\(", "(long long)rokc::number_as<int>(", out)
+        out = _saturating_int(out)
     return out
 
+
+
+def _saturating_int(expr):
+    """int(...) of a real saturates (a wild real converts out of range);
+    int(...) of whole numbers keeps wrapping as written (flag bits)."""
+    out, i = [], 0
+    for m in re.finditer(r"(?<![\w.:])int\(", expr):
+        if m.start() < i:
+            continue
+        depth, j = 1, m.end()
+        while j < len(expr) and depth:
+            depth += {"(": 1, ")": -1}.get(expr[j], 0)
+            j += 1
+        inner = expr[m.end():j - 1]
+        out.append(expr[i:m.start()])
+        if "c.real(" in inner:
+            out.append(f"(long long)rokc::number_as<int>({_saturating_int(inner)})")
+        else:
+            out.append(expr[m.start():j])
+        i = j
+    out.append(expr[i:])
+    return "".join(out)
 
 def dependencies(expr, params):
     names = {p.name for p in params}

@@ -18,7 +18,7 @@ const Arg shape_remap_any_args[] = {
     {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 9, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(10); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,70), c.rand(1,5)}; }, .bad = -6},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_remap_any_order[] = {1, 3, 10, 11, -1};
 int call_rokiRemap_8u_C1R(Call& c) { return rokiRemap_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<const Rok32f*>(c.ptr(4)), c.integer(5), reinterpret_cast<const Rok32f*>(c.ptr(6)), c.integer(7), reinterpret_cast<Rok8u*>(c.ptr(8)), c.integer(9), c.size(10), c.integer(11)); }
@@ -49,7 +49,7 @@ const Arg shape_remap_p3_any_args[] = {
     {.name = "pDst", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 9, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(10); }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,70), c.rand(1,5)}; }, .bad = -6},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_remap_p3_any_order[] = {1, 3, 10, 11, -1};
 int call_rokiRemap_8u_P3R(Call& c) { return rokiRemap_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<const Rok32f*>(c.ptr(4)), c.integer(5), reinterpret_cast<const Rok32f*>(c.ptr(6)), c.integer(7), reinterpret_cast<Rok8u* const*>(c.ptr(8)), c.integer(9), c.size(10), c.integer(11)); }
@@ -68,7 +68,7 @@ const Arg shape_remap_p4_any_args[] = {
     {.name = "pDst", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 9, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(10); }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 4; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,70), c.rand(1,5)}; }, .bad = -6},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_remap_p4_any_order[] = {1, 3, 10, 11, -1};
 int call_rokiRemap_8u_P4R(Call& c) { return rokiRemap_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<const Rok32f*>(c.ptr(4)), c.integer(5), reinterpret_cast<const Rok32f*>(c.ptr(6)), c.integer(7), reinterpret_cast<Rok8u* const*>(c.ptr(8)), c.integer(9), c.size(10), c.integer(11)); }
@@ -87,7 +87,7 @@ const Arg shape_remap64_any_args[] = {
     {.name = "pDst", .kind = Kind::Image, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 9, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(10); }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,70), c.rand(1,5)}; }, .bad = -6},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_remap64_any_order[] = {1, 3, 10, 11, -1};
 int call_rokiRemap_64f_C1R(Call& c) { return rokiRemap_64f_C1R(reinterpret_cast<const Rok64f*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<const Rok64f*>(c.ptr(4)), c.integer(5), reinterpret_cast<const Rok64f*>(c.ptr(6)), c.integer(7), reinterpret_cast<Rok64f*>(c.ptr(8)), c.integer(9), c.size(10), c.integer(11)); }
@@ -106,7 +106,7 @@ const Arg shape_remap64_p3_any_args[] = {
     {.name = "pDst", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 9, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(10); }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 3; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,70), c.rand(1,5)}; }, .bad = -6},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_remap64_p3_any_order[] = {1, 3, 10, 11, -1};
 int call_rokiRemap_64f_P3R(Call& c) { return rokiRemap_64f_P3R(reinterpret_cast<const Rok64f* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<const Rok64f*>(c.ptr(4)), c.integer(5), reinterpret_cast<const Rok64f*>(c.ptr(6)), c.integer(7), reinterpret_cast<Rok64f* const*>(c.ptr(8)), c.integer(9), c.size(10), c.integer(11)); }
@@ -122,7 +122,7 @@ const Arg shape_remap64_p4_any_args[] = {
     {.name = "pDst", .kind = Kind::Planes, .dir = Dir::Out, .elem = Type::D, .ch = -2, .step = 9, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return c.wsize(10); }, .count = +[]([[maybe_unused]] Call& c) -> long long { return 4; }},
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoiSize", .kind = Kind::Size, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.rand(1,70), c.rand(1,5)}; }, .bad = -6},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,4)==4?16:c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_remap64_p4_any_order[] = {1, 3, 10, 11, -1};
 int call_rokiRemap_64f_P4R(Call& c) { return rokiRemap_64f_P4R(reinterpret_cast<const Rok64f* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<const Rok64f*>(c.ptr(4)), c.integer(5), reinterpret_cast<const Rok64f*>(c.ptr(6)), c.integer(7), reinterpret_cast<Rok64f* const*>(c.ptr(8)), c.integer(9), c.size(10), c.integer(11)); }

@@ -15,7 +15,7 @@ const Arg shape_warp_affine_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 6; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_affine_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpAffine_8u_C1R(Call& c) { return rokiWarpAffine_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -43,7 +43,7 @@ const Arg shape_warp_affine_p3_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 6; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_affine_p3_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpAffine_8u_P3R(Call& c) { return rokiWarpAffine_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -59,7 +59,7 @@ const Arg shape_warp_affine_p4_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 6; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_affine_p4_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpAffine_8u_P4R(Call& c) { return rokiWarpAffine_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -75,7 +75,7 @@ const Arg shape_warp_affine_back_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 6; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_affine_back_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpAffineBack_8u_C1R(Call& c) { return rokiWarpAffineBack_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -99,7 +99,7 @@ const Arg shape_warp_affine_back_p3_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 6; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_affine_back_p3_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpAffineBack_8u_P3R(Call& c) { return rokiWarpAffineBack_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -114,7 +114,7 @@ const Arg shape_warp_affine_back_p4_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 6; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_affine_back_p4_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpAffineBack_8u_P4R(Call& c) { return rokiWarpAffineBack_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -130,7 +130,7 @@ const Arg shape_warp_quad_any_args[] = {
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "srcQuad", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = 0, .hi = 40},
     {.name = "dstQuad", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = 0, .hi = 40},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_quad_any_order[] = {1, 3, 6, 9, -1};
 int call_rokiWarpAffineQuad_8u_C1R(Call& c) { return rokiWarpAffineQuad_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[2]>(c.ptr(7)), reinterpret_cast<const double (*)[2]>(c.ptr(8)), c.integer(9)); }
@@ -155,7 +155,7 @@ const Arg shape_warp_quad_p3_any_args[] = {
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "srcQuad", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = 0, .hi = 40},
     {.name = "dstQuad", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = 0, .hi = 40},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_quad_p3_any_order[] = {1, 3, 6, 9, -1};
 int call_rokiWarpAffineQuad_8u_P3R(Call& c) { return rokiWarpAffineQuad_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[2]>(c.ptr(7)), reinterpret_cast<const double (*)[2]>(c.ptr(8)), c.integer(9)); }
@@ -171,7 +171,7 @@ const Arg shape_warp_quad_p4_any_args[] = {
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "srcQuad", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = 0, .hi = 40},
     {.name = "dstQuad", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = 0, .hi = 40},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_quad_p4_any_order[] = {1, 3, 6, 9, -1};
 int call_rokiWarpAffineQuad_8u_P4R(Call& c) { return rokiWarpAffineQuad_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[2]>(c.ptr(7)), reinterpret_cast<const double (*)[2]>(c.ptr(8)), c.integer(9)); }
@@ -186,7 +186,7 @@ const Arg shape_warp_persp_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 9; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_persp_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpPerspective_8u_C1R(Call& c) { return rokiWarpPerspective_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -210,7 +210,7 @@ const Arg shape_warp_persp_p3_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 9; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_persp_p3_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpPerspective_8u_P3R(Call& c) { return rokiWarpPerspective_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -225,7 +225,7 @@ const Arg shape_warp_persp_p4_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 9; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_persp_p4_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpPerspective_8u_P4R(Call& c) { return rokiWarpPerspective_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -240,7 +240,7 @@ const Arg shape_warp_persp_back_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 9; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_persp_back_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpPerspectiveBack_8u_C1R(Call& c) { return rokiWarpPerspectiveBack_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -264,7 +264,7 @@ const Arg shape_warp_persp_back_p3_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 9; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_persp_back_p3_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpPerspectiveBack_8u_P3R(Call& c) { return rokiWarpPerspectiveBack_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -279,7 +279,7 @@ const Arg shape_warp_persp_back_p4_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 9; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_persp_back_p4_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpPerspectiveBack_8u_P4R(Call& c) { return rokiWarpPerspectiveBack_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[3]>(c.ptr(7)), c.integer(8)); }
@@ -312,7 +312,7 @@ const Arg shape_warp_bilin_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_bilin_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpBilinear_8u_C1R(Call& c) { return rokiWarpBilinear_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[4]>(c.ptr(7)), c.integer(8)); }
@@ -336,7 +336,7 @@ const Arg shape_warp_bilin_p3_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_bilin_p3_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpBilinear_8u_P3R(Call& c) { return rokiWarpBilinear_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[4]>(c.ptr(7)), c.integer(8)); }
@@ -351,7 +351,7 @@ const Arg shape_warp_bilin_p4_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_bilin_p4_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpBilinear_8u_P4R(Call& c) { return rokiWarpBilinear_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[4]>(c.ptr(7)), c.integer(8)); }
@@ -366,7 +366,7 @@ const Arg shape_warp_bilin_back_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_bilin_back_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpBilinearBack_8u_C1R(Call& c) { return rokiWarpBilinearBack_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[4]>(c.ptr(7)), c.integer(8)); }
@@ -390,7 +390,7 @@ const Arg shape_warp_bilin_back_p3_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_bilin_back_p3_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpBilinearBack_8u_P3R(Call& c) { return rokiWarpBilinearBack_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[4]>(c.ptr(7)), c.integer(8)); }
@@ -405,7 +405,7 @@ const Arg shape_warp_bilin_back_p4_any_args[] = {
     {.name = "dstStep", .kind = Kind::Step},
     {.name = "dstRoi", .kind = Kind::Rect, .size = +[]([[maybe_unused]] Call& c) -> WideSize { return WideSize{c.wsize(1).width+c.rand(1,8), c.wsize(1).height+c.rand(1,8)}; }, .value = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,3); }, .value2 = +[]([[maybe_unused]] Call& c) -> long long { return c.rand(0,2); }, .bad = -6},
     {.name = "coeffs", .kind = Kind::Array, .dir = Dir::In, .elem = Type::F64, .count = +[]([[maybe_unused]] Call& c) -> long long { return 8; }, .fill = Fill::Range, .lo = -2, .hi = 2},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (1<<c.rand(0,2))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_bilin_back_p4_any_order[] = {1, 3, 6, 8, -1};
 int call_rokiWarpBilinearBack_8u_P4R(Call& c) { return rokiWarpBilinearBack_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), reinterpret_cast<const double (*)[4]>(c.ptr(7)), c.integer(8)); }
@@ -440,7 +440,7 @@ const Arg shape_warp_rotate_any_args[] = {
     {.name = "angle", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,16)*22.5-180; }},
     {.name = "xShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
     {.name = "yShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_rotate_any_order[] = {1, 3, 6, 7, 8, 9, 10, -1};
 int call_rokiRotate_8u_C1R(Call& c) { return rokiRotate_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), c.integer(10)); }
@@ -470,7 +470,7 @@ const Arg shape_warp_rotate_p3_any_args[] = {
     {.name = "angle", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,16)*22.5-180; }},
     {.name = "xShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
     {.name = "yShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_rotate_p3_any_order[] = {1, 3, 6, 7, 8, 9, 10, -1};
 int call_rokiRotate_8u_P3R(Call& c) { return rokiRotate_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), c.integer(10)); }
@@ -488,7 +488,7 @@ const Arg shape_warp_rotate_p4_any_args[] = {
     {.name = "angle", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,16)*22.5-180; }},
     {.name = "xShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
     {.name = "yShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_rotate_p4_any_order[] = {1, 3, 6, 7, 8, 9, 10, -1};
 int call_rokiRotate_8u_P4R(Call& c) { return rokiRotate_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), c.integer(10)); }
@@ -506,7 +506,7 @@ const Arg shape_warp_rotate_center_any_args[] = {
     {.name = "angle", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,16)*22.5-180; }},
     {.name = "xCenter", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,2*c.wsize(1).width)/2.0; }},
     {.name = "yCenter", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,2*c.wsize(1).height)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_rotate_center_any_order[] = {1, 3, 6, 7, 8, 9, 10, -1};
 int call_rokiRotateCenter_8u_C1R(Call& c) { return rokiRotateCenter_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), c.integer(10)); }
@@ -536,7 +536,7 @@ const Arg shape_warp_rotate_center_p3_any_args[] = {
     {.name = "angle", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,16)*22.5-180; }},
     {.name = "xCenter", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,2*c.wsize(1).width)/2.0; }},
     {.name = "yCenter", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,2*c.wsize(1).height)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_rotate_center_p3_any_order[] = {1, 3, 6, 7, 8, 9, 10, -1};
 int call_rokiRotateCenter_8u_P3R(Call& c) { return rokiRotateCenter_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), c.integer(10)); }
@@ -554,7 +554,7 @@ const Arg shape_warp_rotate_center_p4_any_args[] = {
     {.name = "angle", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,16)*22.5-180; }},
     {.name = "xCenter", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,2*c.wsize(1).width)/2.0; }},
     {.name = "yCenter", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(0,2*c.wsize(1).height)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_rotate_center_p4_any_order[] = {1, 3, 6, 7, 8, 9, 10, -1};
 int call_rokiRotateCenter_8u_P4R(Call& c) { return rokiRotateCenter_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), c.integer(10)); }
@@ -573,7 +573,7 @@ const Arg shape_warp_shear_any_args[] = {
     {.name = "yShear", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-8,8)/8.0; }},
     {.name = "xShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
     {.name = "yShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_shear_any_order[] = {1, 3, 6, 7, 8, 9, 10, 11, -1};
 int call_rokiShear_8u_C1R(Call& c) { return rokiShear_8u_C1R(reinterpret_cast<const Rok8u*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), number_as<double>(c.real(10)), c.integer(11)); }
@@ -604,7 +604,7 @@ const Arg shape_warp_shear_p3_any_args[] = {
     {.name = "yShear", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-8,8)/8.0; }},
     {.name = "xShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
     {.name = "yShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_shear_p3_any_order[] = {1, 3, 6, 7, 8, 9, 10, 11, -1};
 int call_rokiShear_8u_P3R(Call& c) { return rokiShear_8u_P3R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), number_as<double>(c.real(10)), c.integer(11)); }
@@ -623,7 +623,7 @@ const Arg shape_warp_shear_p4_any_args[] = {
     {.name = "yShear", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-8,8)/8.0; }},
     {.name = "xShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
     {.name = "yShift", .kind = Kind::Real, .real = +[]([[maybe_unused]] Call& c) -> double { return c.rand(-16,16)/2.0; }},
-    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?(long long)rokc::number_as<int>(0x80000000u):0); }},
+    {.name = "interpolation", .kind = Kind::Int, .value = +[]([[maybe_unused]] Call& c) -> long long { return (c.rand(0,3)==3?6:(1<<c.rand(0,2)))|(c.rand(0,3)==0?int(0x80000000u):0); }},
 };
 const int shape_warp_shear_p4_any_order[] = {1, 3, 6, 7, 8, 9, 10, 11, -1};
 int call_rokiShear_8u_P4R(Call& c) { return rokiShear_8u_P4R(reinterpret_cast<const Rok8u* const*>(c.ptr(0)), c.size(1), c.integer(2), c.rect(3), reinterpret_cast<Rok8u* const*>(c.ptr(4)), c.integer(5), c.rect(6), number_as<double>(c.real(7)), number_as<double>(c.real(8)), number_as<double>(c.real(9)), number_as<double>(c.real(10)), c.integer(11)); }
