@@ -2,11 +2,11 @@
 //
 // Every subcommand is one line of the command table below: its name, the
 // options it takes, an example, and the library family it calls. The export
-// for an image is found by name from the family, the image's sample type and
-// its channel layout (rokiAdd + _8u + _C3 + RSfs), so a family that takes one
-// of the call shapes here needs only a table line.
+// for an image is looked up in a table generated from the manifest by family,
+// the image's sample type, its channel layout and the form (Add, 8u, C3,
+// RSfs), so a family that takes one of the call shapes here needs only a
+// command line and its option parsing.
 #include <dirent.h>
-#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -90,20 +90,55 @@ void check(RokStatus s, const std::string& fn) {
 
 std::string layout_of(const Image& img) { return "C" + std::to_string(img.channels); }
 
-// The export of a family for this image, trying the suffixes in order.
+// Every export over an interleaved image, generated from the manifest: a
+// subcommand finds the function for an image's sample type and channels here.
+using AnyFn = void (*)();
+struct Entry {
+    const char* family;
+    const char* types;   // "8u", or source and destination ("8u32f")
+    const char* layout;  // C1, C3, C4, AC4
+    const char* form;    // R, IR, RSfs ...
+    const char* shape;   // the call shape of the manifest
+    AnyFn fn;
+};
+const Entry kExports[] = {
+#include "generated/dispatch.inc"
+};
+
+// The export of a family for this image, trying the forms in order.
 struct Found {
-    void* fn;
+    AnyFn fn;
     std::string name;
     std::string suffix;
 };
 
+// "8u 16u 32f with 1, 3 channel(s)": what a family takes, for the message
+// when an image does not fit.
+std::string takes(const std::string& family) {
+    std::vector<std::string> types, chans;
+    auto add = [](std::vector<std::string>& v, const std::string& s) {
+        if (std::find(v.begin(), v.end(), s) == v.end()) v.push_back(s);
+    };
+    for (const Entry& e : kExports)
+        if (family == e.family) {
+            add(types, e.types);
+            if (std::strcmp(e.layout, "AC4") != 0) add(chans, e.layout + 1);
+        }
+    std::string s;
+    for (const auto& t : types) s += (s.empty() ? "" : " ") + t;
+    s += " with ";
+    for (std::size_t i = 0; i < chans.size(); ++i) s += (i ? ", " : "") + chans[i];
+    return s + " channel(s)";
+}
+
 Found find_export(const std::string& family, const std::string& types, const std::string& layout,
                   const std::vector<std::string>& suffixes, const std::string& command) {
-    for (const auto& suf : suffixes) {
-        std::string name = "roki" + family + "_" + types + "_" + layout + suf;
-        if (void* p = dlsym(RTLD_DEFAULT, name.c_str())) return {p, name, suf};
-    }
-    throw Error(command + " does not take " + types + " images with " + layout.substr(1) + " channel(s)");
+    for (const auto& suf : suffixes)
+        for (const Entry& e : kExports)
+            if (family == e.family && types == e.types && layout == e.layout && suf == e.form)
+                return {e.fn, "roki" + family + "_" + types + "_" + layout + suf, suf};
+    throw Error(command + " does not take " + types + " images with " + layout.substr(1) + " channel(s) (it takes " +
+                takes(family) + ")");
 }
 
 using Roi = RokiSize;
