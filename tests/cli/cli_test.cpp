@@ -62,6 +62,12 @@ void write_pnm(const Img& m, const std::string& path) {
     f.write(reinterpret_cast<const char*>(d.data()), static_cast<std::streamsize>(d.size()));
 }
 
+void write_pfm(const Img& m, const std::string& path) {  // grey, little-endian, bottom row first
+    std::ofstream f(path, std::ios::binary);
+    f << "Pf\n" << m.w << " " << m.h << "\n-1.0\n";
+    for (int y = m.h - 1; y >= 0; --y) f.write(reinterpret_cast<const char*>(m.d.data()) + static_cast<std::size_t>(y) * m.step(), m.step());
+}
+
 Img read_pnm(const std::string& path) {
     std::ifstream f(path, std::ios::binary);
     std::string magic;
@@ -132,6 +138,16 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
     write_pnm(a, p("a.pgm"));
     write_pnm(b, p("b.pgm"));
     write_pnm(c3, p("c.ppm"));
+    // remap's maps: source positions a little outside the image at the edges
+    Img mx{30, 20, 1, 4, {}}, my{30, 20, 1, 4, {}};
+    mx.d.resize(30 * 20 * 4), my.d.resize(30 * 20 * 4);
+    for (int y = 0; y < 20; ++y)
+        for (int x = 0; x < 30; ++x) {
+            float fx = 1.3f * x - 1.7f + 0.05f * y, fy = 1.2f * y - 0.6f;
+            std::memcpy(mx.at(y, x), &fx, 4), std::memcpy(my.at(y, x), &fy, 4);
+        }
+    write_pfm(mx, p("mx.pfm"));
+    write_pfm(my, p("my.pfm"));
     struct Case {
         const char* args;
         const char* out;
@@ -224,6 +240,82 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              rokiThreshold_8u_C1R(a.d.data(), a.step(), o.d.data(), o.step(), {a.w, a.h}, 100, rokCompareLess);
              return o;
          }},
+        // curves: the last point's X takes its Y; values outside the points are kept
+        {"lut a.pgm o.pgm --points 10:100,20:0 --interp step", "o.pgm", [&] {
+             Img o = a;
+             for (auto& v : o.d) v = v >= 10 && v < 20 ? 100 : v == 20 ? 0 : v;
+             return o;
+         }},
+        {"lut a.pgm o.pgm --points 0:255,255:0", "o.pgm", [&] {
+             Img o = a;
+             for (auto& v : o.d) v = static_cast<std::uint8_t>(255 - v);
+             return o;
+         }},
+        {"lut a.pgm o.pgm --gamma 2", "o.pgm", [&] {
+             Img o = a;
+             for (auto& v : o.d) v = static_cast<std::uint8_t>(std::floor(255 * std::sqrt(v / 255.0) + 0.5));
+             return o;
+         }},
+        {"math a.pgm o.pgm --op sqrt --scale -2", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             rokiSqrt_8u_C1RSfs(a.d.data(), a.step(), o.d.data(), o.step(), {a.w, a.h}, -2);
+             return o;
+         }},
+        // a kernel that is not symmetric, anchored in a corner: the tool pads
+        // kw-1-ax columns left and kh-1-ay rows above
+        {"filter a.pgm o.pgm --kernel '1 0 2;3 -1 1' --anchor 0,0", "o.pgm", [&] {
+             Img q = padded(a, 2), o = like(a, a.w, a.h);
+             const Rok32s k[] = {1, 0, 2, 3, -1, 1};
+             rokiFilter_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, k, {3, 2}, {0, 0}, 6);
+             return o;
+         }},
+        {"filter c.ppm o.ppm --kernel '0.25 0.5 0.125'", "o.ppm", [&] {
+             Img q = like(c3, c3.w + 2, c3.h), o = like(c3, c3.w, c3.h);
+             rokiCopyReplicateBorder_8u_C3R(c3.d.data(), c3.step(), {c3.w, c3.h}, q.d.data(), q.step(), {q.w, q.h}, 0, 1);
+             const Rok32f k[] = {0.25f, 0.5f, 0.125f};
+             rokiFilter32f_8u_C3R(q.at(0, 1), q.step(), o.d.data(), o.step(), {c3.w, c3.h}, k, {3, 1}, {1, 0});
+             return o;
+         }},
+        {"min a.pgm o.pgm --mask 5x3", "o.pgm", [&] {
+             Img q = padded(a, 2), o = like(a, a.w, a.h);
+             rokiFilterMin_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, {5, 3}, {2, 1});
+             return o;
+         }},
+        {"dilate a.pgm o.pgm --mask 5x3 --shape cross", "o.pgm", [&] {
+             Img q = padded(a, 2), o = like(a, a.w, a.h);
+             const Rok8u m[] = {0, 0, 1, 0, 0, 1, 1, 1, 1, 1, 0, 0, 1, 0, 0};
+             rokiDilate_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, m, {5, 3}, {2, 1});
+             return o;
+         }},
+        {"warp c.ppm o.ppm --matrix 0.9,0.2,1.5,-0.1,1.1,-2,0.001,0.002,1", "o.ppm", [&] {
+             Img o = like(c3, c3.w, c3.h);
+             const double m[3][3] = {{0.9, 0.2, 1.5}, {-0.1, 1.1, -2}, {0.001, 0.002, 1}};
+             rokiWarpPerspective_8u_C3R(c3.d.data(), {c3.w, c3.h}, c3.step(), {0, 0, c3.w, c3.h}, o.d.data(), o.step(),
+                                        {0, 0, c3.w, c3.h}, m, rokInterLinear);
+             return o;
+         }},
+        {"remap c.ppm o.ppm --xmap mx.pfm --ymap my.pfm --method cubic", "o.ppm", [&] {
+             Img o = like(c3, 30, 20);
+             rokiRemap_8u_C3R(c3.d.data(), {c3.w, c3.h}, c3.step(), {0, 0, c3.w, c3.h}, reinterpret_cast<const Rok32f*>(mx.d.data()),
+                              mx.step(), reinterpret_cast<const Rok32f*>(my.d.data()), my.step(), o.d.data(), o.step(), {30, 20},
+                              rokInterCubic);
+             return o;
+         }},
+        {"dct a.pgm o.pfm", "o.pfm", [&] {
+             Img f{a.w, a.h, 1, 4, {}}, o{a.w, a.h, 1, 4, {}};
+             f.d.resize(static_cast<std::size_t>(a.w) * a.h * 4);
+             o.d = f.d;
+             rokiConvert_8u32f_C1R(a.d.data(), a.step(), reinterpret_cast<Rok32f*>(f.d.data()), f.step(), {a.w, a.h});
+             RokiDCTFwdSpec_32f* spec = nullptr;
+             rokiDCTFwdInitAlloc_32f(&spec, {a.w, a.h}, rokHintDefault);
+             int size = 0;
+             rokiDCTFwdGetBufSize_32f(spec, &size);
+             std::vector<Rok8u> buf(static_cast<std::size_t>(size) + 1);
+             rokiDCTFwd_32f_C1R(reinterpret_cast<Rok32f*>(f.d.data()), f.step(), reinterpret_cast<Rok32f*>(o.d.data()), o.step(), spec,
+                                buf.data());
+             rokiDCTFwdFree_32f(spec);
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -298,6 +390,28 @@ TEST_F(Cli, StatsReportTheLibrarysResults) {
     std::snprintf(want, sizeof want, "\"histogram\": [[%d, %d, %d, %d]]", hist[0], hist[1], hist[2], hist[3]);
     EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
     EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1);
+    // moments: the state accumulated by the library, read back through its getters
+    Result m = rok("moments " + p("a.pgm") + " --json");
+    ASSERT_EQ(m.code, 0) << m.err;
+    RokiMomentState_64f* st = nullptr;
+    ASSERT_EQ(rokiMomentInitAlloc_64f(&st, rokHintAccurate), 0);
+    ASSERT_EQ(rokiMoments64f_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, st), 0);
+    double hu[7], m21 = 0, mu12 = 0;
+    rokiGetHuMoments_64f(st, 0, hu);
+    rokiGetSpatialMoment_64f(st, 2, 1, 0, {0, 0}, &m21);
+    rokiGetCentralMoment_64f(st, 1, 2, 0, &mu12);
+    rokiMomentFree_64f(st);
+    std::snprintf(want, sizeof want, "\"hu\": [%.17g, %.17g, %.17g, %.17g, %.17g, %.17g, %.17g]", hu[0], hu[1], hu[2], hu[3], hu[4], hu[5], hu[6]);
+    EXPECT_NE(m.out.find(want), std::string::npos) << m.out;
+    std::snprintf(want, sizeof want, "\"m21\": %.17g", m21);
+    EXPECT_NE(m.out.find(want), std::string::npos) << m.out;
+    std::snprintf(want, sizeof want, "\"mu12\": %.17g", mu12);
+    EXPECT_NE(m.out.find(want), std::string::npos) << m.out;
+    // a black image has no centroid: reported, not an error
+    write_pnm(like(a, 5, 5), p("black.pgm"));
+    Result b = rok("moments " + p("black.pgm"));
+    EXPECT_EQ(b.code, 0) << b.err;
+    EXPECT_NE(b.out.find("undefined: rokStatusMomentTooSmall"), std::string::npos) << b.out;
 }
 
 TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
@@ -346,6 +460,23 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"warp " + A + " OUT --matrix 1,2,3", "six numbers"},
         {"warp " + A + " OUT --matrix 0,0,0,0,0,0", "rokStatus"},  // a singular map, refused by the library
         {"and " + p("f.pfm") + " " + p("f.pfm") + " OUT", "does not take 32f"},
+        {"lut " + A + " OUT", "one of"},
+        {"lut " + A + " OUT --points 5:1", "at least two"},
+        {"lut " + A + " OUT --points 5:1,3:2", "must increase"},
+        {"lut " + A + " OUT --gamma 0", "--gamma takes"},
+        {"filter " + A + " OUT --kernel '1 2;3'", "same number"},
+        {"filter " + A + " OUT --kernel '1 x 1'", "not a row of numbers"},
+        {"filter " + A + " OUT --kernel '1 0 1' --divisor 0", "must not be 0"},
+        {"filter " + A + " OUT --kernel 1 --kernel-file " + A, "one of"},
+        {"filter " + A + " OUT --kernel-file " + p("none.txt"), "cannot open"},
+        {"math " + A + " OUT --op abs", "does not take 8u images with 1 channel(s) (it takes 16s 32f"},
+        {"math " + A + " OUT --op cbrt", "--op"},
+        {"dct " + A + " OUT --inverse", "takes 32f"},
+        {"remap " + A + " OUT --xmap " + A + " --ymap " + A, "32f grey"},
+        {"remap " + A + " OUT", "needs --xmap"},
+        {"dilate " + A + " OUT --mask 3x3 --shape star", "--shape takes"},
+        {"moments " + p("none.png"), "No such file"},
+        {"warp " + A + " OUT --matrix 1,0,0,0,1,0,0,0", "nine"},
     };
     for (const auto& c : cases) {
         std::string args = c.args;
@@ -394,7 +525,8 @@ TEST_F(Cli, HelpForEveryCommandAndTheDemo) {
     Result top = rok("--help");
     ASSERT_EQ(top.code, 0);
     const char* names[] = {"add", "sub", "mul", "div", "and", "or", "xor", "compare", "convert", "border", "filter", "median", "dilate", "erode",
-                           "resize", "rotate", "warp", "mirror", "threshold", "fft", "stats", "demo"};
+                           "resize", "rotate", "warp", "mirror", "threshold", "fft", "stats", "demo", "lut", "math", "dct", "min", "max",
+                           "remap", "moments"};
     for (const char* n : names) {
         SCOPED_TRACE(n);
         EXPECT_NE(top.out.find(std::string("  ") + n + " "), std::string::npos);

@@ -344,9 +344,14 @@ Image run_fixed(const std::string& family, const char* cmd, int radius, int arg,
     return out;
 }
 
+Image run_user_kernel(const Command& c, const Options& o, const Image& a);
+
 Image run_filter(const Command& c, const Options& o, const Image& a, const Image*) {
     int chosen = o.has("box") + o.has("sobel") + o.has("gauss") + o.has("sharpen") + o.has("laplace");
-    if (chosen != 1) throw Error("filter takes one of --box, --sobel, --gauss N, --sharpen, --laplace N");
+    bool user = !o.has("box") && (o.has("kernel") || o.has("kernel-file"));
+    if (user && chosen == 0 && o.has("kernel") + o.has("kernel-file") == 1) return run_user_kernel(c, o, a);
+    if (chosen != 1 || user)
+        throw Error("filter takes one of --kernel \"K\", --kernel-file F, --box, --sobel, --gauss N, --sharpen, --laplace N");
     if (o.has("box")) {
         RokiSize k = parse_size(o.get("kernel", "3x3"), "kernel");
         return run_mask("FilterBox", c.name, k, a);
@@ -367,9 +372,6 @@ Image run_median(const Command& c, const Options& o, const Image& a, const Image
     return run_mask("FilterMedian", c.name, parse_size(o.get("mask", "3x3"), "mask"), a);
 }
 
-Image run_morph(const Command& c, const Options&, const Image& a, const Image*) {
-    return run_fixed(c.family, c.name, 1, 0, false, a);
-}
 
 int parse_method(const std::string& m) {
     static const std::map<std::string, int> methods = {
@@ -435,16 +437,19 @@ Image run_rotate(const Command& c, const Options& o, const Image& a, const Image
 }
 
 // An affine map of source pixel positions to destination ones, x' = a x + b y + c,
-// y' = d x + e y + f; the destination has the source's size.
+// y' = d x + e y + f, or with nine coefficients a perspective one,
+// x' = (a x + b y + c) / (g x + h y + i), y' = (d x + e y + f) / (g x + h y + i).
+// The destination has the source's size.
 Image run_warp(const Command& c, const Options& o, const Image& a, const Image*) {
-    if (!o.has("matrix")) throw Error("warp needs --matrix a,b,c,d,e,f");
-    double m[2][3];
+    if (!o.has("matrix")) throw Error("warp needs --matrix a,b,c,d,e,f (or nine numbers for a perspective warp)");
+    double m[3][3] = {};
     char extra = 0;
-    if (std::sscanf(o.get("matrix").c_str(), "%lf,%lf,%lf,%lf,%lf,%lf%c", &m[0][0], &m[0][1], &m[0][2], &m[1][0], &m[1][1],
-                    &m[1][2], &extra) != 6)
-        throw Error("--matrix takes six numbers a,b,c,d,e,f, not '" + o.get("matrix") + "'");
+    int n = std::sscanf(o.get("matrix").c_str(), "%lf,%lf,%lf,%lf,%lf,%lf,%lf,%lf,%lf%c", &m[0][0], &m[0][1], &m[0][2],
+                        &m[1][0], &m[1][1], &m[1][2], &m[2][0], &m[2][1], &m[2][2], &extra);
+    if (n != 6 && n != 9)
+        throw Error("--matrix takes six numbers a,b,c,d,e,f or nine for a perspective warp, not '" + o.get("matrix") + "'");
     int method = parse_method(o.get("method", "linear"));
-    auto f = find_export("WarpAffine", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    auto f = find_export(n == 6 ? "WarpAffine" : "WarpPerspective", depth_name(a.depth), layout_of(a), {"R"}, c.name);
     Image out = like(a);
     RokiRect r{0, 0, a.width, a.height};
     using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, const double (*)[3], int);
@@ -537,6 +542,431 @@ Image run_fft(const Command&, const Options&, const Image& a, const Image*) {
             out.row((y + h / 2) % h)[(x + w / 2) % w] = static_cast<std::uint8_t>(std::lround(v));
         }
     return out;
+}
+
+// ---- look-up tables ----
+
+// The image's samples as 32f, converted by the library.
+Image to_f32(const Image& a) {
+    if (a.depth == Depth::f32) return a;
+    auto f = find_export("Convert", std::string(depth_name(a.depth)) + "32f", layout_of(a), {"R"}, "convert");
+    Image out;
+    out.allocate(a.width, a.height, a.channels, Depth::f32);
+    check(reinterpret_cast<FnUnary>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a)), f.name);
+    return out;
+}
+
+// The curve of rok lut as level/value points. For integer images --gamma
+// and --invert give one level per sample value, so the table holds the curve
+// rounded at every value; --points are joined by the chosen interpolation.
+struct Curve {
+    std::vector<double> levels, values;
+    std::string family = "LUT_Linear";
+};
+
+Curve parse_curve(const Options& o, Depth d) {
+    int chosen = o.has("gamma") + o.has("invert") + o.has("points");
+    if (chosen != 1) throw Error("lut takes one of --gamma G, --invert, --points X:Y,X:Y...");
+    Curve c;
+    const double top = d == Depth::u8 ? 255 : d == Depth::u16 ? 65535 : 1;
+    if (o.has("points")) {
+        std::string s = o.get("points");
+        std::size_t p = 0;
+        while (p <= s.size()) {
+            std::size_t e = s.find(',', p);
+            if (e == std::string::npos) e = s.size();
+            std::string item = s.substr(p, e - p);
+            double x = 0, y = 0;
+            char extra = 0;
+            if (std::sscanf(item.c_str(), "%lf:%lf%c", &x, &y, &extra) != 2 || !std::isfinite(x) || !std::isfinite(y))
+                throw Error("--points takes X:Y pairs separated by commas, not '" + item + "'");
+            if (!c.levels.empty() && x <= c.levels.back()) throw Error("--points: the X values must increase");
+            c.levels.push_back(x);
+            c.values.push_back(y);
+            p = e + 1;
+        }
+        if (c.levels.size() < 2) throw Error("--points needs at least two points");
+        std::string interp = o.get("interp", "linear");
+        if (interp == "linear") c.family = "LUT_Linear";
+        else if (interp == "cubic") c.family = "LUT_Cubic";
+        else if (interp == "step") c.family = "LUT";
+        else throw Error("--interp takes linear, cubic or step, not '" + interp + "'");
+        // The library's pieces end before their last level; the curve is held
+        // one sample further, so that the last point's X takes its Y.
+        double after = d == Depth::f32 ? std::nextafter(static_cast<float>(c.levels.back()), HUGE_VALF) : c.levels.back() + 1;
+        c.levels.push_back(after);
+        c.values.push_back(c.values.back());
+        return c;
+    }
+    double g = o.has("gamma") ? o.number("gamma", 1, 0.01, 100) : 1;
+    auto f = [&](double x) { return o.has("invert") ? top - x : top * std::pow(x / top, 1.0 / g); };
+    if (d == Depth::f32) {  // 1024 linear pieces over 0..1; values outside it are kept
+        for (int k = 0; k <= 1024; ++k) c.levels.push_back(k / 1024.0), c.values.push_back(f(k / 1024.0));
+        c.levels.back() = std::nextafter(1.0f, 2.0f);  // 1.0 itself is inside the last piece
+        c.family = "LUT_Linear";
+    } else {  // one step per sample value, the curve rounded to nearest
+        for (int k = 0; k <= static_cast<int>(top) + 1; ++k) {
+            c.levels.push_back(k);
+            c.values.push_back(std::floor(f(std::min<double>(k, top)) + 0.5));
+        }
+        c.family = "LUT";
+    }
+    return c;
+}
+
+Image run_lut(const Command& c, const Options& o, const Image& a, const Image*) {
+    Curve cv = parse_curve(o, a.depth);
+    std::string lay = a.channels == 4 && !o.has("alpha") ? "AC4" : layout_of(a);
+    auto f = find_export(cv.family, depth_name(a.depth), lay, {"R"}, c.name);
+    Image out = a;  // AC4 keeps the source's alpha
+    int n = static_cast<int>(cv.levels.size());
+    int chans = lay == "AC4" ? 3 : a.channels;
+    RokStatus s;
+    if (a.depth == Depth::f32) {
+        std::vector<Rok32f> lv(cv.levels.begin(), cv.levels.end()), vl(cv.values.begin(), cv.values.end());
+        if (chans == 1) {
+            using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok32f*, const Rok32f*, int);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), vl.data(), lv.data(), n);
+        } else {
+            const Rok32f* vp[4] = {vl.data(), vl.data(), vl.data(), vl.data()};
+            const Rok32f* lp[4] = {lv.data(), lv.data(), lv.data(), lv.data()};
+            int ns[4] = {n, n, n, n};
+            using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok32f* const*, const Rok32f* const*, const int*);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), vp, lp, ns);
+        }
+    } else {
+        std::vector<Rok32s> lv, vl;
+        for (double v : cv.levels) lv.push_back(static_cast<Rok32s>(std::clamp(v, -2e9, 2e9)));
+        for (double v : cv.values) vl.push_back(static_cast<Rok32s>(std::clamp(v, -2e9, 2e9)));
+        if (chans == 1) {
+            using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok32s*, const Rok32s*, int);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), vl.data(), lv.data(), n);
+        } else {
+            const Rok32s* vp[4] = {vl.data(), vl.data(), vl.data(), vl.data()};
+            const Rok32s* lp[4] = {lv.data(), lv.data(), lv.data(), lv.data()};
+            int ns[4] = {n, n, n, n};
+            using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok32s* const*, const Rok32s* const*, const int*);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), vp, lp, ns);
+        }
+    }
+    check(s, f.name);
+    return out;
+}
+
+// ---- unary math ----
+
+Image run_math(const Command& c, const Options& o, const Image& a, const Image*) {
+    static const std::map<std::string, std::string> ops = {{"sqrt", "Sqrt"}, {"ln", "Ln"}, {"exp", "Exp"},
+                                                           {"sqr", "Sqr"},   {"abs", "Abs"}, {"not", "Not"}};
+    auto it = ops.find(o.get("op"));
+    if (it == ops.end()) throw Error("math needs --op sqrt, ln, exp, sqr, abs or not");
+    int sf = o.integer("scale", 0, -31, 31);
+    auto f = find_export(it->second, depth_name(a.depth), layout_of(a), {"RSfs", "R"}, c.name);
+    if (f.suffix == "R" && sf != 0) throw Error("math: --scale applies to integer results only");
+    Image out = like(a);
+    RokStatus s = f.suffix == "RSfs"
+                      ? reinterpret_cast<FnUnaryInt>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), sf)
+                      : reinterpret_cast<FnUnary>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a));
+    check(s, f.name);
+    return out;
+}
+
+// ---- general filter with the user's kernel ----
+
+// "1 2 1; 2 4 2; 1 2 1": rows separated by ';' or new lines, coefficients by
+// spaces or commas.
+std::vector<std::vector<double>> parse_kernel(const std::string& text) {
+    std::vector<std::vector<double>> rows;
+    std::string row;
+    auto flush = [&] {
+        std::vector<double> r;
+        std::string t = row;
+        for (char& ch : t)
+            if (ch == ',' || ch == '\t' || ch == '\r') ch = ' ';
+        const char* p = t.c_str();
+        while (*p) {
+            while (*p == ' ') ++p;
+            if (!*p) break;
+            char* end = nullptr;
+            double v = std::strtod(p, &end);
+            if (end == p || !std::isfinite(v)) throw Error("--kernel: '" + row + "' is not a row of numbers");
+            r.push_back(v);
+            p = end;
+        }
+        if (!r.empty()) rows.push_back(r);
+        row.clear();
+    };
+    for (char ch : text) {
+        if (ch == ';' || ch == '\n') flush();
+        else row += ch;
+    }
+    flush();
+    if (rows.empty()) throw Error("--kernel holds no coefficients");
+    for (const auto& r : rows)
+        if (r.size() != rows[0].size()) throw Error("--kernel: every row needs the same number of coefficients");
+    if (rows.size() > 255 || rows[0].size() > 255) throw Error("--kernel: at most 255x255 coefficients");
+    return rows;
+}
+
+std::string read_text(const std::string& path) {
+    FILE* f = std::fopen(path.c_str(), "rb");
+    if (!f) throw Error(path + ": cannot open the kernel file");
+    std::string s;
+    char buf[4096];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) s.append(buf, n);
+    std::fclose(f);
+    return s;
+}
+
+// Convolution with the kernel as written (flipped over the image, as the
+// library's general filter does); integer images take integer kernels with
+// a divisor (default: the kernel's sum, or 1 when it sums to 0), or any real
+// kernel through the float engine. The anchor defaults to the centre.
+Image run_user_kernel(const Command& c, const Options& o, const Image& a) {
+    auto rows = parse_kernel(o.has("kernel-file") ? read_text(o.get("kernel-file")) : o.get("kernel"));
+    int kw = static_cast<int>(rows[0].size()), kh = static_cast<int>(rows.size());
+    RokiPoint anchor{kw / 2, kh / 2};
+    if (o.has("anchor")) {
+        char extra = 0;
+        if (std::sscanf(o.get("anchor").c_str(), "%d,%d%c", &anchor.x, &anchor.y, &extra) != 2 || anchor.x < 0 ||
+            anchor.y < 0 || anchor.x >= kw || anchor.y >= kh)
+            throw Error("--anchor takes X,Y inside the kernel, not '" + o.get("anchor") + "'");
+    }
+    bool whole = true;
+    double sum = 0;
+    std::vector<double> k;
+    for (const auto& r : rows)
+        for (double v : r) {
+            k.push_back(v);
+            sum += v;
+            if (v != std::floor(v) || std::fabs(v) > 1e6) whole = false;
+        }
+    if (o.has("divisor") && !whole) throw Error("--divisor applies to kernels of whole numbers");
+    Padded p = pad(a, kh - 1 - anchor.y, kw - 1 - anchor.x, anchor.y, anchor.x);
+    Image out = like(a);
+    RokiSize ks{kw, kh};
+    RokStatus s;
+    if (a.depth != Depth::f32 && whole) {
+        int div = o.has("divisor") ? o.integer("divisor", 1, -1000000000, 1000000000)
+                                   : (sum != 0 ? static_cast<int>(sum) : 1);
+        if (div == 0) throw Error("--divisor must not be 0");
+        std::vector<Rok32s> ki(k.begin(), k.end());
+        auto f = find_export("Filter", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok32s*, RokiSize, RokiPoint, int);
+        s = reinterpret_cast<Fn>(f.fn)(p.origin(), p.img.step(), out.data.data(), out.step(), roi_of(a), ki.data(), ks, anchor, div);
+        check(s, f.name);
+    } else {
+        std::vector<Rok32f> kf(k.begin(), k.end());
+        auto f = find_export(a.depth == Depth::f32 ? "Filter" : "Filter32f", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok32f*, RokiSize, RokiPoint);
+        s = reinterpret_cast<Fn>(f.fn)(p.origin(), p.img.step(), out.data.data(), out.step(), roi_of(a), kf.data(), ks, anchor);
+        check(s, f.name);
+    }
+    return out;
+}
+
+// ---- minimum and maximum filters, morphology with a shaped mask ----
+
+Image run_minmax(const Command& c, const Options& o, const Image& a, const Image*) {
+    return run_mask(c.family, c.name, parse_size(o.get("mask", "3x3"), "mask"), a);
+}
+
+// dilate/erode: the 3x3 square by default; --mask WxH with --shape rect,
+// cross or disc (the ellipse inscribed in the rectangle) otherwise.
+Image run_morph(const Command& c, const Options& o, const Image& a, const Image*) {
+    bool dilate = std::string(c.name) == "dilate";
+    if (!o.has("mask") && !o.has("shape")) return run_fixed(dilate ? "Dilate3x3" : "Erode3x3", c.name, 1, 0, false, a);
+    RokiSize m = parse_size(o.get("mask", "3x3"), "mask");
+    std::string shape = o.get("shape", "rect");
+    std::vector<Rok8u> mask(static_cast<std::size_t>(m.width) * m.height);
+    double cx = (m.width - 1) / 2.0, cy = (m.height - 1) / 2.0;
+    for (int y = 0; y < m.height; ++y)
+        for (int x = 0; x < m.width; ++x) {
+            bool on;
+            if (shape == "rect") on = true;
+            else if (shape == "cross") on = x == m.width / 2 || y == m.height / 2;
+            else if (shape == "disc") {
+                double dx = (x - cx) / std::max(cx + 0.5, 0.5), dy = (y - cy) / std::max(cy + 0.5, 0.5);
+                on = dx * dx + dy * dy <= 1.0;
+            } else throw Error("--shape takes rect, cross or disc, not '" + shape + "'");
+            mask[static_cast<std::size_t>(y) * m.width + x] = on ? 1 : 0;
+        }
+    RokiPoint anchor{m.width / 2, m.height / 2};
+    auto f = find_export(dilate ? "Dilate" : "Erode", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Padded p = pad(a, anchor.y, anchor.x, m.height - 1 - anchor.y, m.width - 1 - anchor.x);
+    Image out = like(a);
+    using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok8u*, RokiSize, RokiPoint);
+    check(reinterpret_cast<Fn>(f.fn)(p.origin(), p.img.step(), out.data.data(), out.step(), roi_of(a), mask.data(), m, anchor),
+          f.name);
+    return out;
+}
+
+// ---- remap ----
+
+// Destination pixel (x, y) takes the source at (xmap(x, y), ymap(x, y)); the
+// maps are 32f grey images (PFM) of the destination's size.
+Image run_remap(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (!o.has("xmap") || !o.has("ymap")) throw Error("remap needs --xmap X.pfm and --ymap Y.pfm");
+    Image mx = read_image(o.get("xmap")), my = read_image(o.get("ymap"));
+    for (const Image* m : {&mx, &my})
+        if (m->depth != Depth::f32 || m->channels != 1) throw Error("remap: the maps must be 32f grey images (.pfm)");
+    if (mx.width != my.width || mx.height != my.height) throw Error("remap: the two maps differ in size");
+    int method = parse_method(o.get("method", "linear"));
+    auto f = find_export("Remap", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out;
+    out.allocate(mx.width, mx.height, a.channels, a.depth);
+    RokiRect src{0, 0, a.width, a.height};
+    using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, const Rok32f*, int, const Rok32f*, int, void*, int, RokiSize, int);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), src, reinterpret_cast<const Rok32f*>(mx.data.data()),
+                                     mx.step(), reinterpret_cast<const Rok32f*>(my.data.data()), my.step(), out.data.data(),
+                                     out.step(), roi_of(out), method),
+          f.name);
+    return out;
+}
+
+// ---- DCT ----
+
+// Log magnitude scaled to 0..255 per channel, for viewing a spectrum.
+Image log_view(const Image& f32, bool centre) {
+    int w = f32.width, h = f32.height, nc = f32.channels;
+    const float* m = reinterpret_cast<const float*>(f32.data.data());
+    Image out;
+    out.allocate(w, h, nc, Depth::u8);
+    for (int k = 0; k < nc; ++k) {
+        // Scaled between the smallest value and the largest away from the
+        // zero-frequency term, which would otherwise leave the rest dark.
+        double top = 0, bottom = HUGE_VAL;
+        std::vector<double> lg(static_cast<std::size_t>(w) * h);
+        for (std::size_t i = 0; i < lg.size(); ++i) {
+            lg[i] = std::log1p(std::fabs(static_cast<double>(m[i * nc + k])));
+            if (i) top = std::max(top, lg[i]);
+            bottom = std::min(bottom, lg[i]);
+        }
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                double v = top > bottom ? (lg[static_cast<std::size_t>(y) * w + x] - bottom) / (top - bottom) * 255.0 : 0;
+                int oy = centre ? (y + h / 2) % h : y, ox = centre ? (x + w / 2) % w : x;
+                out.row(oy)[static_cast<std::size_t>(ox) * nc + k] = static_cast<std::uint8_t>(std::lround(std::min(v, 255.0)));
+            }
+    }
+    return out;
+}
+
+// Forward: the coefficients as 32f (write .pfm), or their log magnitude
+// (--view) as 8-bit. --inverse takes coefficients back to samples (32f).
+Image run_dct(const Command& c, const Options& o, const Image& a, const Image*) {
+    bool inv = o.has("inverse");
+    if (inv && a.depth != Depth::f32) throw Error("dct --inverse takes 32f coefficients (a .pfm written by rok dct)");
+    Image in = to_f32(a);
+    Image out = like(in);
+    RokiSize roi = roi_of(in);
+    int size = 0;
+    auto f = find_export(inv ? "DCTInv" : "DCTFwd", "32f", layout_of(in), {"R"}, c.name);
+    using Fn = RokStatus (*)(const Rok32f*, int, Rok32f*, int, const void*, Rok8u*);
+    auto* src = reinterpret_cast<const Rok32f*>(in.data.data());
+    auto* dst = reinterpret_cast<Rok32f*>(out.data.data());
+    if (inv) {
+        RokiDCTInvSpec_32f* spec = nullptr;
+        check(rokiDCTInvInitAlloc_32f(&spec, roi, rokHintDefault), "rokiDCTInvInitAlloc_32f");
+        std::unique_ptr<RokiDCTInvSpec_32f, RokStatus (*)(RokiDCTInvSpec_32f*)> hold(spec, rokiDCTInvFree_32f);
+        check(rokiDCTInvGetBufSize_32f(spec, &size), "rokiDCTInvGetBufSize_32f");
+        std::vector<Rok8u> buf(static_cast<std::size_t>(std::max(size, 1)));
+        check(reinterpret_cast<Fn>(f.fn)(src, in.step(), dst, out.step(), spec, buf.data()), f.name);
+        return out;
+    }
+    RokiDCTFwdSpec_32f* spec = nullptr;
+    check(rokiDCTFwdInitAlloc_32f(&spec, roi, rokHintDefault), "rokiDCTFwdInitAlloc_32f");
+    std::unique_ptr<RokiDCTFwdSpec_32f, RokStatus (*)(RokiDCTFwdSpec_32f*)> hold(spec, rokiDCTFwdFree_32f);
+    check(rokiDCTFwdGetBufSize_32f(spec, &size), "rokiDCTFwdGetBufSize_32f");
+    std::vector<Rok8u> buf(static_cast<std::size_t>(std::max(size, 1)));
+    check(reinterpret_cast<Fn>(f.fn)(src, in.step(), dst, out.step(), spec, buf.data()), f.name);
+    return o.has("view") ? log_view(out, false) : out;
+}
+
+// ---- moments ----
+
+struct ChannelMoments {
+    double m[4][4]{};     // spatial M(p, q), p + q <= 3
+    double mu[4][4]{};    // central
+    double hu[7]{};
+    std::string missing;  // the status when the central moments are undefined (a black channel)
+};
+
+std::vector<ChannelMoments> compute_moments(const Image& a) {
+    // 4-channel images: the colour channels, alpha left out
+    std::string lay = a.channels == 4 ? "AC4" : layout_of(a);
+    auto f = find_export("Moments64f", depth_name(a.depth), lay, {"R"}, "moments");
+    RokiMomentState_64f* st = nullptr;
+    check(rokiMomentInitAlloc_64f(&st, rokHintAccurate), "rokiMomentInitAlloc_64f");
+    std::unique_ptr<RokiMomentState_64f, RokStatus (*)(RokiMomentState_64f*)> hold(st, rokiMomentFree_64f);
+    using Fn = RokStatus (*)(const void*, int, Roi, RokiMomentState_64f*);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), st), f.name);
+    int nc = a.channels == 1 ? 1 : 3;
+    std::vector<ChannelMoments> r(static_cast<std::size_t>(nc));
+    for (int k = 0; k < nc; ++k) {
+        ChannelMoments& cm = r[static_cast<std::size_t>(k)];
+        for (int p = 0; p <= 3; ++p)
+            for (int q = 0; p + q <= 3; ++q) check(rokiGetSpatialMoment_64f(st, p, q, k, {0, 0}, &cm.m[p][q]), "rokiGetSpatialMoment_64f");
+        RokStatus s = rokiGetHuMoments_64f(st, k, cm.hu);
+        if (s < 0) {
+            cm.missing = status_text(s);
+            continue;
+        }
+        for (int p = 0; p <= 3; ++p)
+            for (int q = 0; p + q <= 3; ++q) check(rokiGetCentralMoment_64f(st, p, q, k, &cm.mu[p][q]), "rokiGetCentralMoment_64f");
+    }
+    return r;
+}
+
+std::string format_moments(const std::string& path, const Image& a, const std::vector<ChannelMoments>& ms, bool json) {
+    auto num = [](double v) {
+        char b[40];
+        std::snprintf(b, sizeof b, "%.17g", v);
+        return std::string(b);
+    };
+    static const char* names[] = {"00", "01", "02", "03", "10", "11", "12", "20", "21", "30"};
+    std::string s;
+    if (json) {
+        s += "{\"file\": \"" + path + "\", \"width\": " + std::to_string(a.width) + ", \"height\": " + std::to_string(a.height) +
+             ", \"channels\": [";
+        for (std::size_t k = 0; k < ms.size(); ++k) {
+            const auto& cm = ms[k];
+            s += k ? ", {" : "{";
+            s += "\"spatial\": {";
+            for (int i = 0; i < 10; ++i)
+                s += std::string(i ? ", " : "") + "\"m" + names[i] + "\": " + num(cm.m[names[i][0] - '0'][names[i][1] - '0']);
+            s += "}";
+            if (!cm.missing.empty()) {
+                s += ", \"central\": null, \"centroid\": null, \"hu\": null, \"status\": \"" + cm.missing + "\"}";
+                continue;
+            }
+            s += ", \"centroid\": [" + num(cm.m[1][0] / cm.m[0][0]) + ", " + num(cm.m[0][1] / cm.m[0][0]) + "], \"central\": {";
+            for (int i = 2; i < 10; ++i)  // mu00 is m00, mu01 = mu10 = 0
+                if (i != 4) s += std::string(i > 2 ? ", " : "") + "\"mu" + names[i] + "\": " + num(cm.mu[names[i][0] - '0'][names[i][1] - '0']);
+            s += "}, \"hu\": [";
+            for (int i = 0; i < 7; ++i) s += (i ? ", " : "") + num(cm.hu[i]);
+            s += "]}";
+        }
+        return s + "]}\n";
+    }
+    s += path + ": " + std::to_string(a.width) + "x" + std::to_string(a.height) + ", " + std::to_string(ms.size()) +
+         " channel(s), " + depth_name(a.depth) + "\n";
+    for (std::size_t k = 0; k < ms.size(); ++k) {
+        const auto& cm = ms[k];
+        s += "  channel " + std::to_string(k) + "\n    spatial ";
+        for (int i = 0; i < 10; ++i) s += " m" + std::string(names[i]) + "=" + num(cm.m[names[i][0] - '0'][names[i][1] - '0']);
+        if (!cm.missing.empty()) {
+            s += "\n    central and Hu moments undefined: " + cm.missing + "\n";
+            continue;
+        }
+        s += "\n    centroid " + num(cm.m[1][0] / cm.m[0][0]) + " " + num(cm.m[0][1] / cm.m[0][0]) + "\n    central ";
+        for (int i = 2; i < 10; ++i)
+            if (i != 4) s += " mu" + std::string(names[i]) + "=" + num(cm.mu[names[i][0] - '0'][names[i][1] - '0']);
+        s += "\n    hu      ";
+        for (int i = 0; i < 7; ++i) s += " " + num(cm.hu[i]);
+        s += "\n";
+    }
+    return s;
 }
 
 // ---- stats ----
@@ -683,14 +1113,26 @@ const std::vector<Command>& commands() {
          "--replicate N  repeat the edge pixels N times\n"
          "--const N      fill N pixels with --value\n--value V      the fill value, every channel (default 0)",
          "rok border in.png out.png --replicate 8", "CopyReplicateBorder", 1, run_border},
-        {"filter", "linear filters; edges are replicated", "IN OUT --box [--kernel WxH] | --sobel | --gauss 3|5 | --sharpen | --laplace 3|5",
+        {"filter", "linear filters; edges are replicated", "IN OUT --kernel K | --kernel-file F | --box [--kernel WxH] | --sobel | --gauss 3|5 | --sharpen | --laplace 3|5",
+         "--kernel K     your kernel, rows separated by ';' (\"1 2 1; 2 4 2; 1 2 1\"), applied as a convolution\n"
+         "--kernel-file F the kernel from a text file, one row a line\n"
+         "--divisor N    integer images, whole-number kernels: results divided by N (default: the kernel's sum, or 1)\n"
+         "--anchor X,Y   the kernel element over the output pixel (default: the centre)\n"
          "--box          mean over --kernel WxH (default 3x3)\n--sobel        horizontal-edge Sobel 3x3\n"
          "--gauss N      Gaussian 3x3 or 5x5\n--sharpen      3x3 sharpening\n--laplace N    Laplacian 3x3 or 5x5",
          "rok filter in.png out.png --kernel 5x5 --box", "FilterBox", 1, run_filter},
         {"median", "median filter; edges are replicated", "IN OUT [--mask WxH]", "--mask WxH     the window (default 3x3)",
          "rok median in.png out.png --mask 5x5", "FilterMedian", 1, run_median},
-        {"dilate", "3x3 maximum; edges are replicated", "IN OUT", "", "rok dilate in.png out.png", "Dilate3x3", 1, run_morph},
-        {"erode", "3x3 minimum; edges are replicated", "IN OUT", "", "rok erode in.png out.png", "Erode3x3", 1, run_morph},
+        {"dilate", "maximum over a 3x3 square or a shaped mask; edges are replicated", "IN OUT [--mask WxH] [--shape S]",
+         "--mask WxH     the mask's size (default: the 3x3 square)\n--shape S      rect (default), cross or disc",
+         "rok dilate in.png out.png --mask 7x7 --shape disc", "Dilate", 1, run_morph},
+        {"erode", "minimum over a 3x3 square or a shaped mask; edges are replicated", "IN OUT [--mask WxH] [--shape S]",
+         "--mask WxH     the mask's size (default: the 3x3 square)\n--shape S      rect (default), cross or disc",
+         "rok erode in.png out.png --mask 5x5 --shape cross", "Erode", 1, run_morph},
+        {"min", "minimum filter over a rectangle; edges are replicated", "IN OUT [--mask WxH]",
+         "--mask WxH     the window (default 3x3)", "rok min in.png out.png --mask 5x5", "FilterMin", 1, run_minmax},
+        {"max", "maximum filter over a rectangle; edges are replicated", "IN OUT [--mask WxH]",
+         "--mask WxH     the window (default 3x3)", "rok max in.png out.png --mask 5x5", "FilterMax", 1, run_minmax},
         {"resize", "resize by a factor or to a size", "IN OUT [--scale F | --size WxH] [--method M]",
          "--scale F      factor for both axes (default 0.5)\n--size WxH     the output size\n"
          "--method M     nearest, linear (default), cubic, lanczos or super",
@@ -699,19 +1141,42 @@ const std::vector<Command>& commands() {
          "--angle DEG    degrees, counter-clockwise on screen\n--method M     nearest, linear (default), cubic\n"
          "--background V value of the pixels no source pixel reaches (8-bit images; default 0)",
          "rok rotate in.png out.png --angle 30", "Rotate", 1, run_rotate},
-        {"warp", "affine warp: x' = a x + b y + c, y' = d x + e y + f", "IN OUT --matrix a,b,c,d,e,f [--method M]",
-         "--matrix M     the six coefficients, source to destination\n--method M     nearest, linear (default), cubic",
+        {"warp", "affine or perspective warp of pixel positions", "IN OUT --matrix a,b,c,d,e,f[,g,h,i] [--method M]",
+         "--matrix M     six coefficients: x' = a x + b y + c, y' = d x + e y + f;\n"
+         "               nine: x' = (a x + b y + c) / (g x + h y + i), y' = (d x + e y + f) / (g x + h y + i)\n"
+         "--method M     nearest, linear (default), cubic",
          "rok warp in.png out.png --matrix 1,0.2,0,0,1,0", "WarpAffine", 1, run_warp},
+        {"remap", "take each output pixel from the source position that two maps give", "IN OUT --xmap X.pfm --ymap Y.pfm [--method M]",
+         "--xmap F       32f grey image (PFM): source x of each output pixel; its size is the output's\n"
+         "--ymap F       the same for y\n--method M     nearest, linear (default), cubic",
+         "rok remap in.png out.png --xmap mx.pfm --ymap my.pfm", "Remap", 1, run_remap},
         {"mirror", "flip the image", "IN OUT [--flip h|v|both]", "--flip A       h: left-right (default), v: top-bottom, both",
          "rok mirror in.png out.png --flip v", "Mirror", 1, run_mirror},
         {"threshold", "clamp values of a grey image at a level", "IN OUT --level V [--op lt|gt]",
          "--level V      the level (default 128)\n--op lt|gt     lt raises values below the level to it, gt (default) lowers values above it",
          "rok threshold in.png out.png --level 100 --op gt", "Threshold", 1, run_threshold},
+        {"lut", "map sample values through a curve", "IN OUT --gamma G | --invert | --points X:Y,... [--interp I] [--alpha]",
+         "--gamma G      out = max (in / max)^(1/G), max 255, 65535, or 1 for 32f (values above 1 kept)\n"
+         "--invert       out = max - in\n"
+         "--points P     curve through X:Y points; values outside the first..last X are kept\n"
+         "--interp I     linear (default), cubic or step (each point's Y up to the next X)\n"
+         "--alpha        map the alpha channel of RGBA images too (default: kept)",
+         "rok lut in.png out.png --gamma 2.2", "LUT", 1, run_lut},
+        {"math", "square root, logarithm, exponential, square, absolute value or bitwise NOT of each sample",
+         "IN OUT --op sqrt|ln|exp|sqr|abs|not [--scale N]",
+         "--op OP        sqrt, ln, exp, sqr, abs (32f) or not (8u)\n--scale N      scale factor of integer results (default 0)",
+         "rok math in.png out.png --op sqrt --scale -4", "Sqrt", 1, run_math},
+        {"dct", "2-D discrete cosine transform (coefficients as 32f; --view for a picture)", "IN OUT [--inverse | --view]",
+         "--inverse      coefficients (32f, .pfm) back to samples (32f)\n"
+         "--view         write the log magnitude of the coefficients scaled to 8 bits",
+         "rok dct in.png coefficients.pfm && rok dct coefficients.pfm back.pfm --inverse", "DCTFwd", 1, run_dct},
         {"fft", "log magnitude of the 2-D Fourier transform, centred", "IN OUT", "",
          "rok fft in.png spectrum.png", "DFTFwd_RToPack", 1, run_fft},
         {"stats", "sum, mean, extrema, norms and histogram (text or --json)", "IN... [--json] [--bins N]",
          "--bins N       histogram bins over the full range (default 16, 0 for none; 8u and 16u, not RGB)\n--json         one JSON object a file",
          "rok stats in.png --json", "Sum", 0, nullptr},
+        {"moments", "spatial and central moments, centroid and the seven Hu invariants (text or --json)", "IN... [--json]",
+         "--json         one JSON object a file", "rok moments shape.png --json", "Moments64f", 0, nullptr},
         {"demo", "run a pipeline on a built-in image; outputs and a contact sheet in a folder", "[DIR]", "",
          "rok demo rok-demo", "", 0, nullptr},
     };
@@ -759,7 +1224,7 @@ void print_help(const Command& c) {
 
 // Options without a value; every other --name takes the next argument.
 bool is_flag(const std::string& k) {
-    static const char* flags[] = {"time", "json", "help", "box", "sobel", "sharpen", "quiet"};
+    static const char* flags[] = {"time", "json", "help", "box", "sobel", "sharpen", "quiet", "invert", "alpha", "inverse", "view"};
     for (const char* f : flags)
         if (k == f) return true;
     return false;
@@ -941,6 +1406,22 @@ int run_stats(const Options& o) {
     return failed ? 1 : 0;
 }
 
+int run_moments(const Options& o) {
+    if (o.args.empty()) throw Error("moments needs at least one image");
+    int failed = 0;
+    for (const auto& in : expand_inputs(o.args)) {
+        try {
+            Image a = read_image(in);
+            std::fputs(format_moments(in, a, compute_moments(a), o.has("json")).c_str(), stdout);
+        } catch (const Error& e) {
+            if (o.args.size() == 1) throw;
+            ++failed;
+            std::fprintf(stderr, "rok moments: %s (skipped)\n", e.what());
+        }
+    }
+    return failed ? 1 : 0;
+}
+
 // ---- demo ----
 
 Image demo_image(int w, int h) {
@@ -1063,6 +1544,7 @@ int main_checked(int argc, char** argv) {
     if (o.has("threads")) check(rokSetNumThreads(o.integer("threads", 0, 1, 1024)), "rokSetNumThreads");
     if (name == "demo") return run_demo(o);
     if (name == "stats") return run_stats(o);
+    if (name == "moments") return run_moments(o);
     if (o.has("out")) {
         if (c->inputs != 1) throw Error(std::string("--out takes commands of one input, not ") + c->name);
         return run_batch(*c, o);
