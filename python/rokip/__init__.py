@@ -562,3 +562,8 @@ def _record_maker(export):
 
 def __dir__():
     return sorted(set(globals()) | set(families))
+
+
+from ._objects import DCT, Fourier, Moments  # noqa: E402  (they build on the names above)
+
+__all__ += ["Moments", "DCT", "Fourier", "Size", "Rect", "Point"]

@@ -152,3 +152,61 @@ def test_raw_exports_and_threads():
     rokip.set_num_threads(n)
     with pytest.raises(rokip.RokError):
         rokip.raw.rokiAdd_8u_C1RSfs(0, 1, 0, 1, 0, 1, rokip.Size(1, 1), 0)  # null pointers
+
+
+def dct_matrix(n):
+    k = np.arange(n)[:, None]
+    m = np.cos(np.pi * (2 * np.arange(n)[None, :] + 1) * k / (2 * n)) * np.sqrt(2.0 / n)
+    m[0] /= np.sqrt(2.0)
+    return m
+
+
+@pytest.mark.parametrize("dtype,c", [(np.uint8, 0), (np.uint16, 3), (np.float32, 4), (np.uint8, 3)])
+def test_moments_object_against_numpy(dtype, c):
+    a = image(11, 17, c, dtype)
+    if np.dtype(dtype).kind == "f":
+        a = np.abs(a)
+    view = a[1:10, 2:15]  # a strided view, used in place
+    y, x = np.mgrid[0:view.shape[0], 0:view.shape[1]].astype(np.float64)
+    with rokip.Moments(view) as m:
+        assert m.channels == (1 if c == 0 else 3)
+        for ch in range(m.channels):
+            img = (view if c == 0 else view[..., ch]).astype(np.float64)
+            m00 = img.sum()
+            cx, cy = (x * img).sum() / m00, (y * img).sum() / m00
+            np.testing.assert_allclose(m.spatial(2, 1, ch), (x * x * y * img).sum(), rtol=1e-9)
+            np.testing.assert_allclose(m.spatial(1, 0, ch, offset=(5, 3)), ((x + 5) * img).sum(), rtol=1e-9)
+            np.testing.assert_allclose(m.centroid(ch), (cx, cy), rtol=1e-9)
+            mu = lambda p, q: ((x - cx) ** p * (y - cy) ** q * img).sum()
+            np.testing.assert_allclose(m.central(1, 2, ch), mu(1, 2), rtol=1e-6, atol=1e-6 * m00)
+            eta = lambda p, q: mu(p, q) / m00 ** ((p + q) / 2 + 1)
+            h1, h2 = eta(2, 0) + eta(0, 2), (eta(2, 0) - eta(0, 2)) ** 2 + 4 * eta(1, 1) ** 2
+            np.testing.assert_allclose(m.hu(ch)[:2], (h1, h2), rtol=1e-6)
+    with pytest.raises(ValueError, match="closed"):
+        m.hu(0)
+
+
+def test_dct_and_fourier_objects():
+    x = image(6, 10, 0, np.float32)
+    want = dct_matrix(6) @ x.astype(np.float64) @ dct_matrix(10).T
+    with rokip.DCT(x.shape) as d:
+        c = d.forward(x)
+        np.testing.assert_allclose(c, want, rtol=1e-4, atol=1e-3)
+        np.testing.assert_allclose(d.inverse(c), x, rtol=1e-4, atol=1e-3)
+        with pytest.raises(ValueError, match=r"\(6, 10\)"):
+            d.forward(image(6, 11, 0, np.float32))
+        with pytest.raises(TypeError, match="dtype"):
+            d.forward(x.astype(np.float64))
+    with pytest.raises(ValueError, match="closed"):
+        d.forward(x)
+    for shape in [(8, 16), (6, 10)]:  # FFT records, then DFT records
+        x = image(*shape, 3, np.float32)
+        with rokip.Fourier(shape) as f:
+            assert f.fft == (shape == (8, 16))
+            packed = f.forward(x)
+            np.testing.assert_allclose(packed[0, 0], x.astype(np.float64).sum((0, 1)), rtol=1e-5)
+            np.testing.assert_allclose(f.inverse(packed), x, rtol=1e-4, atol=1e-3)
+    with pytest.raises(ValueError, match="scaling"):
+        rokip.Fourier((8, 8), scaling="ortho")
+    with pytest.raises(TypeError, match="height, width"):
+        rokip.DCT(8)
