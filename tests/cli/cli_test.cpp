@@ -148,6 +148,8 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
         }
     write_pfm(mx, p("mx.pfm"));
     write_pfm(my, p("my.pfm"));
+    const Img g = make(13, 6, 1, 4, 11);
+    write_pfm(g, p("g.pfm"));
     struct Case {
         const char* args;
         const char* out;
@@ -316,6 +318,85 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              rokiDCTFwdFree_32f(spec);
              return o;
          }},
+        // an image and a constant: sub is image - value, saturated
+        {"sub a.pgm o.pgm --value 50", "o.pgm", [&] {
+             Img o = a;
+             for (auto& v : o.d) v = static_cast<std::uint8_t>(std::max(0, v - 50));
+             return o;
+         }},
+        {"add c.ppm o.ppm --value 10,20,30 --scale 1", "o.ppm", [&] {
+             Img o = like(c3, c3.w, c3.h);
+             const Rok8u k[3] = {10, 20, 30};
+             rokiAddC_8u_C3RSfs(c3.d.data(), c3.step(), k, o.d.data(), o.step(), {c3.w, c3.h}, 1);
+             return o;
+         }},
+        {"mul a.pgm b.pgm o.pgm --full-range", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             rokiMulScale_8u_C1R(a.d.data(), a.step(), b.d.data(), b.step(), o.d.data(), o.step(), {a.w, a.h});
+             return o;
+         }},
+        {"compare c.ppm o.pgm --value 100,50,20 --op ge", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             const Rok8u k[3] = {100, 50, 20};
+             rokiCompareC_8u_C3R(c3.d.data(), c3.step(), k, o.d.data(), o.step(), {c3.w, c3.h}, rokCompareGreaterEq);
+             return o;
+         }},
+        {"threshold c.ppm o.ppm --level 100,50,20 --value 7 --op lt", "o.ppm", [&] {
+             Img o = c3;
+             const int lv[3] = {100, 50, 20};
+             for (std::size_t i = 0; i < o.d.size(); ++i) o.d[i] = o.d[i] < lv[i % 3] ? 7 : o.d[i];
+             return o;
+         }},
+        {"threshold a.pgm o.pgm --otsu --binary", "o.pgm", [&] {
+             Rok8u level = 0;
+             rokiComputeThreshold_Otsu_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, &level);
+             Img o = a;
+             for (auto& v : o.d) v = v > level ? 255 : 0;
+             return o;
+         }},
+        {"shift a.pgm o.pgm --right 3", "o.pgm", [&] {
+             Img o = a;
+             for (auto& v : o.d) v = static_cast<std::uint8_t>(v >> 3);
+             return o;
+         }},
+        {"channels c.ppm o.ppm --order 2,0,1", "o.ppm", [&] {
+             Img o = c3;
+             for (std::size_t i = 0; i < o.d.size(); i += 3) o.d[i] = c3.d[i + 2], o.d[i + 1] = c3.d[i], o.d[i + 2] = c3.d[i + 1];
+             return o;
+         }},
+        {"channels c.ppm o.pgm --take 2", "o.pgm", [&] {
+             Img o = like(a, a.w, a.h);
+             for (std::size_t i = 0; i < o.d.size(); ++i) o.d[i] = c3.d[3 * i + 2];
+             return o;
+         }},
+        {"transpose c.ppm o.ppm", "o.ppm", [&] {
+             Img o = like(c3, c3.h, c3.w);
+             for (int y = 0; y < c3.h; ++y)
+                 for (int x = 0; x < c3.w; ++x) std::memcpy(o.at(x, y), const_cast<Img&>(c3).at(y, x), 3);
+             return o;
+         }},
+        {"border g.pfm o.pfm --wrap 2", "o.pfm", [&] {
+             Img o = like(g, g.w + 4, g.h + 4);
+             for (int y = 0; y < o.h; ++y)
+                 for (int x = 0; x < o.w; ++x)
+                     std::memcpy(o.at(y, x), const_cast<Img&>(g).at((y - 2 + g.h) % g.h, (x - 2 + g.w) % g.w), 4);
+             return o;
+         }},
+        {"filter a.pgm o.pgm --prewitt v", "o.pgm", [&] {
+             Img q = padded(a, 1), o = like(a, a.w, a.h);
+             rokiFilterPrewittVert_8u_C1R(q.at(1, 1), q.step(), o.d.data(), o.step(), {a.w, a.h});
+             return o;
+         }},
+        {"median a.pgm o.pgm --cross 5", "o.pgm", [&] {
+             Img q = padded(a, 2), o = like(a, a.w, a.h);
+             rokiFilterMedianCross_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, rokMskSize5x5);
+             return o;
+         }},
+        {"median a.pgm o.pgm --horiz 3", "o.pgm", [&] {
+             Img q = padded(a, 1), o = like(a, a.w, a.h);
+             rokiFilterMedianHoriz_8u_C1R(q.at(1, 1), q.step(), o.d.data(), o.step(), {a.w, a.h}, rokMskSize3x1);
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -407,11 +488,23 @@ TEST_F(Cli, StatsReportTheLibrarysResults) {
     EXPECT_NE(m.out.find(want), std::string::npos) << m.out;
     std::snprintf(want, sizeof want, "\"mu12\": %.17g", mu12);
     EXPECT_NE(m.out.find(want), std::string::npos) << m.out;
+    // diff: the library's norms of the difference; relative to an all-zero B there is none
+    Img b = make(29, 7, 1, 1, 5);
+    write_pnm(b, p("b.pgm"));
+    double l2d = 0;
+    rokiNormDiff_L2_8u_C1R(a.d.data(), a.step(), b.d.data(), b.step(), {a.w, a.h}, &l2d);
+    Result d = rok("diff " + p("a.pgm") + " " + p("b.pgm") + " --json");
+    ASSERT_EQ(d.code, 0) << d.err;
+    std::snprintf(want, sizeof want, "\"diff_l2\": [%.17g]", l2d);
+    EXPECT_NE(d.out.find(want), std::string::npos) << d.out;
+    write_pnm(like(a, a.w, a.h), p("black.pgm"));
+    d = rok("diff " + p("a.pgm") + " " + p("black.pgm") + " --json");
+    ASSERT_EQ(d.code, 0) << d.err;
+    EXPECT_NE(d.out.find("\"rel_l2\": [null]"), std::string::npos) << d.out;
     // a black image has no centroid: reported, not an error
-    write_pnm(like(a, 5, 5), p("black.pgm"));
-    Result b = rok("moments " + p("black.pgm"));
-    EXPECT_EQ(b.code, 0) << b.err;
-    EXPECT_NE(b.out.find("undefined: rokStatusMomentTooSmall"), std::string::npos) << b.out;
+    Result k = rok("moments " + p("black.pgm"));
+    EXPECT_EQ(k.code, 0) << k.err;
+    EXPECT_NE(k.out.find("undefined: rokStatusMomentTooSmall"), std::string::npos) << k.out;
 }
 
 TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
@@ -477,6 +570,23 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"dilate " + A + " OUT --mask 3x3 --shape star", "--shape takes"},
         {"moments " + p("none.png"), "No such file"},
         {"warp " + A + " OUT --matrix 1,0,0,0,1,0,0,0", "nine"},
+        {"add " + A + " OUT --value 300", "--value takes whole numbers from 0 to 255"},
+        {"add " + p("c.ppm") + " OUT --value 1,2", "one per channel"},
+        {"div " + A + " OUT --value 0", "rokStatusDivByZeroErr"},
+        {"mul " + A + " " + A + " OUT --full-range --scale 1", "takes no --scale"},
+        {"threshold " + A + " OUT --otsu --level 3", "not both"},
+        {"threshold " + p("c.ppm") + " OUT --otsu", "8-bit grey"},
+        {"shift " + A + " OUT", "one of"},
+        {"channels " + A + " OUT --take 1", "1 channel(s)"},
+        {"channels " + p("c.ppm") + " OUT --order 3,1,0", "0 to 2"},
+        {"premultiply " + A + " OUT", "RGBA"},
+        {"border " + A + " OUT --wrap 2", "does not take 8u"},
+        {"median " + A + " OUT --cross 4", "3 or 5"},
+        {"median " + A + " OUT --color 3", "RGB or RGBA"},
+        {"filter " + A + " OUT --prewitt x", "h (horizontal"},
+        {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
+        {"diff " + A, "two images"},
+        {"diff " + A + " " + p("wide.pgm"), "differ in size"},
     };
     for (const auto& c : cases) {
         std::string args = c.args;
@@ -526,7 +636,7 @@ TEST_F(Cli, HelpForEveryCommandAndTheDemo) {
     ASSERT_EQ(top.code, 0);
     const char* names[] = {"add", "sub", "mul", "div", "and", "or", "xor", "compare", "convert", "border", "filter", "median", "dilate", "erode",
                            "resize", "rotate", "warp", "mirror", "threshold", "fft", "stats", "demo", "lut", "math", "dct", "min", "max",
-                           "remap", "moments"};
+                           "remap", "moments", "shift", "premultiply", "channels", "transpose", "diff"};
     for (const char* n : names) {
         SCOPED_TRACE(n);
         EXPECT_NE(top.out.find(std::string("  ") + n + " "), std::string::npos);

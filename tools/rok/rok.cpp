@@ -96,7 +96,7 @@ using AnyFn = void (*)();
 struct Entry {
     const char* family;
     const char* types;   // "8u", or source and destination ("8u32f")
-    const char* layout;  // C1, C3, C4, AC4
+    const char* layout;  // C1, C3, C4, AC4; C3C1, C4C1
     const char* form;    // R, IR, RSfs ...
     const char* shape;   // the call shape of the manifest
     AnyFn fn;
@@ -122,7 +122,7 @@ std::string takes(const std::string& family) {
     for (const Entry& e : kExports)
         if (family == e.family) {
             add(types, e.types);
-            if (std::strcmp(e.layout, "AC4") != 0) add(chans, e.layout + 1);
+            if (std::strcmp(e.layout, "AC4") != 0 && std::strlen(e.layout) == 2) add(chans, e.layout + 1);
         }
     std::string s;
     for (const auto& t : types) s += (s.empty() ? "" : " ") + t;
@@ -194,11 +194,70 @@ struct Command {
     Run run;
 };
 
-// Element-wise arithmetic of two images: rokiAdd, rokiSub, rokiMul.
+// ---- constants and typed samples ----
+
+// Calls f with a value of the image's sample type, so that one body serves
+// 8u, 16u and 32f.
+template <class F>
+auto with_type(Depth d, F&& f) {
+    if (d == Depth::u8) return f(Rok8u{});
+    if (d == Depth::u16) return f(Rok16u{});
+    return f(Rok32f{});
+}
+
+// "--value 7" or "--value 10,20,30": one number for every channel or one per
+// channel, each a sample of the image's type.
+std::vector<double> parse_values(const Options& o, const std::string& key, Depth d, int channels) {
+    std::string s = o.get(key);
+    std::vector<double> v;
+    std::size_t p = 0;
+    double top = d == Depth::u8 ? 255 : d == Depth::u16 ? 65535 : 3.4e38, bottom = d == Depth::f32 ? -3.4e38 : 0;
+    while (p <= s.size()) {
+        std::size_t e = s.find(',', p);
+        if (e == std::string::npos) e = s.size();
+        std::string item = s.substr(p, e - p);
+        char* end = nullptr;
+        double x = std::strtod(item.c_str(), &end);
+        if (item.empty() || *end || !std::isfinite(x) || x < bottom || x > top || (d != Depth::f32 && x != std::floor(x)))
+            throw Error("--" + key + " takes " + (d == Depth::f32 ? std::string("numbers") : "whole numbers from 0 to " + Options::fmt_num(top)) +
+                        " for " + depth_name(d) + " images, one or one per channel, not '" + s + "'");
+        v.push_back(x);
+        p = e + 1;
+    }
+    if (v.size() == 1) v.assign(static_cast<std::size_t>(channels), v[0]);
+    if (v.size() != static_cast<std::size_t>(channels))
+        throw Error("--" + key + " takes one number or " + std::to_string(channels) + ", one per channel");
+    return v;
+}
+
+// The layout of the colour operations: RGBA images as AC4 (alpha kept) where
+// the family has it, else C4.
+std::string colour_layout(const std::string& family, const Image& a) {
+    if (a.channels != 4) return layout_of(a);
+    for (const Entry& e : kExports)
+        if (family == e.family && std::strcmp(e.layout, "AC4") == 0) return "AC4";
+    return "C4";
+}
+
+Image run_const(const Command& c, const Options& o, const Image& a, const std::string& base);
+
+// Element-wise arithmetic of two images: rokiAdd, rokiSub, rokiMul; with
+// --value, of the image and a constant.
 Image run_binary(const Command& c, const Options& o, const Image& a, const Image* b, bool swap) {
+    if (!b) return run_const(c, o, a, c.family);
     if (b->width != a.width || b->height != a.height || b->channels != a.channels || b->depth != a.depth)
         throw Error(std::string(c.name) + ": the two images differ in size, channels or sample type");
     int sf = o.integer("scale", 0, -31, 31);
+    if (o.has("full-range")) {  // a b / max, rounded
+        if (std::string(c.name) != "mul") throw Error(std::string(c.name) + ": --full-range applies to mul");
+        if (sf != 0) throw Error("mul: --full-range takes no --scale");
+        auto f = find_export("MulScale", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+        Image out = like(a);
+        check(reinterpret_cast<FnBinary>(f.fn)(a.data.data(), a.step(), b->data.data(), b->step(), out.data.data(), out.step(),
+                                               roi_of(a)),
+              f.name);
+        return out;
+    }
     auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"RSfs", "R"}, c.name);
     Image out = like(a);
     // The library's subtraction and division take their first operand as the
@@ -228,12 +287,23 @@ int parse_cmp(const std::string& op) {
 
 // A grey 8-bit mask: 255 where the comparison of A with B holds, else 0.
 Image run_compare(const Command& c, const Options& o, const Image& a, const Image* b) {
+    if (!b) return run_const(c, o, a, "Compare");
     if (b->width != a.width || b->height != a.height || b->channels != a.channels || b->depth != a.depth)
         throw Error(std::string(c.name) + ": the two images differ in size, channels or sample type");
-    int cmp = parse_cmp(o.get("op", "gt"));
-    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"R"}, c.name);
     Image out;
     out.allocate(a.width, a.height, 1, Depth::u8);
+    if (o.has("eps")) {  // 255 where |a - b| <= eps
+        if (o.has("op")) throw Error("compare: --eps compares for equality and takes no --op");
+        double eps = o.number("eps", 0, 0, 3.4e38);
+        auto f = find_export("CompareEqualEps", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+        using Fn = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi, Rok32f);
+        check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), b->data.data(), b->step(), out.data.data(), out.step(), roi_of(a),
+                                         static_cast<Rok32f>(eps)),
+              f.name);
+        return out;
+    }
+    int cmp = parse_cmp(o.get("op", "gt"));
+    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"R"}, c.name);
     using Fn = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi, int);
     check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), b->data.data(), b->step(), out.data.data(), out.step(), roi_of(a), cmp),
           f.name);
@@ -268,13 +338,22 @@ Image run_convert(const Command& c, const Options& o, const Image& a, const Imag
 Image run_border(const Command& c, const Options& o, const Image& a, const Image*) {
     int n = 0;
     std::string kind;
-    for (const char* k : {"replicate", "const"})
+    for (const char* k : {"replicate", "const", "wrap"})
         if (o.has(k)) {
-            if (!kind.empty()) throw Error("border takes one of --replicate, --const");
+            if (!kind.empty()) throw Error("border takes one of --replicate, --const, --wrap");
             kind = k;
             n = o.integer(k, 0, 0, 4096);
         }
-    if (kind.empty()) throw Error("border needs --replicate N or --const N");
+    if (kind.empty()) throw Error("border needs --replicate N, --const N or --wrap N");
+    if (kind == "wrap") {  // the image repeated around itself (32f grey)
+        if (n > a.width || n > a.height) throw Error("--wrap takes at most the image's width and height");
+        auto f = find_export("CopyWrapBorder", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+        Image out;
+        out.allocate(a.width + 2 * n, a.height + 2 * n, a.channels, a.depth);
+        using Fn = RokStatus (*)(const void*, int, Roi, void*, int, Roi, int, int);
+        check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), out.data.data(), out.step(), roi_of(out), n, n), f.name);
+        return out;
+    }
     Image out;
     out.allocate(a.width + 2 * n, a.height + 2 * n, a.channels, a.depth);
     std::string fam = kind == "replicate" ? "CopyReplicateBorder" : "CopyConstBorder";
@@ -347,11 +426,30 @@ Image run_fixed(const std::string& family, const char* cmd, int radius, int arg,
 Image run_user_kernel(const Command& c, const Options& o, const Image& a);
 
 Image run_filter(const Command& c, const Options& o, const Image& a, const Image*) {
-    int chosen = o.has("box") + o.has("sobel") + o.has("gauss") + o.has("sharpen") + o.has("laplace");
+    int chosen = o.has("box") + o.has("sobel") + o.has("gauss") + o.has("sharpen") + o.has("laplace") + o.has("sobel-vert") +
+                 o.has("prewitt") + o.has("roberts") + o.has("hipass") + o.has("lowpass");
     bool user = !o.has("box") && (o.has("kernel") || o.has("kernel-file"));
     if (user && chosen == 0 && o.has("kernel") + o.has("kernel-file") == 1) return run_user_kernel(c, o, a);
     if (chosen != 1 || user)
-        throw Error("filter takes one of --kernel \"K\", --kernel-file F, --box, --sobel, --gauss N, --sharpen, --laplace N");
+        throw Error("filter takes one of --kernel \"K\", --kernel-file F, --box, --sobel, --sobel-vert, --prewitt h|v, "
+                    "--roberts down|up, --gauss N, --lowpass N, --hipass N, --sharpen, --laplace N");
+    if (o.has("sobel-vert")) return run_fixed("FilterSobelVert", c.name, 1, 0, false, a);
+    if (o.has("prewitt")) {
+        std::string d = o.get("prewitt");
+        if (d != "h" && d != "v") throw Error("--prewitt takes h (horizontal edges) or v (vertical edges)");
+        return run_fixed(d == "h" ? "FilterPrewittHoriz" : "FilterPrewittVert", c.name, 1, 0, false, a);
+    }
+    if (o.has("roberts")) {
+        std::string d = o.get("roberts");
+        if (d != "down" && d != "up") throw Error("--roberts takes down or up");
+        return run_fixed(d == "down" ? "FilterRobertsDown" : "FilterRobertsUp", c.name, 1, 0, false, a);
+    }
+    for (const char* k : {"hipass", "lowpass"})
+        if (o.has(k)) {
+            int n = o.integer(k, 3, 3, 5);
+            if (n != 3 && n != 5) throw Error(std::string("--") + k + " takes 3 or 5");
+            return run_fixed(k[0] == 'h' ? "FilterHipass" : "FilterLowpass", c.name, n / 2, n == 3 ? rokMskSize3x3 : rokMskSize5x5, true, a);
+        }
     if (o.has("box")) {
         RokiSize k = parse_size(o.get("kernel", "3x3"), "kernel");
         return run_mask("FilterBox", c.name, k, a);
@@ -368,7 +466,34 @@ Image run_filter(const Command& c, const Options& o, const Image& a, const Image
     return run_fixed("FilterLaplace", c.name, n / 2, n == 3 ? rokMskSize3x3 : rokMskSize5x5, true, a);
 }
 
+// The rectangular median, or the fixed masks: a cross, a row or a column of
+// 3 or 5, or the colour median (the pixel nearest the others in RGB).
 Image run_median(const Command& c, const Options& o, const Image& a, const Image*) {
+    static const char* shapes[] = {"cross", "horiz", "vert", "color"};
+    int chosen = o.has("mask");
+    for (const char* k : shapes) chosen += o.has(k);
+    if (chosen > 1) throw Error("median takes one of --mask WxH, --cross N, --horiz N, --vert N, --color N");
+    for (const char* k : shapes)
+        if (o.has(k)) {
+            int n = o.integer(k, 3, 3, 5);
+            if (n != 3 && n != 5) throw Error(std::string("--") + k + " takes 3 or 5");
+            std::string key = k;
+            int code = key == "horiz" ? (n == 3 ? rokMskSize3x1 : rokMskSize5x1)
+                       : key == "vert" ? (n == 3 ? rokMskSize1x3 : rokMskSize1x5)
+                                       : (n == 3 ? rokMskSize3x3 : rokMskSize5x5);
+            std::string fam = key == "cross" ? "FilterMedianCross" : key == "horiz" ? "FilterMedianHoriz"
+                              : key == "vert" ? "FilterMedianVert" : "FilterMedianColor";
+            if (key == "color" && a.channels == 1) throw Error("--color takes RGB or RGBA images");
+            Image in = a;
+            if (a.channels == 4 && (key == "cross" || key == "color")) {  // these take RGBA as AC4: alpha copied through
+                auto f = find_export(fam, depth_name(a.depth), "AC4", {"R"}, c.name);
+                Padded p = pad(a, n / 2, n / 2, n / 2, n / 2);
+                Image out = a;
+                check(reinterpret_cast<FnUnaryInt>(f.fn)(p.origin(), p.img.step(), out.data.data(), out.step(), roi_of(a), code), f.name);
+                return out;
+            }
+            return run_fixed(fam, c.name, n / 2, code, true, in);
+        }
     return run_mask("FilterMedian", c.name, parse_size(o.get("mask", "3x3"), "mask"), a);
 }
 
@@ -467,27 +592,48 @@ Image run_mirror(const Command& c, const Options& o, const Image& a, const Image
     return out;
 }
 
+// Values beyond a level clamped to it, or set to --value; --binary gives a
+// grey mask instead; --otsu chooses the level of an 8-bit grey image.
 Image run_threshold(const Command& c, const Options& o, const Image& a, const Image*) {
-    if (a.channels != 1) throw Error("threshold takes grey images (rok convert has no colour conversion yet)");
-    double level = o.number("level", 128, -1e30, 1e30);
     std::string op = o.get("op", "gt");
     int cmp = op == "lt" ? rokCompareLess : op == "gt" ? rokCompareGreater : -1;
-    if (cmp < 0) throw Error("--op takes lt (raise values below the level to it) or gt (lower values above it)");
-    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"R"}, c.name);
-    Image out = like(a);
-    RokStatus s;
-    if (a.depth == Depth::f32) {
-        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, Rok32f, int);
-        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), static_cast<Rok32f>(level), cmp);
-    } else if (a.depth == Depth::u8) {
-        if (level < 0 || level > 255) throw Error("--level takes 0 to 255 for 8-bit images");
-        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, Rok8u, int);
-        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), static_cast<Rok8u>(level), cmp);
-    } else {
-        if (level < 0 || level > 65535) throw Error("--level takes 0 to 65535 for 16-bit images");
-        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, Rok16u, int);
-        s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), static_cast<Rok16u>(level), cmp);
+    if (cmp < 0) throw Error("--op takes lt (values below the level) or gt (values above it)");
+    Options lo = o;  // the level as the constant of the comparison
+    if (o.has("otsu")) {
+        if (o.has("level")) throw Error("threshold takes --level or --otsu, not both");
+        if (a.depth != Depth::u8 || a.channels != 1) throw Error("--otsu takes 8-bit grey images");
+        Rok8u level = 0;
+        check(rokiComputeThreshold_Otsu_8u_C1R(a.data.data(), a.step(), roi_of(a), &level), "rokiComputeThreshold_Otsu_8u_C1R");
+        lo.kv["level"] = std::to_string(level);
     }
+    if (!lo.has("level")) lo.kv["level"] = "128";
+    if (o.has("binary")) {
+        if (o.has("value")) throw Error("threshold: --binary takes no --value");
+        lo.kv["value"] = lo.get("level");
+        lo.kv["op"] = op;
+        return run_const(c, lo, a, "Compare");
+    }
+    std::string fam = o.has("value") ? "Threshold_Val" : "Threshold";
+    std::string lay = colour_layout(fam, a);
+    int n = lay == "AC4" ? 3 : a.channels;
+    std::vector<double> lv = parse_values(lo, "level", a.depth, n);
+    std::vector<double> vv = o.has("value") ? parse_values(o, "value", a.depth, n) : lv;
+    auto f = find_export(fam, depth_name(a.depth), lay, {"R"}, c.name);
+    Image out = a;  // AC4 keeps the source's alpha
+    RokStatus s = with_type(a.depth, [&](auto tag) {
+        using T = decltype(tag);
+        T t[4] = {}, v[4] = {};
+        for (int i = 0; i < n; ++i) t[i] = static_cast<T>(lv[static_cast<std::size_t>(i)]), v[i] = static_cast<T>(vv[static_cast<std::size_t>(i)]);
+        const void* src = a.data.data();
+        void* dst = out.data.data();
+        Roi roi = roi_of(a);
+        if (fam == "Threshold") {
+            if (n == 1) return reinterpret_cast<RokStatus (*)(const void*, int, void*, int, Roi, T, int)>(f.fn)(src, a.step(), dst, out.step(), roi, t[0], cmp);
+            return reinterpret_cast<RokStatus (*)(const void*, int, void*, int, Roi, const T*, int)>(f.fn)(src, a.step(), dst, out.step(), roi, t, cmp);
+        }
+        if (n == 1) return reinterpret_cast<RokStatus (*)(const void*, int, void*, int, Roi, T, T, int)>(f.fn)(src, a.step(), dst, out.step(), roi, t[0], v[0], cmp);
+        return reinterpret_cast<RokStatus (*)(const void*, int, void*, int, Roi, const T*, const T*, int)>(f.fn)(src, a.step(), dst, out.step(), roi, t, v, cmp);
+    });
     check(s, f.name);
     return out;
 }
@@ -969,6 +1115,108 @@ std::string format_moments(const std::string& path, const Image& a, const std::v
     return s;
 }
 
+// Image and constant: rokiAddC, rokiSubC (image - value), rokiMulC, rokiDivC
+// (image / value), the logic and the comparison with a constant.
+Image run_const(const Command& c, const Options& o, const Image& a, const std::string& base) {
+    std::string fam = base + (o.has("full-range") ? "CScale" : "C");
+    if (o.has("full-range") && fam != "MulCScale") throw Error(std::string(c.name) + ": --full-range applies to mul");
+    std::string lay = colour_layout(fam, a);
+    int n = lay == "AC4" ? 3 : a.channels;
+    std::vector<double> v = parse_values(o, "value", a.depth, n);
+    bool cmp = fam == "CompareC";
+    int op = cmp ? parse_cmp(o.get("op", "gt")) : 0;
+    int sf = o.integer("scale", 0, -31, 31);
+    auto f = find_export(fam, depth_name(a.depth), lay, {"RSfs", "R"}, c.name);
+    if (f.suffix == "R" && sf != 0) throw Error(std::string(c.name) + ": --scale applies to integer results only");
+    Image out = a;  // AC4 keeps the source's alpha
+    if (cmp) out.allocate(a.width, a.height, 1, Depth::u8);
+    RokStatus s = with_type(a.depth, [&](auto tag) {
+        using T = decltype(tag);
+        T k[4] = {};
+        for (int i = 0; i < n; ++i) k[i] = static_cast<T>(v[static_cast<std::size_t>(i)]);
+        const void* src = a.data.data();
+        void* dst = out.data.data();
+        Roi roi = roi_of(a);
+        if (n == 1) {
+            if (cmp) return reinterpret_cast<RokStatus (*)(const void*, int, T, void*, int, Roi, int)>(f.fn)(src, a.step(), k[0], dst, out.step(), roi, op);
+            if (f.suffix == "RSfs") return reinterpret_cast<RokStatus (*)(const void*, int, T, void*, int, Roi, int)>(f.fn)(src, a.step(), k[0], dst, out.step(), roi, sf);
+            return reinterpret_cast<RokStatus (*)(const void*, int, T, void*, int, Roi)>(f.fn)(src, a.step(), k[0], dst, out.step(), roi);
+        }
+        if (cmp) return reinterpret_cast<RokStatus (*)(const void*, int, const T*, void*, int, Roi, int)>(f.fn)(src, a.step(), k, dst, out.step(), roi, op);
+        if (f.suffix == "RSfs") return reinterpret_cast<RokStatus (*)(const void*, int, const T*, void*, int, Roi, int)>(f.fn)(src, a.step(), k, dst, out.step(), roi, sf);
+        return reinterpret_cast<RokStatus (*)(const void*, int, const T*, void*, int, Roi)>(f.fn)(src, a.step(), k, dst, out.step(), roi);
+    });
+    check(s, f.name);
+    return out;
+}
+
+// ---- shifts ----
+
+Image run_shift(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (o.has("left") == o.has("right")) throw Error("shift takes one of --left N, --right N");
+    bool left = o.has("left");
+    int bits = o.integer(left ? "left" : "right", 0, 0, 31);
+    std::string fam = left ? "LShiftC" : "RShiftC";
+    std::string lay = colour_layout(fam, a);
+    auto f = find_export(fam, depth_name(a.depth), lay, {"R"}, c.name);
+    Image out = a;
+    Rok32u k[4] = {Rok32u(bits), Rok32u(bits), Rok32u(bits), Rok32u(bits)};
+    RokStatus s = lay == "C1"
+                      ? reinterpret_cast<RokStatus (*)(const void*, int, Rok32u, void*, int, Roi)>(f.fn)(a.data.data(), a.step(), k[0], out.data.data(), out.step(), roi_of(a))
+                      : reinterpret_cast<RokStatus (*)(const void*, int, const Rok32u*, void*, int, Roi)>(f.fn)(a.data.data(), a.step(), k, out.data.data(), out.step(), roi_of(a));
+    check(s, f.name);
+    return out;
+}
+
+// ---- alpha ----
+
+Image run_premultiply(const Command& c, const Options&, const Image& a, const Image*) {
+    if (a.channels != 4) throw Error("premultiply takes RGBA images");
+    auto f = find_export("AlphaPremul", depth_name(a.depth), "AC4", {"R"}, c.name);
+    Image out = a;  // the alpha channel stays as it was
+    check(reinterpret_cast<FnUnary>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a)), f.name);
+    return out;
+}
+
+// ---- channels and transposition ----
+
+Image run_channels(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (o.has("order") == o.has("take")) throw Error("channels takes one of --order I,J,K or --take K");
+    if (o.has("take")) {
+        int k = o.integer("take", 0, 0, 3);
+        if (k >= a.channels) throw Error("--take: the image has " + std::to_string(a.channels) + " channel(s)");
+        if (a.channels == 1) return a;
+        auto f = find_export("Copy", depth_name(a.depth), "C" + std::to_string(a.channels) + "C1", {"R"}, c.name);
+        Image out;
+        out.allocate(a.width, a.height, 1, a.depth);
+        check(reinterpret_cast<FnUnary>(f.fn)(a.data.data() + static_cast<std::size_t>(k) * depth_bytes(a.depth), a.step(),
+                                              out.data.data(), out.step(), roi_of(a)),
+              f.name);
+        return out;
+    }
+    if (a.channels < 3) throw Error("--order takes RGB or RGBA images");
+    int order[3];
+    char extra = 0;
+    if (std::sscanf(o.get("order").c_str(), "%d,%d,%d%c", &order[0], &order[1], &order[2], &extra) != 3)
+        throw Error("--order takes three channel numbers such as 2,1,0, not '" + o.get("order") + "'");
+    for (int k : order)
+        if (k < 0 || k > 2) throw Error("--order takes channel numbers 0 to 2");
+    std::string lay = a.channels == 4 ? "AC4" : "C3";
+    auto f = find_export("SwapChannels", depth_name(a.depth), lay, {"R"}, c.name);
+    Image out = a;  // alpha kept
+    using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const int*);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), order), f.name);
+    return out;
+}
+
+Image run_transpose(const Command& c, const Options&, const Image& a, const Image*) {
+    auto f = find_export("Transpose", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    Image out;
+    out.allocate(a.height, a.width, a.channels, a.depth);
+    check(reinterpret_cast<FnUnary>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a)), f.name);
+    return out;
+}
+
 // ---- stats ----
 
 struct Stats {
@@ -1085,43 +1333,65 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
 
 // ---- the table ----
 
+const char* const kArithOptions =
+    "--value V      an image and a constant: one number, or one per channel\n"
+    "--scale N      scale factor of integer results (default 0)";
+const char* const kMulOptions =
+    "--value V      an image and a constant: one number, or one per channel\n"
+    "--scale N      scale factor of integer results (default 0)\n"
+    "--full-range   8u and 16u: a b / 255 (or / 65535), so that full scale times x is x";
+const char* const kValueOption = "--value V      an image and a constant: one number, or one per channel";
+
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
-        {"add", "add two images (integer results scaled by 2^-scale, saturated)", "A B OUT [--scale N]",
-         "--scale N      scale factor of integer results (default 0)", "rok add a.png b.png out.png --scale 1", "Add", 2,
+        {"add", "add two images, or an image and --value (integer results scaled by 2^-scale, saturated)",
+         "A B OUT | IN OUT --value V [--scale N]", kArithOptions, "rok add a.png b.png out.png --scale 1", "Add", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
-        {"sub", "subtract the second image from the first", "A B OUT [--scale N]",
-         "--scale N      scale factor of integer results (default 0)", "rok sub a.png b.png diff.png", "Sub", 2,
+        {"sub", "subtract the second image (or --value) from the first", "A B OUT | IN OUT --value V [--scale N]",
+         kArithOptions, "rok sub a.png b.png diff.png", "Sub", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, true); }},
-        {"mul", "multiply two images", "A B OUT [--scale N]", "--scale N      scale factor of integer results (default 0)",
-         "rok mul a.png mask.png out.png --scale 8", "Mul", 2,
+        {"mul", "multiply two images, or an image by --value", "A B OUT | IN OUT --value V [--scale N | --full-range]",
+         kMulOptions,
+         "rok mul a.png mask.png out.png --full-range", "Mul", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
-        {"div", "divide the first image by the second (a zero divisor warns)", "A B OUT [--scale N]",
-         "--scale N      scale factor of integer results (default 0)", "rok div a.png b.png ratio.png --scale -4", "Div", 2,
+        {"div", "divide the first image by the second (a zero divisor warns) or by --value", "A B OUT | IN OUT --value V [--scale N]",
+         kArithOptions, "rok div a.png b.png ratio.png --scale -4", "Div", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, true); }},
-        {"and", "bitwise AND of two integer images", "A B OUT", "", "rok and a.png mask.png out.png", "And", 2,
+        {"and", "bitwise AND of two integer images, or of an image and --value", "A B OUT | IN OUT --value V", kValueOption,
+         "rok and in.png out.png --value 0xF0", "And", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
-        {"or", "bitwise OR of two integer images", "A B OUT", "", "rok or a.png b.png out.png", "Or", 2,
+        {"or", "bitwise OR of two integer images, or of an image and --value", "A B OUT | IN OUT --value V", kValueOption,
+         "rok or a.png b.png out.png", "Or", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
-        {"xor", "bitwise XOR of two integer images", "A B OUT", "", "rok xor a.png b.png out.png", "Xor", 2,
+        {"xor", "bitwise XOR of two integer images, or of an image and --value", "A B OUT | IN OUT --value V", kValueOption,
+         "rok xor a.png b.png out.png", "Xor", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
-        {"compare", "grey mask, 255 where A op B holds for the pixel", "A B OUT [--op lt|le|eq|ge|gt]",
-         "--op OP        lt, le, eq, ge or gt (default gt)", "rok compare a.png b.png mask.png --op ge", "Compare", 2, run_compare},
+        {"compare", "grey mask, 255 where A op B (or A op --value) holds for every channel of the pixel",
+         "A B OUT [--op lt|le|eq|ge|gt | --eps E] | IN OUT --value V [--op OP]",
+         "--op OP        lt, le, eq, ge or gt (default gt)\n--eps E        32f: 255 where |A - B| <= E\n"
+         "--value V      compare with a constant instead of B: one number, or one per channel",
+         "rok compare a.png b.png mask.png --op ge", "Compare", 2, run_compare},
         {"convert", "change the sample type (values kept; 32f rounds to nearest even and saturates)", "IN OUT --to 8u|16u|32f",
          "--to T         8u, 16u or 32f", "rok convert in.png out.pfm --to 32f", "Convert", 1, run_convert},
-        {"border", "add a border around the image", "IN OUT --replicate N | --const N [--value V]",
-         "--replicate N  repeat the edge pixels N times\n"
+        {"border", "add a border around the image", "IN OUT --replicate N | --const N [--value V] | --wrap N",
+         "--replicate N  repeat the edge pixels N times\n--wrap N       32f grey: the image repeated around itself\n"
          "--const N      fill N pixels with --value\n--value V      the fill value, every channel (default 0)",
          "rok border in.png out.png --replicate 8", "CopyReplicateBorder", 1, run_border},
-        {"filter", "linear filters; edges are replicated", "IN OUT --kernel K | --kernel-file F | --box [--kernel WxH] | --sobel | --gauss 3|5 | --sharpen | --laplace 3|5",
+        {"filter", "linear filters; edges are replicated", "IN OUT --kernel K | --kernel-file F | --box [--kernel WxH] | --sobel | --gauss 3|5 | ... (see options)",
          "--kernel K     your kernel, rows separated by ';' (\"1 2 1; 2 4 2; 1 2 1\"), applied as a convolution\n"
          "--kernel-file F the kernel from a text file, one row a line\n"
          "--divisor N    integer images, whole-number kernels: results divided by N (default: the kernel's sum, or 1)\n"
          "--anchor X,Y   the kernel element over the output pixel (default: the centre)\n"
          "--box          mean over --kernel WxH (default 3x3)\n--sobel        horizontal-edge Sobel 3x3\n"
-         "--gauss N      Gaussian 3x3 or 5x5\n--sharpen      3x3 sharpening\n--laplace N    Laplacian 3x3 or 5x5",
+         "--sobel-vert   vertical-edge Sobel 3x3\n--prewitt h|v  Prewitt 3x3, horizontal or vertical edges\n"
+         "--roberts down|up  Roberts cross, either diagonal\n"
+         "--gauss N      Gaussian 3x3 or 5x5\n--lowpass N    mean 3x3 or 5x5\n--hipass N     high-pass 3x3 or 5x5\n"
+         "--sharpen      3x3 sharpening\n--laplace N    Laplacian 3x3 or 5x5",
          "rok filter in.png out.png --kernel 5x5 --box", "FilterBox", 1, run_filter},
-        {"median", "median filter; edges are replicated", "IN OUT [--mask WxH]", "--mask WxH     the window (default 3x3)",
+        {"median", "median filter; edges are replicated", "IN OUT [--mask WxH | --cross N | --horiz N | --vert N | --color N]",
+         "--mask WxH     the window (default 3x3)\n--cross N      the cross of a 3x3 or 5x5 square\n"
+         "--horiz N      a row of 3 or 5\n--vert N       a column of 3 or 5\n"
+         "--color N      RGB: the pixel of the 3x3 or 5x5 square nearest the others",
          "rok median in.png out.png --mask 5x5", "FilterMedian", 1, run_median},
         {"dilate", "maximum over a 3x3 square or a shaped mask; edges are replicated", "IN OUT [--mask WxH] [--shape S]",
          "--mask WxH     the mask's size (default: the 3x3 square)\n--shape S      rect (default), cross or disc",
@@ -1152,9 +1422,23 @@ const std::vector<Command>& commands() {
          "rok remap in.png out.png --xmap mx.pfm --ymap my.pfm", "Remap", 1, run_remap},
         {"mirror", "flip the image", "IN OUT [--flip h|v|both]", "--flip A       h: left-right (default), v: top-bottom, both",
          "rok mirror in.png out.png --flip v", "Mirror", 1, run_mirror},
-        {"threshold", "clamp values of a grey image at a level", "IN OUT --level V [--op lt|gt]",
-         "--level V      the level (default 128)\n--op lt|gt     lt raises values below the level to it, gt (default) lowers values above it",
-         "rok threshold in.png out.png --level 100 --op gt", "Threshold", 1, run_threshold},
+        {"threshold", "values beyond a level clamped to it or set to a value, or a binary mask",
+         "IN OUT [--level V | --otsu] [--op lt|gt] [--value V | --binary]",
+         "--level V      the level (default 128); one number, or one per channel\n"
+         "--otsu         8-bit grey: the level that best splits the histogram in two (Otsu)\n"
+         "--op lt|gt     lt: values below the level, gt (default): values above it\n"
+         "--value V      set those values to V instead of the level\n"
+         "--binary       a grey mask instead: 255 where the value is beyond the level in every channel, else 0",
+         "rok threshold in.png out.png --otsu --binary", "Threshold", 1, run_threshold},
+        {"shift", "shift the bits of integer samples", "IN OUT --left N | --right N", "--left N       shift left by N bits (0 to 31)\n"
+         "--right N      shift right by N bits", "rok shift in.png out.png --right 4", "RShiftC", 1, run_shift},
+        {"premultiply", "multiply the colour of RGBA images by their alpha", "IN OUT", "",
+         "rok premultiply in.png out.png", "AlphaPremul", 1, run_premultiply},
+        {"channels", "reorder the colour channels, or take one as a grey image", "IN OUT --order I,J,K | --take K",
+         "--order I,J,K  output channel n is input channel (I, J, K)[n]: 2,1,0 swaps red and blue (alpha kept)\n"
+         "--take K       channel K (0 first) as a grey image",
+         "rok channels in.png out.png --order 2,1,0", "SwapChannels", 1, run_channels},
+        {"transpose", "swap rows and columns", "IN OUT", "", "rok transpose in.png out.png", "Transpose", 1, run_transpose},
         {"lut", "map sample values through a curve", "IN OUT --gamma G | --invert | --points X:Y,... [--interp I] [--alpha]",
          "--gamma G      out = max (in / max)^(1/G), max 255, 65535, or 1 for 32f (values above 1 kept)\n"
          "--invert       out = max - in\n"
@@ -1175,6 +1459,8 @@ const std::vector<Command>& commands() {
         {"stats", "sum, mean, extrema, norms and histogram (text or --json)", "IN... [--json] [--bins N]",
          "--bins N       histogram bins over the full range (default 16, 0 for none; 8u and 16u, not RGB)\n--json         one JSON object a file",
          "rok stats in.png --json", "Sum", 0, nullptr},
+        {"diff", "norms of the difference of two images, absolute and relative to B (text or --json)", "A B [--json]",
+         "--json         one JSON object (relative norms are null, in text inf, when B is all zero)", "rok diff a.png b.png --json", "NormDiff_L2", 0, nullptr},
         {"moments", "spatial and central moments, centroid and the seven Hu invariants (text or --json)", "IN... [--json]",
          "--json         one JSON object a file", "rok moments shape.png --json", "Moments64f", 0, nullptr},
         {"demo", "run a pipeline on a built-in image; outputs and a contact sheet in a folder", "[DIR]", "",
@@ -1224,7 +1510,8 @@ void print_help(const Command& c) {
 
 // Options without a value; every other --name takes the next argument.
 bool is_flag(const std::string& k) {
-    static const char* flags[] = {"time", "json", "help", "box", "sobel", "sharpen", "quiet", "invert", "alpha", "inverse", "view"};
+    static const char* flags[] = {"time", "json", "help", "box", "sobel", "sharpen", "quiet", "invert", "alpha", "inverse", "view",
+                                  "full-range", "otsu", "binary", "sobel-vert"};
     for (const char* f : flags)
         if (k == f) return true;
     return false;
@@ -1422,6 +1709,48 @@ int run_moments(const Options& o) {
     return failed ? 1 : 0;
 }
 
+// ---- differences of two images ----
+
+int run_diff(const Options& o) {
+    if (o.args.size() != 2) throw Error("diff takes two images (A B); rok diff --help");
+    Image a = read_image(o.args[0]), b = read_image(o.args[1]);
+    if (b.width != a.width || b.height != a.height || b.channels != a.channels || b.depth != a.depth)
+        throw Error("diff: the two images differ in size, channels or sample type");
+    int n = a.channels;
+    struct Row { const char* key; const char* family; double v[4]; };
+    Row rows[] = {{"diff_inf", "NormDiff_Inf", {}}, {"diff_l1", "NormDiff_L1", {}}, {"diff_l2", "NormDiff_L2", {}},
+                  {"rel_inf", "NormRel_Inf", {}},   {"rel_l1", "NormRel_L1", {}},   {"rel_l2", "NormRel_L2", {}}};
+    for (Row& r : rows) {
+        auto f = find_export(r.family, depth_name(a.depth), layout_of(a), {"R"}, "diff");
+        // the floating-point L1 and L2 forms take the accuracy hint
+        bool hint = a.depth == Depth::f32 && r.family[std::strlen(r.family) - 1] != 'f';
+        using Fn = RokStatus (*)(const void*, int, const void*, int, Roi, Rok64f*);
+        using FnHint = RokStatus (*)(const void*, int, const void*, int, Roi, Rok64f*, int);
+        RokStatus s = hint ? reinterpret_cast<FnHint>(f.fn)(a.data.data(), a.step(), b.data.data(), b.step(), roi_of(a), r.v, rokHintAccurate)
+                           : reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), b.data.data(), b.step(), roi_of(a), r.v);
+        if (s == rokStatusDivByZero && std::strncmp(r.key, "rel", 3) == 0) {  // B all zero: no relative norm
+            for (double& x : r.v) x = HUGE_VAL;
+            continue;
+        }
+        check(s, f.name);
+    }
+    bool json = o.has("json");
+    std::string out = json ? "{\"a\": \"" + json_escape(o.args[0]) + "\", \"b\": \"" + json_escape(o.args[1]) + "\"" : o.args[0] + " vs " + o.args[1] + "\n";
+    for (const Row& r : rows) {
+        std::string vals = list(r.v, n, json);
+        if (json) {
+            for (std::size_t p; (p = vals.find("inf")) != std::string::npos;) vals.replace(p, 3, "null");
+            out += std::string(", \"") + r.key + "\": " + vals;
+        } else {
+            char pad[16];
+            std::snprintf(pad, sizeof pad, "  %-9s", r.key);
+            out += pad + vals + "\n";
+        }
+    }
+    std::fputs((out + (json ? "}\n" : "")).c_str(), stdout);
+    return 0;
+}
+
 // ---- demo ----
 
 Image demo_image(int w, int h) {
@@ -1545,20 +1874,23 @@ int main_checked(int argc, char** argv) {
     if (name == "demo") return run_demo(o);
     if (name == "stats") return run_stats(o);
     if (name == "moments") return run_moments(o);
+    if (name == "diff") return run_diff(o);
+    // two-image commands take a constant instead of the second image
+    int inputs = c->inputs == 2 && o.has("value") ? 1 : c->inputs;
     if (o.has("out")) {
-        if (c->inputs != 1) throw Error(std::string("--out takes commands of one input, not ") + c->name);
+        if (inputs != 1) throw Error(std::string("--out takes commands of one input, not ") + c->name);
         return run_batch(*c, o);
     }
-    std::size_t want = static_cast<std::size_t>(c->inputs) + 1;
+    std::size_t want = static_cast<std::size_t>(inputs) + 1;
     if (o.args.size() != want)
         throw Error(std::string(c->name) + " takes " + std::to_string(want) + " file names (" + c->usage + "); rok " + c->name + " --help");
     const std::string& out = o.args.back();
     if (format_of(out).empty()) throw Error(out + ": unknown output format (use .png, .jpg, .pgm, .ppm or .pfm)");
     Image a = read_image(o.args[0]);
     Image b;
-    if (c->inputs == 2) b = read_image(o.args[1]);
+    if (inputs == 2) b = read_image(o.args[1]);
     double ms = 0;
-    Image r = timed(*c, o, a, c->inputs == 2 ? &b : nullptr, &ms);
+    Image r = timed(*c, o, a, inputs == 2 ? &b : nullptr, &ms);
     write_image(r, out);
     report(o, o.args[0], out, r, ms);
     return 0;
