@@ -158,7 +158,15 @@ class Param:
 
 
 def _step_name(name):
-    return name[1].lower() + name[2:] + "Step" if name.startswith("p") and len(name) > 1 else None
+    """pSrc -> srcStep; xMap -> xMapStep (the coordinate maps of remap)."""
+    if name.startswith("p") and len(name) > 1 and name[1].isupper():
+        return name[1].lower() + name[2:] + "Step"
+    return name + "Step"
+
+
+def _plane(p):
+    """Image arguments not named p... (xMap, yMap) are single-channel planes whatever the layout."""
+    return not (p.name.startswith("p") and len(p.name) > 1 and p.name[1].isupper())
 
 
 class Export:
@@ -167,12 +175,17 @@ class Export:
         self.ret = ret
         self.params = [Param(a) for a in args.split(",")] if args.strip() else []
         self._fn = None
-        # image arguments: a pointer followed by its step
-        self.images = set()
-        for i, p in enumerate(self.params[:-1]):
-            nxt = self.params[i + 1]
-            if p.depth == 1 and nxt.name == _step_name(p.name) and not p.dims:
-                self.images.add(i)
+        # image arguments: a pointer and its step, next to it or after the
+        # image's size (pSrc, srcSize, srcStep): index of the pointer -> index of the step
+        self.images = {}
+        for i, p in enumerate(self.params):
+            if p.depth != 1 or p.dims:
+                continue
+            for j in (i + 1, i + 2):
+                if j < len(self.params) and self.params[j].name == _step_name(p.name) and self.params[j].base == "int":
+                    self.images[i] = j
+                    break
+        self.steps = set(self.images.values())
 
     @property
     def fn(self):
@@ -263,6 +276,29 @@ def _buffer_query(record):
     return None
 
 
+def _work_buffer_size(export, c_args, records):
+    """Bytes of the work buffer a call needs: from the record's buffer query,
+    or from the family's size query over the arguments bound so far (the
+    buffer comes last)."""
+    size = ctypes.c_int(0)
+    for r in records:
+        query = _buffer_query(r)
+        if query is not None:
+            query(r.pointer, ctypes.addressof(size))
+            return size.value
+    arg = {p.name: c_args[i] for i, p in enumerate(export.params)}
+    nc = int(export.layout[-1]) if export.layout[-1:].isdigit() else 1
+    if export.family == "ResizeSqrPixel":
+        query = exports["rokiResizeGetBufSize_64f" if export.types == "64f" else "rokiResizeGetBufSize"]
+        query(arg["srcRoi"], arg["dstRoi"], nc, arg["interpolation"], ctypes.addressof(size))
+        return size.value
+    if export.family == "FilterMedian" and f"rokiFilterMedianGetBufferSize_{export.types}" in exports:
+        query = exports[f"rokiFilterMedianGetBufferSize_{export.types}"]
+        query(arg["dstRoiSize"], arg["maskSize"], nc, ctypes.addressof(size))
+        return size.value
+    return None
+
+
 # ---- NumPy images ----
 
 def _channels(arr):
@@ -323,6 +359,7 @@ def _bind(export, arrays, scalars, kw):
     c_args = [None] * len(export.params)
     outputs = []
     keep = []  # arrays that must live through the call
+    images = []  # (parameter, array) of every image argument
     first = arrays[0] if arrays else None
     out_image = None
     nc = _CONST_CHANNELS.get(export.layout, 1)
@@ -354,10 +391,14 @@ def _bind(export, arrays, scalars, kw):
                     arr = np.zeros(shape, _DTYPES[p.base])
                 outputs.append(arr)
                 out_image = arr
-            ptr, step = _check_image(arr, p, export.layout, export)
-            c_args[i], c_args[i + 1] = ptr, step
+            ptr, step = _check_image(arr, p, "C1" if _plane(p) else export.layout, export)
+            images.append((p, arr))
+            c_args[i], c_args[export.images[i]] = ptr, step
             keep.append(arr)
-            i += 2
+            i += 1
+            continue
+        if i in export.steps:  # set with its image
+            i += 1
             continue
         if p.name in kw:
             v = kw.pop(p.name)
@@ -378,12 +419,10 @@ def _bind(export, arrays, scalars, kw):
                 scalars.remove(rec)
             c_args[i] = rec.pointer
         elif p.pointer and p.name == "pBuffer" and v is None:
-            query = next((_buffer_query(r) for r in records if _buffer_query(r)), None)
-            if query is None:
+            size = _work_buffer_size(export, c_args, records)
+            if size is None:
                 raise TypeError(f"{export.name}: pass pBuffer= (a uint8 array of the size the family's GetBufferSize gives)")
-            size = ctypes.c_int(0)
-            query(records[0].pointer, ctypes.addressof(size))
-            buf = np.zeros(max(size.value, 1), np.uint8)
+            buf = np.zeros(max(size, 1), np.uint8)
             keep.append(buf)
             c_args[i] = buf.ctypes.data
         elif p.pointer:
@@ -410,7 +449,7 @@ def _bind(export, arrays, scalars, kw):
                     arr = np.full(length, arr, arr.dtype)
                 keep.append(arr)
                 c_args[i] = arr.ctypes.data
-                if not p.const:
+                if not p.const and p.name != "pBuffer":
                     outputs.append(arr)
             else:  # a result the call writes
                 arr = np.zeros(length if p.dims else (nc if p.base in _DTYPES and "C" in export.layout and nc > 1 else 1),
@@ -435,11 +474,44 @@ def _bind(export, arrays, scalars, kw):
                 v = scalars.pop(0)
             c_args[i] = v
         i += 1
+    _check_roi(export, c_args, images)
     if arrays or scalars or kw:
         left = [f"{len(arrays)} image(s)"] if arrays else []
         left += [repr(s) for s in scalars] + list(kw)
         raise TypeError(f"{export.name}: unused arguments: {', '.join(left)}")
     return c_args, outputs, keep
+
+
+def _check_roi(export, c_args, images):
+    """Every image the ROI covers must hold it: all images for a roiSize, the
+    destinations for a dstRoiSize (sources are read around it: the caller
+    leaves that border, as in C), the source for a srcSize and the destination
+    for a dstRoi rectangle. Checked before the call, so that a wrong array
+    raises ValueError rather than letting the library read or write outside
+    it."""
+    for i, p in enumerate(export.params):
+        if c_args[i] is None:
+            continue
+        if p.base == "RokiSize" and p.name == "srcSize":  # the whole source image
+            src = next((arr for q, arr in images if q.const), None)
+            if src is not None and (src.shape[0] < c_args[i].height or src.shape[1] < c_args[i].width):
+                raise ValueError(f"{export.name}: srcSize {c_args[i].height}x{c_args[i].width} is larger than the "
+                                 f"source, {src.shape[0]}x{src.shape[1]} (rows x columns)")
+        if p.base == "RokiRect" and p.name == "dstRoi":
+            r = c_args[i]
+            for q, arr in images:
+                if not q.const and (r.x < 0 or r.y < 0 or r.x + r.width > arr.shape[1] or r.y + r.height > arr.shape[0]):
+                    raise ValueError(f"{export.name}: dstRoi ({r.x}, {r.y}, {r.width}, {r.height}) is not inside "
+                                     f"{q.name}, {arr.shape[0]}x{arr.shape[1]} (rows x columns)")
+        if p.base != "RokiSize" or p.name not in ("roiSize", "dstRoiSize"):
+            continue
+        roi = c_args[i]
+        for q, arr in images:
+            if p.name == "dstRoiSize" and q.const:
+                continue
+            if arr.shape[0] < roi.height or arr.shape[1] < roi.width:
+                raise ValueError(f"{export.name}: {q.name} is {arr.shape[0]}x{arr.shape[1]} (rows x columns), "
+                                 f"smaller than the ROI {roi.height}x{roi.width}")
 
 
 def _default_struct(p, first, out):
@@ -487,6 +559,9 @@ class Family:
         a = arrays[0]
         if not isinstance(a, np.ndarray):
             raise TypeError(f"{self.name}: images must be NumPy arrays, not {type(a).__name__}")
+        if a.ndim not in (2, 3) or (a.ndim == 3 and not 1 <= a.shape[2] <= 4):
+            raise ValueError(f"{self.name}: an image is (height, width) or (height, width, channels) with 1 to 4 "
+                             f"channels, not shape {a.shape}")
         token = _type_token(a)
         if token is None:
             raise TypeError(f"{self.name}: no sample type for dtype {a.dtype}")

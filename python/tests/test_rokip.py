@@ -210,3 +210,42 @@ def test_dct_and_fourier_objects():
         rokip.Fourier((8, 8), scaling="ortho")
     with pytest.raises(TypeError, match="height, width"):
         rokip.DCT(8)
+
+
+def test_work_buffers_sizes_and_maps_are_found_for_the_caller():
+    a = image(20, 30, 3, np.uint8)
+    out = np.zeros((10, 15, 3), np.uint8)
+    got = rokip.ResizeSqrPixel(a, pDst=out, dstRoi=rokip.Rect(0, 0, 15, 10), xFactor=0.5, yFactor=0.5, xShift=0, yShift=0,
+                               interpolation=8)  # super-sampling: the mean of each 2x2 block
+    assert got is out
+    assert np.abs(out.astype(np.int64) - a.reshape(10, 2, 15, 2, 3).mean((1, 3))).max() <= 0.5
+    f = image(12, 14, 0, np.float32)
+    ref = np.median(np.stack([f[dy:dy + 10, dx:dx + 12] for dy in range(3) for dx in range(3)]), axis=0)
+    np.testing.assert_array_equal(rokip.FilterMedian(f[1:-1, 1:-1], maskSize=(3, 3), anchor=(1, 1)), ref)
+    mx = np.tile(np.arange(15, dtype=np.float32) * 2, (10, 1))
+    my = np.tile(np.arange(10, dtype=np.float32)[:, None] * 2, (1, 15))
+    np.testing.assert_array_equal(rokip.Remap(a, mx, my, pDst=np.zeros((10, 15, 3), np.uint8), interpolation=1), a[::2, ::2])
+
+
+G = image(4, 5, 0, np.uint8)
+
+
+@pytest.mark.parametrize("call,error,match", [
+    (lambda: rokip.Sum(np.arange(5, dtype=np.uint8)), ValueError, "height, width"),
+    (lambda: rokip.Sum(np.zeros((1, 4, 5, 3), np.uint8)), ValueError, "height, width"),
+    (lambda: rokip.Sum(np.zeros((3, 3, 5), np.uint8)), ValueError, "1 to 4 channels"),
+    (lambda: rokip.Sum(G[::-1]), ValueError, "forward"),
+    (lambda: rokip.Sum(np.asfortranarray(image(5, 6, 0, np.uint8))), ValueError, "contiguous"),
+    (lambda: rokip.Sum(G.astype(">u2")), TypeError, "no sample type"),
+    (lambda: rokip.Sum(G.astype(bool)), TypeError, "no sample type"),
+    (lambda: rokip.Add(G, G[:3]), ValueError, "smaller than the ROI"),
+    (lambda: rokip.Add(G, G, out=np.zeros((4, 4), np.uint8)), ValueError, "smaller than the ROI"),
+    (lambda: rokip.ResizeSqrPixel(G, pDst=np.zeros((2, 2), np.uint8), dstRoi=rokip.Rect(0, 0, 3, 2), xFactor=0.5,
+                                  yFactor=0.5, xShift=0, yShift=0, interpolation=1), ValueError, "not inside"),
+    (lambda: rokip.ResizeSqrPixel(G, srcSize=rokip.Size(6, 4), pDst=np.zeros((2, 2), np.uint8), xFactor=0.5, yFactor=0.5,
+                                  xShift=0, yShift=0, interpolation=1), ValueError, "larger than the source"),
+    (lambda: rokip.Moments(G.astype(np.float64)), TypeError, "no form for dtype float64"),
+])
+def test_arrays_that_do_not_fit_are_refused_before_the_call(call, error, match):
+    with pytest.raises(error, match=match):
+        call()
