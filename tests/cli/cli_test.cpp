@@ -397,6 +397,19 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              rokiFilterMedianHoriz_8u_C1R(q.at(1, 1), q.step(), o.d.data(), o.step(), {a.w, a.h}, rokMskSize3x1);
              return o;
          }},
+        {"warp c.ppm o.ppm --quad 3,1,35,4,30,22,0,19", "o.ppm", [&] {  // the corners of the image go to the quad
+             Img o = like(c3, c3.w, c3.h);
+             const double from[4][2] = {{0, 0}, {36, 0}, {36, 22}, {0, 22}}, to[4][2] = {{3, 1}, {35, 4}, {30, 22}, {0, 19}};
+             rokiWarpPerspectiveQuad_8u_C3R(c3.d.data(), {c3.w, c3.h}, c3.step(), {0, 0, c3.w, c3.h}, o.d.data(), o.step(),
+                                            {0, 0, c3.w, c3.h}, from, to, rokInterLinear);
+             return o;
+         }},
+        {"convert a.pgm o.pgm --to 16u --full-range", "o.pgm", [&] {
+             Img o{a.w, a.h, 1, 2, {}};
+             o.d.resize(static_cast<std::size_t>(a.w) * a.h * 2);
+             rokiScale_8u16u_C1R(a.d.data(), a.step(), reinterpret_cast<Rok16u*>(o.d.data()), o.step(), {a.w, a.h});
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -586,6 +599,9 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"warp " + A + " OUT --quad 1,2,3", "eight numbers"},
+        {"warp " + A + " OUT --quad 0,0,9,0,9,9,0,9 --model conic", "--model takes"},
+        {"convert " + A + " OUT --to 16u --range 0,1", "to and from 32f"},
         {"diff " + A + " " + p("wide.pgm"), "differ in size"},
     };
     for (const auto& c : cases) {

@@ -322,9 +322,32 @@ Image run_convert(const Command& c, const Options& o, const Image& a, const Imag
     Depth to = parse_depth(o.get("to"));
     if (to == a.depth) return a;
     std::string types = std::string(depth_name(a.depth)) + depth_name(to);
-    auto f = find_export(c.family, types, layout_of(a), {"R"}, c.name);
     Image out;
     out.allocate(a.width, a.height, a.channels, to);
+    if (o.has("full-range") || o.has("range")) {
+        // The whole range of one type onto the other's: 0..255 <-> 0..65535,
+        // or a range of 32f values (default 0 to 1) <-> 0..255.
+        auto f = find_export("Scale", types, layout_of(a), {"R"}, c.name);
+        RokStatus s;
+        if (a.depth == Depth::f32 || to == Depth::f32) {
+            double lo = 0, hi = 1;
+            char extra = 0;
+            if (o.has("range") && std::sscanf(o.get("range").c_str(), "%lf,%lf%c", &lo, &hi, &extra) != 2)
+                throw Error("--range takes LO,HI, not '" + o.get("range") + "'");
+            using Fn = RokStatus (*)(const void*, int, void*, int, Roi, Rok32f, Rok32f);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), static_cast<Rok32f>(lo),
+                                           static_cast<Rok32f>(hi));
+        } else if (o.has("range")) {
+            throw Error("--range applies to conversions to and from 32f");
+        } else if (to == Depth::u8) {
+            s = reinterpret_cast<FnUnaryInt>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), rokHintAccurate);
+        } else {
+            s = reinterpret_cast<FnUnary>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a));
+        }
+        check(s, f.name);
+        return out;
+    }
+    auto f = find_export(c.family, types, layout_of(a), {"R"}, c.name);
     RokStatus s;
     if (a.depth == Depth::f32)  // rounds to nearest, ties to even; saturates
         s = reinterpret_cast<FnUnaryInt>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a),
@@ -565,7 +588,33 @@ Image run_rotate(const Command& c, const Options& o, const Image& a, const Image
 // y' = d x + e y + f, or with nine coefficients a perspective one,
 // x' = (a x + b y + c) / (g x + h y + i), y' = (d x + e y + f) / (g x + h y + i).
 // The destination has the source's size.
+Image run_warp_quad(const Command& c, const Options& o, const Image& a) {
+    double q[4][2];
+    char extra = 0;
+    if (std::sscanf(o.get("quad").c_str(), "%lf,%lf,%lf,%lf,%lf,%lf,%lf,%lf%c", &q[0][0], &q[0][1], &q[1][0], &q[1][1], &q[2][0],
+                    &q[2][1], &q[3][0], &q[3][1], &extra) != 8)
+        throw Error("--quad takes eight numbers x0,y0,x1,y1,x2,y2,x3,y3, not '" + o.get("quad") + "'");
+    std::string model = o.get("model", "perspective");
+    std::string fam = model == "perspective" ? "WarpPerspectiveQuad" : model == "affine" ? "WarpAffineQuad"
+                      : model == "bilinear" ? "WarpBilinearQuad" : "";
+    if (fam.empty()) throw Error("--model takes perspective, affine or bilinear, not '" + model + "'");
+    int method = parse_method(o.get("method", "linear"));
+    auto f = find_export(fam, depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    double w = a.width - 1, h = a.height - 1;
+    const double corners[4][2] = {{0, 0}, {w, 0}, {w, h}, {0, h}};
+    Image out = like(a);
+    RokiRect r{0, 0, a.width, a.height};
+    using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, const double (*)[2], const double (*)[2], int);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), r, out.data.data(), out.step(), r, corners, q, method), f.name);
+    return out;
+}
+
 Image run_warp(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (o.has("quad")) {
+        if (o.has("matrix")) throw Error("warp takes --matrix or --quad, not both");
+        return run_warp_quad(c, o, a);
+    }
+    if (o.has("model")) throw Error("--model applies to --quad");
     if (!o.has("matrix")) throw Error("warp needs --matrix a,b,c,d,e,f (or nine numbers for a perspective warp)");
     double m[3][3] = {};
     char extra = 0;
@@ -1371,8 +1420,11 @@ const std::vector<Command>& commands() {
          "--op OP        lt, le, eq, ge or gt (default gt)\n--eps E        32f: 255 where |A - B| <= E\n"
          "--value V      compare with a constant instead of B: one number, or one per channel",
          "rok compare a.png b.png mask.png --op ge", "Compare", 2, run_compare},
-        {"convert", "change the sample type (values kept; 32f rounds to nearest even and saturates)", "IN OUT --to 8u|16u|32f",
-         "--to T         8u, 16u or 32f", "rok convert in.png out.pfm --to 32f", "Convert", 1, run_convert},
+        {"convert", "change the sample type (values kept; 32f rounds to nearest even and saturates)",
+         "IN OUT --to 8u|16u|32f [--full-range | --range LO,HI]",
+         "--to T         8u, 16u or 32f\n"
+         "--full-range   map the whole range instead: 8u 0..255 <-> 16u 0..65535, 8u <-> 32f 0..1\n"
+         "--range LO,HI  8u <-> 32f: the 32f values that map to 0 and 255", "rok convert in.png out.pfm --to 32f", "Convert", 1, run_convert},
         {"border", "add a border around the image", "IN OUT --replicate N | --const N [--value V] | --wrap N",
          "--replicate N  repeat the edge pixels N times\n--wrap N       32f grey: the image repeated around itself\n"
          "--const N      fill N pixels with --value\n--value V      the fill value, every channel (default 0)",
@@ -1411,9 +1463,11 @@ const std::vector<Command>& commands() {
          "--angle DEG    degrees, counter-clockwise on screen\n--method M     nearest, linear (default), cubic\n"
          "--background V value of the pixels no source pixel reaches (8-bit images; default 0)",
          "rok rotate in.png out.png --angle 30", "Rotate", 1, run_rotate},
-        {"warp", "affine or perspective warp of pixel positions", "IN OUT --matrix a,b,c,d,e,f[,g,h,i] [--method M]",
+        {"warp", "affine or perspective warp of pixel positions", "IN OUT --matrix a,b,c,d,e,f[,g,h,i] | --quad Q [--model M] [--method M]",
          "--matrix M     six coefficients: x' = a x + b y + c, y' = d x + e y + f;\n"
          "               nine: x' = (a x + b y + c) / (g x + h y + i), y' = (d x + e y + f) / (g x + h y + i)\n"
+         "--quad Q       x0,y0,...,x3,y3: where the image's corners go (top left, top right, bottom right, bottom left)\n"
+         "--model M      the map of --quad: perspective (default), affine (the first three corners) or bilinear\n"
          "--method M     nearest, linear (default), cubic",
          "rok warp in.png out.png --matrix 1,0.2,0,0,1,0", "WarpAffine", 1, run_warp},
         {"remap", "take each output pixel from the source position that two maps give", "IN OUT --xmap X.pfm --ymap Y.pfm [--method M]",
