@@ -599,6 +599,8 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"median " + A + " OUT --msk 5x5", "unknown option --msk"},
+        {"filter " + A + " OUT --gauss 3 --kernel-files k.txt", "unknown option --kernel-files"},
         {"warp " + A + " OUT --quad 1,2,3", "eight numbers"},
         {"warp " + A + " OUT --quad 0,0,9,0,9,9,0,9 --model conic", "--model takes"},
         {"convert " + A + " OUT --to 16u --range 0,1", "to and from 32f"},

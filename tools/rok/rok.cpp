@@ -1535,12 +1535,13 @@ const char* kCommonHelp =
     "  --time         run the operation repeatedly and print the median time\n"
     "  --repeat N     runs for --time (default 9)\n"
     "  --json         machine-readable output\n"
-    "  --out DIR      batch: every argument (or folder) is an input, outputs go to DIR\n"
+    "  --out DIR      batch: every argument (or folder) is an input, outputs go to DIR\n"    "  --ext EXT      batch: write the outputs in this format (png, jpg, pgm, ppm, pfm)\n"
+    "  --quiet        batch: no progress bar\n"
     "  --help         this help\n";
 
 void print_usage() {
     std::printf("rok: image processing with rokIP\n\nusage: rok COMMAND ARGS [OPTIONS]\n\ncommands:\n");
-    for (const auto& c : commands()) std::printf("  %-10s %s\n", c.name, c.summary);
+    for (const auto& c : commands()) std::printf("  %-12s %s\n", c.name, c.summary);
     std::printf("\n%s\nexample: rok demo   (then: rok COMMAND --help)\nformats: PNG, JPEG, PGM, PPM (8/16-bit) and PFM (32f)\n"
                 "exit codes: 0 done, 1 some files of a batch failed, 2 bad arguments, unreadable input or a refused image\n",
                 kCommonHelp);
@@ -1923,6 +1924,20 @@ int main_checked(int argc, char** argv) {
     if (o.has("help")) {
         print_help(*c);
         return 0;
+    }
+    // An option the command does not know is a mistake (a typo would
+    // otherwise be ignored and the default used): the options are those its
+    // help names, and the common ones.
+    std::string known = std::string(c->usage) + " " + c->options + " " + kCommonHelp;
+    for (const auto& kv : o.kv) {
+        std::string opt = "--" + kv.first;
+        std::size_t at = known.find(opt);
+        bool found = false;
+        for (; at != std::string::npos && !found; at = known.find(opt, at + 1)) {
+            char next = at + opt.size() < known.size() ? known[at + opt.size()] : ' ';
+            found = !(std::isalnum(static_cast<unsigned char>(next)) || next == '-');
+        }
+        if (!found) throw Error("unknown option " + opt + " (rok " + name + " --help lists its options)");
     }
     if (o.has("threads")) check(rokSetNumThreads(o.integer("threads", 0, 1, 1024)), "rokSetNumThreads");
     if (name == "demo") return run_demo(o);
