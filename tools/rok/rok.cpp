@@ -1859,6 +1859,9 @@ int run_demo(const Options& o) {
         {"threshold", "threshold", {{"level", "100"}, {"op", "gt"}}, true},
         {"resize x0.5 lanczos", "resize", {{"scale", "0.5"}, {"method", "lanczos"}}, false},
         {"fft", "fft", {}, true},
+        {"dct", "dct", {{"view", "1"}}, true},
+        {"lut gamma 2.2", "lut", {{"gamma", "2.2"}}, false},
+        {"warp quad", "warp", {{"quad", "80,40,980,0,1023,767,0,720"}}, false},
     };
     std::vector<std::pair<std::string, Image>> outs = {{"input", src}};
     write_image(src, dir + "/input.png");
