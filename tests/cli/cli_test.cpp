@@ -483,6 +483,12 @@ TEST_F(Cli, StatsReportTheLibrarysResults) {
     EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
     std::snprintf(want, sizeof want, "\"histogram\": [[%d, %d, %d, %d]]", hist[0], hist[1], hist[2], hist[3]);
     EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
+    Rok8u lo = 0, hi = 0;
+    int lx = -1, ly = -1, hx = -1, hy = -1;
+    rokiMinIndx_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, &lo, &lx, &ly);
+    rokiMaxIndx_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, &hi, &hx, &hy);
+    std::snprintf(want, sizeof want, "\"argmin\": [[%d, %d]], \"argmax\": [[%d, %d]]", lx, ly, hx, hy);
+    EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
     EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1);
     // moments: the state accumulated by the library, read back through its getters
     Result m = rok("moments " + p("a.pgm") + " --json");

@@ -1271,6 +1271,7 @@ Image run_transpose(const Command& c, const Options&, const Image& a, const Imag
 struct Stats {
     int channels = 0;
     double sum[4]{}, mean[4]{}, min[4]{}, max[4]{}, inf[4]{}, l1[4]{}, l2[4]{};
+    int min_at[2][4]{}, max_at[2][4]{};  // x and y of the first extremum of each channel (row by row)
     std::vector<std::vector<int>> hist;  // 8u: 256 bins, 16u: 256 bins of 256 values
 };
 
@@ -1311,6 +1312,13 @@ Stats compute_stats(const Image& a, int bins) {
             std::memcpy(&l, lo + 4 * k, 4), std::memcpy(&h, hi + 4 * k, 4);
             st.min[k] = l, st.max[k] = h;
         }
+    }
+    for (const char* fam : {"MinIndx", "MaxIndx"}) {
+        auto fi = find_export(fam, depth_name(a.depth), layout_of(a), {"R"}, "stats");
+        int(*at)[4] = fam[1] == 'i' ? st.min_at : st.max_at;
+        std::uint8_t value[16];
+        using Fn = RokStatus (*)(const void*, int, Roi, void*, int*, int*);
+        check(reinterpret_cast<Fn>(fi.fn)(a.data.data(), a.step(), roi_of(a), value, at[0], at[1]), fi.name);
     }
     if (bins > 0 && a.depth != Depth::f32 && a.channels != 3) {
         int upper = a.depth == Depth::u8 ? 256 : 65536;
@@ -1356,6 +1364,14 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
         s += ", \"sum\": " + list(st.sum, n, true) + ", \"mean\": " + list(st.mean, n, true) + ", \"min\": " + list(st.min, n, true) +
              ", \"max\": " + list(st.max, n, true) + ", \"norm_inf\": " + list(st.inf, n, true) + ", \"norm_l1\": " +
              list(st.l1, n, true) + ", \"norm_l2\": " + list(st.l2, n, true);
+        for (int m = 0; m < 2; ++m) {
+            s += m ? ", \"argmax\": [" : ", \"argmin\": [";
+            for (int k = 0; k < n; ++k) {
+                const int(*at)[4] = m ? st.max_at : st.min_at;
+                s += (k ? ", [" : "[") + std::to_string(at[0][k]) + ", " + std::to_string(at[1][k]) + "]";
+            }
+            s += "]";
+        }
         if (!st.hist.empty()) {
             s += ", \"histogram\": [";
             for (std::size_t k = 0; k < st.hist.size(); ++k) {
@@ -1372,6 +1388,14 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
     s += "  sum      " + list(st.sum, n, false) + "\n  mean     " + list(st.mean, n, false) + "\n  min      " +
          list(st.min, n, false) + "\n  max      " + list(st.max, n, false) + "\n  norm_inf " + list(st.inf, n, false) +
          "\n  norm_l1  " + list(st.l1, n, false) + "\n  norm_l2  " + list(st.l2, n, false) + "\n";
+    for (int m = 0; m < 2; ++m) {
+        s += m ? "  argmax  " : "  argmin  ";
+        for (int k = 0; k < n; ++k) {
+            const int(*at)[4] = m ? st.max_at : st.min_at;
+            s += " " + std::to_string(at[0][k]) + "," + std::to_string(at[1][k]);
+        }
+        s += "\n";
+    }
     for (std::size_t k = 0; k < st.hist.size(); ++k) {
         s += "  histogram[" + std::to_string(k) + "]";
         for (int v : st.hist[k]) s += " " + std::to_string(v);
@@ -1510,7 +1534,7 @@ const std::vector<Command>& commands() {
          "rok dct in.png coefficients.pfm && rok dct coefficients.pfm back.pfm --inverse", "DCTFwd", 1, run_dct},
         {"fft", "log magnitude of the 2-D Fourier transform, centred", "IN OUT", "",
          "rok fft in.png spectrum.png", "DFTFwd_RToPack", 1, run_fft},
-        {"stats", "sum, mean, extrema, norms and histogram (text or --json)", "IN... [--json] [--bins N]",
+        {"stats", "sum, mean, extrema and where they are, norms and histogram (text or --json)", "IN... [--json] [--bins N]",
          "--bins N       histogram bins over the full range (default 16, 0 for none; 8u and 16u, not RGB)\n--json         one JSON object a file",
          "rok stats in.png --json", "Sum", 0, nullptr},
         {"diff", "norms of the difference of two images, absolute and relative to B (text or --json)", "A B [--json]",
