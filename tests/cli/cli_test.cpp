@@ -466,6 +466,48 @@ TEST_F(Cli, FilesKeepTheirSamplesThroughEveryFormat) {
     EXPECT_LE(worst, 8);
 }
 
+// RGBA through PNG: commands whose family leaves alpha alone (AC4) must give
+// back the input's alpha, and the colour as the library computes it.
+TEST_F(Cli, RgbaKeepsItsAlpha) {
+    const Img c3 = make(23, 9, 3, 1, 12);
+    write_pnm(c3, p("c.ppm"));
+    ASSERT_EQ(rok("channels c.ppm rgba.png --set-alpha 200").code, 0);
+    Img rgba = like(c3, c3.w, c3.h);
+    rgba.c = 4;
+    rgba.d.assign(static_cast<std::size_t>(c3.w) * c3.h * 4, 200);
+    for (std::size_t i = 0; i < c3.d.size() / 3; ++i) std::memcpy(&rgba.d[4 * i], &c3.d[3 * i], 3);
+    Img premul = rgba, red = like(make(1, 1, 1, 1, 0), c3.w, c3.h);
+    rokiAlphaPremul_8u_AC4R(rgba.d.data(), rgba.step(), premul.d.data(), premul.step(), {c3.w, c3.h});
+    struct Case { const char* args; std::function<int(std::size_t)> red; };
+    std::vector<Case> cases = {
+        {"lut rgba.png o.png --invert", [&](std::size_t i) { return 255 - c3.d[3 * i]; }},
+        {"premultiply rgba.png o.png", [&](std::size_t i) { return premul.d[4 * i]; }},
+        {"math rgba.png o.png --op not", [&](std::size_t i) { return 255 - c3.d[3 * i]; }},
+        {"add rgba.png o.png --value 300", nullptr},  // refused: nothing to check but the status
+        {"threshold rgba.png o.png --level 100 --value 0", [&](std::size_t i) { return c3.d[3 * i] > 100 ? 0 : c3.d[3 * i]; }},
+        {"filter rgba.png o.png --lowpass 3", nullptr},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.args);
+        std::remove(p("o.png").c_str());
+        Result r = rok(c.args);
+        if (std::string(c.args).find("300") != std::string::npos) {
+            EXPECT_EQ(r.code, 2);
+            continue;
+        }
+        ASSERT_EQ(r.code, 0) << r.err;
+        ASSERT_EQ(rok("channels o.png alpha.pgm --take 3").code, 0);
+        Img alpha = read_pnm(p("alpha.pgm"));
+        ASSERT_EQ(alpha.d.size(), red.d.size());
+        EXPECT_TRUE(std::all_of(alpha.d.begin(), alpha.d.end(), [](std::uint8_t v) { return v == 200; }));
+        if (!c.red) continue;
+        ASSERT_EQ(rok("channels o.png red.pgm --take 0").code, 0);
+        Img got = read_pnm(p("red.pgm"));
+        for (std::size_t i = 0; i < red.d.size(); ++i) red.d[i] = static_cast<std::uint8_t>(c.red(i));
+        EXPECT_TRUE(got.d == red.d);
+    }
+}
+
 TEST_F(Cli, StatsReportTheLibrarysResults) {
     Img a = make(29, 7, 1, 1, 4);
     write_pnm(a, p("a.pgm"));

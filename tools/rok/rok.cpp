@@ -96,7 +96,7 @@ using AnyFn = void (*)();
 struct Entry {
     const char* family;
     const char* types;   // "8u", or source and destination ("8u32f")
-    const char* layout;  // C1, C3, C4, AC4; C3C1, C4C1
+    const char* layout;  // C1, C3, C4, AC4; the channel moves C3C1, C4C1, C3AC4, C4C
     const char* form;    // R, IR, RSfs ...
     const char* shape;   // the call shape of the manifest
     AnyFn fn;
@@ -131,14 +131,18 @@ std::string takes(const std::string& family) {
     return s + " channel(s)";
 }
 
+// An RGBA image goes to the C4 form, or to the AC4 form where the family has
+// no C4 one: the outputs start as copies of the source (see like()), so
+// AC4 leaves them the source's alpha.
 Found find_export(const std::string& family, const std::string& types, const std::string& layout,
                   const std::vector<std::string>& suffixes, const std::string& command) {
-    for (const auto& suf : suffixes)
-        for (const Entry& e : kExports)
-            if (family == e.family && types == e.types && layout == e.layout && suf == e.form)
-                return {e.fn, "roki" + family + "_" + types + "_" + layout + suf, suf};
-    throw Error(command + " does not take " + types + " images with " + layout.substr(1) + " channel(s) (it takes " +
-                takes(family) + ")");
+    for (const std::string& lay : {layout, std::string(layout == "C4" ? "AC4" : "")})
+        for (const auto& suf : suffixes)
+            for (const Entry& e : kExports)
+                if (family == e.family && types == e.types && lay == e.layout && suf == e.form)
+                    return {e.fn, "roki" + family + "_" + types + "_" + lay + suf, suf};
+    throw Error(command + " does not take " + types + " images with " + (layout == "AC4" ? "4" : layout.substr(1)) +
+                " channel(s) (it takes " + takes(family) + ")");
 }
 
 using Roi = RokiSize;
@@ -151,7 +155,11 @@ using FnMaskBuf = RokStatus (*)(const void*, int, void*, int, Roi, RokiSize, Rok
 
 int pixel_bytes(const Image& img) { return img.channels * depth_bytes(img.depth); }
 Roi roi_of(const Image& img) { return {img.width, img.height}; }
-Image like(const Image& img) {
+// The output of an operation that keeps the image's size and type: a copy of
+// the source, so that forms that leave alpha alone (AC4) keep its alpha.
+Image like(const Image& img) { return img; }
+// A zeroed image of the same size and type: the background of the warps.
+Image blank(const Image& img) {
     Image out;
     out.allocate(img.width, img.height, img.channels, img.depth);
     return out;
@@ -230,8 +238,10 @@ std::vector<double> parse_values(const Options& o, const std::string& key, Depth
     return v;
 }
 
-// The layout of the colour operations: RGBA images as AC4 (alpha kept) where
-// the family has it, else C4.
+// The layout of the pixel-value operations (arithmetic, logic, compare,
+// threshold, shifts, math, curves): RGBA images as AC4, alpha kept, where the
+// family has it, else C4. Filters and geometry treat alpha as a fourth
+// channel.
 std::string colour_layout(const std::string& family, const Image& a) {
     if (a.channels != 4) return layout_of(a);
     for (const Entry& e : kExports)
@@ -251,14 +261,14 @@ Image run_binary(const Command& c, const Options& o, const Image& a, const Image
     if (o.has("full-range")) {  // a b / max, rounded
         if (std::string(c.name) != "mul") throw Error(std::string(c.name) + ": --full-range applies to mul");
         if (sf != 0) throw Error("mul: --full-range takes no --scale");
-        auto f = find_export("MulScale", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+        auto f = find_export("MulScale", depth_name(a.depth), colour_layout("MulScale", a), {"R"}, c.name);
         Image out = like(a);
         check(reinterpret_cast<FnBinary>(f.fn)(a.data.data(), a.step(), b->data.data(), b->step(), out.data.data(), out.step(),
                                                roi_of(a)),
               f.name);
         return out;
     }
-    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"RSfs", "R"}, c.name);
+    auto f = find_export(c.family, depth_name(a.depth), colour_layout(c.family, a), {"RSfs", "R"}, c.name);
     Image out = like(a);
     // The library's subtraction and division take their first operand as the
     // one subtracted or divided by; "rok sub a b" means a - b.
@@ -295,7 +305,7 @@ Image run_compare(const Command& c, const Options& o, const Image& a, const Imag
     if (o.has("eps")) {  // 255 where |a - b| <= eps
         if (o.has("op")) throw Error("compare: --eps compares for equality and takes no --op");
         double eps = o.number("eps", 0, 0, 3.4e38);
-        auto f = find_export("CompareEqualEps", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+        auto f = find_export("CompareEqualEps", depth_name(a.depth), colour_layout("CompareEqualEps", a), {"R"}, c.name);
         using Fn = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi, Rok32f);
         check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), b->data.data(), b->step(), out.data.data(), out.step(), roi_of(a),
                                          static_cast<Rok32f>(eps)),
@@ -303,7 +313,7 @@ Image run_compare(const Command& c, const Options& o, const Image& a, const Imag
         return out;
     }
     int cmp = parse_cmp(o.get("op", "gt"));
-    auto f = find_export(c.family, depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    auto f = find_export(c.family, depth_name(a.depth), colour_layout(c.family, a), {"R"}, c.name);
     using Fn = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi, int);
     check(reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), b->data.data(), b->step(), out.data.data(), out.step(), roi_of(a), cmp),
           f.name);
@@ -571,7 +581,7 @@ Image run_rotate(const Command& c, const Options& o, const Image& a, const Image
     double r = angle * 3.14159265358979323846 / 180.0, cs = std::cos(r), sn = std::sin(r);
     double cx = (a.width - 1) / 2.0, cy = (a.height - 1) / 2.0;
     double xs = cx - (cx * cs + cy * sn), ys = cy - (-cx * sn + cy * cs);
-    Image out = like(a);
+    Image out = blank(a);
     if (o.has("background")) {
         double v = o.number("background", 0, 0, 65535);
         if (a.depth == Depth::u8) std::fill(out.data.begin(), out.data.end(), static_cast<std::uint8_t>(std::min(v, 255.0)));
@@ -602,7 +612,7 @@ Image run_warp_quad(const Command& c, const Options& o, const Image& a) {
     auto f = find_export(fam, depth_name(a.depth), layout_of(a), {"R"}, c.name);
     double w = a.width - 1, h = a.height - 1;
     const double corners[4][2] = {{0, 0}, {w, 0}, {w, h}, {0, h}};
-    Image out = like(a);
+    Image out = blank(a);
     RokiRect r{0, 0, a.width, a.height};
     using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, const double (*)[2], const double (*)[2], int);
     check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), r, out.data.data(), out.step(), r, corners, q, method), f.name);
@@ -624,7 +634,7 @@ Image run_warp(const Command& c, const Options& o, const Image& a, const Image*)
         throw Error("--matrix takes six numbers a,b,c,d,e,f or nine for a perspective warp, not '" + o.get("matrix") + "'");
     int method = parse_method(o.get("method", "linear"));
     auto f = find_export(n == 6 ? "WarpAffine" : "WarpPerspective", depth_name(a.depth), layout_of(a), {"R"}, c.name);
-    Image out = like(a);
+    Image out = blank(a);
     RokiRect r{0, 0, a.width, a.height};
     using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, const double (*)[3], int);
     check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), r, out.data.data(), out.step(), r, m, method), f.name);
@@ -856,7 +866,7 @@ Image run_math(const Command& c, const Options& o, const Image& a, const Image*)
     auto it = ops.find(o.get("op"));
     if (it == ops.end()) throw Error("math needs --op sqrt, ln, exp, sqr, abs or not");
     int sf = o.integer("scale", 0, -31, 31);
-    auto f = find_export(it->second, depth_name(a.depth), layout_of(a), {"RSfs", "R"}, c.name);
+    auto f = find_export(it->second, depth_name(a.depth), colour_layout(it->second, a), {"RSfs", "R"}, c.name);
     if (f.suffix == "R" && sf != 0) throw Error("math: --scale applies to integer results only");
     Image out = like(a);
     RokStatus s = f.suffix == "RSfs"
@@ -1230,7 +1240,26 @@ Image run_premultiply(const Command& c, const Options&, const Image& a, const Im
 // ---- channels and transposition ----
 
 Image run_channels(const Command& c, const Options& o, const Image& a, const Image*) {
-    if (o.has("order") == o.has("take")) throw Error("channels takes one of --order I,J,K or --take K");
+    if (o.has("order") + o.has("take") + o.has("set-alpha") != 1)
+        throw Error("channels takes one of --order I,J,K, --take K or --set-alpha V");
+    if (o.has("set-alpha")) {  // RGB to RGBA, or a new alpha for RGBA: every pixel's alpha V
+        if (a.channels < 3) throw Error("--set-alpha takes RGB or RGBA images");
+        double v = parse_values(o, "set-alpha", a.depth, 1)[0];
+        Image out = a;
+        if (a.channels == 3) {
+            out.allocate(a.width, a.height, 4, a.depth);
+            auto f = find_export("Copy", depth_name(a.depth), "C3AC4", {"R"}, c.name);
+            check(reinterpret_cast<FnUnary>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a)), f.name);
+        }
+        auto f = find_export("Set", depth_name(a.depth), "C4C", {"R"}, c.name);
+        std::uint8_t* alpha = out.data.data() + 3 * depth_bytes(a.depth);
+        RokStatus s = with_type(a.depth, [&](auto tag) {
+            using T = decltype(tag);
+            return reinterpret_cast<RokStatus (*)(T, void*, int, Roi)>(f.fn)(static_cast<T>(v), alpha, out.step(), roi_of(a));
+        });
+        check(s, f.name);
+        return out;
+    }
     if (o.has("take")) {
         int k = o.integer("take", 0, 0, 3);
         if (k >= a.channels) throw Error("--take: the image has " + std::to_string(a.channels) + " channel(s)");
@@ -1512,9 +1541,11 @@ const std::vector<Command>& commands() {
          "--right N      shift right by N bits", "rok shift in.png out.png --right 4", "RShiftC", 1, run_shift},
         {"premultiply", "multiply the colour of RGBA images by their alpha", "IN OUT", "",
          "rok premultiply in.png out.png", "AlphaPremul", 1, run_premultiply},
-        {"channels", "reorder the colour channels, or take one as a grey image", "IN OUT --order I,J,K | --take K",
+        {"channels", "reorder the colour channels, take one as a grey image, or set an alpha channel",
+         "IN OUT --order I,J,K | --take K | --set-alpha V",
          "--order I,J,K  output channel n is input channel (I, J, K)[n]: 2,1,0 swaps red and blue (alpha kept)\n"
-         "--take K       channel K (0 first) as a grey image",
+         "--take K       channel K (0 first) as a grey image\n"
+         "--set-alpha V  RGB to RGBA (or RGBA with a new alpha): alpha V everywhere",
          "rok channels in.png out.png --order 2,1,0", "SwapChannels", 1, run_channels},
         {"transpose", "swap rows and columns", "IN OUT", "", "rok transpose in.png out.png", "Transpose", 1, run_transpose},
         {"lut", "map sample values through a curve", "IN OUT --gamma G | --invert | --points X:Y,... [--interp I] [--alpha]",
