@@ -27,12 +27,13 @@ import ctypes
 import ctypes.util
 import os
 import re
+import textwrap
 import warnings
 from pathlib import Path
 
 import numpy as np
 
-from ._exports import EXPORTS
+from ._exports import DOCS, EXPORTS
 
 __all__ = ["RokError", "RokWarning", "Record", "raw", "exports", "families", "set_num_threads", "get_num_threads"]
 
@@ -618,9 +619,23 @@ _TOKENS = (("8u", np.uint8), ("8s", np.int8), ("16u", np.uint16), ("16s", np.int
            ("32fc", np.complex64), ("64fc", np.complex128))
 
 
+def _family_doc(name):
+    forms = {}
+    for e in families[name]:
+        forms.setdefault((e.form, ", ".join(p.name for p in e.params)), []).append(f"{e.types}_{e.layout}")
+    lines = [f"rokip.{name}(images..., arguments...): calls the export of roki{name} that fits the arrays.", ""]
+    if name in DOCS:
+        lines += [textwrap.fill(par, 79) + "\n" for par in DOCS[name].split("\n")]
+    lines.append("Forms (C arguments by name; images are NumPy arrays, sizes default to theirs):")
+    for (form, args), which in forms.items():
+        lines.append(textwrap.fill(f"  {form or '-'}({args}): {' '.join(which)}", 79, subsequent_indent="      "))
+    return "\n".join(lines)
+
+
 def __getattr__(name):
     if name in families:
-        return Family(name)
+        cls = type(name, (Family,), {"__doc__": _family_doc(name)})
+        return cls(name)
     if "roki" + name in exports and exports["roki" + name].params and exports["roki" + name].params[0].depth == 2:
         return _record_maker(exports["roki" + name])
     raise AttributeError(f"module 'rokip' has no attribute {name!r}")

@@ -146,6 +146,8 @@ def test_statuses_become_exceptions_and_warnings():
 
 def test_raw_exports_and_threads():
     assert "rokiAdd_8u_C1RSfs" in rokip.exports
+    doc = rokip.FilterBox.__doc__  # the family's header comment and its forms, for help()
+    assert "Mean of a maskSize.width x maskSize.height box" in doc and "8u_C3" in doc
     n = rokip.get_num_threads()
     rokip.set_num_threads(1)
     assert rokip.get_num_threads() == 1
