@@ -410,6 +410,20 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              rokiScale_8u16u_C1R(a.d.data(), a.step(), reinterpret_cast<Rok16u*>(o.d.data()), o.step(), {a.w, a.h});
              return o;
          }},
+        // separable: the row pass over the rows the column pass reads, each pass divided by its kernel's sum
+        {"filter a.pgm o.pgm --row '1 2 3 1'", "o.pgm", [&] {
+             Img q = padded(a, 2), o = like(a, a.w, a.h);
+             const Rok32s k[] = {1, 2, 3, 1};
+             rokiFilterRow_8u_C1R(q.at(2, 2), q.step(), o.d.data(), o.step(), {a.w, a.h}, k, 4, 2, 7);
+             return o;
+         }},
+        {"filter a.pgm o.pgm --row '1 2 1' --column '1 0 3'", "o.pgm", [&] {
+             Img q = padded(a, 1), mid = like(a, a.w, a.h + 2), o = like(a, a.w, a.h);
+             const Rok32s kr[] = {1, 2, 1}, kc[] = {1, 0, 3};
+             rokiFilterRow_8u_C1R(q.at(0, 1), q.step(), mid.d.data(), mid.step(), {a.w, a.h + 2}, kr, 3, 1, 4);
+             rokiFilterColumn_8u_C1R(mid.at(1, 0), mid.step(), o.d.data(), o.step(), {a.w, a.h}, kc, 3, 1, 4);
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -647,6 +661,8 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"filter " + A + " OUT --row '1 2;3 4'", "one row"},
+        {"filter " + A + " OUT --row 1 --kernel 1", "one of"},
         {"median " + A + " OUT --msk 5x5", "unknown option --msk"},
         {"filter " + A + " OUT --gauss 3 --kernel-files k.txt", "unknown option --kernel-files"},
         {"warp " + A + " OUT --quad 1,2,3", "eight numbers"},

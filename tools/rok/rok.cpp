@@ -457,14 +457,17 @@ Image run_fixed(const std::string& family, const char* cmd, int radius, int arg,
 }
 
 Image run_user_kernel(const Command& c, const Options& o, const Image& a);
+Image run_separable(const Command& c, const Options& o, const Image& a);
 
 Image run_filter(const Command& c, const Options& o, const Image& a, const Image*) {
     int chosen = o.has("box") + o.has("sobel") + o.has("gauss") + o.has("sharpen") + o.has("laplace") + o.has("sobel-vert") +
                  o.has("prewitt") + o.has("roberts") + o.has("hipass") + o.has("lowpass");
     bool user = !o.has("box") && (o.has("kernel") || o.has("kernel-file"));
-    if (user && chosen == 0 && o.has("kernel") + o.has("kernel-file") == 1) return run_user_kernel(c, o, a);
-    if (chosen != 1 || user)
-        throw Error("filter takes one of --kernel \"K\", --kernel-file F, --box, --sobel, --sobel-vert, --prewitt h|v, "
+    bool separable = o.has("row") || o.has("column");
+    if (separable && chosen == 0 && !user) return run_separable(c, o, a);
+    if (user && chosen == 0 && !separable && o.has("kernel") + o.has("kernel-file") == 1) return run_user_kernel(c, o, a);
+    if (chosen != 1 || user || separable)
+        throw Error("filter takes one of --kernel \"K\", --kernel-file F, --row/--column K, --box, --sobel, --sobel-vert, --prewitt h|v, "
                     "--roberts down|up, --gauss N, --lowpass N, --hipass N, --sharpen, --laplace N");
     if (o.has("sobel-vert")) return run_fixed("FilterSobelVert", c.name, 1, 0, false, a);
     if (o.has("prewitt")) {
@@ -921,6 +924,74 @@ std::string read_text(const std::string& path) {
     for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) s.append(buf, n);
     std::fclose(f);
     return s;
+}
+
+// One pass of a separable filter: --row or --column, "1 2 1". Integer
+// images take whole-number kernels with their sum as divisor (or 1), each
+// pass rounding its result; real kernels go through the float engine.
+struct Pass {
+    std::vector<double> k;
+    bool whole = true;
+    int divisor = 1;
+};
+
+Pass parse_pass(const Options& o, const std::string& key) {
+    auto rows = parse_kernel(o.get(key));
+    if (rows.size() != 1) throw Error("--" + key + " takes one row of coefficients");
+    Pass p;
+    p.k = rows[0];
+    double sum = 0;
+    for (double v : p.k) {
+        sum += v;
+        if (v != std::floor(v) || std::fabs(v) > 1e6) p.whole = false;
+    }
+    p.divisor = p.whole && sum != 0 ? static_cast<int>(sum) : 1;
+    return p;
+}
+
+// dst (w x h) from src read from (0, 0) of a buffer whose rows or columns
+// extend by the kernel's reach.
+void run_pass(const Pass& p, bool row, const Image& src, const std::uint8_t* origin, Image& dst, const char* cmd) {
+    int n = static_cast<int>(p.k.size()), anchor = n / 2;
+    std::string types = depth_name(src.depth), lay = layout_of(src);
+    RokStatus s;
+    if (src.depth != Depth::f32 && p.whole) {
+        auto f = find_export(row ? "FilterRow" : "FilterColumn", types, lay, {"R"}, cmd);
+        std::vector<Rok32s> k(p.k.begin(), p.k.end());
+        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok32s*, int, int, int);
+        s = reinterpret_cast<Fn>(f.fn)(origin, src.step(), dst.data.data(), dst.step(), roi_of(dst), k.data(), n, anchor, p.divisor);
+        check(s, f.name);
+    } else {
+        auto f = find_export(src.depth == Depth::f32 ? (row ? "FilterRow" : "FilterColumn") : (row ? "FilterRow32f" : "FilterColumn32f"),
+                             types, lay, {"R"}, cmd);
+        std::vector<Rok32f> k(p.k.begin(), p.k.end());
+        using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok32f*, int, int);
+        s = reinterpret_cast<Fn>(f.fn)(origin, src.step(), dst.data.data(), dst.step(), roi_of(dst), k.data(), n, anchor);
+        check(s, f.name);
+    }
+}
+
+Image run_separable(const Command& c, const Options& o, const Image& a) {
+    Pass rp, cp;
+    bool has_row = o.has("row"), has_col = o.has("column");
+    if (has_row) rp = parse_pass(o, "row");
+    if (has_col) cp = parse_pass(o, "column");
+    int rn = has_row ? static_cast<int>(rp.k.size()) : 1, cn = has_col ? static_cast<int>(cp.k.size()) : 1;
+    // the kernel's reach: n - 1 - anchor before the pixel, anchor after
+    Padded p = pad(a, cn - 1 - cn / 2, rn - 1 - rn / 2, cn / 2, rn / 2);
+    Image mid = p.img;
+    if (has_row) {  // every padded row, so that the column pass has its margins
+        mid.allocate(a.width, p.img.height, a.channels, a.depth);
+        run_pass(rp, true, p.img, p.img.row(0) + static_cast<std::size_t>(p.left) * pixel_bytes(a), mid, c.name);
+    }
+    Image out = like(a);
+    const std::uint8_t* origin = has_row ? mid.row(p.top) : p.origin();
+    if (has_col) {
+        run_pass(cp, false, mid, origin, out, c.name);
+    } else {
+        for (int y = 0; y < a.height; ++y) std::memcpy(out.row(y), origin + static_cast<std::size_t>(y) * mid.step(), out.step());
+    }
+    return out;
 }
 
 // Convolution with the kernel as written (flipped over the image, as the
@@ -1486,7 +1557,9 @@ const std::vector<Command>& commands() {
          "--kernel K     your kernel, rows separated by ';' (\"1 2 1; 2 4 2; 1 2 1\"), applied as a convolution\n"
          "--kernel-file F the kernel from a text file, one row a line\n"
          "--divisor N    integer images, whole-number kernels: results divided by N (default: the kernel's sum, or 1)\n"
-         "--anchor X,Y   the kernel element over the output pixel (default: the centre)\n"
+         "--anchor X,Y   the kernel element over the output pixel (default: the centre)\n"         "--row K        a separable filter: this row kernel, then --column K (either alone is fine);\n"
+         "               integer images: each pass divided by its kernel's sum and rounded\n"
+         "--column K     the column kernel of a separable filter\n"
          "--box          mean over --kernel WxH (default 3x3)\n--sobel        horizontal-edge Sobel 3x3\n"
          "--sobel-vert   vertical-edge Sobel 3x3\n--prewitt h|v  Prewitt 3x3, horizontal or vertical edges\n"
          "--roberts down|up  Roberts cross, either diagonal\n"
