@@ -150,6 +150,9 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
     write_pfm(my, p("my.pfm"));
     const Img g = make(13, 6, 1, 4, 11);
     write_pfm(g, p("g.pfm"));
+    Img flat = like(a, 8, 6);
+    std::fill(flat.d.begin(), flat.d.end(), 9);
+    write_pnm(flat, p("flat.pgm"));
     struct Case {
         const char* args;
         const char* out;
@@ -424,6 +427,35 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              rokiFilterColumn_8u_C1R(mid.at(1, 0), mid.step(), o.d.data(), o.step(), {a.w, a.h}, kc, 3, 1, 4);
              return o;
          }},
+        {"div a.pgm b.pgm o.pgm --round away --scale 1", "o.pgm", [&] {  // a / b
+             Img o = like(a, a.w, a.h);
+             rokiDiv_Round_8u_C1RSfs(b.d.data(), b.step(), a.d.data(), a.step(), o.d.data(), o.step(), {a.w, a.h}, rokRoundHalfAway, 1);
+             return o;
+         }},
+        {"threshold a.pgm o.pgm --below 50:7 --above 200:250", "o.pgm", [&] {
+             Img o = a;
+             for (auto& v : o.d) v = v < 50 ? 7 : v > 200 ? 250 : v;
+             return o;
+         }},
+        {"premultiply c.ppm o.ppm --by 128", "o.ppm", [&] {
+             Img o = like(c3, c3.w, c3.h);
+             rokiAlphaPremulC_8u_C3R(c3.d.data(), c3.step(), 128, o.d.data(), o.step(), {c3.w, c3.h});
+             return o;
+         }},
+        {"compare g.pfm o.pgm --value 100 --eps 20", "o.pgm", [&] {
+             Img o = like(a, g.w, g.h);
+             for (std::size_t i = 0; i < o.d.size(); ++i) {
+                 float v;
+                 std::memcpy(&v, &g.d[4 * i], 4);
+                 o.d[i] = std::fabs(v - 100.0f) <= 20.0f ? 255 : 0;
+             }
+             return o;
+         }},
+        {"fft flat.pgm o.pgm --phase", "o.pgm", [&] {  // a constant image: every phase 0, shown as 128
+             Img o = like(a, 8, 6);
+             std::fill(o.d.begin(), o.d.end(), 128);
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -525,7 +557,7 @@ TEST_F(Cli, RgbaKeepsItsAlpha) {
 TEST_F(Cli, StatsReportTheLibrarysResults) {
     Img a = make(29, 7, 1, 1, 4);
     write_pnm(a, p("a.pgm"));
-    Result r = rok("stats " + p("a.pgm") + " --json --bins 4");
+    Result r = rok("stats " + p("a.pgm") + " --json --bins 4 --range 40,90");
     ASSERT_EQ(r.code, 0) << r.err;
     double sum = 0, l2 = 0;
     rokiSum_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, &sum);
@@ -538,6 +570,8 @@ TEST_F(Cli, StatsReportTheLibrarysResults) {
     std::snprintf(want, sizeof want, "\"norm_l2\": [%.17g]", l2);
     EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
     std::snprintf(want, sizeof want, "\"histogram\": [[%d, %d, %d, %d]]", hist[0], hist[1], hist[2], hist[3]);
+    EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
+    std::snprintf(want, sizeof want, "\"in_range\": [%d]", static_cast<int>(std::count_if(a.d.begin(), a.d.end(), [](int v) { return v >= 40 && v <= 90; })));
     EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
     Rok8u lo = 0, hi = 0;
     int lx = -1, ly = -1, hx = -1, hy = -1;
@@ -661,6 +695,11 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"div " + A + " " + A + " OUT --round up", "--round takes"},
+        {"threshold " + A + " OUT --below 50", "LEVEL:VALUE"},
+        {"threshold " + A + " OUT --below 5:1 --level 3", "take no"},
+        {"stats " + A + " --range 1", "--range takes LO,HI"},
+        {"premultiply " + A + " OUT --by 300", "whole numbers from 0 to 255"},
         {"filter " + A + " OUT --row '1 2;3 4'", "one row"},
         {"filter " + A + " OUT --row 1 --kernel 1", "one of"},
         {"median " + A + " OUT --msk 5x5", "unknown option --msk"},

@@ -268,6 +268,19 @@ Image run_binary(const Command& c, const Options& o, const Image& a, const Image
               f.name);
         return out;
     }
+    if (o.has("round")) {  // the quotient rounded as asked, then scaled
+        if (std::string(c.name) != "div") throw Error(std::string(c.name) + ": --round applies to div");
+        std::string r = o.get("round");
+        int mode = r == "zero" ? rokRoundTruncate : r == "even" ? rokRoundNearestEven : r == "away" ? rokRoundHalfAway : -1;
+        if (mode < 0) throw Error("--round takes zero, even or away, not '" + r + "'");
+        auto f = find_export("Div_Round", depth_name(a.depth), colour_layout("Div_Round", a), {"RSfs"}, c.name);
+        Image out = like(a);
+        using Fn = RokStatus (*)(const void*, int, const void*, int, void*, int, Roi, int, int);
+        check(reinterpret_cast<Fn>(f.fn)(b->data.data(), b->step(), a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), mode,
+                                         sf),
+              f.name);
+        return out;
+    }
     auto f = find_export(c.family, depth_name(a.depth), colour_layout(c.family, a), {"RSfs", "R"}, c.name);
     Image out = like(a);
     // The library's subtraction and division take their first operand as the
@@ -654,6 +667,39 @@ Image run_mirror(const Command& c, const Options& o, const Image& a, const Image
     return out;
 }
 
+// --below L:V sets values under L to V, --above L:V values over L to V
+// (either defaults to a level that no value passes).
+Image run_threshold_both(const Command& c, const Options& o, const Image& a) {
+    double top = a.depth == Depth::u8 ? 255 : a.depth == Depth::u16 ? 65535 : 3.4e38, bottom = a.depth == Depth::f32 ? -3.4e38 : 0;
+    double lv[2] = {bottom, top}, vv[2] = {bottom, top};
+    const char* keys[2] = {"below", "above"};
+    for (int k = 0; k < 2; ++k) {
+        if (!o.has(keys[k])) continue;
+        char extra = 0;
+        std::string t = o.get(keys[k]);
+        if (std::sscanf(t.c_str(), "%lf:%lf%c", &lv[k], &vv[k], &extra) != 2 || !(lv[k] >= bottom && lv[k] <= top) ||
+            !(vv[k] >= bottom && vv[k] <= top) || (a.depth != Depth::f32 && (lv[k] != std::floor(lv[k]) || vv[k] != std::floor(vv[k]))))
+            throw Error(std::string("--") + keys[k] + " takes LEVEL:VALUE, samples of the image's type, not '" + t + "'");
+    }
+    std::string lay = colour_layout("Threshold_LTValGTVal", a);
+    int n = lay == "AC4" ? 3 : a.channels;
+    auto f = find_export("Threshold_LTValGTVal", depth_name(a.depth), lay, {"R"}, c.name);
+    Image out = a;
+    RokStatus s = with_type(a.depth, [&](auto tag) {
+        using T = decltype(tag);
+        T t[2][4], v[2][4];
+        for (int k = 0; k < 2; ++k)
+            for (int i = 0; i < 4; ++i) t[k][i] = static_cast<T>(lv[k]), v[k][i] = static_cast<T>(vv[k]);
+        if (n == 1)
+            return reinterpret_cast<RokStatus (*)(const void*, int, void*, int, Roi, T, T, T, T)>(f.fn)(
+                a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), t[0][0], v[0][0], t[1][0], v[1][0]);
+        return reinterpret_cast<RokStatus (*)(const void*, int, void*, int, Roi, const T*, const T*, const T*, const T*)>(f.fn)(
+            a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a), t[0], v[0], t[1], v[1]);
+    });
+    check(s, f.name);
+    return out;
+}
+
 // Values beyond a level clamped to it, or set to --value; --binary gives a
 // grey mask instead; --otsu chooses the level of an 8-bit grey image.
 Image run_threshold(const Command& c, const Options& o, const Image& a, const Image*) {
@@ -674,6 +720,11 @@ Image run_threshold(const Command& c, const Options& o, const Image& a, const Im
         lo.kv["value"] = lo.get("level");
         lo.kv["op"] = op;
         return run_const(c, lo, a, "Compare");
+    }
+    if (o.has("below") || o.has("above")) {  // both sides at once: L:V pairs
+        if (o.has("level") || o.has("otsu") || o.has("value") || o.has("op"))
+            throw Error("threshold: --below and --above take no --level, --otsu, --value or --op");
+        return run_threshold_both(c, o, a);
     }
     std::string fam = o.has("value") ? "Threshold_Val" : "Threshold";
     std::string lay = colour_layout(fam, a);
@@ -702,7 +753,7 @@ Image run_threshold(const Command& c, const Options& o, const Image& a, const Im
 
 // Log magnitude of the 2-D discrete Fourier transform, zero frequency in the
 // centre, scaled to 0..255. Colour images are averaged to grey first.
-Image run_fft(const Command&, const Options&, const Image& a, const Image*) {
+Image run_fft(const Command&, const Options& o, const Image& a, const Image*) {
     int w = a.width, h = a.height;
     Image grey;
     grey.allocate(w, h, 1, Depth::f32);
@@ -728,10 +779,23 @@ Image run_fft(const Command&, const Options&, const Image& a, const Image*) {
     Image pack = like(grey), mag = like(grey);
     check(rokiDFTFwd_RToPack_32f_C1R(g, grey.step(), reinterpret_cast<Rok32f*>(pack.data.data()), pack.step(), spec, buf.data()),
           "rokiDFTFwd_RToPack_32f_C1R");
+    const float* m = reinterpret_cast<const float*>(mag.data.data());
+    if (o.has("phase")) {  // -pi .. pi onto 0 .. 255, zero frequency centred
+        check(rokiPhasePack_32f_C1R(reinterpret_cast<Rok32f*>(pack.data.data()), pack.step(), reinterpret_cast<Rok32f*>(mag.data.data()),
+                                    mag.step(), roi_of(a)),
+              "rokiPhasePack_32f_C1R");
+        Image out;
+        out.allocate(w, h, 1, Depth::u8);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                double v = (m[static_cast<std::size_t>(y) * w + x] + 3.14159265358979323846) / (2 * 3.14159265358979323846) * 255.0;
+                out.row((y + h / 2) % h)[(x + w / 2) % w] = static_cast<std::uint8_t>(std::lround(std::clamp(v, 0.0, 255.0)));
+            }
+        return out;
+    }
     check(rokiMagnitudePack_32f_C1R(reinterpret_cast<Rok32f*>(pack.data.data()), pack.step(),
                                     reinterpret_cast<Rok32f*>(mag.data.data()), mag.step(), roi_of(a)),
           "rokiMagnitudePack_32f_C1R");
-    const float* m = reinterpret_cast<const float*>(mag.data.data());
     // Scaled between the smallest value and the largest away from zero
     // frequency, which would otherwise leave the rest of the spectrum dark.
     double top = 0, bottom = HUGE_VAL;
@@ -1252,14 +1316,22 @@ Image run_const(const Command& c, const Options& o, const Image& a, const std::s
     if (o.has("full-range") && fam != "MulCScale") throw Error(std::string(c.name) + ": --full-range applies to mul");
     std::string lay = colour_layout(fam, a);
     int n = lay == "AC4" ? 3 : a.channels;
+    bool eps = fam == "CompareC" && o.has("eps");  // 255 where |image - value| <= eps
+    if (eps) {
+        if (o.has("op")) throw Error("compare: --eps compares for equality and takes no --op");
+        fam = "CompareEqualEpsC";
+        lay = colour_layout(fam, a);
+        n = lay == "AC4" ? 3 : a.channels;
+    }
     std::vector<double> v = parse_values(o, "value", a.depth, n);
+    float tol = eps ? static_cast<float>(o.number("eps", 0, 0, 3.4e38)) : 0;
     bool cmp = fam == "CompareC";
     int op = cmp ? parse_cmp(o.get("op", "gt")) : 0;
     int sf = o.integer("scale", 0, -31, 31);
     auto f = find_export(fam, depth_name(a.depth), lay, {"RSfs", "R"}, c.name);
     if (f.suffix == "R" && sf != 0) throw Error(std::string(c.name) + ": --scale applies to integer results only");
     Image out = a;  // AC4 keeps the source's alpha
-    if (cmp) out.allocate(a.width, a.height, 1, Depth::u8);
+    if (cmp || eps) out.allocate(a.width, a.height, 1, Depth::u8);
     RokStatus s = with_type(a.depth, [&](auto tag) {
         using T = decltype(tag);
         T k[4] = {};
@@ -1267,6 +1339,10 @@ Image run_const(const Command& c, const Options& o, const Image& a, const std::s
         const void* src = a.data.data();
         void* dst = out.data.data();
         Roi roi = roi_of(a);
+        if (eps && n == 1)
+            return reinterpret_cast<RokStatus (*)(const void*, int, T, void*, int, Roi, Rok32f)>(f.fn)(src, a.step(), k[0], dst, out.step(), roi, tol);
+        if (eps)
+            return reinterpret_cast<RokStatus (*)(const void*, int, const T*, void*, int, Roi, Rok32f)>(f.fn)(src, a.step(), k, dst, out.step(), roi, tol);
         if (n == 1) {
             if (cmp) return reinterpret_cast<RokStatus (*)(const void*, int, T, void*, int, Roi, int)>(f.fn)(src, a.step(), k[0], dst, out.step(), roi, op);
             if (f.suffix == "RSfs") return reinterpret_cast<RokStatus (*)(const void*, int, T, void*, int, Roi, int)>(f.fn)(src, a.step(), k[0], dst, out.step(), roi, sf);
@@ -1300,8 +1376,21 @@ Image run_shift(const Command& c, const Options& o, const Image& a, const Image*
 
 // ---- alpha ----
 
-Image run_premultiply(const Command& c, const Options&, const Image& a, const Image*) {
-    if (a.channels != 4) throw Error("premultiply takes RGBA images");
+Image run_premultiply(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (o.has("by")) {  // every sample times a constant alpha: v * alpha / max
+        std::string lay = colour_layout("AlphaPremulC", a);
+        double v = parse_values(o, "by", a.depth, 1)[0];
+        auto f = find_export("AlphaPremulC", depth_name(a.depth), lay, {"R"}, c.name);
+        Image out = a;
+        RokStatus s = with_type(a.depth, [&](auto tag) {
+            using T = decltype(tag);
+            return reinterpret_cast<RokStatus (*)(const void*, int, T, void*, int, Roi)>(f.fn)(a.data.data(), a.step(), static_cast<T>(v),
+                                                                                            out.data.data(), out.step(), roi_of(a));
+        });
+        check(s, f.name);
+        return out;
+    }
+    if (a.channels != 4) throw Error("premultiply takes RGBA images (or --by ALPHA for any image)");
     auto f = find_export("AlphaPremul", depth_name(a.depth), "AC4", {"R"}, c.name);
     Image out = a;  // the alpha channel stays as it was
     check(reinterpret_cast<FnUnary>(f.fn)(a.data.data(), a.step(), out.data.data(), out.step(), roi_of(a)), f.name);
@@ -1372,6 +1461,8 @@ struct Stats {
     int channels = 0;
     double sum[4]{}, mean[4]{}, min[4]{}, max[4]{}, inf[4]{}, l1[4]{}, l2[4]{};
     int min_at[2][4]{}, max_at[2][4]{};  // x and y of the first extremum of each channel (row by row)
+    bool counted = false;
+    double in_range[4]{};  // pixels with lo <= value <= hi, for --range
     std::vector<std::vector<int>> hist;  // 8u: 256 bins, 16u: 256 bins of 256 values
 };
 
@@ -1388,8 +1479,27 @@ void stat64(const char* family, const Image& a, double* out, bool hint) {
     check(s, f.name);
 }
 
-Stats compute_stats(const Image& a, int bins) {
+Stats compute_stats(const Image& a, int bins, const double* range = nullptr) {
     Stats st;
+    if (range) {
+        std::string lay = colour_layout("CountInRange", a);
+        int n = lay == "AC4" ? 3 : a.channels;
+        auto f = find_export("CountInRange", depth_name(a.depth), lay, {"R"}, "stats");
+        int counts[4] = {};
+        RokStatus s = with_type(a.depth, [&](auto tag) {
+            using T = decltype(tag);
+            T lo[4], hi[4];
+            for (int k = 0; k < 4; ++k) lo[k] = static_cast<T>(range[0]), hi[k] = static_cast<T>(range[1]);
+            if (n == 1)
+                return reinterpret_cast<RokStatus (*)(const void*, int, Roi, int*, T, T)>(f.fn)(a.data.data(), a.step(), roi_of(a), counts,
+                                                                                                 lo[0], hi[0]);
+            return reinterpret_cast<RokStatus (*)(const void*, int, Roi, int*, const T*, const T*)>(f.fn)(a.data.data(), a.step(), roi_of(a),
+                                                                                                       counts, lo, hi);
+        });
+        check(s, f.name);
+        st.counted = true;
+        for (int k = 0; k < n; ++k) st.in_range[k] = counts[k];
+    }
     st.channels = a.channels;
     bool f32 = a.depth == Depth::f32;
     stat64("Sum", a, st.sum, f32);
@@ -1464,6 +1574,7 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
         s += ", \"sum\": " + list(st.sum, n, true) + ", \"mean\": " + list(st.mean, n, true) + ", \"min\": " + list(st.min, n, true) +
              ", \"max\": " + list(st.max, n, true) + ", \"norm_inf\": " + list(st.inf, n, true) + ", \"norm_l1\": " +
              list(st.l1, n, true) + ", \"norm_l2\": " + list(st.l2, n, true);
+        if (st.counted) s += ", \"in_range\": " + list(st.in_range, a.channels == 4 ? 3 : n, true);
         for (int m = 0; m < 2; ++m) {
             s += m ? ", \"argmax\": [" : ", \"argmin\": [";
             for (int k = 0; k < n; ++k) {
@@ -1488,6 +1599,7 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
     s += "  sum      " + list(st.sum, n, false) + "\n  mean     " + list(st.mean, n, false) + "\n  min      " +
          list(st.min, n, false) + "\n  max      " + list(st.max, n, false) + "\n  norm_inf " + list(st.inf, n, false) +
          "\n  norm_l1  " + list(st.l1, n, false) + "\n  norm_l2  " + list(st.l2, n, false) + "\n";
+    if (st.counted) s += "  in_range " + list(st.in_range, a.channels == 4 ? 3 : n, false) + "\n";
     for (int m = 0; m < 2; ++m) {
         s += m ? "  argmax  " : "  argmin  ";
         for (int k = 0; k < n; ++k) {
@@ -1513,6 +1625,10 @@ const char* const kMulOptions =
     "--value V      an image and a constant: one number, or one per channel\n"
     "--scale N      scale factor of integer results (default 0)\n"
     "--full-range   8u and 16u: a b / 255 (or / 65535), so that full scale times x is x";
+const char* const kDivOptions =
+    "--value V      an image and a constant: one number, or one per channel\n"
+    "--scale N      scale factor of integer results (default 0)\n"
+    "--round R      two integer images: the quotient rounded toward zero, half to even or half away from zero";
 const char* const kValueOption = "--value V      an image and a constant: one number, or one per channel";
 
 const std::vector<Command>& commands() {
@@ -1527,8 +1643,8 @@ const std::vector<Command>& commands() {
          kMulOptions,
          "rok mul a.png mask.png out.png --full-range", "Mul", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, false); }},
-        {"div", "divide the first image by the second (a zero divisor warns) or by --value", "A B OUT | IN OUT --value V [--scale N]",
-         kArithOptions, "rok div a.png b.png ratio.png --scale -4", "Div", 2,
+        {"div", "divide the first image by the second (a zero divisor warns) or by --value",
+         "A B OUT [--round zero|even|away] | IN OUT --value V [--scale N]", kDivOptions, "rok div a.png b.png ratio.png --scale -4", "Div", 2,
          [](const Command& c, const Options& o, const Image& a, const Image* b) { return run_binary(c, o, a, b, true); }},
         {"and", "bitwise AND of two integer images, or of an image and --value", "A B OUT | IN OUT --value V", kValueOption,
          "rok and in.png out.png --value 0xF0", "And", 2,
@@ -1603,16 +1719,18 @@ const std::vector<Command>& commands() {
         {"mirror", "flip the image", "IN OUT [--flip h|v|both]", "--flip A       h: left-right (default), v: top-bottom, both",
          "rok mirror in.png out.png --flip v", "Mirror", 1, run_mirror},
         {"threshold", "values beyond a level clamped to it or set to a value, or a binary mask",
-         "IN OUT [--level V | --otsu] [--op lt|gt] [--value V | --binary]",
+         "IN OUT [--level V | --otsu] [--op lt|gt] [--value V | --binary] | --below L:V --above H:W",
          "--level V      the level (default 128); one number, or one per channel\n"
          "--otsu         8-bit grey: the level that best splits the histogram in two (Otsu)\n"
          "--op lt|gt     lt: values below the level, gt (default): values above it\n"
          "--value V      set those values to V instead of the level\n"
-         "--binary       a grey mask instead: 255 where the value is beyond the level in every channel, else 0",
+         "--binary       a grey mask instead: 255 where the value is beyond the level in every channel, else 0\n"
+         "--below L:V    values under L become V; with --above H:W, both sides in one pass",
          "rok threshold in.png out.png --otsu --binary", "Threshold", 1, run_threshold},
         {"shift", "shift the bits of integer samples", "IN OUT --left N | --right N", "--left N       shift left by N bits (0 to 31)\n"
          "--right N      shift right by N bits", "rok shift in.png out.png --right 4", "RShiftC", 1, run_shift},
-        {"premultiply", "multiply the colour of RGBA images by their alpha", "IN OUT", "",
+        {"premultiply", "multiply the colour of RGBA images by their alpha, or any image by a constant alpha", "IN OUT [--by ALPHA]",
+         "--by ALPHA     a constant alpha for every pixel (0 to 255, or 65535 for 16u): v * ALPHA / max",
          "rok premultiply in.png out.png", "AlphaPremul", 1, run_premultiply},
         {"channels", "reorder the colour channels, take one as a grey image, or set an alpha channel",
          "IN OUT --order I,J,K | --take K | --set-alpha V",
@@ -1636,9 +1754,11 @@ const std::vector<Command>& commands() {
          "--inverse      coefficients (32f, .pfm) back to samples (32f)\n"
          "--view         write the log magnitude of the coefficients scaled to 8 bits",
          "rok dct in.png coefficients.pfm && rok dct coefficients.pfm back.pfm --inverse", "DCTFwd", 1, run_dct},
-        {"fft", "log magnitude of the 2-D Fourier transform, centred", "IN OUT", "",
+        {"fft", "log magnitude (or phase) of the 2-D Fourier transform, centred", "IN OUT [--phase]",
+         "--phase        the phase instead, -pi..pi as 0..255",
          "rok fft in.png spectrum.png", "DFTFwd_RToPack", 1, run_fft},
-        {"stats", "sum, mean, extrema and where they are, norms and histogram (text or --json)", "IN... [--json] [--bins N]",
+        {"stats", "sum, mean, extrema and where they are, norms and histogram (text or --json)", "IN... [--json] [--bins N] [--range LO,HI]",
+         "--range LO,HI  also count the pixels with LO <= value <= HI, per channel (8u and 32f; RGBA: colour channels)\n"
          "--bins N       histogram bins over the full range (default 16, 0 for none; 8u and 16u, not RGB)\n--json         one JSON object a file",
          "rok stats in.png --json", "Sum", 0, nullptr},
         {"diff", "norms of the difference of two images, absolute and relative to B (text or --json)", "A B [--json]",
@@ -1694,7 +1814,7 @@ void print_help(const Command& c) {
 // Options without a value; every other --name takes the next argument.
 bool is_flag(const std::string& k) {
     static const char* flags[] = {"time", "json", "help", "box", "sobel", "sharpen", "quiet", "invert", "alpha", "inverse", "view",
-                                  "full-range", "otsu", "binary", "sobel-vert"};
+                                  "full-range", "otsu", "binary", "sobel-vert", "phase"};
     for (const char* f : flags)
         if (k == f) return true;
     return false;
@@ -1850,6 +1970,13 @@ int run_batch(const Command& c, const Options& o) {
 int run_stats(const Options& o) {
     if (o.args.empty()) throw Error("stats needs at least one image");
     int bins = o.integer("bins", 16, 0, 65536);
+    double range[2] = {0, 0};
+    if (o.has("range")) {
+        char extra = 0;
+        if (std::sscanf(o.get("range").c_str(), "%lf,%lf%c", &range[0], &range[1], &extra) != 2 || !std::isfinite(range[0]) ||
+            !std::isfinite(range[1]))
+            throw Error("--range takes LO,HI, not '" + o.get("range") + "'");
+    }
     int failed = 0;
     for (const auto& in : expand_inputs(o.args)) {
         try {
@@ -1859,7 +1986,11 @@ int run_stats(const Options& o) {
             std::vector<double> t;
             for (int r = 0; r < reps; ++r) {
                 double t0 = now();
-                st = compute_stats(a, bins);
+                if (o.has("range") && a.depth != Depth::f32 &&
+                    (range[0] < 0 || range[1] > (a.depth == Depth::u8 ? 255 : 65535) || range[0] != std::floor(range[0]) ||
+                     range[1] != std::floor(range[1])))
+                    throw Error("--range takes whole numbers within the image's sample range");
+                st = compute_stats(a, bins, o.has("range") ? range : nullptr);
                 t.push_back(1e3 * (now() - t0));
             }
             std::fputs(format_stats(in, a, st, o.has("json")).c_str(), stdout);
