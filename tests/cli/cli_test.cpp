@@ -630,6 +630,7 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         std::ofstream(p("badhdr.pgm")) << "P5\n-3 4\n255\n";
         std::ofstream(p("f.pfm"), std::ios::binary) << "Pf\n1 1\n-1.0\n" << std::string(4, '\0');
     }
+    mkdir(p("nothing").c_str(), 0777);
     const std::string A = p("a.pgm");
     struct Case { std::string args, message; };
     std::vector<Case> cases = {
@@ -695,6 +696,7 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"stats " + p("nothing"), "no images in"},
         {"div " + A + " " + A + " OUT --round up", "--round takes"},
         {"threshold " + A + " OUT --below 50", "LEVEL:VALUE"},
         {"threshold " + A + " OUT --below 5:1 --level 3", "take no"},

@@ -1978,7 +1978,9 @@ int run_stats(const Options& o) {
             throw Error("--range takes LO,HI, not '" + o.get("range") + "'");
     }
     int failed = 0;
-    for (const auto& in : expand_inputs(o.args)) {
+    std::vector<std::string> files = expand_inputs(o.args);
+    if (files.empty()) throw Error("no images in " + o.args[0]);
+    for (const auto& in : files) {
         try {
             Image a = read_image(in);
             Stats st;
@@ -1999,7 +2001,7 @@ int run_stats(const Options& o) {
                 std::fprintf(o.has("json") ? stderr : stdout, "  time     %.3f ms (median of %d)\n", t[t.size() / 2], reps);
             }
         } catch (const Error& e) {
-            if (o.args.size() == 1) throw;
+            if (files.size() == 1) throw;
             ++failed;
             std::fprintf(stderr, "rok stats: %s (skipped)\n", e.what());
         }
@@ -2010,12 +2012,14 @@ int run_stats(const Options& o) {
 int run_moments(const Options& o) {
     if (o.args.empty()) throw Error("moments needs at least one image");
     int failed = 0;
-    for (const auto& in : expand_inputs(o.args)) {
+    std::vector<std::string> files = expand_inputs(o.args);
+    if (files.empty()) throw Error("no images in " + o.args[0]);
+    for (const auto& in : files) {
         try {
             Image a = read_image(in);
             std::fputs(format_moments(in, a, compute_moments(a), o.has("json")).c_str(), stdout);
         } catch (const Error& e) {
-            if (o.args.size() == 1) throw;
+            if (files.size() == 1) throw;
             ++failed;
             std::fprintf(stderr, "rok moments: %s (skipped)\n", e.what());
         }
@@ -2234,6 +2238,9 @@ int main(int argc, char** argv) {
     std::string cmd = argc > 1 ? argv[1] : "";
     try {
         return rok::main_checked(argc, argv);
+    } catch (const std::bad_alloc&) {
+        std::fprintf(stderr, "rok%s%s: not enough memory for the images\n", cmd.empty() || cmd[0] == '-' ? "" : " ", cmd[0] == '-' ? "" : cmd.c_str());
+        return 2;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "rok%s%s: %s\n", cmd.empty() || cmd[0] == '-' ? "" : " ", cmd[0] == '-' ? "" : cmd.c_str(), e.what());
         return 2;
