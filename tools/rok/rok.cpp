@@ -74,6 +74,16 @@ RokiSize parse_size(const std::string& s, const std::string& what) {
     return {w, h};
 }
 
+std::string json_escape(const std::string& s) {
+    std::string r;
+    for (char ch : s) {
+        if (ch == '"' || ch == '\\') r += '\\';
+        if (static_cast<unsigned char>(ch) < 0x20) { r += ' '; continue; }
+        r += ch;
+    }
+    return r;
+}
+
 // ---- the library ----
 
 // A status the library gave: errors stop the file, warnings are reported.
@@ -1267,7 +1277,7 @@ std::string format_moments(const std::string& path, const Image& a, const std::v
     static const char* names[] = {"00", "01", "02", "03", "10", "11", "12", "20", "21", "30"};
     std::string s;
     if (json) {
-        s += "{\"file\": \"" + path + "\", \"width\": " + std::to_string(a.width) + ", \"height\": " + std::to_string(a.height) +
+        s += "{\"file\": \"" + json_escape(path) + "\", \"width\": " + std::to_string(a.width) + ", \"height\": " + std::to_string(a.height) +
              ", \"channels\": [";
         for (std::size_t k = 0; k < ms.size(); ++k) {
             const auto& cm = ms[k];
@@ -1569,7 +1579,7 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
     int n = st.channels;
     std::string s;
     if (json) {
-        s += "{\"file\": \"" + path + "\", \"width\": " + std::to_string(a.width) + ", \"height\": " + std::to_string(a.height) +
+        s += "{\"file\": \"" + json_escape(path) + "\", \"width\": " + std::to_string(a.width) + ", \"height\": " + std::to_string(a.height) +
              ", \"channels\": " + std::to_string(n) + ", \"type\": \"" + depth_name(a.depth) + "\"";
         s += ", \"sum\": " + list(st.sum, n, true) + ", \"mean\": " + list(st.mean, n, true) + ", \"min\": " + list(st.min, n, true) +
              ", \"max\": " + list(st.max, n, true) + ", \"norm_inf\": " + list(st.inf, n, true) + ", \"norm_l1\": " +
@@ -1893,15 +1903,6 @@ std::vector<std::string> expand_inputs(const std::vector<std::string>& args) {
     return files;
 }
 
-std::string json_escape(const std::string& s) {
-    std::string r;
-    for (char ch : s) {
-        if (ch == '"' || ch == '\\') r += '\\';
-        if (static_cast<unsigned char>(ch) < 0x20) { r += ' '; continue; }
-        r += ch;
-    }
-    return r;
-}
 
 void report(const Options& o, const std::string& in, const std::string& out, const Image& img, double ms) {
     if (o.has("json"))
