@@ -1,11 +1,11 @@
 """The rok tool's dispatch table: every export over an interleaved image
-(layouts C1, C3, C4, AC4, and the channel moves C3C1, C4C1, C3AC4 and C4C), keyed by family, type token, layout and form, so
+(layouts C1, C3, C4, AC4, and the channel moves C3C1, C4C1, C3AC4, C4C and C1C3), keyed by family, type token, layout and form, so
 that a subcommand finds the function for an image's sample type and channels
 by looking it up rather than through hand-written switch tables. A family
 added to the manifest is in the table as soon as the files are regenerated.
 Called by generate.py, whose --check covers the output."""
 
-LAYOUTS = ("C1", "C3", "C4", "AC4", "C3C1", "C4C1", "C3AC4", "C4C")
+LAYOUTS = ("C1", "C3", "C4", "AC4", "C3C1", "C4C1", "C3AC4", "C4C", "C1C3")
 
 
 def source(exports):

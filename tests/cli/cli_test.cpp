@@ -456,6 +456,11 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              std::fill(o.d.begin(), o.d.end(), 128);
              return o;
          }},
+        {"palette a.pgm o.ppm --map grey --bits 2", "o.ppm", [&] {  // the top 2 bits pick one of 4 greys
+             Img o = like(c3, a.w, a.h);
+             for (std::size_t i = 0; i < a.d.size(); ++i) o.d[3 * i] = o.d[3 * i + 1] = o.d[3 * i + 2] = static_cast<std::uint8_t>((a.d[i] >> 6) * 85);
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -696,6 +701,9 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"palette " + p("c.ppm") + " OUT", "8-bit grey"},
+        {"palette " + A + " OUT --map sepia", "--map takes"},
+        {"palette " + A + " OUT --bits 9", "--bits takes"},
         {"stats " + p("nothing"), "no images in"},
         {"div " + A + " " + A + " OUT --round up", "--round takes"},
         {"threshold " + A + " OUT --below 50", "LEVEL:VALUE"},

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -106,7 +107,7 @@ using AnyFn = void (*)();
 struct Entry {
     const char* family;
     const char* types;   // "8u", or source and destination ("8u32f")
-    const char* layout;  // C1, C3, C4, AC4; the channel moves C3C1, C4C1, C3AC4, C4C
+    const char* layout;  // C1, C3, C4, AC4; the channel moves C3C1, C4C1, C3AC4, C4C, C1C3
     const char* form;    // R, IR, RSfs ...
     const char* shape;   // the call shape of the manifest
     AnyFn fn;
@@ -935,6 +936,57 @@ Image run_lut(const Command& c, const Options& o, const Image& a, const Image*) 
     return out;
 }
 
+// ---- false colour ----
+
+// A colour map of 256 entries, red, green and blue, from a few stops.
+std::vector<std::array<double, 3>> colour_map(const std::string& name) {
+    std::vector<std::array<double, 3>> stops;
+    if (name == "heat") stops = {{0, 0, 0}, {0.6, 0, 0}, {1, 0.5, 0}, {1, 1, 0}, {1, 1, 1}};
+    else if (name == "rainbow") stops = {{0.5, 0, 1}, {0, 0, 1}, {0, 1, 1}, {0, 1, 0}, {1, 1, 0}, {1, 0.5, 0}, {1, 0, 0}};
+    else if (name == "ice") stops = {{0, 0, 0}, {0, 0, 0.5}, {0, 0.5, 1}, {0.6, 1, 1}, {1, 1, 1}};
+    else if (name == "grey") stops = {{0, 0, 0}, {1, 1, 1}};
+    else throw Error("--map takes heat, rainbow, ice or grey, not '" + name + "'");
+    std::vector<std::array<double, 3>> m(256);
+    for (int i = 0; i < 256; ++i) {
+        double t = i / 255.0 * static_cast<double>(stops.size() - 1);
+        std::size_t k = std::min(static_cast<std::size_t>(t), stops.size() - 2);
+        double f = t - static_cast<double>(k);
+        for (int c = 0; c < 3; ++c) m[static_cast<std::size_t>(i)][static_cast<std::size_t>(c)] = stops[k][static_cast<std::size_t>(c)] * (1 - f) + stops[k + 1][static_cast<std::size_t>(c)] * f;
+    }
+    return m;
+}
+
+// An 8-bit grey image to RGB through a colour map: the grey value (its top
+// --bits bits, default 8) indexes the map.
+Image run_palette(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (a.depth != Depth::u8 || a.channels != 1) throw Error("palette takes 8-bit grey images (rok channels --take 1 makes one)");
+    int bits = o.integer("bits", 8, 1, 8);
+    auto m = colour_map(o.get("map", "heat"));
+    std::size_t entries = std::size_t{1} << bits;
+    std::vector<Rok8u> table[3];
+    for (int ch = 0; ch < 3; ++ch)
+        for (std::size_t i = 0; i < entries; ++i)
+            table[ch].push_back(static_cast<Rok8u>(std::lround(255 * m[i * 255 / std::max<std::size_t>(entries - 1, 1)][static_cast<std::size_t>(ch)])));
+    // the grey value in every channel, its top bits moved down to index the tables
+    Image rgb;
+    rgb.allocate(a.width, a.height, 3, Depth::u8);
+    auto dup = find_export("Dup", "8u", "C1C3", {"R"}, c.name);
+    check(reinterpret_cast<FnUnary>(dup.fn)(a.data.data(), a.step(), rgb.data.data(), rgb.step(), roi_of(a)), dup.name);
+    if (bits < 8) {
+        auto sh = find_export("RShiftC", "8u", "C3", {"R"}, c.name);
+        const Rok32u k[3] = {Rok32u(8 - bits), Rok32u(8 - bits), Rok32u(8 - bits)};
+        check(reinterpret_cast<RokStatus (*)(const void*, int, const Rok32u*, void*, int, Roi)>(sh.fn)(rgb.data.data(), rgb.step(), k,
+                                                                                                      rgb.data.data(), rgb.step(), roi_of(a)),
+              sh.name);
+    }
+    auto f = find_export("LUTPalette", "8u", "C3", {"R"}, c.name);
+    const Rok8u* tables[3] = {table[0].data(), table[1].data(), table[2].data()};
+    Image out = like(rgb);
+    using Fn = RokStatus (*)(const void*, int, void*, int, Roi, const Rok8u* const*, int);
+    check(reinterpret_cast<Fn>(f.fn)(rgb.data.data(), rgb.step(), out.data.data(), out.step(), roi_of(a), tables, bits), f.name);
+    return out;
+}
+
 // ---- unary math ----
 
 Image run_math(const Command& c, const Options& o, const Image& a, const Image*) {
@@ -1756,6 +1808,9 @@ const std::vector<Command>& commands() {
          "--interp I     linear (default), cubic or step (each point's Y up to the next X)\n"
          "--alpha        map the alpha channel of RGBA images too (default: kept)",
          "rok lut in.png out.png --gamma 2.2", "LUT", 1, run_lut},
+        {"palette", "false colour: an 8-bit grey image to RGB through a colour map", "IN OUT [--map M] [--bits N]",
+         "--map M        heat (default), rainbow, ice or grey\n--bits N       the top N bits of each value pick the colour (1 to 8, default 8)",
+         "rok palette depth.png coloured.png --map rainbow", "LUTPalette", 1, run_palette},
         {"math", "square root, logarithm, exponential, square, absolute value or bitwise NOT of each sample",
          "IN OUT --op sqrt|ln|exp|sqr|abs|not [--scale N]",
          "--op OP        sqrt, ln, exp, sqr, abs (32f) or not (8u)\n--scale N      scale factor of integer results (default 0)",
