@@ -461,6 +461,20 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              for (std::size_t i = 0; i < a.d.size(); ++i) o.d[3 * i] = o.d[3 * i + 1] = o.d[3 * i + 2] = static_cast<std::uint8_t>((a.d[i] >> 6) * 85);
              return o;
          }},
+        {"dct a.pgm o.pgm --blocks 1", "o.pgm", [&] {  // 8x8 blocks, the image's edges replicated to 40x24
+             Img q = like(a, 40, 24), o = like(a, 40, 24);
+             rokiCopyReplicateBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, q.d.data(), q.step(), {40, 24}, 0, 0);
+             for (int by = 0; by < 24; by += 8)
+                 for (int bx = 0; bx < 40; bx += 8) {
+                     Rok16s blk[64];
+                     rokiDCT8x8Fwd_8u16s_C1R(q.at(by, bx), q.step(), blk);
+                     std::fill(blk + 1, blk + 64, Rok16s{0});  // the lowest 1x1: the mean alone
+                     rokiDCT8x8Inv_16s8u_C1R(blk, o.at(by, bx), o.step());
+                 }
+             Img r = like(a, a.w, a.h);
+             for (int y = 0; y < a.h; ++y) std::memcpy(r.at(y, 0), o.at(y, 0), static_cast<std::size_t>(a.w));
+             return r;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -701,6 +715,7 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"dct " + p("c.ppm") + " OUT --blocks 4", "8-bit grey"},
         {"palette " + p("c.ppm") + " OUT", "8-bit grey"},
         {"palette " + A + " OUT --map sepia", "--map takes"},
         {"palette " + A + " OUT --bits 9", "--bits takes"},

@@ -1256,7 +1256,31 @@ Image log_view(const Image& f32, bool centre) {
 
 // Forward: the coefficients as 32f (write .pfm), or their log magnitude
 // (--view) as 8-bit. --inverse takes coefficients back to samples (32f).
+// The 8x8 block transform as an image codec would use it: every block of an
+// 8-bit grey image to coefficients, all but the lowest KxK frequencies
+// dropped, and back. The edges are replicated up to whole blocks.
+Image run_dct_blocks(const Options& o, const Image& a) {
+    if (a.depth != Depth::u8 || a.channels != 1) throw Error("--blocks takes 8-bit grey images (rok channels --take 1 makes one)");
+    if (o.has("inverse") || o.has("view")) throw Error("--blocks takes no --inverse or --view");
+    int keep = o.integer("blocks", 8, 1, 8);
+    int w8 = (a.width + 7) / 8 * 8, h8 = (a.height + 7) / 8 * 8;
+    Padded p = pad(a, 0, 0, h8 - a.height, w8 - a.width);
+    Image out = like(a), whole = p.img;
+    alignas(32) Rok16s block[64];
+    for (int by = 0; by < h8; by += 8)
+        for (int bx = 0; bx < w8; bx += 8) {
+            check(rokiDCT8x8Fwd_8u16s_C1R(p.img.row(by) + bx, p.img.step(), block), "rokiDCT8x8Fwd_8u16s_C1R");
+            for (int v = 0; v < 8; ++v)
+                for (int u = 0; u < 8; ++u)
+                    if (u >= keep || v >= keep) block[8 * v + u] = 0;
+            check(rokiDCT8x8Inv_16s8u_C1R(block, whole.row(by) + bx, whole.step()), "rokiDCT8x8Inv_16s8u_C1R");
+        }
+    for (int y = 0; y < a.height; ++y) std::memcpy(out.row(y), whole.row(y), static_cast<std::size_t>(a.width));
+    return out;
+}
+
 Image run_dct(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (o.has("blocks")) return run_dct_blocks(o, a);
     bool inv = o.has("inverse");
     if (inv && a.depth != Depth::f32) throw Error("dct --inverse takes 32f coefficients (a .pfm written by rok dct)");
     Image in = to_f32(a);
@@ -1815,9 +1839,10 @@ const std::vector<Command>& commands() {
          "IN OUT --op sqrt|ln|exp|sqr|abs|not [--scale N]",
          "--op OP        sqrt, ln, exp, sqr, abs (32f) or not (8u)\n--scale N      scale factor of integer results (default 0)",
          "rok math in.png out.png --op sqrt --scale -4", "Sqrt", 1, run_math},
-        {"dct", "2-D discrete cosine transform (coefficients as 32f; --view for a picture)", "IN OUT [--inverse | --view]",
+        {"dct", "2-D discrete cosine transform (coefficients as 32f; --view for a picture)", "IN OUT [--inverse | --view | --blocks K]",
          "--inverse      coefficients (32f, .pfm) back to samples (32f)\n"
-         "--view         write the log magnitude of the coefficients scaled to 8 bits",
+         "--view         write the log magnitude of the coefficients scaled to 8 bits\n"
+         "--blocks K     8-bit grey: the 8x8 block transform, keeping the lowest KxK frequencies of each block (1 to 8)",
          "rok dct in.png coefficients.pfm && rok dct coefficients.pfm back.pfm --inverse", "DCTFwd", 1, run_dct},
         {"fft", "log magnitude (or phase) of the 2-D Fourier transform, centred", "IN OUT [--phase]",
          "--phase        the phase instead, -pi..pi as 0..255",
