@@ -475,6 +475,38 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              for (int y = 0; y < a.h; ++y) std::memcpy(r.at(y, 0), o.at(y, 0), static_cast<std::size_t>(a.w));
              return r;
          }},
+        // --expand: a quarter turn counter-clockwise gives the transposed image flipped top to bottom
+        {"rotate a.pgm o.pgm --angle 90 --expand --method nearest", "o.pgm", [&] {
+             Img o = like(a, a.h, a.w);
+             for (int y = 0; y < a.h; ++y)
+                 for (int x = 0; x < a.w; ++x) *o.at(a.w - 1 - x, y) = const_cast<Img&>(a).at(y, x)[0];
+             return o;
+         }},
+        {"shear a.pgm o.pgm --x 1 --expand --method nearest --background 9", "o.pgm", [&] {  // row y moves y pixels right
+             Img o = like(a, a.w + a.h - 1, a.h);
+             std::fill(o.d.begin(), o.d.end(), 9);
+             for (int y = 0; y < a.h; ++y)
+                 for (int x = 0; x < a.w; ++x) *o.at(y, x + y) = const_cast<Img&>(a).at(y, x)[0];
+             return o;
+         }},
+        {"rotate c.ppm o.ppm --angle 20 --about 3,4 --method cubic", "o.ppm", [&] {
+             Img o = like(c3, c3.w, c3.h);
+             rokiRotateCenter_8u_C3R(c3.d.data(), {c3.w, c3.h}, c3.step(), {0, 0, c3.w, c3.h}, o.d.data(), o.step(), {0, 0, c3.w, c3.h}, 20,
+                                     3, 4, rokInterCubic);
+             return o;
+         }},
+        {"warp c.ppm o.ppm --matrix 0.9,0.2,1.5,-0.1,1.1,-2 --inverse", "o.ppm", [&] {
+             Img o = like(c3, c3.w, c3.h);
+             const double m[2][3] = {{0.9, 0.2, 1.5}, {-0.1, 1.1, -2}};
+             rokiWarpAffineBack_8u_C3R(c3.d.data(), {c3.w, c3.h}, c3.step(), {0, 0, c3.w, c3.h}, o.d.data(), o.step(), {0, 0, c3.w, c3.h}, m,
+                                       rokInterLinear);
+             return o;
+         }},
+        {"median a.pgm o.pgm --weighted 3", "o.pgm", [&] {
+             Img q = padded(a, 1), o = like(a, a.w, a.h);
+             rokiFilterMedianWeightedCenter3x3_8u_C1R(q.at(1, 1), q.step(), o.d.data(), o.step(), {a.w, a.h}, 3);
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -715,6 +747,11 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"rotate " + A + " OUT --angle 10 --about 1", "--about takes X,Y"},
+        {"rotate " + A + " OUT --angle 10 --about 1,1 --expand", "no --expand"},
+        {"rotate " + A + " OUT --angle 10 --background 256", "whole numbers from 0 to 255"},
+        {"shear " + A + " OUT --x 1000", "--x takes"},
+        {"median " + A + " OUT --weighted 3 --cross 3", "one of"},
         {"dct " + p("c.ppm") + " OUT --blocks 4", "8-bit grey"},
         {"palette " + p("c.ppm") + " OUT", "8-bit grey"},
         {"palette " + A + " OUT --map sepia", "--map takes"},

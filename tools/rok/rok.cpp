@@ -529,6 +529,11 @@ Image run_filter(const Command& c, const Options& o, const Image& a, const Image
 // The rectangular median, or the fixed masks: a cross, a row or a column of
 // 3 or 5, or the colour median (the pixel nearest the others in RGB).
 Image run_median(const Command& c, const Options& o, const Image& a, const Image*) {
+    if (o.has("weighted")) {  // 3x3, the centre counted W times
+        if (o.has("mask") || o.has("cross") || o.has("horiz") || o.has("vert") || o.has("color"))
+            throw Error("median takes one of --mask WxH, --cross N, --horiz N, --vert N, --color N, --weighted W");
+        return run_fixed("FilterMedianWeightedCenter3x3", c.name, 1, o.integer("weighted", 3, 1, 99), true, a);
+    }
     static const char* shapes[] = {"cross", "horiz", "vert", "color"};
     int chosen = o.has("mask");
     for (const char* k : shapes) chosen += o.has(k);
@@ -599,23 +604,92 @@ Image run_resize(const Command& c, const Options& o, const Image& a, const Image
     return out;
 }
 
+// The background of the geometric commands: --background V in every
+// channel (default 0), a sample of the image's type.
+Image background(const Options& o, const Image& a, int w, int h) {
+    Image out;
+    out.allocate(w, h, a.channels, a.depth);
+    if (o.has("background")) {
+        double v = parse_values(o, "background", a.depth, 1)[0];
+        with_type(a.depth, [&](auto tag) {
+            using T = decltype(tag);
+            T* p = reinterpret_cast<T*>(out.data.data());
+            std::fill(p, p + out.data.size() / sizeof(T), static_cast<T>(v));
+            return 0;
+        });
+    }
+    return out;
+}
+
+// The output size and shifts that hold the whole transformed image, from the
+// library's bound of the map (--expand), or the source's size.
+struct Canvas {
+    int w, h;
+    double xs, ys;
+};
+
+Canvas expand(const double bound[2][2]) {
+    double x0 = std::floor(bound[0][0] + 1e-9), y0 = std::floor(bound[0][1] + 1e-9);
+    double x1 = std::ceil(bound[1][0] - 1e-9), y1 = std::ceil(bound[1][1] - 1e-9);
+    if (!(x1 - x0 < 65535 && y1 - y0 < 65535)) throw Error("--expand: the result would be larger than 65535 pixels");
+    return {static_cast<int>(x1 - x0) + 1, static_cast<int>(y1 - y0) + 1, -x0, -y0};
+}
+
 Image run_rotate(const Command& c, const Options& o, const Image& a, const Image*) {
     double angle = o.number("angle", 0, -1e6, 1e6);
     int method = parse_method(o.get("method", "linear"));
+    RokiRect src{0, 0, a.width, a.height};
+    if (o.has("about")) {  // about a point of the source, keeping the size
+        if (o.has("expand")) throw Error("rotate: --about keeps the size and takes no --expand");
+        double px = 0, py = 0;
+        char extra = 0;
+        if (std::sscanf(o.get("about").c_str(), "%lf,%lf%c", &px, &py, &extra) != 2 || !std::isfinite(px) || !std::isfinite(py))
+            throw Error("--about takes X,Y, not '" + o.get("about") + "'");
+        auto f = find_export("RotateCenter", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+        Image out = background(o, a, a.width, a.height);
+        using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, double, double, double, int);
+        check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), src, out.data.data(), out.step(), src, angle, px, py, method),
+              f.name);
+        return out;
+    }
     auto f = find_export("Rotate", depth_name(a.depth), layout_of(a), {"R"}, c.name);
-    // The destination has the source's size; the centre stays where it is.
-    // Pixel (x, y) goes to (x cos + y sin + xs, -x sin + y cos + ys).
+    // Without --expand the destination has the source's size and the centre
+    // stays where it is. Pixel (x, y) goes to (x cos + y sin + xs, -x sin + y cos + ys).
     double r = angle * 3.14159265358979323846 / 180.0, cs = std::cos(r), sn = std::sin(r);
     double cx = (a.width - 1) / 2.0, cy = (a.height - 1) / 2.0;
-    double xs = cx - (cx * cs + cy * sn), ys = cy - (-cx * sn + cy * cs);
-    Image out = blank(a);
-    if (o.has("background")) {
-        double v = o.number("background", 0, 0, 65535);
-        if (a.depth == Depth::u8) std::fill(out.data.begin(), out.data.end(), static_cast<std::uint8_t>(std::min(v, 255.0)));
+    Canvas cv{a.width, a.height, cx - (cx * cs + cy * sn), cy - (-cx * sn + cy * cs)};
+    if (o.has("expand")) {
+        double bound[2][2];
+        check(rokiGetRotateBound(src, bound, angle, 0, 0), "rokiGetRotateBound");
+        cv = expand(bound);
     }
-    RokiRect src{0, 0, a.width, a.height}, dst{0, 0, a.width, a.height};
+    Image out = background(o, a, cv.w, cv.h);
+    RokiRect dst{0, 0, cv.w, cv.h};
     using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, double, double, double, int);
-    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), src, out.data.data(), out.step(), dst, angle, xs, ys,
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), src, out.data.data(), out.step(), dst, angle, cv.xs, cv.ys,
+                                     method),
+          f.name);
+    return out;
+}
+
+// x' = x + sx y + xs, y' = sy x + y + ys; without --expand the size is kept
+// and the centre stays where it is.
+Image run_shear(const Command& c, const Options& o, const Image& a, const Image*) {
+    double sx = o.number("x", 0, -100, 100), sy = o.number("y", 0, -100, 100);
+    int method = parse_method(o.get("method", "linear"));
+    auto f = find_export("Shear", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    RokiRect src{0, 0, a.width, a.height};
+    double cx = (a.width - 1) / 2.0, cy = (a.height - 1) / 2.0;
+    Canvas cv{a.width, a.height, -sx * cy, -sy * cx};
+    if (o.has("expand")) {
+        double bound[2][2];
+        check(rokiGetShearBound(src, bound, sx, sy, 0, 0), "rokiGetShearBound");
+        cv = expand(bound);
+    }
+    Image out = background(o, a, cv.w, cv.h);
+    RokiRect dst{0, 0, cv.w, cv.h};
+    using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, double, double, double, double, int);
+    check(reinterpret_cast<Fn>(f.fn)(a.data.data(), roi_of(a), a.step(), src, out.data.data(), out.step(), dst, sx, sy, cv.xs, cv.ys,
                                      method),
           f.name);
     return out;
@@ -660,7 +734,9 @@ Image run_warp(const Command& c, const Options& o, const Image& a, const Image*)
     if (n != 6 && n != 9)
         throw Error("--matrix takes six numbers a,b,c,d,e,f or nine for a perspective warp, not '" + o.get("matrix") + "'");
     int method = parse_method(o.get("method", "linear"));
-    auto f = find_export(n == 6 ? "WarpAffine" : "WarpPerspective", depth_name(a.depth), layout_of(a), {"R"}, c.name);
+    // --inverse: the matrix maps output positions to source ones
+    std::string fam = std::string(n == 6 ? "WarpAffine" : "WarpPerspective") + (o.has("inverse") ? "Back" : "");
+    auto f = find_export(fam, depth_name(a.depth), layout_of(a), {"R"}, c.name);
     Image out = blank(a);
     RokiRect r{0, 0, a.width, a.height};
     using Fn = RokStatus (*)(const void*, RokiSize, int, RokiRect, void*, int, RokiRect, const double (*)[3], int);
@@ -1768,10 +1844,11 @@ const std::vector<Command>& commands() {
          "--gauss N      Gaussian 3x3 or 5x5\n--lowpass N    mean 3x3 or 5x5\n--hipass N     high-pass 3x3 or 5x5\n"
          "--sharpen      3x3 sharpening\n--laplace N    Laplacian 3x3 or 5x5",
          "rok filter in.png out.png --kernel 5x5 --box", "FilterBox", 1, run_filter},
-        {"median", "median filter; edges are replicated", "IN OUT [--mask WxH | --cross N | --horiz N | --vert N | --color N]",
+        {"median", "median filter; edges are replicated", "IN OUT [--mask WxH | --cross N | --horiz N | --vert N | --color N | --weighted W]",
          "--mask WxH     the window (default 3x3)\n--cross N      the cross of a 3x3 or 5x5 square\n"
          "--horiz N      a row of 3 or 5\n--vert N       a column of 3 or 5\n"
-         "--color N      RGB: the pixel of the 3x3 or 5x5 square nearest the others",
+         "--color N      RGB: the pixel of the 3x3 or 5x5 square nearest the others\n"
+         "--weighted W   8-bit grey: 3x3, the centre pixel counted W times (an odd number)",
          "rok median in.png out.png --mask 5x5", "FilterMedian", 1, run_median},
         {"dilate", "maximum over a 3x3 square or a shaped mask; edges are replicated", "IN OUT [--mask WxH] [--shape S]",
          "--mask WxH     the mask's size (default: the 3x3 square)\n--shape S      rect (default), cross or disc",
@@ -1787,15 +1864,23 @@ const std::vector<Command>& commands() {
          "--scale F      factor for both axes (default 0.5)\n--size WxH     the output size\n"
          "--method M     nearest, linear (default), cubic, lanczos or super",
          "rok resize in.png out.png --scale 0.5 --method lanczos", "ResizeSqrPixel", 1, run_resize},
-        {"rotate", "rotate about the centre, keeping the size", "IN OUT --angle DEG [--method M] [--background V]",
-         "--angle DEG    degrees, counter-clockwise on screen\n--method M     nearest, linear (default), cubic\n"
-         "--background V value of the pixels no source pixel reaches (8-bit images; default 0)",
+        {"rotate", "rotate about the centre (or a point), keeping the size or growing to hold it all",
+         "IN OUT --angle DEG [--about X,Y | --expand] [--method M] [--background V]",
+         "--angle DEG    degrees, counter-clockwise on screen\n--about X,Y    about this source position instead of the centre\n"
+         "--expand       an output large enough for the whole rotated image\n"
+         "--method M     nearest, linear (default), cubic\n"
+         "--background V value of the pixels no source pixel reaches (default 0)",
          "rok rotate in.png out.png --angle 30", "Rotate", 1, run_rotate},
+        {"shear", "shear: x' = x + X y, y' = Y x + y, about the centre", "IN OUT [--x X] [--y Y] [--expand] [--method M] [--background V]",
+         "--x X          horizontal shear (default 0)\n--y Y          vertical shear (default 0)\n"
+         "--expand       an output large enough for the whole sheared image\n--method M     nearest, linear (default), cubic\n"
+         "--background V value of the pixels no source pixel reaches (default 0)",
+         "rok shear in.png out.png --x 0.3 --expand", "Shear", 1, run_shear},
         {"warp", "affine or perspective warp of pixel positions", "IN OUT --matrix a,b,c,d,e,f[,g,h,i] | --quad Q [--model M] [--method M]",
          "--matrix M     six coefficients: x' = a x + b y + c, y' = d x + e y + f;\n"
          "               nine: x' = (a x + b y + c) / (g x + h y + i), y' = (d x + e y + f) / (g x + h y + i)\n"
          "--quad Q       x0,y0,...,x3,y3: where the image's corners go (top left, top right, bottom right, bottom left)\n"
-         "--model M      the map of --quad: perspective (default), affine (the first three corners) or bilinear\n"
+         "--model M      the map of --quad: perspective (default), affine (the first three corners) or bilinear\n"         "--inverse      the matrix maps output positions to source positions\n"
          "--method M     nearest, linear (default), cubic",
          "rok warp in.png out.png --matrix 1,0.2,0,0,1,0", "WarpAffine", 1, run_warp},
         {"remap", "take each output pixel from the source position that two maps give", "IN OUT --xmap X.pfm --ymap Y.pfm [--method M]",
@@ -1904,7 +1989,7 @@ void print_help(const Command& c) {
 // Options without a value; every other --name takes the next argument.
 bool is_flag(const std::string& k) {
     static const char* flags[] = {"time", "json", "help", "box", "sobel", "sharpen", "quiet", "invert", "alpha", "inverse", "view",
-                                  "full-range", "otsu", "binary", "sobel-vert", "phase"};
+                                  "full-range", "otsu", "binary", "sobel-vert", "phase", "expand"};
     for (const char* f : flags)
         if (k == f) return true;
     return false;
