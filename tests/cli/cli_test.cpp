@@ -507,6 +507,11 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              rokiFilterMedianWeightedCenter3x3_8u_C1R(q.at(1, 1), q.step(), o.d.data(), o.step(), {a.w, a.h}, 3);
              return o;
          }},
+        {"max a.pgm b.pgm o.pgm", "o.pgm", [&] {  // two images: the larger of each pair
+             Img o = a;
+             for (std::size_t i = 0; i < o.d.size(); ++i) o.d[i] = std::max(a.d[i], b.d[i]);
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -747,6 +752,7 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"min " + A + " " + A + " OUT --mask 3x3", "takes no --mask"},
         {"rotate " + A + " OUT --angle 10 --about 1", "--about takes X,Y"},
         {"rotate " + A + " OUT --angle 10 --about 1,1 --expand", "no --expand"},
         {"rotate " + A + " OUT --angle 10 --background 256", "whole numbers from 0 to 255"},

@@ -211,6 +211,7 @@ struct Command {
     const char* family;   // library family, for the message when a type is not taken
     int inputs;           // images read per output (1 or 2); 0 for commands that print
     Run run;
+    bool pairs = false;   // also takes two images (A B OUT) instead of one
 };
 
 // ---- constants and typed samples ----
@@ -1245,8 +1246,17 @@ Image run_user_kernel(const Command& c, const Options& o, const Image& a) {
 
 // ---- minimum and maximum filters, morphology with a shaped mask ----
 
-Image run_minmax(const Command& c, const Options& o, const Image& a, const Image*) {
-    return run_mask(c.family, c.name, parse_size(o.get("mask", "3x3"), "mask"), a);
+// The window minimum or maximum of one image, or with two images the
+// smaller or larger of each pair of samples.
+Image run_minmax(const Command& c, const Options& o, const Image& a, const Image* b) {
+    if (!b) return run_mask(c.family, c.name, parse_size(o.get("mask", "3x3"), "mask"), a);
+    if (o.has("mask")) throw Error(std::string(c.name) + " of two images takes no --mask");
+    if (b->width != a.width || b->height != a.height || b->channels != a.channels || b->depth != a.depth)
+        throw Error(std::string(c.name) + ": the two images differ in size, channels or sample type");
+    auto f = find_export(c.name[1] == 'i' ? "MinEvery" : "MaxEvery", depth_name(a.depth), layout_of(a), {"IR"}, c.name);
+    Image out = a;
+    check(reinterpret_cast<FnUnary>(f.fn)(b->data.data(), b->step(), out.data.data(), out.step(), roi_of(a)), f.name);
+    return out;
 }
 
 // dilate/erode: the 3x3 square by default; --mask WxH with --shape rect,
@@ -1856,10 +1866,10 @@ const std::vector<Command>& commands() {
         {"erode", "minimum over a 3x3 square or a shaped mask; edges are replicated", "IN OUT [--mask WxH] [--shape S]",
          "--mask WxH     the mask's size (default: the 3x3 square)\n--shape S      rect (default), cross or disc",
          "rok erode in.png out.png --mask 5x5 --shape cross", "Erode", 1, run_morph},
-        {"min", "minimum filter over a rectangle; edges are replicated", "IN OUT [--mask WxH]",
-         "--mask WxH     the window (default 3x3)", "rok min in.png out.png --mask 5x5", "FilterMin", 1, run_minmax},
-        {"max", "maximum filter over a rectangle; edges are replicated", "IN OUT [--mask WxH]",
-         "--mask WxH     the window (default 3x3)", "rok max in.png out.png --mask 5x5", "FilterMax", 1, run_minmax},
+        {"min", "minimum over a rectangle (edges replicated), or of two images pixel by pixel", "IN OUT [--mask WxH] | A B OUT",
+         "--mask WxH     the window (default 3x3)", "rok min in.png out.png --mask 5x5", "FilterMin", 1, run_minmax, true},
+        {"max", "maximum over a rectangle (edges replicated), or of two images pixel by pixel", "IN OUT [--mask WxH] | A B OUT",
+         "--mask WxH     the window (default 3x3)", "rok max a.png b.png out.png", "FilterMax", 1, run_minmax, true},
         {"resize", "resize by a factor or to a size", "IN OUT [--scale F | --size WxH] [--method M]",
          "--scale F      factor for both axes (default 0.5)\n--size WxH     the output size\n"
          "--method M     nearest, linear (default), cubic, lanczos or super",
@@ -2378,6 +2388,7 @@ int main_checked(int argc, char** argv) {
     if (name == "diff") return run_diff(o);
     // two-image commands take a constant instead of the second image
     int inputs = c->inputs == 2 && o.has("value") ? 1 : c->inputs;
+    if (c->pairs && o.args.size() == 3 && !o.has("out")) inputs = 2;
     if (o.has("out")) {
         if (inputs != 1) throw Error(std::string("--out takes commands of one input, not ") + c->name);
         return run_batch(*c, o);
