@@ -512,6 +512,17 @@ TEST_F(Cli, OutputsMatchTheLibraryCalledDirectly) {
              for (std::size_t i = 0; i < o.d.size(); ++i) o.d[i] = std::max(a.d[i], b.d[i]);
              return o;
          }},
+        {"filter a.pgm o.pfm --scharr v", "o.pfm", [&] {  // signed results, as 32f
+             Img q = padded(a, 1), o{a.w, a.h, 1, 4, {}};
+             std::vector<Rok16s> d(static_cast<std::size_t>(a.w) * a.h);
+             rokiFilterScharrVert_8u16s_C1R(q.at(1, 1), q.step(), d.data(), a.w * 2, {a.w, a.h});
+             o.d.resize(d.size() * 4);
+             for (std::size_t i = 0; i < d.size(); ++i) {
+                 float v = d[i];
+                 std::memcpy(&o.d[4 * i], &v, 4);
+             }
+             return o;
+         }},
         {"border a.pgm o.pgm --const 3 --value 7", "o.pgm", [&] {
              Img o = like(a, a.w + 6, a.h + 6);
              rokiCopyConstBorder_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, o.d.data(), o.step(), {o.w, o.h}, 3, 3, 7);
@@ -752,6 +763,7 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"filter " + A + " OUT --scharr x", "--scharr takes h"},
         {"min " + A + " " + A + " OUT --mask 3x3", "takes no --mask"},
         {"rotate " + A + " OUT --angle 10 --about 1", "--about takes X,Y"},
         {"rotate " + A + " OUT --angle 10 --about 1,1 --expand", "no --expand"},

@@ -481,20 +481,48 @@ Image run_fixed(const std::string& family, const char* cmd, int radius, int arg,
     return out;
 }
 
+// Edge filters whose results are signed: 8-bit grey images give 16s
+// samples, converted to 32f for the file (.pfm); 32f images stay 32f.
+Image run_signed(const std::string& family, const char* cmd, int arg, bool has_arg, const Image& a) {
+    if (a.depth == Depth::f32) return run_fixed(family, cmd, 1, arg, has_arg, a);
+    auto f = find_export(family, std::string(depth_name(a.depth)) + "16s", layout_of(a), {"R"}, cmd);
+    Padded p = pad(a, 1, 1, 1, 1);
+    std::vector<Rok16s> d(static_cast<std::size_t>(a.width) * a.height);
+    int dstep = a.width * 2;
+    RokStatus s = has_arg ? reinterpret_cast<FnUnaryInt>(f.fn)(p.origin(), p.img.step(), d.data(), dstep, roi_of(a), arg)
+                          : reinterpret_cast<FnUnary>(f.fn)(p.origin(), p.img.step(), d.data(), dstep, roi_of(a));
+    check(s, f.name);
+    Image out;
+    out.allocate(a.width, a.height, 1, Depth::f32);
+    check(rokiConvert_16s32f_C1R(d.data(), dstep, reinterpret_cast<Rok32f*>(out.data.data()), out.step(), roi_of(a)),
+          "rokiConvert_16s32f_C1R");
+    return out;
+}
+
 Image run_user_kernel(const Command& c, const Options& o, const Image& a);
 Image run_separable(const Command& c, const Options& o, const Image& a);
 
 Image run_filter(const Command& c, const Options& o, const Image& a, const Image*) {
     int chosen = o.has("box") + o.has("sobel") + o.has("gauss") + o.has("sharpen") + o.has("laplace") + o.has("sobel-vert") +
-                 o.has("prewitt") + o.has("roberts") + o.has("hipass") + o.has("lowpass");
+                 o.has("prewitt") + o.has("roberts") + o.has("hipass") + o.has("lowpass") + o.has("scharr") + o.has("sobel-second") +
+                 o.has("sobel-cross");
     bool user = !o.has("box") && (o.has("kernel") || o.has("kernel-file"));
     bool separable = o.has("row") || o.has("column");
     if (separable && chosen == 0 && !user) return run_separable(c, o, a);
     if (user && chosen == 0 && !separable && o.has("kernel") + o.has("kernel-file") == 1) return run_user_kernel(c, o, a);
     if (chosen != 1 || user || separable)
         throw Error("filter takes one of --kernel \"K\", --kernel-file F, --row/--column K, --box, --sobel, --sobel-vert, --prewitt h|v, "
+                    "--scharr h|v, --sobel-second h|v, --sobel-cross, "
                     "--roberts down|up, --gauss N, --lowpass N, --hipass N, --sharpen, --laplace N");
     if (o.has("sobel-vert")) return run_fixed("FilterSobelVert", c.name, 1, 0, false, a);
+    for (const char* k : {"scharr", "sobel-second"})
+        if (o.has(k)) {
+            std::string d = o.get(k);
+            if (d != "h" && d != "v") throw Error(std::string("--") + k + " takes h (horizontal edges) or v (vertical edges)");
+            if (k[1] == 'c') return run_signed(d == "h" ? "FilterScharrHoriz" : "FilterScharrVert", c.name, 0, false, a);
+            return run_signed(d == "h" ? "FilterSobelHorizSecond" : "FilterSobelVertSecond", c.name, rokMskSize3x3, true, a);
+        }
+    if (o.has("sobel-cross")) return run_signed("FilterSobelCross", c.name, rokMskSize3x3, true, a);
     if (o.has("prewitt")) {
         std::string d = o.get("prewitt");
         if (d != "h" && d != "v") throw Error("--prewitt takes h (horizontal edges) or v (vertical edges)");
@@ -1850,7 +1878,8 @@ const std::vector<Command>& commands() {
          "--column K     the column kernel of a separable filter\n"
          "--box          mean over --kernel WxH (default 3x3)\n--sobel        horizontal-edge Sobel 3x3\n"
          "--sobel-vert   vertical-edge Sobel 3x3\n--prewitt h|v  Prewitt 3x3, horizontal or vertical edges\n"
-         "--roberts down|up  Roberts cross, either diagonal\n"
+         "--roberts down|up  Roberts cross, either diagonal\n"         "--scharr h|v   Scharr 3x3, signed: 8-bit grey gives 32f (write .pfm)\n"
+         "--sobel-second h|v  second derivative 3x3, signed as --scharr\n--sobel-cross  mixed second derivative 3x3, signed as --scharr\n"
          "--gauss N      Gaussian 3x3 or 5x5\n--lowpass N    mean 3x3 or 5x5\n--hipass N     high-pass 3x3 or 5x5\n"
          "--sharpen      3x3 sharpening\n--laplace N    Laplacian 3x3 or 5x5",
          "rok filter in.png out.png --kernel 5x5 --box", "FilterBox", 1, run_filter},
@@ -1999,7 +2028,7 @@ void print_help(const Command& c) {
 // Options without a value; every other --name takes the next argument.
 bool is_flag(const std::string& k) {
     static const char* flags[] = {"time", "json", "help", "box", "sobel", "sharpen", "quiet", "invert", "alpha", "inverse", "view",
-                                  "full-range", "otsu", "binary", "sobel-vert", "phase", "expand"};
+                                  "full-range", "otsu", "binary", "sobel-vert", "phase", "expand", "sobel-cross"};
     for (const char* f : flags)
         if (k == f) return true;
     return false;
