@@ -1882,7 +1882,7 @@ const std::vector<Command>& commands() {
          "--sobel-second h|v  second derivative 3x3, signed as --scharr\n--sobel-cross  mixed second derivative 3x3, signed as --scharr\n"
          "--gauss N      Gaussian 3x3 or 5x5\n--lowpass N    mean 3x3 or 5x5\n--hipass N     high-pass 3x3 or 5x5\n"
          "--sharpen      3x3 sharpening\n--laplace N    Laplacian 3x3 or 5x5",
-         "rok filter in.png out.png --kernel 5x5 --box", "FilterBox", 1, run_filter},
+         "rok filter in.png out.png --kernel \"1 2 1; 2 4 2; 1 2 1\"", "FilterBox", 1, run_filter},
         {"median", "median filter; edges are replicated", "IN OUT [--mask WxH | --cross N | --horiz N | --vert N | --color N | --weighted W]",
          "--mask WxH     the window (default 3x3)\n--cross N      the cross of a 3x3 or 5x5 square\n"
          "--horiz N      a row of 3 or 5\n--vert N       a column of 3 or 5\n"
@@ -1935,7 +1935,7 @@ const std::vector<Command>& commands() {
          "--op lt|gt     lt: values below the level, gt (default): values above it\n"
          "--value V      set those values to V instead of the level\n"
          "--binary       a grey mask instead: 255 where the value is beyond the level in every channel, else 0\n"
-         "--below L:V    values under L become V; with --above H:W, both sides in one pass",
+         "--below L:V    values under L become V\n--above H:W    values over H become W (with --below: both sides in one pass)",
          "rok threshold in.png out.png --otsu --binary", "Threshold", 1, run_threshold},
         {"shift", "shift the bits of integer samples", "IN OUT --left N | --right N", "--left N       shift left by N bits (0 to 31)\n"
          "--right N      shift right by N bits", "rok shift in.png out.png --right 4", "RShiftC", 1, run_shift},
