@@ -624,7 +624,7 @@ TEST_F(Cli, RgbaKeepsItsAlpha) {
 TEST_F(Cli, StatsReportTheLibrarysResults) {
     Img a = make(29, 7, 1, 1, 4);
     write_pnm(a, p("a.pgm"));
-    Result r = rok("stats " + p("a.pgm") + " --json --bins 4 --range 40,90");
+    Result r = rok("stats " + p("a.pgm") + " --json --bins 4 --range 40,90 --levels 0,10,100,256");
     ASSERT_EQ(r.code, 0) << r.err;
     double sum = 0, l2 = 0;
     rokiSum_8u_C1R(a.d.data(), a.step(), {a.w, a.h}, &sum);
@@ -639,6 +639,10 @@ TEST_F(Cli, StatsReportTheLibrarysResults) {
     std::snprintf(want, sizeof want, "\"histogram\": [[%d, %d, %d, %d]]", hist[0], hist[1], hist[2], hist[3]);
     EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
     std::snprintf(want, sizeof want, "\"in_range\": [%d]", static_cast<int>(std::count_if(a.d.begin(), a.d.end(), [](int v) { return v >= 40 && v <= 90; })));
+    EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
+    int below10 = 0, below100 = 0;
+    for (int v : a.d) below10 += v < 10, below100 += v < 100;
+    std::snprintf(want, sizeof want, "\"by_levels\": [[%d, %d, %d]]", below10, below100 - below10, static_cast<int>(a.d.size()) - below100);
     EXPECT_NE(r.out.find(want), std::string::npos) << r.out;
     Rok8u lo = 0, hi = 0;
     int lx = -1, ly = -1, hx = -1, hy = -1;
@@ -763,6 +767,7 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"stats " + A + " --levels 5,3", "increasing numbers"},
         {"filter " + A + " OUT --scharr x", "--scharr takes h"},
         {"min " + A + " " + A + " OUT --mask 3x3", "takes no --mask"},
         {"rotate " + A + " OUT --angle 10 --about 1", "--about takes X,Y"},

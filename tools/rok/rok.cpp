@@ -1663,6 +1663,7 @@ struct Stats {
     int min_at[2][4]{}, max_at[2][4]{};  // x and y of the first extremum of each channel (row by row)
     bool counted = false;
     double in_range[4]{};  // pixels with lo <= value <= hi, for --range
+    std::vector<std::vector<int>> by_levels;  // counts between the --levels given, per channel
     std::vector<std::vector<int>> hist;  // 8u: 256 bins, 16u: 256 bins of 256 values
 };
 
@@ -1679,8 +1680,30 @@ void stat64(const char* family, const Image& a, double* out, bool hint) {
     check(s, f.name);
 }
 
-Stats compute_stats(const Image& a, int bins, const double* range = nullptr) {
+Stats compute_stats(const Image& a, int bins, const double* range = nullptr, const std::vector<double>* levels = nullptr) {
     Stats st;
+    if (levels) {  // counts of level[k] <= v < level[k + 1]
+        std::string lay = colour_layout("HistogramRange", a);
+        int n = lay == "AC4" ? 3 : a.channels, nl = static_cast<int>(levels->size());
+        auto f = find_export("HistogramRange", depth_name(a.depth), lay, {"R"}, "stats");
+        st.by_levels.assign(static_cast<std::size_t>(n), std::vector<int>(levels->size() - 1));
+        std::vector<Rok32s> li(levels->begin(), levels->end());
+        std::vector<Rok32f> lf(levels->begin(), levels->end());
+        const void* lp = a.depth == Depth::f32 ? static_cast<const void*>(lf.data()) : static_cast<const void*>(li.data());
+        RokStatus s;
+        if (n == 1) {
+            using Fn = RokStatus (*)(const void*, int, Roi, Rok32s*, const void*, int);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), st.by_levels[0].data(), lp, nl);
+        } else {
+            Rok32s* hp[4];
+            const void* lps[4] = {lp, lp, lp, lp};
+            int ns[4] = {nl, nl, nl, nl};
+            for (int k = 0; k < n; ++k) hp[k] = st.by_levels[static_cast<std::size_t>(k)].data();
+            using Fn = RokStatus (*)(const void*, int, Roi, Rok32s* const*, const void* const*, const int*);
+            s = reinterpret_cast<Fn>(f.fn)(a.data.data(), a.step(), roi_of(a), hp, lps, ns);
+        }
+        check(s, f.name);
+    }
     if (range) {
         std::string lay = colour_layout("CountInRange", a);
         int n = lay == "AC4" ? 3 : a.channels;
@@ -1775,6 +1798,15 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
              ", \"max\": " + list(st.max, n, true) + ", \"norm_inf\": " + list(st.inf, n, true) + ", \"norm_l1\": " +
              list(st.l1, n, true) + ", \"norm_l2\": " + list(st.l2, n, true);
         if (st.counted) s += ", \"in_range\": " + list(st.in_range, a.channels == 4 ? 3 : n, true);
+        if (!st.by_levels.empty()) {
+            s += ", \"by_levels\": [";
+            for (std::size_t k = 0; k < st.by_levels.size(); ++k) {
+                s += k ? ", [" : "[";
+                for (std::size_t i = 0; i < st.by_levels[k].size(); ++i) s += (i ? ", " : "") + std::to_string(st.by_levels[k][i]);
+                s += "]";
+            }
+            s += "]";
+        }
         for (int m = 0; m < 2; ++m) {
             s += m ? ", \"argmax\": [" : ", \"argmin\": [";
             for (int k = 0; k < n; ++k) {
@@ -1800,6 +1832,11 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
          list(st.min, n, false) + "\n  max      " + list(st.max, n, false) + "\n  norm_inf " + list(st.inf, n, false) +
          "\n  norm_l1  " + list(st.l1, n, false) + "\n  norm_l2  " + list(st.l2, n, false) + "\n";
     if (st.counted) s += "  in_range " + list(st.in_range, a.channels == 4 ? 3 : n, false) + "\n";
+    for (std::size_t k = 0; k < st.by_levels.size(); ++k) {
+        s += "  by_levels[" + std::to_string(k) + "]";
+        for (int v : st.by_levels[k]) s += " " + std::to_string(v);
+        s += "\n";
+    }
     for (int m = 0; m < 2; ++m) {
         s += m ? "  argmax  " : "  argmin  ";
         for (int k = 0; k < n; ++k) {
@@ -1971,8 +2008,8 @@ const std::vector<Command>& commands() {
         {"fft", "log magnitude (or phase) of the 2-D Fourier transform, centred", "IN OUT [--phase]",
          "--phase        the phase instead, -pi..pi as 0..255",
          "rok fft in.png spectrum.png", "DFTFwd_RToPack", 1, run_fft},
-        {"stats", "sum, mean, extrema and where they are, norms and histogram (text or --json)", "IN... [--json] [--bins N] [--range LO,HI]",
-         "--range LO,HI  also count the pixels with LO <= value <= HI, per channel (8u and 32f; RGBA: colour channels)\n"
+        {"stats", "sum, mean, extrema and where they are, norms and histogram (text or --json)", "IN... [--json] [--bins N] [--range LO,HI] [--levels L,...]",
+         "--range LO,HI  also count the pixels with LO <= value <= HI, per channel (8u and 32f; RGBA: colour channels)\n"         "--levels L,... also count the pixels between each pair of levels (L0 <= value < L1, ...), per channel\n"
          "--bins N       histogram bins over the full range (default 16, 0 for none; 8u and 16u, not RGB)\n--json         one JSON object a file",
          "rok stats in.png --json", "Sum", 0, nullptr},
         {"diff", "norms of the difference of two images, absolute and relative to B (text or --json)", "A B [--json]",
@@ -2175,6 +2212,23 @@ int run_batch(const Command& c, const Options& o) {
 int run_stats(const Options& o) {
     if (o.args.empty()) throw Error("stats needs at least one image");
     int bins = o.integer("bins", 16, 0, 65536);
+    std::vector<double> levels;
+    if (o.has("levels")) {
+        std::string t = o.get("levels");
+        std::size_t p = 0;
+        while (p <= t.size()) {
+            std::size_t e = t.find(',', p);
+            if (e == std::string::npos) e = t.size();
+            std::string item = t.substr(p, e - p);
+            char* end = nullptr;
+            double v = std::strtod(item.c_str(), &end);
+            if (item.empty() || *end || !std::isfinite(v) || std::fabs(v) > 2e9 || (!levels.empty() && v <= levels.back()))
+                throw Error("--levels takes increasing numbers separated by commas, not '" + t + "'");
+            levels.push_back(v);
+            p = e + 1;
+        }
+        if (levels.size() < 2) throw Error("--levels needs at least two levels");
+    }
     double range[2] = {0, 0};
     if (o.has("range")) {
         char extra = 0;
@@ -2197,7 +2251,10 @@ int run_stats(const Options& o) {
                     (range[0] < 0 || range[1] > (a.depth == Depth::u8 ? 255 : 65535) || range[0] != std::floor(range[0]) ||
                      range[1] != std::floor(range[1])))
                     throw Error("--range takes whole numbers within the image's sample range");
-                st = compute_stats(a, bins, o.has("range") ? range : nullptr);
+                if (!levels.empty() && a.depth != Depth::f32)
+                    for (double v : levels)
+                        if (v != std::floor(v)) throw Error("--levels takes whole numbers for integer images");
+                st = compute_stats(a, bins, o.has("range") ? range : nullptr, levels.empty() ? nullptr : &levels);
                 t.push_back(1e3 * (now() - t0));
             }
             std::fputs(format_stats(in, a, st, o.has("json")).c_str(), stdout);
