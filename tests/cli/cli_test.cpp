@@ -677,6 +677,10 @@ TEST_F(Cli, StatsReportTheLibrarysResults) {
     ASSERT_EQ(d.code, 0) << d.err;
     std::snprintf(want, sizeof want, "\"diff_l2\": [%.17g]", l2d);
     EXPECT_NE(d.out.find(want), std::string::npos) << d.out;
+    double dot = 0;
+    rokiDotProd_8u64f_C1R(a.d.data(), a.step(), b.d.data(), b.step(), {a.w, a.h}, &dot);
+    std::snprintf(want, sizeof want, "\"dot\": [%.17g]", dot);
+    EXPECT_NE(d.out.find(want), std::string::npos) << d.out;
     write_pnm(like(a, a.w, a.h), p("black.pgm"));
     d = rok("diff " + p("a.pgm") + " " + p("black.pgm") + " --json");
     ASSERT_EQ(d.code, 0) << d.err;

@@ -2012,7 +2012,7 @@ const std::vector<Command>& commands() {
          "--range LO,HI  also count the pixels with LO <= value <= HI, per channel (8u and 32f; RGBA: colour channels)\n"         "--levels L,... also count the pixels between each pair of levels (L0 <= value < L1, ...), per channel\n"
          "--bins N       histogram bins over the full range (default 16, 0 for none; 8u and 16u, not RGB)\n--json         one JSON object a file",
          "rok stats in.png --json", "Sum", 0, nullptr},
-        {"diff", "norms of the difference of two images, absolute and relative to B (text or --json)", "A B [--json]",
+        {"diff", "norms of the difference of two images, absolute and relative to B, and their dot product (text or --json)", "A B [--json]",
          "--json         one JSON object (relative norms are null, in text inf, when B is all zero)", "rok diff a.png b.png --json", "NormDiff_L2", 0, nullptr},
         {"moments", "spatial and central moments, centroid and the seven Hu invariants (text or --json)", "IN... [--json]",
          "--json         one JSON object a file", "rok moments shape.png --json", "Moments64f", 0, nullptr},
@@ -2299,11 +2299,13 @@ int run_diff(const Options& o) {
     int n = a.channels;
     struct Row { const char* key; const char* family; double v[4]; };
     Row rows[] = {{"diff_inf", "NormDiff_Inf", {}}, {"diff_l1", "NormDiff_L1", {}}, {"diff_l2", "NormDiff_L2", {}},
-                  {"rel_inf", "NormRel_Inf", {}},   {"rel_l1", "NormRel_L1", {}},   {"rel_l2", "NormRel_L2", {}}};
+                  {"rel_inf", "NormRel_Inf", {}},   {"rel_l1", "NormRel_L1", {}},   {"rel_l2", "NormRel_L2", {}},
+                  {"dot", "DotProd", {}}};
     for (Row& r : rows) {
-        auto f = find_export(r.family, depth_name(a.depth), layout_of(a), {"R"}, "diff");
+        bool dot = std::strcmp(r.family, "DotProd") == 0;  // sum of a b, in double precision
+        auto f = find_export(r.family, std::string(depth_name(a.depth)) + (dot ? "64f" : ""), layout_of(a), {"R"}, "diff");
         // the floating-point L1 and L2 forms take the accuracy hint
-        bool hint = a.depth == Depth::f32 && r.family[std::strlen(r.family) - 1] != 'f';
+        bool hint = a.depth == Depth::f32 && (std::strstr(r.family, "_L1") || std::strstr(r.family, "_L2"));
         using Fn = RokStatus (*)(const void*, int, const void*, int, Roi, Rok64f*);
         using FnHint = RokStatus (*)(const void*, int, const void*, int, Roi, Rok64f*, int);
         RokStatus s = hint ? reinterpret_cast<FnHint>(f.fn)(a.data.data(), a.step(), b.data.data(), b.step(), roi_of(a), r.v, rokHintAccurate)
