@@ -329,6 +329,8 @@ def _check_image(arr, p, layout, export):
     if not p.const and not arr.flags.writeable:
         raise ValueError(f"{export.name}: {p.name} is read-only")
     step = arr.strides[0] if arr.shape[0] > 1 else arr.shape[1] * nc * item
+    if step >= 2 ** 31 or max(arr.shape[:2]) >= 2 ** 31:
+        raise ValueError(f"{export.name}: {p.name}: the row step and the sizes must fit in 32 bits")
     return arr.ctypes.data, int(step)
 
 

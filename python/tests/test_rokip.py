@@ -247,6 +247,7 @@ G = image(4, 5, 0, np.uint8)
     (lambda: rokip.ResizeSqrPixel(G, srcSize=rokip.Size(6, 4), pDst=np.zeros((2, 2), np.uint8), xFactor=0.5, yFactor=0.5,
                                   xShift=0, yShift=0, interpolation=1), ValueError, "larger than the source"),
     (lambda: rokip.Moments(G.astype(np.float64)), TypeError, "no form for dtype float64"),
+    (lambda: rokip.Sum(np.lib.stride_tricks.as_strided(G, shape=(2, 4), strides=(2 ** 31, 1))), ValueError, "32 bits"),
 ])
 def test_arrays_that_do_not_fit_are_refused_before_the_call(call, error, match):
     with pytest.raises(error, match=match):
