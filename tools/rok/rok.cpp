@@ -2059,6 +2059,10 @@ void print_help(const Command& c) {
             p = e + 1;
         }
     }
+    // what the library takes, from the generated table
+    bool listed = false;
+    for (const Entry& e : kExports) listed = listed || std::strcmp(e.family, c.family) == 0;
+    if (listed) std::printf("\nimages: roki%s takes %s; files give 8u, 16u or 32f\n", c.family, takes(c.family).c_str());
     std::printf("\n%s\nexample:\n  %s\n", kCommonHelp, c.example);
 }
 
