@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """Generates the export declarations (include/roki.h, and the types alone for
 the library's sources in src/frame/generated/roki_types.h), the extern "C"
-entry points, the linker export list and the contract suite's tables
-(tests/generated/contract_*.cpp) from api/manifest/*.txt and api/shapes/*.txt.
+entry points, the linker export list, the contract suite's tables
+(tests/generated/contract_*.cpp) and the rok tool's dispatch table
+(tools/rok/generated/dispatch.inc, see rok_dispatch.py) from
+api/manifest/*.txt and api/shapes/*.txt.
 
 Usage: generate.py [--check]   (--check: fail if any generated file is stale)
 
