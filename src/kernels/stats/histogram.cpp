@@ -197,9 +197,34 @@ bool bucket_search(const Rok32f* p, int step, int w, int h, int nc, const Rok32f
         const int base = below[bucket(v)];
         return base + (v >= levels[base + 1]);
     };
+    // Buckets that are the bins themselves: level k falls in bucket k and the
+    // float just below it in bucket k - 1. Bucketing being monotonic, every v
+    // in [levels[k], levels[k + 1]) then lies in bucket k, and the bin is the
+    // bucket with no look-up or compare (the usual case of evenly spaced
+    // levels), eight samples at once.
+    bool exact = subs && nc == 1 && last == n - 1;
+    for (int j = 0; exact && j < n; ++j)
+        exact = bucket(levels[j]) == j && (j == 0 || bucket(std::nextafter(levels[j], -INFINITY)) == j - 1);
+    const __m256 vlo = _mm256_set1_ps(lo), vhi = _mm256_set1_ps(hi), vorigin = _mm256_set1_ps(origin),
+                 vscale = _mm256_set1_ps(scale);
+    const __m256i vspare = _mm256_set1_epi32(spare);
     for (int y = 0; y < h; ++y) {
         const Rok32f* r = row_at(p, step, y);
         int x = 0;
+        if (exact)
+            for (; x + 8 <= w; x += 8) {
+                const __m256 v = _mm256_loadu_ps(r + x);
+                const __m256 inside = _mm256_and_ps(_mm256_cmp_ps(v, vlo, _CMP_GE_OQ), _mm256_cmp_ps(v, vhi, _CMP_LT_OQ));
+                const __m256i b = _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_sub_ps(v, vorigin), vscale));
+                const __m256i k8 = _mm256_blendv_epi8(vspare, b, _mm256_castps_si256(inside));
+                const __m128i k0 = _mm256_castsi256_si128(k8), k1 = _mm256_extracti128_si256(k8, 1);
+                const std::uint64_t q[4] = {std::uint64_t(_mm_cvtsi128_si64(k0)), std::uint64_t(_mm_extract_epi64(k0, 1)),
+                                            std::uint64_t(_mm_cvtsi128_si64(k1)), std::uint64_t(_mm_extract_epi64(k1, 1))};
+                for (int j = 0; j < 4; ++j) {
+                    ++sub[(2 * j) & 3][std::uint32_t(q[j])];
+                    ++sub[(2 * j + 1) & 3][q[j] >> 32];
+                }
+            }
         if (subs)
             for (; x + 4 <= w; x += 4)
                 for (int j = 0; j < 4; ++j) ++sub[j][bin_of(r[std::size_t(x + j) * nc])];
