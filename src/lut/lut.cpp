@@ -99,7 +99,7 @@ void apply_8u(const Rok8u* src, int srcStep, Rok8u* dst, int dstStep, RokiSize r
     } else {
         const std::uint8_t* t[4] = {tables[0], tables[outs > 1 ? 1 : 0], tables[outs > 2 ? 2 : 0], tables[outs > 3 ? 3 : 0]};
         for (int y = 0; y < roi.height; ++y)
-            kernels::lut_8u_channels(row(src, srcStep, y), row(dst, dstStep, y), std::size_t(roi.width), nc, outs, t);
+            kernels::lut_channels(row(src, srcStep, y), row(dst, dstStep, y), std::size_t(roi.width), nc, outs, t, 0);
     }
 }
 

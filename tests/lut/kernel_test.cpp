@@ -58,44 +58,4 @@ TEST(LutKernel, AlphaKeepingBytesMatchIndexing) {
     }
 }
 
-// Per-channel tables: 3 and 4 channels, the alpha-keeping form, tables all
-// different and some shared (one lookup serves both), every pixel count up
-// to 80 (the vector body starts at 128 bytes), start offsets that reach the
-// destination's alignment in whole pixels and ones that cannot, in place.
-TEST(LutKernel, ChannelTablesMatchIndexing) {
-    std::mt19937 rng(5);
-    Rok8u tables[4][256];
-    for (auto& t : tables)
-        for (auto& v : t) v = Rok8u(rng());
-    struct Form {
-        int nc, processed;
-        bool shared;
-    };
-    for (Form f : {Form{3, 3, false}, Form{3, 3, true}, Form{4, 4, false}, Form{4, 4, true}, Form{4, 3, false},
-                   Form{4, 3, true}}) {
-        const Rok8u* t[4] = {tables[0], tables[1], f.shared ? tables[0] : tables[2], tables[3]};
-        for (std::size_t pixels = 1; pixels <= 80; ++pixels)
-            for (std::size_t offset : {0u, 1u, 3u, 4u, 5u, 30u})
-                for (bool inPlace : {false, true}) {
-                    const std::size_t n = std::size_t(f.nc) * pixels;
-                    GuardedBuffer src(n + offset, offset % 2 ? Guard::Before : Guard::After),
-                        dst(n + offset, offset % 2 ? Guard::After : Guard::Before);
-                    for (std::size_t i = 0; i < n + offset; ++i) {
-                        src.data()[i] = Rok8u(rng());
-                        dst.data()[i] = Rok8u(rng());
-                    }
-                    Rok8u* out = inPlace ? src.data() : dst.data();
-                    std::vector<Rok8u> want(out, out + n + offset);
-                    for (std::size_t i = 0; i < n; ++i) {
-                        const int c = int(i % std::size_t(f.nc));
-                        if (c < f.processed) want[offset + i] = t[c][src.data()[offset + i]];
-                    }
-                    rok::kernels::lut_8u_channels(src.data() + offset, out + offset, pixels, f.nc, f.processed, t);
-                    ASSERT_EQ(std::memcmp(out, want.data(), n + offset), 0)
-                        << "nc=" << f.nc << " processed=" << f.processed << " shared=" << f.shared
-                        << " pixels=" << pixels << " offset=" << offset << " in place=" << inPlace;
-                }
-    }
-}
-
 }  // namespace

@@ -17,12 +17,6 @@ void lut_8u(const Rok8u* src, Rok8u* dst, std::size_t n, const Rok8u* table);
 // Four-channel pixels: channels 0..2 through table, dst's channel 3 kept.
 void lut_8u_ac4(const Rok8u* src, Rok8u* dst, std::size_t pixels, const Rok8u* table);
 
-// Pixels of nc = 3 or 4 samples, sample c < processed through tables[c]
-// (samples c >= processed kept): byte shuffles as lut_8u, once per distinct
-// table, each byte picking its channel's result.
-void lut_8u_channels(const Rok8u* src, Rok8u* dst, std::size_t pixels, int nc, int processed,
-                     const Rok8u* const* tables);
-
 // Pixels of nc interleaved samples: sample c < processed goes through
 // tables[c], indexed by the sample's bits XOR flip (0x8000 moves a signed
 // 16-bit range to table indices 0..65535); samples c >= processed are not

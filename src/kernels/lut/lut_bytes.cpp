@@ -9,7 +9,6 @@
 #include <immintrin.h>
 
 #include <cstdint>
-#include <cstring>
 
 #include "kernels/lut/lut.h"
 
@@ -79,62 +78,6 @@ void lut_8u_ac4(const Rok8u* src, Rok8u* dst, std::size_t pixels, const Rok8u* t
     }
     for (; i < n; i += 4)
         for (int c = 0; c < 3; ++c) dst[i + c] = table[src[i + c]];
-}
-
-void lut_8u_channels(const Rok8u* src, Rok8u* dst, std::size_t pixels, int nc, int processed,
-                     const Rok8u* const* tables) {
-    const std::size_t n = std::size_t(nc) * pixels;
-    auto scalar = [&](std::size_t from, std::size_t to) {
-        for (std::size_t p = from; p < to; p += std::size_t(nc))
-            for (int c = 0; c < processed; ++c) dst[p + c] = tables[c][src[p + c]];
-    };
-    std::size_t i = 0;  // always at a pixel's first sample outside the vector body
-    if (n >= 128) {
-        // Whole pixels up to the destination's alignment, where some number
-        // of them reaches it; otherwise unaligned stores from the start.
-        std::size_t head = 0;
-        while (head < 32 * std::size_t(nc) && (reinterpret_cast<std::uintptr_t>(dst + head) & 31) != 0) head += nc;
-        if (head >= 32 * std::size_t(nc)) head = 0;
-        scalar(0, head);
-        i = head;
-        // One lookup per distinct table; channels sharing a table share it.
-        int id[4] = {};
-        const Rok8u* distinct[4];
-        int u = 0;
-        for (int c = 0; c < processed; ++c) {
-            int d = 0;
-            while (d < u && distinct[d] != tables[c] && std::memcmp(distinct[d], tables[c], 256) != 0) ++d;
-            if (d == u) distinct[u++] = tables[c];
-            id[c] = d;
-        }
-        Parts parts[4] = {Parts(distinct[0]), Parts(distinct[u > 1 ? 1 : 0]), Parts(distinct[u > 2 ? 2 : 0]),
-                          Parts(distinct[u > 3 ? 3 : 0])};
-        // The channel of each byte repeats every 3 vectors (3 channels) or
-        // every vector (4). uses[k][d]: the bytes of vector k that take table
-        // d; kept[k]: the bytes of channels that are not processed.
-        const int period = nc == 3 ? 3 : 1;
-        __m256i uses[3][4], kept[3];
-        for (int k = 0; k < period; ++k) {
-            alignas(32) Rok8u m[4][32], a[32];
-            for (int j = 0; j < 32; ++j) {
-                const int c = (32 * k + j) % nc;
-                for (int d = 0; d < 4; ++d) m[d][j] = c < processed && id[c] == d ? 0xFF : 0;
-                a[j] = c < processed ? 0 : 0xFF;
-            }
-            for (int d = 0; d < 4; ++d) uses[k][d] = _mm256_load_si256(reinterpret_cast<const __m256i*>(m[d]));
-            kept[k] = _mm256_load_si256(reinterpret_cast<const __m256i*>(a));
-        }
-        const std::size_t block = 32 * std::size_t(period);
-        for (; i + block <= n; i += block)
-            for (int k = 0; k < period; ++k) {
-                const __m256i x = load(src + i + 32 * k);
-                __m256i r = parts[0].lookup(x);
-                for (int d = 1; d < u; ++d) r = _mm256_blendv_epi8(r, parts[d].lookup(x), uses[k][d]);
-                if (processed < nc) r = _mm256_blendv_epi8(r, load(dst + i + 32 * k), kept[k]);
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + i + 32 * k), r);
-            }
-    }
-    scalar(i, n);
 }
 
 }  // namespace rok::kernels
