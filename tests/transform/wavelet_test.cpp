@@ -399,7 +399,7 @@ TEST(Wavelet, RowKernelsMatchTheScalarLoop) {
                         for (int i = 0; i < n; ++i) {
                             dst[i] = want[std::size_t(i)] = float(i) * 0.5f;
                             float a = acc ? want[std::size_t(i)] : 0.0f;
-                            for (int k = 0; k < taps; ++k) a = a + w[std::size_t(k)] * first[sign * k * 96 + i];
+                            for (int k = 0; k < taps; ++k) a = std::fma(w[std::size_t(k)], first[sign * k * 96 + i], a);
                             want[std::size_t(i)] = a;
                         }
                         kw::weighted_rows_32f(first, stride, w.data(), taps, dst, n, acc);

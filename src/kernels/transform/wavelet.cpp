@@ -1,10 +1,12 @@
 // Weighted row sums, vectorised along the row: eight lanes per register,
-// four registers at a time, the taps in the same order as the scalar loop so
+// four registers at a time, the taps in the same order and each one fused
+// (one rounding per tap) in the vector body and the scalar loop alike, so
 // that the body and the tail agree to the bit.
 #include "kernels/transform/wavelet.h"
 
 #include <immintrin.h>
 
+#include <cmath>
 #include <cstdint>
 
 namespace rok::kernels::wavelet {
@@ -18,7 +20,7 @@ inline const float* tap_row(const float* first, std::ptrdiff_t strideBytes, int 
 inline float weighted_one(const float* first, std::ptrdiff_t strideBytes, const float* w, int taps, float start,
                           int i) {
     float acc = start;
-    for (int k = 0; k < taps; ++k) acc = acc + w[k] * tap_row(first, strideBytes, k)[i];
+    for (int k = 0; k < taps; ++k) acc = std::fma(w[k], tap_row(first, strideBytes, k)[i], acc);
     return acc;
 }
 
@@ -40,10 +42,10 @@ void weighted_rows_32f(const float* first, std::ptrdiff_t strideBytes, const flo
         for (int k = 0; k < taps; ++k) {
             const float* r = tap_row(first, strideBytes, k) + i;
             const __m256 wk = _mm256_set1_ps(w[k]);
-            a0 = _mm256_add_ps(a0, _mm256_mul_ps(wk, _mm256_loadu_ps(r)));
-            a1 = _mm256_add_ps(a1, _mm256_mul_ps(wk, _mm256_loadu_ps(r + 8)));
-            a2 = _mm256_add_ps(a2, _mm256_mul_ps(wk, _mm256_loadu_ps(r + 16)));
-            a3 = _mm256_add_ps(a3, _mm256_mul_ps(wk, _mm256_loadu_ps(r + 24)));
+            a0 = _mm256_fmadd_ps(wk, _mm256_loadu_ps(r), a0);
+            a1 = _mm256_fmadd_ps(wk, _mm256_loadu_ps(r + 8), a1);
+            a2 = _mm256_fmadd_ps(wk, _mm256_loadu_ps(r + 16), a2);
+            a3 = _mm256_fmadd_ps(wk, _mm256_loadu_ps(r + 24), a3);
         }
         _mm256_store_ps(dst + i, a0);
         _mm256_store_ps(dst + i + 8, a1);
@@ -53,7 +55,7 @@ void weighted_rows_32f(const float* first, std::ptrdiff_t strideBytes, const flo
     for (; i + 8 <= n; i += 8) {
         __m256 a = accumulate ? _mm256_load_ps(dst + i) : _mm256_setzero_ps();
         for (int k = 0; k < taps; ++k)
-            a = _mm256_add_ps(a, _mm256_mul_ps(_mm256_set1_ps(w[k]), _mm256_loadu_ps(tap_row(first, strideBytes, k) + i)));
+            a = _mm256_fmadd_ps(_mm256_set1_ps(w[k]), _mm256_loadu_ps(tap_row(first, strideBytes, k) + i), a);
         _mm256_store_ps(dst + i, a);
     }
     for (; i < n; ++i) dst[i] = weighted_one(first, strideBytes, w, taps, accumulate ? dst[i] : 0.0f, i);

@@ -11,8 +11,9 @@ namespace rok::kernels::wavelet {
 
 // dst[i] = (accumulate ? dst[i] : 0) + w[0] * r0[i] + w[1] * r1[i] + ...
 // for i in [0, n), where row k starts strideBytes * k bytes after `first`
-// (the stride may be negative). The terms are added in tap order, one
-// rounding per product and per sum, so every lane gives the same float.
+// (the stride may be negative). The terms are added in tap order, each as a
+// fused multiply-add (one rounding per tap), so every lane gives the same
+// float.
 void weighted_rows_32f(const float* first, std::ptrdiff_t strideBytes, const float* w, int taps, float* dst, int n,
                        bool accumulate);
 
