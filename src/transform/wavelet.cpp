@@ -6,7 +6,6 @@
 #include <cstring>
 #include <type_traits>
 
-#include "core/core.h"
 #include "frame/record.h"
 #include "kernels/transform/wavelet.h"
 
