@@ -3031,6 +3031,22 @@ EXPORTS = (
     ('rokiCplxExtendToPack_32sc32s_C3R', 'CplxExtendToPack', '32sc32s', 'C3', 'R', 'RokStatus', 'const Rok32sc* pSrc, int srcStep, RokiSize roiSize, Rok32s* pDst, int dstStep'),
     ('rokiCplxExtendToPack_16sc16s_C1R', 'CplxExtendToPack', '16sc16s', 'C1', 'R', 'RokStatus', 'const Rok16sc* pSrc, int srcStep, RokiSize roiSize, Rok16s* pDst, int dstStep'),
     ('rokiCplxExtendToPack_16sc16s_C3R', 'CplxExtendToPack', '16sc16s', 'C3', 'R', 'RokStatus', 'const Rok16sc* pSrc, int srcStep, RokiSize roiSize, Rok16s* pDst, int dstStep'),
+    ('rokiWTFwdInitAlloc_32f_C1R', 'WTFwdInitAlloc', '32f', 'C1', 'R', 'RokStatus', 'RokiWTFwdSpec_32f** ppSpec, const Rok32f* pTapsLow, int lenLow, int anchorLow, const Rok32f* pTapsHigh, int lenHigh, int anchorHigh'),
+    ('rokiWTFwdInitAlloc_32f_C3R', 'WTFwdInitAlloc', '32f', 'C3', 'R', 'RokStatus', 'RokiWTFwdSpec_32f** ppSpec, const Rok32f* pTapsLow, int lenLow, int anchorLow, const Rok32f* pTapsHigh, int lenHigh, int anchorHigh'),
+    ('rokiWTFwdFree_32f_C1R', 'WTFwdFree', '32f', 'C1', 'R', 'RokStatus', 'RokiWTFwdSpec_32f* pSpec'),
+    ('rokiWTFwdFree_32f_C3R', 'WTFwdFree', '32f', 'C3', 'R', 'RokStatus', 'RokiWTFwdSpec_32f* pSpec'),
+    ('rokiWTInvInitAlloc_32f_C1R', 'WTInvInitAlloc', '32f', 'C1', 'R', 'RokStatus', 'RokiWTInvSpec_32f** ppSpec, const Rok32f* pTapsLow, int lenLow, int anchorLow, const Rok32f* pTapsHigh, int lenHigh, int anchorHigh'),
+    ('rokiWTInvInitAlloc_32f_C3R', 'WTInvInitAlloc', '32f', 'C3', 'R', 'RokStatus', 'RokiWTInvSpec_32f** ppSpec, const Rok32f* pTapsLow, int lenLow, int anchorLow, const Rok32f* pTapsHigh, int lenHigh, int anchorHigh'),
+    ('rokiWTInvFree_32f_C1R', 'WTInvFree', '32f', 'C1', 'R', 'RokStatus', 'RokiWTInvSpec_32f* pSpec'),
+    ('rokiWTInvFree_32f_C3R', 'WTInvFree', '32f', 'C3', 'R', 'RokStatus', 'RokiWTInvSpec_32f* pSpec'),
+    ('rokiWTFwdGetBufSize_C1R', 'WTFwdGetBufSize', '', 'C1', '', 'RokStatus', 'const RokiWTFwdSpec_32f* pSpec, int* pSize'),
+    ('rokiWTFwdGetBufSize_C3R', 'WTFwdGetBufSize', '', 'C3', '', 'RokStatus', 'const RokiWTFwdSpec_32f* pSpec, int* pSize'),
+    ('rokiWTInvGetBufSize_C1R', 'WTInvGetBufSize', '', 'C1', '', 'RokStatus', 'const RokiWTInvSpec_32f* pSpec, int* pSize'),
+    ('rokiWTInvGetBufSize_C3R', 'WTInvGetBufSize', '', 'C3', '', 'RokStatus', 'const RokiWTInvSpec_32f* pSpec, int* pSize'),
+    ('rokiWTFwd_32f_C1R', 'WTFwd', '32f', 'C1', 'R', 'RokStatus', 'const Rok32f* pSrc, int srcStep, Rok32f* pApproxDst, int approxStep, Rok32f* pDetailXDst, int detailXStep, Rok32f* pDetailYDst, int detailYStep, Rok32f* pDetailXYDst, int detailXYStep, RokiSize dstRoiSize, const RokiWTFwdSpec_32f* pSpec, Rok8u* pBuffer'),
+    ('rokiWTFwd_32f_C3R', 'WTFwd', '32f', 'C3', 'R', 'RokStatus', 'const Rok32f* pSrc, int srcStep, Rok32f* pApproxDst, int approxStep, Rok32f* pDetailXDst, int detailXStep, Rok32f* pDetailYDst, int detailYStep, Rok32f* pDetailXYDst, int detailXYStep, RokiSize dstRoiSize, const RokiWTFwdSpec_32f* pSpec, Rok8u* pBuffer'),
+    ('rokiWTInv_32f_C1R', 'WTInv', '32f', 'C1', 'R', 'RokStatus', 'const Rok32f* pApproxSrc, int approxStep, const Rok32f* pDetailXSrc, int detailXStep, const Rok32f* pDetailYSrc, int detailYStep, const Rok32f* pDetailXYSrc, int detailXYStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, const RokiWTInvSpec_32f* pSpec, Rok8u* pBuffer'),
+    ('rokiWTInv_32f_C3R', 'WTInv', '32f', 'C3', 'R', 'RokStatus', 'const Rok32f* pApproxSrc, int approxStep, const Rok32f* pDetailXSrc, int detailXStep, const Rok32f* pDetailYSrc, int detailYStep, const Rok32f* pDetailXYSrc, int detailXYStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, const RokiWTInvSpec_32f* pSpec, Rok8u* pBuffer'),
 )
 
 # the header comments of each family, for help()
