@@ -579,6 +579,31 @@ TEST_F(Cli, FilesKeepTheirSamplesThroughEveryFormat) {
     EXPECT_LE(worst, 8);
 }
 
+// The Haar wavelet mosaic against the transform written out here, and back.
+TEST_F(Cli, WaveletBandsAndBack) {
+    const Img a = make(37, 23, 1, 1, 21);  // odd: the last row and column are left out
+    write_pnm(a, p("a.pgm"));
+    ASSERT_EQ(rok("wavelet a.pgm bands.pfm").code, 0);
+    ASSERT_EQ(rok("wavelet bands.pfm back.pfm --inverse").code, 0);
+    Img bands = read_pnm(p("bands.pfm")), back = read_pnm(p("back.pfm"));
+    ASSERT_EQ(bands.w, 36);
+    ASSERT_EQ(bands.h, 22);
+    auto f = [](Img& m, int y, int x) { float v; std::memcpy(&v, m.at(y, x), 4); return static_cast<double>(v); };
+    auto s = [&](int y, int x) { return static_cast<double>(const_cast<Img&>(a).at(y, x)[0]); };
+    double worst = 0;
+    for (int y = 0; y < 11; ++y)
+        for (int x = 0; x < 18; ++x) {
+            double p00 = s(2 * y, 2 * x), p01 = s(2 * y, 2 * x + 1), p10 = s(2 * y + 1, 2 * x), p11 = s(2 * y + 1, 2 * x + 1);
+            const double want[4] = {(p00 + p01 + p10 + p11) / 2, (p01 - p00 + p11 - p10) / 2,  // approximation, high along rows
+                                    (p10 - p00 + p11 - p01) / 2, (p11 - p10 - p01 + p00) / 2};  // high along columns, both
+            const int at[4][2] = {{0, 0}, {0, 18}, {11, 0}, {11, 18}};
+            for (int k = 0; k < 4; ++k) worst = std::max(worst, std::fabs(f(bands, at[k][0] + y, at[k][1] + x) - want[k]));
+            for (int dy = 0; dy < 2; ++dy)
+                for (int dx = 0; dx < 2; ++dx) worst = std::max(worst, std::fabs(f(back, 2 * y + dy, 2 * x + dx) - s(2 * y + dy, 2 * x + dx)));
+        }
+    EXPECT_LT(worst, 1e-3);
+}
+
 // RGBA through PNG: commands whose family leaves alpha alone (AC4) must give
 // back the input's alpha, and the colour as the library computes it.
 TEST_F(Cli, RgbaKeepsItsAlpha) {
@@ -771,6 +796,7 @@ TEST_F(Cli, BadInputFailsWithOneLineAndNoFile) {
         {"filter " + A + " OUT --prewitt x", "h (horizontal"},
         {"compare " + A + " " + A + " OUT --eps 1", "does not take 8u"},
         {"diff " + A, "two images"},
+        {"wavelet " + A + " OUT --inverse", "takes a 32f mosaic"},
         {"stats " + A + " --levels 5,3", "increasing numbers"},
         {"filter " + A + " OUT --scharr x", "--scharr takes h"},
         {"min " + A + " " + A + " OUT --mask 3x3", "takes no --mask"},

@@ -171,6 +171,10 @@ const std::vector<Command>& commands() {
          "--view         write the log magnitude of the coefficients scaled to 8 bits\n"
          "--blocks K     8-bit grey: the 8x8 block transform, keeping the lowest KxK frequencies of each block (1 to 8)",
          "rok dct in.png coefficients.pfm && rok dct coefficients.pfm back.pfm --inverse", "DCTFwd", 1, run_dct},
+        {"wavelet", "one level of the Haar wavelet transform: the four half-size bands as a mosaic", "IN OUT [--view | --inverse]",
+         "--view         each band scaled to 8 bits (the details by their magnitude) instead of 32f coefficients\n"
+         "--inverse      a 32f mosaic (.pfm) back to the image",
+         "rok wavelet in.png bands.pfm && rok wavelet bands.pfm back.pfm --inverse", "WTFwd", 1, run_wavelet},
         {"fft", "log magnitude (or phase) of the 2-D Fourier transform, centred", "IN OUT [--phase]",
          "--phase        the phase instead, -pi..pi as 0..255",
          "rok fft in.png spectrum.png", "DFTFwd_RToPack", 1, run_fft},

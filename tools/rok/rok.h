@@ -225,6 +225,7 @@ Image run_remap(const Command& c, const Options& o, const Image& a, const Image*
 // transforms.cpp
 Image run_fft(const Command&, const Options& o, const Image& a, const Image*);
 Image run_dct(const Command& c, const Options& o, const Image& a, const Image*);
+Image run_wavelet(const Command& c, const Options& o, const Image& a, const Image*);
 // numbers.cpp: commands that print
 Stats compute_stats(const Image& a, int bins, const double* range = nullptr, const std::vector<double>* levels = nullptr);
 int run_stats(const Options& o);

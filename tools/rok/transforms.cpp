@@ -125,4 +125,103 @@ Image run_dct(const Command& c, const Options& o, const Image& a, const Image*) 
     return o.has("view") ? log_view(out, false) : out;
 }
 
+// ---- wavelets ----
+
+namespace {
+const float kHaar = 0.70710678118654752f;
+}  // namespace
+
+// One level of the Haar wavelet transform, laid out as a mosaic of the four
+// half-size bands: approximation top left, high along rows top right, high
+// along columns bottom left, high along both bottom right. Forward: 32f
+// coefficients (.pfm), or with --view each band scaled to 8 bits; --inverse
+// takes such a 32f mosaic back to the image. An odd last row or column is
+// left out of the forward transform.
+Image run_wavelet(const Command& c, const Options& o, const Image& src, const Image*) {
+    bool inv = o.has("inverse");
+    if (inv && src.depth != Depth::f32) throw Error("wavelet --inverse takes a 32f mosaic (a .pfm written by rok wavelet)");
+    if (inv && o.has("view")) throw Error("wavelet: --view applies to the forward transform");
+    Image a = to_f32(src);
+    if (a.channels == 4) throw Error("wavelet takes grey or RGB images");
+    int hw = a.width / 2, hh = a.height / 2;
+    if (hw < 1 || hh < 1) throw Error("wavelet needs an image of at least 2x2 pixels");
+    if (inv && (a.width % 2 || a.height % 2)) throw Error("wavelet --inverse takes a mosaic of even width and height");
+    const std::string lay = layout_of(a);
+    const std::size_t px = static_cast<std::size_t>(a.channels) * 4;  // bytes of a pixel
+    Image out;
+    out.allocate(2 * hw, 2 * hh, a.channels, Depth::f32);
+    // the four bands inside the mosaic: (x, y) of each quarter
+    const int at[4][2] = {{0, 0}, {hw, 0}, {0, hh}, {hw, hh}};
+    auto quarter = [&](Image& m, int k) { return reinterpret_cast<Rok32f*>(m.row(at[k][1]) + at[k][0] * px); };
+    int size = 0;
+    if (!inv) {
+        // analysis: band j = taps[0] src[2j + 1] + taps[1] src[2j] (anchor 1)
+        const Rok32f low[2] = {kHaar, kHaar}, high[2] = {kHaar, -kHaar};
+        auto init = find_export("WTFwdInitAlloc", "32f", lay, {"R"}, c.name);
+        auto run = find_export("WTFwd", "32f", lay, {"R"}, c.name);
+        void* spec = nullptr;
+        using Init = RokStatus (*)(void**, const Rok32f*, int, int, const Rok32f*, int, int);
+        check(reinterpret_cast<Init>(init.fn)(&spec, low, 2, 1, high, 2, 1), init.name);
+        auto fr = find_export("WTFwdFree", "32f", lay, {"R"}, c.name);
+        std::unique_ptr<void, RokStatus (*)(void*)> hold(spec, reinterpret_cast<RokStatus (*)(void*)>(fr.fn));
+        auto* fs = static_cast<const RokiWTFwdSpec_32f*>(spec);
+        check(a.channels == 1 ? rokiWTFwdGetBufSize_C1R(fs, &size) : rokiWTFwdGetBufSize_C3R(fs, &size), "rokiWTFwdGetBufSize");
+        std::vector<Rok8u> buf(static_cast<std::size_t>(std::max(size, 1)));
+        using Fwd = RokStatus (*)(const Rok32f*, int, Rok32f*, int, Rok32f*, int, Rok32f*, int, Rok32f*, int, RokiSize, const void*, Rok8u*);
+        // approximation, high along columns, high along rows, high along both
+        check(reinterpret_cast<Fwd>(run.fn)(reinterpret_cast<const Rok32f*>(a.data.data()), a.step(), quarter(out, 0), out.step(),
+                                            quarter(out, 2), out.step(), quarter(out, 1), out.step(), quarter(out, 3), out.step(),
+                                            {hw, hh}, spec, buf.data()),
+              run.name);
+        if (!o.has("view")) return out;
+        // each band scaled on its own: the approximation from its range, the details from their largest magnitude
+        Image view;
+        view.allocate(out.width, out.height, out.channels, Depth::u8);
+        for (int k = 0; k < 4; ++k) {
+            double lo = HUGE_VAL, hi = -HUGE_VAL;
+            for (int y = 0; y < hh; ++y)
+                for (int i = 0; i < hw * a.channels; ++i) {
+                    double v = quarter(out, k)[static_cast<std::size_t>(y) * out.width * a.channels + i];
+                    if (k) v = std::fabs(v);
+                    lo = std::min(lo, v), hi = std::max(hi, v);
+                }
+            if (k) lo = 0;
+            for (int y = 0; y < hh; ++y)
+                for (int i = 0; i < hw * a.channels; ++i) {
+                    double v = quarter(out, k)[static_cast<std::size_t>(y) * out.width * a.channels + i];
+                    if (k) v = std::fabs(v);
+                    double g = hi > lo ? (v - lo) / (hi - lo) * 255.0 : 0;
+                    view.row(at[k][1] + y)[static_cast<std::size_t>(at[k][0]) * a.channels + i] = static_cast<std::uint8_t>(std::lround(g));
+                }
+        }
+        return view;
+    }
+    // synthesis: the analysis taps reversed, anchor 0
+    const Rok32f low[2] = {kHaar, kHaar}, high[2] = {-kHaar, kHaar};
+    auto init = find_export("WTInvInitAlloc", "32f", lay, {"R"}, c.name);
+    auto run = find_export("WTInv", "32f", lay, {"R"}, c.name);
+    void* spec = nullptr;
+    using Init = RokStatus (*)(void**, const Rok32f*, int, int, const Rok32f*, int, int);
+    check(reinterpret_cast<Init>(init.fn)(&spec, low, 2, 0, high, 2, 0), init.name);
+    auto fr = find_export("WTInvFree", "32f", lay, {"R"}, c.name);
+    std::unique_ptr<void, RokStatus (*)(void*)> hold(spec, reinterpret_cast<RokStatus (*)(void*)>(fr.fn));
+    auto* is = static_cast<const RokiWTInvSpec_32f*>(spec);
+    check(a.channels == 1 ? rokiWTInvGetBufSize_C1R(is, &size) : rokiWTInvGetBufSize_C3R(is, &size), "rokiWTInvGetBufSize");
+    std::vector<Rok8u> buf(static_cast<std::size_t>(std::max(size, 1)));
+    // the bands read one pixel past their region: each band copied into a buffer with a zero border
+    std::vector<Image> band(4);
+    for (int k = 0; k < 4; ++k) {
+        band[static_cast<std::size_t>(k)].allocate(hw + 2, hh + 2, a.channels, Depth::f32);
+        for (int y = 0; y < hh; ++y)
+            std::memcpy(band[static_cast<std::size_t>(k)].row(y + 1) + px, a.row(at[k][1] + y) + at[k][0] * px, static_cast<std::size_t>(hw) * px);
+    }
+    auto origin = [&](int k) { return reinterpret_cast<const Rok32f*>(band[static_cast<std::size_t>(k)].row(1) + px); };
+    int bstep = band[0].step();
+    using Inv = RokStatus (*)(const Rok32f*, int, const Rok32f*, int, const Rok32f*, int, const Rok32f*, int, RokiSize, Rok32f*, int, const void*, Rok8u*);
+    check(reinterpret_cast<Inv>(run.fn)(origin(0), bstep, origin(2), bstep, origin(1), bstep, origin(3), bstep, {hw, hh},
+                                        reinterpret_cast<Rok32f*>(out.data.data()), out.step(), spec, buf.data()),
+          run.name);
+    return out;
+}
+
 }  // namespace rok
