@@ -262,11 +262,17 @@ class Record:
         return f"<rokip.Record {self.ctype_name} {'closed' if not self._ptr else hex(self._ptr)}>"
 
 
-def _free_for(ctype_name):
-    for e in exports.values():
-        if "Free" in e.name and len(e.params) == 1 and e.params[0].base == ctype_name and e.params[0].depth == 1:
-            return e
-    return None
+def _free_for(ctype_name, made_by=None):
+    """The Free export of a record type; where several take it (one per
+    layout), the one whose name ends as the allocating export's does."""
+    found = [e for e in exports.values()
+             if "Free" in e.name and len(e.params) == 1 and e.params[0].base == ctype_name and e.params[0].depth == 1]
+    if made_by is not None and "InitAlloc" in made_by:
+        tail = made_by.split("InitAlloc", 1)[1]
+        for e in found:
+            if e.name.endswith(tail):
+                return e
+    return found[0] if found else None
 
 
 def _buffer_query(record):
@@ -534,7 +540,7 @@ def _finish(export, outputs):
     res = []
     for o in outputs:
         if isinstance(o, tuple) and o[0] == "record":
-            free = _free_for(o[1])
+            free = _free_for(o[1], export.name)
             res.append(Record(o[1], o[2].value, free))
         elif isinstance(o, tuple) and o[0] == "value":
             a = o[1]
@@ -656,6 +662,6 @@ def __dir__():
     return sorted(set(globals()) | set(families))
 
 
-from ._objects import DCT, Fourier, Moments  # noqa: E402  (they build on the names above)
+from ._objects import DCT, Fourier, Moments, Wavelet  # noqa: E402  (they build on the names above)
 
-__all__ += ["Moments", "DCT", "Fourier", "Size", "Rect", "Point"]
+__all__ += ["Moments", "DCT", "Fourier", "Wavelet", "Size", "Rect", "Point"]

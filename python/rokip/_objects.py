@@ -172,3 +172,105 @@ class Fourier(DCT):
 
     def inverse(self, c, out=None):
         return self._run(self._prefix + "Inv_PackToR", self._inv, c, out)
+
+
+_HAAR = 0.70710678118654752
+
+
+class Wavelet(_Holder):
+    """One level of the separable 2-D wavelet transform of float32 images
+    with 1 or 3 channels, in forward and inverse records of the library:
+
+        with rokip.Wavelet() as wt:                      # Haar unless filters are given
+            approx, detail_x, detail_y, detail_xy = wt.forward(x)
+            y = wt.inverse(approx, detail_x, detail_y, detail_xy)
+
+    analysis and synthesis are (low taps, low anchor, high taps, high anchor);
+    band j = sum_k taps[k] * x[2j + anchor - k]. The bands are half the
+    image's size (an odd last row or column is left out); the pixels the
+    filters read beyond the image or the bands are its edge pixels repeated,
+    so filters longer than 2 taps reconstruct exactly only away from the
+    edges. detail_x is high-pass along columns, detail_y along rows."""
+
+    def __init__(self, channels=1, analysis=None, synthesis=None):
+        super().__init__()
+        if channels not in (1, 3):
+            raise ValueError(f"Wavelet: channels is 1 or 3, not {channels!r}")
+        self.channels = channels
+        self._lay = "C1" if channels == 1 else "C3"
+        self._banks = []
+        for kind, bank, default in (("Fwd", analysis, ((_HAAR, _HAAR), 1, (_HAAR, -_HAAR), 1)),
+                                    ("Inv", synthesis, ((_HAAR, _HAAR), 0, (-_HAAR, _HAAR), 0))):
+            low, alow, high, ahigh = bank if bank is not None else default
+            low, high = np.ascontiguousarray(low, np.float32), np.ascontiguousarray(high, np.float32)
+            if low.ndim != 1 or high.ndim != 1:
+                raise ValueError("Wavelet: the taps are one-dimensional sequences")
+            self._banks.append((low, int(alow), high, int(ahigh)))
+            try:
+                rec = _record_maker(exports[f"rokiWT{kind}InitAlloc_32f_{self._lay}R"])(
+                    low, len(low), int(alow), high, len(high), int(ahigh))
+            except Exception:
+                self.close()
+                raise
+            self._hold(rec)
+        self._fwd, self._inv = self._records
+
+    def _check(self, x, what):
+        if not isinstance(x, np.ndarray):
+            raise TypeError(f"Wavelet: {what} must be a NumPy array, not {type(x).__name__}")
+        if x.dtype != np.float32:
+            raise TypeError(f"Wavelet: {what} must have dtype float32, not {x.dtype}")
+        chans = 1 if x.ndim == 2 else (x.shape[2] if x.ndim == 3 else 0)
+        if chans != self.channels:
+            raise ValueError(f"Wavelet: {what} must be (height, width{', 3' if self.channels == 3 else ''}), not {x.shape}")
+
+    def _pad(self, x, before, after):
+        width = ((before, after), (before, after)) + (((0, 0),) if x.ndim == 3 else ())
+        return np.ascontiguousarray(np.pad(x, width, mode="edge"))
+
+    def _run(self, name, record, arrays, out, roi, border):
+        size = ctypes.c_int(0)
+        exports[f"rokiWT{name}GetBufSize_{self._lay}R"](record.pointer, ctypes.addressof(size))
+        buf = np.zeros(max(size.value, 1), np.uint8)
+        args = []
+        for a in arrays:
+            item = a.strides[1]
+            args += [a.ctypes.data + border * a.strides[0] + border * item, a.strides[0]]
+        call = exports[f"rokiWT{name}_32f_{self._lay}R"]
+        if name == "Fwd":
+            call(*args, *[v for o in out for v in (o.ctypes.data, o.strides[0])], roi, record.pointer, buf.ctypes.data)
+        else:
+            call(*args, roi, out[0].ctypes.data, out[0].strides[0], record.pointer, buf.ctypes.data)
+
+    def forward(self, x):
+        """The four bands (approx, detail_x, detail_y, detail_xy) of x."""
+        self._check_open()
+        self._check(x, "the image")
+        h, w = x.shape[0] // 2, x.shape[1] // 2
+        if h < 1 or w < 1:
+            raise ValueError("Wavelet: the image must be at least 2x2")
+        low, alow, high, ahigh = self._banks[0]
+        before = max(len(low) - alow - 1, len(high) - ahigh - 1, 0)
+        after = max(alow - 1, ahigh - 1, 0)
+        src = self._pad(x[:2 * h, :2 * w], before, after)
+        # the border is the same on both sides of each axis, so the region starts at (before, before)
+        bands = [np.zeros((h, w) + x.shape[2:], np.float32) for _ in range(4)]
+        self._run("Fwd", self._fwd, [src], bands, Size(w, h), before)
+        return tuple(bands)
+
+    def inverse(self, approx, detail_x, detail_y, detail_xy):
+        """The image (twice the bands' size) from the four bands."""
+        self._check_open()
+        bands = (approx, detail_x, detail_y, detail_xy)
+        for b, n in zip(bands, ("approx", "detail_x", "detail_y", "detail_xy")):
+            self._check(b, n)
+            if b.shape != approx.shape:
+                raise ValueError(f"Wavelet: {n} is {b.shape}, approx {approx.shape}")
+        h, w = approx.shape[:2]
+        low, alow, high, ahigh = self._banks[1]
+        before = max((len(low) - 1 - alow) // 2, (len(high) - 1 - ahigh) // 2, 0)
+        after = max((alow + 1) // 2, (ahigh + 1) // 2, 0)
+        padded = [self._pad(b, before, after) for b in bands]
+        out = np.zeros((2 * h, 2 * w) + approx.shape[2:], np.float32)
+        self._run("Inv", self._inv, padded, [out], Size(w, h), before)
+        return out

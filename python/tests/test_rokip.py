@@ -252,3 +252,35 @@ G = image(4, 5, 0, np.uint8)
 def test_arrays_that_do_not_fit_are_refused_before_the_call(call, error, match):
     with pytest.raises(error, match=match):
         call()
+
+
+@pytest.mark.parametrize("shape", [(9, 12), (10, 14, 3)])
+def test_wavelet_object_haar_bands_and_back(shape):
+    x = image(*shape, np.float32) if len(shape) == 3 else image(*shape, 0, np.float32)
+    with rokip.Wavelet(1 if len(shape) == 2 else 3) as wt:
+        a, dx, dy, dxy = wt.forward(x)
+        e = x[:shape[0] // 2 * 2].astype(np.float64)
+        p00, p01, p10, p11 = e[0::2, 0::2], e[0::2, 1::2], e[1::2, 0::2], e[1::2, 1::2]
+        for got, want in ((a, p00 + p01 + p10 + p11), (dx, p10 + p11 - p00 - p01), (dy, p01 + p11 - p00 - p10),
+                          (dxy, p00 + p11 - p01 - p10)):
+            np.testing.assert_allclose(got, want / 2, atol=1e-3)
+        np.testing.assert_allclose(wt.inverse(a, dx, dy, dxy), e, atol=1e-3)
+        with pytest.raises(ValueError, match="detail_y"):
+            wt.inverse(a, dx, dy[:-1], dxy)
+        with pytest.raises(TypeError, match="float32"):
+            wt.forward(x.astype(np.float64))
+    with pytest.raises(ValueError, match="closed"):
+        wt.forward(x)
+
+
+def test_wavelet_object_longer_filters_reconstruct_inside():
+    h0 = np.array([0.4829629131445341, 0.8365163037378079, 0.2241438680420134, -0.1294095225512604])  # Daubechies 4
+    h1 = np.array([(-1) ** k * h0[3 - k] for k in range(4)])
+    x = image(16, 20, 0, np.float32)
+    with rokip.Wavelet(1, analysis=(h0, 3, h1, 3), synthesis=(h0[::-1], 0, h1[::-1], 0)) as wt:
+        y = wt.inverse(*wt.forward(x))
+    np.testing.assert_allclose(y[4:-4, 4:-4], x[4:-4, 4:-4], atol=1e-3)
+    with pytest.raises(rokip.RokError, match="rokStatusBadAnchor"):
+        rokip.Wavelet(1, analysis=(h0, 4, h1, 3))
+    with pytest.raises(ValueError, match="1 or 3"):
+        rokip.Wavelet(4)
