@@ -2,8 +2,9 @@
 // positions, finds their taps, and goes on only when every tap (and every
 // byte its loads read beyond them) lies inside the box, where the rule of
 // pixel_rules.h needs no edge treatment; it then computes the same
-// operations in the same order as the rule. Taps are gathered: the source
-// positions of a warp or a remap follow no pattern a load could use.
+// operations in the same order as the rule. Taps are gathered (by scalar
+// loads): the source positions of a warp or a remap follow no pattern a
+// vector load could use.
 #include "kernels/geometry/pixel_fast.h"
 
 #include <immintrin.h>
@@ -11,6 +12,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 #include "kernels/geometry/pixel_rules.h"
@@ -64,8 +66,23 @@ inline __m256i offsets(const Ctx& c, __m256i ix, __m256i iy, int pixelBytes) {
     return _mm256_add_epi32(_mm256_mullo_epi32(iy, c.step), _mm256_mullo_epi32(ix, _mm256_set1_epi32(pixelBytes)));
 }
 
+// The eight dwords at byte offsets off from the base. Eight scalar loads
+// put together in a register: on the processors measured they take well
+// under half the time of the gather instruction, and the values are the
+// same.
 inline __m256i gather(const Ctx& c, __m256i off) {
-    return _mm256_i32gather_epi32(reinterpret_cast<const int*>(c.base), off, 1);
+    alignas(32) std::int32_t o[8];
+    _mm256_store_si256(reinterpret_cast<__m256i*>(o), off);
+    auto at = [&](int k) {
+        int v;
+        std::memcpy(&v, c.base + o[k], 4);
+        return v;
+    };
+    __m128i lo = _mm_cvtsi32_si128(at(0)), hi = _mm_cvtsi32_si128(at(4));
+    lo = _mm_insert_epi32(lo, at(1), 1), hi = _mm_insert_epi32(hi, at(5), 1);
+    lo = _mm_insert_epi32(lo, at(2), 2), hi = _mm_insert_epi32(hi, at(6), 2);
+    lo = _mm_insert_epi32(lo, at(3), 3), hi = _mm_insert_epi32(hi, at(7), 3);
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1);
 }
 
 // Eight 32-bit results (0..255 or saturated) to eight bytes.
@@ -312,9 +329,7 @@ struct Cubic8 {
 
 // ---- 32-bit float, one channel ----
 
-inline __m256 gatherf(const Ctx& c, __m256i off) {
-    return _mm256_i32gather_ps(reinterpret_cast<const float*>(c.base), off, 1);
-}
+inline __m256 gatherf(const Ctx& c, __m256i off) { return _mm256_castsi256_ps(gather(c, off)); }
 
 struct LinearF {
     static Margins margins() { return {0, 1, 0, 1}; }
