@@ -331,6 +331,19 @@ struct Cubic8 {
 
 inline __m256 gatherf(const Ctx& c, __m256i off) { return _mm256_castsi256_ps(gather(c, off)); }
 
+// Byte offsets of a block's pixels, for scalar loads.
+struct Offsets {
+    alignas(32) std::int32_t o[8];
+    explicit Offsets(__m256i off) { _mm256_store_si256(reinterpret_cast<__m256i*>(o), off); }
+};
+
+// The two floats at byte offsets o[j] and o[k] (plus `extra`) side by side:
+// (a_j, b_j, a_k, b_k).
+inline __m128 pairs(const std::uint8_t* base, const Offsets& f, int j, int k, std::ptrdiff_t extra) {
+    const __m128 lo = _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(base + f.o[j] + extra)));
+    return _mm_loadh_pi(lo, reinterpret_cast<const __m64*>(base + f.o[k] + extra));
+}
+
 struct LinearF {
     static Margins margins() { return {0, 1, 0, 1}; }
     template <bool Check>
@@ -338,12 +351,20 @@ struct LinearF {
         __m256 tx, ty;
         const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
         if (Check && !inner(c, ix, iy)) return false;
-        const __m256i off = offsets(c, ix, iy, 4), four = _mm256_set1_epi32(4);
-        const __m256i off1 = _mm256_add_epi32(off, c.step);
-        const __m256 a = gatherf(c, off), b = gatherf(c, _mm256_add_epi32(off, four));
-        const __m256 e = gatherf(c, off1), f = gatherf(c, _mm256_add_epi32(off1, four));
+        // Each tap and its right neighbour in one 8-byte load; the pairs
+        // of pixels 0, 1, 4, 5 and 2, 3, 6, 7 are split into the left and
+        // right samples of pixels 0..7 in order.
+        const Offsets f(offsets(c, ix, iy, 4));
+        auto row = [&](std::ptrdiff_t at, __m256* left, __m256* right) {
+            const __m256 p = _mm256_set_m128(pairs(c.base, f, 4, 5, at), pairs(c.base, f, 0, 1, at));
+            const __m256 q = _mm256_set_m128(pairs(c.base, f, 6, 7, at), pairs(c.base, f, 2, 3, at));
+            *left = _mm256_shuffle_ps(p, q, 0x88), *right = _mm256_shuffle_ps(p, q, 0xDD);
+        };
+        __m256 a, b, e, g;
+        row(0, &a, &b);
+        row(c.rowBytes, &e, &g);
         const __m256 h0 = _mm256_add_ps(a, _mm256_mul_ps(_mm256_sub_ps(b, a), tx));
-        const __m256 h1 = _mm256_add_ps(e, _mm256_mul_ps(_mm256_sub_ps(f, e), tx));
+        const __m256 h1 = _mm256_add_ps(e, _mm256_mul_ps(_mm256_sub_ps(g, e), tx));
         _mm256_storeu_ps(d, _mm256_add_ps(h0, _mm256_mul_ps(_mm256_sub_ps(h1, h0), ty)));
         return true;
     }
@@ -370,12 +391,21 @@ struct CubicF {
         __m256 wx[4], wy[4];
         cubic_weights8(Method, tx, wx);
         cubic_weights8(Method, ty, wy);
-        __m256i off = offsets(c, _mm256_sub_epi32(ix, _mm256_set1_epi32(1)), _mm256_sub_epi32(iy, _mm256_set1_epi32(1)), 4);
-        const __m256i four = _mm256_set1_epi32(4), eight = _mm256_set1_epi32(8), twelve = _mm256_set1_epi32(12);
+        // Each pixel's four taps of a row in one 16-byte load, pixels j and
+        // j + 4 in the two lanes, transposed into the taps of pixels 0..7.
+        const Offsets f(
+            offsets(c, _mm256_sub_epi32(ix, _mm256_set1_epi32(1)), _mm256_sub_epi32(iy, _mm256_set1_epi32(1)), 4));
         __m256 v = _mm256_setzero_ps();
-        for (int r = 0; r < 4; ++r, off = _mm256_add_epi32(off, c.step)) {
-            const __m256 h = across4(wx, gatherf(c, off), gatherf(c, _mm256_add_epi32(off, four)),
-                                     gatherf(c, _mm256_add_epi32(off, eight)), gatherf(c, _mm256_add_epi32(off, twelve)));
+        for (int r = 0; r < 4; ++r) {
+            const std::uint8_t* p = c.base + r * c.rowBytes;
+            __m256 t[4];
+            for (int j = 0; j < 4; ++j)
+                t[j] = _mm256_loadu2_m128(reinterpret_cast<const float*>(p + f.o[j + 4]),
+                                          reinterpret_cast<const float*>(p + f.o[j]));
+            const __m256 u0 = _mm256_unpacklo_ps(t[0], t[1]), u1 = _mm256_unpackhi_ps(t[0], t[1]);
+            const __m256 u2 = _mm256_unpacklo_ps(t[2], t[3]), u3 = _mm256_unpackhi_ps(t[2], t[3]);
+            const __m256 h = across4(wx, _mm256_shuffle_ps(u0, u2, 0x44), _mm256_shuffle_ps(u0, u2, 0xEE),
+                                     _mm256_shuffle_ps(u1, u3, 0x44), _mm256_shuffle_ps(u1, u3, 0xEE));
             v = r == 0 ? _mm256_mul_ps(wy[0], h) : _mm256_add_ps(v, _mm256_mul_ps(wy[r], h));
         }
         _mm256_storeu_ps(d, v);
