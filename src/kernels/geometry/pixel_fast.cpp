@@ -160,8 +160,8 @@ struct Linear8C1 {
     }
 };
 
-// Three or four channels: a dword per tap pixel, the pixels' channels paired
-// with their right neighbours' and weighed two pixels per register.
+// Three or four channels: the pixels' channels paired with their right
+// neighbours' and weighed two pixels per register.
 template <int NC>
 struct Linear8 {
     static Margins margins() { return {0, NC == 3 ? 2 : 1, 0, 1}; }
@@ -170,21 +170,40 @@ struct Linear8 {
         __m256 tx, ty;
         const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
         if (Check && !inner(c, ix, iy)) return false;
-        const __m256i off = offsets(c, ix, iy, NC), next = _mm256_set1_epi32(NC);
-        const __m256i a = gather(c, off), b = gather(c, _mm256_add_epi32(off, next));
-        const __m256i off1 = _mm256_add_epi32(off, c.step);
-        const __m256i e = gather(c, off1), f = gather(c, _mm256_add_epi32(off1, next));
-        const __m256i wx = pair_weights(tx), wy = pair_weights(ty), zero = _mm256_setzero_si256();
-        // Pixel k in lane 0 and pixel k + 4 in lane 1 of each result.
-        const __m256i ab[2] = {_mm256_unpacklo_epi8(a, b), _mm256_unpackhi_epi8(a, b)};
-        const __m256i ef[2] = {_mm256_unpacklo_epi8(e, f), _mm256_unpackhi_epi8(e, f)};
+        // Each tap pixel and its right neighbour in one 8-byte load, pixels
+        // 0, 1 | 4, 5 and 2, 3 | 6, 7 in two registers per row; a byte
+        // shuffle spreads a pixel's channels with their neighbours' into
+        // 16-bit pairs, pixel k in lane 0 and pixel k + 4 in lane 1.
+        alignas(32) std::int32_t o[8];
+        _mm256_store_si256(reinterpret_cast<__m256i*>(o), offsets(c, ix, iy, NC));
+        auto load2 = [&](int j, int k, std::ptrdiff_t at) {
+            const __m128i lo = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(c.base + o[j] + at));
+            return _mm_castpd_si128(
+                _mm_loadh_pd(_mm_castsi128_pd(lo), reinterpret_cast<const double*>(c.base + o[k] + at)));
+        };
+        auto spread = [](int half) {
+            const int b = 8 * half;
+            const int z = NC == 3 ? -1 : b + 3, zb = NC == 3 ? -1 : b + 7;
+            return _mm256_setr_epi8(b, -1, b + NC, -1, b + 1, -1, b + 1 + NC, -1, b + 2, -1, b + 2 + NC, -1, z, -1,
+                                    zb, -1, b, -1, b + NC, -1, b + 1, -1, b + 1 + NC, -1, b + 2, -1, b + 2 + NC, -1,
+                                    z, -1, zb, -1);
+        };
+        const __m256i first = spread(0), second = spread(1);
+        __m256i top[4], bot[4];
+        for (int r = 0; r < 2; ++r) {
+            const std::ptrdiff_t at = r * c.rowBytes;
+            const __m256i p = _mm256_setr_m128i(load2(0, 1, at), load2(4, 5, at));
+            const __m256i q = _mm256_setr_m128i(load2(2, 3, at), load2(6, 7, at));
+            __m256i* out = r == 0 ? top : bot;
+            out[0] = _mm256_shuffle_epi8(p, first), out[1] = _mm256_shuffle_epi8(p, second);
+            out[2] = _mm256_shuffle_epi8(q, first), out[3] = _mm256_shuffle_epi8(q, second);
+        }
+        const __m256i wx = pair_weights(tx), wy = pair_weights(ty);
         __m256i v[4];
         for (int k = 0; k < 4; ++k) {
             const __m256i sel = _mm256_setr_epi32(k, k, k, k, k + 4, k + 4, k + 4, k + 4);
-            const __m256i top = (k & 1) ? _mm256_unpackhi_epi8(ab[k / 2], zero) : _mm256_unpacklo_epi8(ab[k / 2], zero);
-            const __m256i bot = (k & 1) ? _mm256_unpackhi_epi8(ef[k / 2], zero) : _mm256_unpacklo_epi8(ef[k / 2], zero);
             const __m256i w = _mm256_permutevar8x32_epi32(wx, sel);
-            v[k] = fixed_down(fixed_across(top, w), fixed_across(bot, w), _mm256_permutevar8x32_epi32(wy, sel));
+            v[k] = fixed_down(fixed_across(top[k], w), fixed_across(bot[k], w), _mm256_permutevar8x32_epi32(wy, sel));
         }
         // Pixels 0..3 in lane 0 and 4..7 in lane 1, four bytes each.
         const __m256i px = _mm256_packus_epi16(_mm256_packus_epi32(v[0], v[1]), _mm256_packus_epi32(v[2], v[3]));
