@@ -359,7 +359,7 @@ struct Offsets {
 // The two floats at byte offsets o[j] and o[k] (plus `extra`) side by side:
 // (a_j, b_j, a_k, b_k).
 inline __m128 pairs(const std::uint8_t* base, const Offsets& f, int j, int k, std::ptrdiff_t extra) {
-    const __m128 lo = _mm_castpd_ps(_mm_load_sd(reinterpret_cast<const double*>(base + f.o[j] + extra)));
+    const __m128 lo = _mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + f.o[j] + extra)));
     return _mm_loadh_pi(lo, reinterpret_cast<const __m64*>(base + f.o[k] + extra));
 }
 
