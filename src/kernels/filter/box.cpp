@@ -267,17 +267,35 @@ void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, st
         for (int i = 1; i < width; ++i) s = _mm256_add_epi16(s, load(sums + x + i * nc));
         return s;
     };
+    // With P = mult * S and hi = floor(P / 2^16), the mean is
+    // floor((hi + 2^(shift-17)) / 2^(shift-16)) exactly (the low half of P
+    // cannot carry past the bias), so one high-half multiply in the 16-bit
+    // lanes serves wherever the multiplier fits them (one channel, areas
+    // from 32 on).
+    const int k = m.shift - 16;
+    const bool high = !m.wide && k >= 1 && m.mult + (std::int64_t(1) << (k - 1)) <= 65536;
+    const __m256i mult16 = _mm256_set1_epi16(std::int16_t(high ? m.mult : 0));
+    const __m256i bias16 = _mm256_set1_epi16(std::int16_t(high ? 1 << (k - 1) : 0));
+    const __m128i k16 = _mm_cvtsi32_si128(k);
     // In-lane widening and packing keep the samples in order.
-    auto means16 = [&](__m256i s) {
-        const __m256i lo = mean8(_mm256_unpacklo_epi16(s, zero), m, m.wide);
-        const __m256i hi = mean8(_mm256_unpackhi_epi16(s, zero), m, m.wide);
-        return _mm256_packs_epi32(lo, hi);
+    auto means16 = [&](__m256i s, auto byHigh) {
+        if constexpr (byHigh) {
+            return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult16), bias16), k16);
+        } else {
+            const __m256i lo = mean8(_mm256_unpacklo_epi16(s, zero), m, m.wide);
+            const __m256i hi = mean8(_mm256_unpackhi_epi16(s, zero), m, m.wide);
+            return _mm256_packs_epi32(lo, hi);
+        }
     };
     int x = 0;
-    for (; x + 32 <= n; x += 32) {
-        const __m256i w = _mm256_packus_epi16(means16(sum16(x)), means16(sum16(x + 16)));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), _mm256_permute4x64_epi64(w, 0xD8));
-    }
+    auto body = [&](auto byHigh) {
+        for (; x + 32 <= n; x += 32) {
+            const __m256i w = _mm256_packus_epi16(means16(sum16(x), byHigh), means16(sum16(x + 16), byHigh));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), _mm256_permute4x64_epi64(w, 0xD8));
+        }
+    };
+    if (high) body(std::true_type{});
+    else body(std::false_type{});
     for (; x < n; ++x) {
         std::uint16_t s = 0;
         if (direct)
