@@ -188,6 +188,15 @@ TEST(BoxFilter, EveryEngineOverEveryTail) {
     sweep(Form<Rok64f, Rok64f>{"Box 64f C1 17x4", 1, 1, false, BOX(rokiFilterBox_64f_C1R)}, 17, 4);
 }
 
+// Images past the core's cache take streaming stores for their means, the
+// first and last block of each row stored normally over the aligned ones.
+TEST(BoxFilter, LargeImages) {
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1533, 1100, 11, 11, 4, 9}, 31,
+          rokt::Guard::After, 3);
+    check(Form<Rok8u, Rok8u>{"Box 8u C3 3x3", 3, 3, false, BOX(rokiFilterBox_8u_C3R)}, Box{701, 700, 3, 3, 1, 1}, 32,
+          rokt::Guard::Before, 1);
+}
+
 TEST(BoxFilter, LargeAreasTakeTheDoubleEngine) {
     for (int w : {1, 9, 33}) {
         check(Form<Rok8u, Rok8u>{"Box 8u C1 91x90", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{w, 1, 91, 90, 45, 3}, 7);

@@ -256,7 +256,8 @@ void mean_int32(const std::int32_t* sums, int n, int nc, int width, Mean m, std:
 
 // The 16-bit lanes of 8u data (every window sum fits 16 bits), 32 samples
 // a step: windows added directly, or as differences of running sums.
-void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst) {
+void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst,
+                 bool stream) {
     const __m256i zero = _mm256_setzero_si256();
     const bool direct = width <= kDirect;
     const int span = width * nc;
@@ -289,10 +290,23 @@ void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, st
     };
     int x = 0;
     auto body = [&](auto byHigh) {
-        for (; x + 32 <= n; x += 32) {
-            const __m256i w = _mm256_packus_epi16(means16(sum16(x), byHigh), means16(sum16(x + 16), byHigh));
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), _mm256_permute4x64_epi64(w, 0xD8));
+        auto block = [&](int at, bool streamed) {
+            const __m256i w = _mm256_packus_epi16(means16(sum16(at), byHigh), means16(sum16(at + 16), byHigh));
+            auto* d = reinterpret_cast<__m256i*>(dst + at);
+            if (streamed) _mm256_stream_si256(d, _mm256_permute4x64_epi64(w, 0xD8));
+            else _mm256_storeu_si256(d, _mm256_permute4x64_epi64(w, 0xD8));
+        };
+        if (stream && n >= 32) {
+            // The blocks between the first and the last start on 32-byte
+            // boundaries of dst; those two overlap them, storing the same
+            // means again.
+            block(0, false);
+            for (x = int((32 - reinterpret_cast<std::uintptr_t>(dst) % 32) % 32); x + 32 <= n; x += 32) block(x, true);
+            if (x < n) block(n - 32, false);
+            x = n;
+            return;
         }
+        for (; x + 32 <= n; x += 32) block(x, false);
     };
     if (high) body(std::true_type{});
     else body(std::false_type{});
@@ -417,7 +431,9 @@ void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n
     }
 }
 
-void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d) { mean_uint16(s, n, nc, w, m, p, d); }
+void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d, bool stream) {
+    mean_uint16(s, n, nc, w, m, p, d, stream);
+}
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok8u* d) { mean_int32(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok16s* d) { mean_int32(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok16u* d) { mean_int32(s, n, nc, w, m, p, d); }
