@@ -4490,10 +4490,13 @@ ROKI_API RokStatus rokiFFTFree_R_32s(RokiFFTSpec_R_32s* pSpec);
 
 /* Bytes of the pBuffer that a transform with this record takes: */
 /* (work + 4) x threads + 16, work being the per-thread scratch: the largest */
-/* of eight rows of samples (32 W bytes; 64 W for complex rows), 32 complex */
-/* columns (256 H bytes) and the real columns 0 and W-1 (32 H bytes), each */
-/* with the engine's own scratch, plus 64 bytes for alignment. The 32s */
-/* records add (16 H + 4) W bytes for a float copy of the image. Checks: */
+/* of 16 H bytes plus the real column engine's buffer, 64 H bytes plus the */
+/* complex column engine's buffer, and 16 W bytes plus the row engine's */
+/* buffer (64 W for complex rows), rounded up to 16 bytes when the record is */
+/* threaded. The engines work on packets of lines at once (eight rows, 32 */
+/* complex columns), so their buffers hold the rest of the packet, their own */
+/* scratch and 64 bytes for alignment. The 32s records add (16 H + 4) W bytes */
+/* for a float copy of the image. Checks: */
 /* null pointers (-8), a record of another kind (-17). */
 ROKI_API RokStatus rokiFFTGetBufSize_C_32fc(const RokiFFTSpec_C_32fc* pSpec, int* pSize);
 ROKI_API RokStatus rokiFFTGetBufSize_R_32f(const RokiFFTSpec_R_32f* pSpec, int* pSize);

@@ -18,7 +18,7 @@ cmake --build build-fuzz -j"$(nproc)" --target fuzz_exports
 mkdir -p build-fuzz/corpus
 cd build-fuzz
 status=0
-./tests/fuzz_exports -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix=./ corpus >fuzz.log 2>&1 ||
+ROKIP_DYNAMIC=0 ./tests/fuzz_exports -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix=./ corpus >fuzz.log 2>&1 ||
   status=$?
 grep -v -E '^#[0-9]+|NEW_FUNC|Uses:|^INFO' fuzz.log | tail -n 60
 exit $status

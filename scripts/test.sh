@@ -24,8 +24,8 @@ ASAN_OPTIONS=detect_leaks=1 ctest --test-dir build-sanitize --output-on-failure 
 # ThreadSanitizer over the worker pool and every export at 1, 2 and 7 threads.
 cmake -S . -B build-tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DROKIP_TSAN=ON
 cmake --build build-tsan -j"$jobs" --target test_contract test_frame
-TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_frame --gtest_filter='Threading.*'
-TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_contract --gtest_filter='*ThreadCount*'
+ROKIP_DYNAMIC=0 TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_frame --gtest_filter='Threading.*'
+ROKIP_DYNAMIC=0 TSAN_OPTIONS=halt_on_error=1 ./build-tsan/tests/test_contract --gtest_filter='*ThreadCount*'
 
 # A few minutes of fuzzing every export (clang, libFuzzer).
 bash scripts/fuzz.sh "${ROKIP_FUZZ_SECONDS:-120}"

@@ -14,12 +14,22 @@
 // again once they are on time. Results never depend on this (every part is
 // computed the same way on any thread).
 //
+// Before a call hands out chunks, the pool also looks at how many threads
+// the whole machine has ready to run (the kernel's count of runnable
+// threads, read at most once a millisecond): processors that other work
+// already keeps busy are not counted on, so a call beside busy processes
+// asks only for the processors left free, and none when there are none.
+// This is skipped when the process may not run on every processor (a
+// machine-wide count says nothing about its own share) and can be turned
+// off with ROKIP_DYNAMIC=0 (for example to force the threads in tests).
+//
 // One call owns the pool at a time. Another call that arrives meanwhile
 // (another application thread, or a call made from inside a chunk) runs on
 // its own thread, so the library never runs more threads than processors
 // however many threads call it.
 #include "frame/pool.h"
 
+#include <fcntl.h>
 #include <linux/futex.h>
 #include <sched.h>
 #include <sys/syscall.h>
@@ -29,6 +39,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdlib>
+#include <cstring>
 #include <climits>
 #include <cstdint>
 #include <mutex>
@@ -79,6 +91,47 @@ struct Ticket {
 
 thread_local bool t_inside_call = false;
 
+// The number of runnable threads on the machine, from /proc/loadavg (its
+// fourth field is "runnable/total"), or -1 where it cannot be read.
+class RunnableCount {
+public:
+    RunnableCount() {
+        const char* dynamic = std::getenv("ROKIP_DYNAMIC");
+        on_ = !(dynamic && std::strchr("0fFnN", dynamic[0]) && dynamic[0]);
+        cpu_set_t set;
+        const long online = sysconf(_SC_NPROCESSORS_ONLN);
+        if (sched_getaffinity(0, sizeof set, &set) != 0 || CPU_COUNT(&set) != online) return;
+        fd_ = open("/proc/loadavg", O_RDONLY | O_CLOEXEC);
+    }
+    bool available() const { return fd_ >= 0; }
+    bool set(bool on) { return on_.exchange(on); }
+    // Read afresh at most once a millisecond; only the pool's owner calls it.
+    int read() {
+        if (fd_ < 0 || !on_.load(std::memory_order_relaxed)) return -1;
+        const auto now = Clock::now();
+        if (now < next_) return last_;
+        next_ = now + std::chrono::milliseconds(1);
+        char text[128];
+        const ssize_t n = pread(fd_, text, sizeof text - 1, 0);
+        last_ = -1;
+        if (n <= 0) return last_;
+        text[n] = 0;
+        const char* p = text;
+        for (int field = 0; field < 3 && p; ++field) {
+            p = std::strchr(p, ' ');
+            if (p) ++p;
+        }
+        if (p) last_ = std::atoi(p);
+        return last_;
+    }
+
+private:
+    int fd_ = -1;
+    std::atomic<bool> on_{true};
+    Clock::time_point next_{};
+    int last_ = -1;
+};
+
 class Pool {
 public:
     static Pool& instance() {
@@ -94,6 +147,17 @@ public:
         return Clock::now().time_since_epoch().count() < serial_until_.load(std::memory_order_relaxed);
     }
     void release() { owned_.clear(std::memory_order_release); }
+    RunnableCount& runnable() { return runnable_; }
+    // How many threads a call may use now, at most `threads`: the processors
+    // that runnable threads other than this caller and the pool's spinning
+    // workers leave free, and at least one. Only the owner calls it.
+    int free_threads(int threads) {
+        const int runnable = runnable_.read();
+        if (runnable < 0) return threads;
+        const int spinning = workers_ - int(sleepers_.load(std::memory_order_relaxed));
+        const int others = std::max(0, runnable - 1 - std::max(0, spinning));
+        return std::clamp(capacity() - others, 1, threads);
+    }
 
     RokStatus run(int count, int threads, int chunks, Part part, void* ctx, RokStatus* statuses);
 
@@ -101,7 +165,7 @@ private:
     Pool() : workers_(std::clamp(processors() - 1, 0, kMaxThreads - 1)) {}
 
     void start_workers();
-    void worker(unsigned index);
+    void worker(unsigned index, std::uint32_t seen);
     // Takes and runs chunks of the current call while any are left.
     void take_chunks(std::uint32_t generation, unsigned slot);
 
@@ -119,6 +183,7 @@ private:
     // the length is only touched by the pool's owner.
     std::atomic<Clock::rep> serial_until_{0};
     Clock::duration spell_{0};
+    RunnableCount runnable_;
 
     // The current call, written by its owner before the ticket is published.
     alignas(64) Part part_ = nullptr;
@@ -129,7 +194,10 @@ private:
 
 void Pool::start_workers() {
     std::call_once(started_, [this] {
-        for (int i = 1; i <= workers_; ++i) std::thread([this, i] { worker(unsigned(i)); }).detach();
+        // Started before the first call is published, so that a worker that
+        // gets going late still takes part in it.
+        const std::uint32_t seen = Ticket::unpack(ticket_.load(std::memory_order_acquire)).generation;
+        for (int i = 1; i <= workers_; ++i) std::thread([this, i, seen] { worker(unsigned(i), seen); }).detach();
     });
 }
 
@@ -153,9 +221,8 @@ void Pool::take_chunks(std::uint32_t generation, unsigned slot) {
     }
 }
 
-void Pool::worker(unsigned index) {
+void Pool::worker(unsigned index, std::uint32_t seen) {
     t_inside_call = true;
-    std::uint32_t seen = Ticket::unpack(ticket_.load(std::memory_order_acquire)).generation;
     for (;;) {
         Ticket t = Ticket::unpack(ticket_.load(std::memory_order_acquire));
         if (t.generation == seen) {
@@ -243,12 +310,21 @@ int processors() {
 
 int max_threads() { return Pool::instance().capacity(); }
 
+bool set_dynamic(bool on) { return Pool::instance().runnable().set(on); }
+
+bool dynamic_available() { return Pool::instance().runnable().available(); }
+
 RokStatus run(int count, int threads, Part part, void* ctx) {
     Pool& pool = Pool::instance();
     threads = std::min(threads, pool.capacity());
     // Nested calls, and calls while another call owns the pool, run here.
     if (threads <= 1 || count <= 1 || t_inside_call) return part(ctx, 0, count, 0);
     if (pool.serial_spell() || !pool.try_own()) return part(ctx, 0, count, 0);
+    threads = pool.free_threads(threads);
+    if (threads <= 1) {
+        pool.release();
+        return part(ctx, 0, count, 0);
+    }
     // A few chunks per thread let the threads that are running take over
     // the share of one that is late.
     const int chunks = std::min({count, threads * kChunksPerThread, int(kMaxChunks)});

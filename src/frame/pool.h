@@ -22,6 +22,15 @@ int processors();
 // was first used.
 int max_threads();
 
+// Whether calls count on only the processors that the machine's other
+// runnable threads leave free (on unless ROKIP_DYNAMIC is 0, false or no);
+// returns the previous setting.
+bool set_dynamic(bool on);
+
+// Whether the machine's runnable threads can be counted here (/proc/loadavg
+// readable and the process allowed on every processor).
+bool dynamic_available();
+
 // Divides [0, count) into contiguous chunks, in order, and runs them on the
 // calling thread and up to threads - 1 workers; returns the first non-zero
 // chunk status in range order. With one thread, a range of one, a call made

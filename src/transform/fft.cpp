@@ -80,11 +80,22 @@ constexpr std::size_t round64(std::size_t bytes) { return (bytes + 63) & ~std::s
 constexpr std::size_t kRealPacket = fk::kRealPacketFloats * sizeof(float);
 constexpr std::size_t kComplexPacket = fk::kComplexPacketFloats * sizeof(float);
 
+// The per-thread work size is the largest of: a real column of H
+// (16 bytes an element) with the column engine's buffer, a complex column
+// of H (64 bytes an element) with the complex engine's buffer, a real row
+// of W (16 bytes an element) with the row engine's buffer. An engine's
+// buffer is what one call on its batch needs beyond that line: the rest of
+// its packet of lines, its own scratch, and room to start the slice on a
+// 64-byte boundary.
+std::size_t engine_buffer(std::size_t batchBytes, std::size_t lineBytes, const fk::PlanNeeds& needs) {
+    return round64(batchBytes) - lineBytes + needs.work_bytes + 64;
+}
+
 // Everything a record's sizes decide, without building it.
 struct Layout2d {
     std::size_t record_bytes = 0;
     std::size_t init_bytes = 0;
-    std::size_t work_bytes = 0;  // per thread, 64-byte multiple
+    std::size_t work_bytes = 0;  // per thread
     std::size_t image_bytes = 0;  // integer records
 };
 
@@ -101,22 +112,23 @@ Record2d* build_float(fk::Arena& arena, std::int32_t id, int sizeX, int sizeY, i
         complexPlan[0] = fk::build_complex(arena, h, flag, inner, init);
         rows = inner;
         complexPlan[1] = w == h ? complexPlan[0] : fk::build_complex(arena, w, flag, rows, init);
-        work = std::max(round64(kColumnBlocks * h * kComplexPacket) + inner.work_bytes,
-                        round64(w * kComplexPacket) + rows.work_bytes);
+        work = std::max(64 * std::size_t(h) + engine_buffer(kColumnBlocks * h * kComplexPacket, 64 * h, inner),
+                        64 * std::size_t(w) + engine_buffer(w * kComplexPacket, 64 * w, rows));
         out.init_bytes = std::max(inner.init_bytes, rows.init_bytes);
     } else {
         rowPlan = fk::build_real(arena, w, flag, rows, init);
         cols = rows;
         if (h != w) columnPlan = fk::build_real(arena, h, flag, cols, init);
         complexPlan[0] = fk::build_complex(arena, h, flag, inner, init);
-        work = std::max({round64(w * kRealPacket) + rows.work_bytes, round64(h * kRealPacket) + cols.work_bytes,
-                         round64(kColumnBlocks * h * kComplexPacket) + inner.work_bytes});
+        work = std::max({16 * std::size_t(h) + engine_buffer(h * kRealPacket, 16 * h, cols),
+                         64 * std::size_t(h) + engine_buffer(kColumnBlocks * h * kComplexPacket, 64 * h, inner),
+                         16 * std::size_t(w) + engine_buffer(w * kRealPacket, 16 * w, rows)});
         out.init_bytes = std::max({rows.init_bytes, cols.init_bytes, inner.init_bytes});
     }
-    // Room to align a thread's slice to 64 bytes.
-    out.work_bytes = round64(work) + 64;
     const int threshold = is_complex(id) ? kComplexThreadFrom : kRealThreadFrom;
     const int threads = (w >= threshold && h >= threshold) ? ownGetNumThreads() : 1;
+    // Threaded records keep every thread's slice on a 16-byte multiple.
+    out.work_bytes = threads > 1 ? (work + 15) & ~std::size_t(15) : work;
     if (rec) {
         rec->sizeX = sizeX;
         rec->sizeY = sizeY;

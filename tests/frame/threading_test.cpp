@@ -217,4 +217,46 @@ TEST(Threading, LateWorkersSendTheNextCallsToTheCallingThread) {
     GTEST_SKIP() << "no worker took a part in time";
 }
 
+// With every processor kept busy by other runnable threads (here threads of
+// this process that spin), calls count on no worker and run on the calling
+// thread; with the count turned off they use the workers again.
+TEST(Threading, BusyMachineKeepsCallsOnTheCallingThread) {
+    const int procs = rok::pool::max_threads();
+    if (procs < 2 || !rok::pool::dynamic_available()) GTEST_SKIP() << "runnable threads cannot be counted here";
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> spinners;
+    for (int i = 0; i < procs; ++i)
+        spinners.emplace_back([&] {
+            while (!stop.load(std::memory_order_relaxed)) {
+            }
+        });
+    auto slots_used = [](bool dynamic) {
+        const bool before = rok::pool::set_dynamic(dynamic);
+        // Past the interval at which the count is read afresh.
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        std::mutex m;
+        std::set<int> slots;
+        rok::parallel_for(64, 2, [&](int, int, int slot) {
+            // Long enough for a woken worker to get a processor among the spinners.
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            std::lock_guard<std::mutex> lock(m);
+            slots.insert(slot);
+        });
+        rok::pool::set_dynamic(before);
+        return slots;
+    };
+    const std::set<int> busy = slots_used(true);
+    stop = true;
+    for (auto& t : spinners) t.join();
+    EXPECT_EQ(busy, std::set<int>{0});
+    // The same call does reach the workers otherwise (given time for a
+    // serial spell left by late workers to run out).
+    bool joined = false;
+    for (int attempt = 0; attempt < 100 && !joined; ++attempt) {
+        joined = slots_used(false).size() > 1;
+        if (!joined) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(joined) << "with the count off, the worker takes part";
+}
+
 }  // namespace
