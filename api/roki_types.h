@@ -136,7 +136,7 @@ enum {
 enum {
     rokIdFftC = 25, rokIdFftR = 26, rokIdDftC = 27, rokIdDftR = 28,
     rokIdFftR32s = 29, rokIdDftR32s = 30, rokIdDctFwd = 31, rokIdDctInv = 32,
-    rokIdMoment64f = 33, rokIdMoment64s = 34, rokIdWtFwd = 46
+    rokIdMoment64f = 33, rokIdMoment64s = 34, rokIdWtFwd = 46, rokIdWtInv = 47
 };
 
 /* ---- transform specifications ----
@@ -151,6 +151,8 @@ typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
 typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
 typedef struct RokiDCTFwdSpec_32f RokiDCTFwdSpec_32f;
 typedef struct RokiDCTInvSpec_32f RokiDCTInvSpec_32f;
+typedef struct RokiWTFwdSpec_32f RokiWTFwdSpec_32f;
+typedef struct RokiWTInvSpec_32f RokiWTInvSpec_32f;
 
 /* ---- moment states: 400-byte records that the caller holds but does not
  * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s

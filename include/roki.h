@@ -154,7 +154,7 @@ enum {
 enum {
     rokIdFftC = 25, rokIdFftR = 26, rokIdDftC = 27, rokIdDftR = 28,
     rokIdFftR32s = 29, rokIdDftR32s = 30, rokIdDctFwd = 31, rokIdDctInv = 32,
-    rokIdMoment64f = 33, rokIdMoment64s = 34, rokIdWtFwd = 46
+    rokIdMoment64f = 33, rokIdMoment64s = 34, rokIdWtFwd = 46, rokIdWtInv = 47
 };
 
 /* ---- transform specifications ----
@@ -169,6 +169,8 @@ typedef struct RokiDFTSpec_R_32f RokiDFTSpec_R_32f;
 typedef struct RokiDFTSpec_R_32s RokiDFTSpec_R_32s;
 typedef struct RokiDCTFwdSpec_32f RokiDCTFwdSpec_32f;
 typedef struct RokiDCTInvSpec_32f RokiDCTInvSpec_32f;
+typedef struct RokiWTFwdSpec_32f RokiWTFwdSpec_32f;
+typedef struct RokiWTInvSpec_32f RokiWTInvSpec_32f;
 
 /* ---- moment states: 400-byte records that the caller holds but does not
  * read; made by rokiMomentInitAlloc_64f/_64s (or, for 64s, rokiMomentInit_64s
@@ -4340,14 +4342,19 @@ ROKI_API RokStatus rokiMean_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSize r
 /* III inverse, orthonormal: a flat block of value c has F(0,0) = 8c and no */
 /* other coefficient). 32f: the cosines rounded to float, with 1/sqrt(2) as */
 /* 0.70710677; largest error measured against a double-precision transform */
-/* below 1e-6 of the block's largest magnitude. 16s: the cosines are the */
-/* 14-bit fractions sqrt(2) cos(k pi/16) = 22725 21407 19266 16384 12873 8867 */
-/* 4520 (/ 2^14) for k = 1..7, applied exactly; products are summed in single */
-/* precision and each result rounded to nearest (ties to even) and saturated */
-/* to 16 bits. For blocks of values in [-2048, 2047] (forward) or */
-/* coefficients of such blocks (inverse) every result is within 1 of the */
-/* exact orthonormal transform rounded. Checks: null pointers (-8). The C1I */
-/* forms transform the block in place. */
+/* below 1e-6 of the block's largest magnitude. 16s: integer arithmetic with */
+/* the 14-bit constants K[u][x] = sqrt(2) C(u) cos((2x+1) u pi/16) 2^14 */
+/* (22725 21407 19266 16384 12873 8867 4520 for k = 1..7, 16384 for u = 0), */
+/* rows first, then columns (the inverse with K transposed). Each output of a */
+/* pass sums its eight 16x16-bit products in pairs (exact 32-bit sums), shifts */
+/* each pair sum right by 2 (arithmetic), adds the four, adds half of the */
+/* remaining divisor and shifts right (by 12 after the rows, by 15 after the */
+/* columns: 2^-31 in all with the 2^28 of the constants) and packs to 16 bits */
+/* with signed saturation. Nothing overflows 32 bits for any input. For */
+/* blocks of values in [-2048, 2047] (forward) or coefficients of such blocks */
+/* (inverse) every result is within 1 of the exact orthonormal transform */
+/* rounded (largest difference measured over random blocks: 1). Checks: null */
+/* pointers (-8). The C1I forms transform the block in place. */
 ROKI_API RokStatus rokiDCT8x8Fwd_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
 ROKI_API RokStatus rokiDCT8x8Fwd_16s_C1I(Rok16s* pSrcDst);
 ROKI_API RokStatus rokiDCT8x8Inv_16s_C1(const Rok16s* pSrc, Rok16s* pDst);
@@ -4718,6 +4725,76 @@ ROKI_API RokStatus rokiCplxExtendToPack_32sc32s_C1R(const Rok32sc* pSrc, int src
 ROKI_API RokStatus rokiCplxExtendToPack_32sc32s_C3R(const Rok32sc* pSrc, int srcStep, RokiSize roiSize, Rok32s* pDst, int dstStep);
 ROKI_API RokStatus rokiCplxExtendToPack_16sc16s_C1R(const Rok16sc* pSrc, int srcStep, RokiSize roiSize, Rok16s* pDst, int dstStep);
 ROKI_API RokStatus rokiCplxExtendToPack_16sc16s_C3R(const Rok16sc* pSrc, int srcStep, RokiSize roiSize, Rok16s* pDst, int dstStep);
+
+/* ---- transform_wavelet ---- */
+
+/* Forward wavelet records (identifier 46) for C1R or C3R images: the */
+/* analysis low-pass and high-pass filters, each a tap array of at least 2 */
+/* taps and an anchor in 0 .. length-1. Each filter convolves (taps reversed */
+/* over the samples) and keeps every second output; the anchor tap falls on */
+/* the output's own sample, so band sample j along either axis is */
+/* out[j] = sum_k taps[k] * src[2j + anchor - k]. The transform therefore */
+/* reads max(length - anchor - 1) pixels before the region (left and top) and */
+/* max(anchor) - 1 pixels past it (right and bottom), which the caller */
+/* supplies. Checks: null pointers (-8), a length below 2 or above 2^20 (-6), */
+/* an anchor outside 0 .. length-1 (-34), failed allocation (-9); *ppSpec is */
+/* written only on success. Free clears the identifier and releases the */
+/* record: null (-8), a record of another kind, another layout or freed */
+/* (-17). */
+ROKI_API RokStatus rokiWTFwdInitAlloc_32f_C1R(RokiWTFwdSpec_32f** ppSpec, const Rok32f* pTapsLow, int lenLow, int anchorLow, const Rok32f* pTapsHigh, int lenHigh, int anchorHigh);
+ROKI_API RokStatus rokiWTFwdInitAlloc_32f_C3R(RokiWTFwdSpec_32f** ppSpec, const Rok32f* pTapsLow, int lenLow, int anchorLow, const Rok32f* pTapsHigh, int lenHigh, int anchorHigh);
+ROKI_API RokStatus rokiWTFwdFree_32f_C1R(RokiWTFwdSpec_32f* pSpec);
+ROKI_API RokStatus rokiWTFwdFree_32f_C3R(RokiWTFwdSpec_32f* pSpec);
+
+/* Inverse wavelet records (identifier 47) hold the synthesis low-pass and */
+/* high-pass filters, under the same checks as the forward ones. The inverse */
+/* upsamples each band by 2 (zeros between its samples) and convolves it the */
+/* same way: output sample m = sum_k taps[k] * up[m + anchor - k], summed */
+/* over the low and high parts, along columns and then rows. It reconstructs */
+/* the forward's input (to float rounding) when the two pairs form a */
+/* perfect-reconstruction bank with analysis anchors a0, a1 of equal parity */
+/* and synthesis anchors b0, b1 with a0 + b0 = a1 + b1 = (analysis low length */
+/* + synthesis low length) / 2 - 1. Orthogonal filters (Haar, Daubechies): */
+/* synthesis taps are the analysis taps reversed, b = length - 1 - a, high */
+/* pass h1[k] = (-1)^k h0[L-1-k]; CDF 9/7: analysis low 9 taps anchor 4, high */
+/* 7 taps anchor 2 or 4, synthesis low 7 taps anchor 3, high 9 taps anchor 5 */
+/* or 3. The inverse reads floor((length - 1 - anchor) / 2) band pixels before */
+/* the bands' region and floor((anchor + 1) / 2) after it (the largest of the */
+/* two filters), rows and columns alike. */
+ROKI_API RokStatus rokiWTInvInitAlloc_32f_C1R(RokiWTInvSpec_32f** ppSpec, const Rok32f* pTapsLow, int lenLow, int anchorLow, const Rok32f* pTapsHigh, int lenHigh, int anchorHigh);
+ROKI_API RokStatus rokiWTInvInitAlloc_32f_C3R(RokiWTInvSpec_32f** ppSpec, const Rok32f* pTapsLow, int lenLow, int anchorLow, const Rok32f* pTapsHigh, int lenHigh, int anchorHigh);
+ROKI_API RokStatus rokiWTInvFree_32f_C1R(RokiWTInvSpec_32f* pSpec);
+ROKI_API RokStatus rokiWTInvFree_32f_C3R(RokiWTInvSpec_32f* pSpec);
+
+/* Bytes of the pBuffer a transform with this record takes: its work rows for */
+/* blocks of 256 output columns (two filtered rows of 512 source columns plus */
+/* the borders and their even and odd halves forward; two synthesised rows */
+/* of 256 band columns plus the borders and the even and odd output halves */
+/* inverse), 64-byte aligned within the buffer. Checks: null pointers (-8), a */
+/* record of another kind, another layout or freed (-17). */
+ROKI_API RokStatus rokiWTFwdGetBufSize_C1R(const RokiWTFwdSpec_32f* pSpec, int* pSize);
+ROKI_API RokStatus rokiWTFwdGetBufSize_C3R(const RokiWTFwdSpec_32f* pSpec, int* pSize);
+ROKI_API RokStatus rokiWTInvGetBufSize_C1R(const RokiWTInvSpec_32f* pSpec, int* pSize);
+ROKI_API RokStatus rokiWTInvGetBufSize_C3R(const RokiWTInvSpec_32f* pSpec, int* pSize);
+
+/* Forward transform of a source region of 2 dstRoiSize.width x 2 */
+/* dstRoiSize.height pixels (plus the border the record states) into four */
+/* bands of dstRoiSize each: pApproxDst low along columns and rows, */
+/* pDetailXDst high along columns (vertical filter) and low along rows, */
+/* pDetailYDst low along columns and high along rows, pDetailXYDst high along */
+/* both. Works in blocks of 256 output columns on the calling thread. Checks */
+/* in order: null pSpec (-8), a record of another kind, another layout, freed */
+/* or inconsistent (-17), null image pointers or pBuffer (-8), a width or */
+/* height below 1 (-6), a step below 1 (-14). */
+ROKI_API RokStatus rokiWTFwd_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pApproxDst, int approxStep, Rok32f* pDetailXDst, int detailXStep, Rok32f* pDetailYDst, int detailYStep, Rok32f* pDetailXYDst, int detailXYStep, RokiSize dstRoiSize, const RokiWTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiWTFwd_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pApproxDst, int approxStep, Rok32f* pDetailXDst, int detailXStep, Rok32f* pDetailYDst, int detailYStep, Rok32f* pDetailXYDst, int detailXYStep, RokiSize dstRoiSize, const RokiWTFwdSpec_32f* pSpec, Rok8u* pBuffer);
+
+/* Inverse transform of four bands of srcRoiSize each (plus the border the */
+/* record states) into a destination of 2 srcRoiSize.width x 2 */
+/* srcRoiSize.height pixels. Checks in the forward's order: null pSpec (-8), */
+/* record (-17), null pointers (-8), sizes (-6), steps (-14). */
+ROKI_API RokStatus rokiWTInv_32f_C1R(const Rok32f* pApproxSrc, int approxStep, const Rok32f* pDetailXSrc, int detailXStep, const Rok32f* pDetailYSrc, int detailYStep, const Rok32f* pDetailXYSrc, int detailXYStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, const RokiWTInvSpec_32f* pSpec, Rok8u* pBuffer);
+ROKI_API RokStatus rokiWTInv_32f_C3R(const Rok32f* pApproxSrc, int approxStep, const Rok32f* pDetailXSrc, int detailXStep, const Rok32f* pDetailYSrc, int detailYStep, const Rok32f* pDetailXYSrc, int detailXYStep, RokiSize srcRoiSize, Rok32f* pDst, int dstStep, const RokiWTInvSpec_32f* pSpec, Rok8u* pBuffer);
 
 #ifdef __cplusplus
 }

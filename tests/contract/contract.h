@@ -46,6 +46,13 @@ inline int type_align(Type t) {
     return complex ? type_bytes(t) / 2 : type_bytes(t);
 }
 
+// Filter taps for the records of the wavelet shapes (api/shapes): the low
+// filter's taps from the start, the high one's from index 16.
+inline const Rok32f kContractTaps[32] = {0.5f,  0.25f, -0.125f, 0.75f, -0.5f, 0.375f, 0.0625f, -0.25f,
+                                         0.125f, 0.5f, 0.0f,    0.0f,  0.0f,  0.0f,   0.0f,    0.0f,
+                                         0.5f,  -0.5f, 0.25f,   -0.25f, 0.125f, -0.375f, 0.625f, -0.0625f,
+                                         0.75f, -0.125f, 0.0f,  0.0f,  0.0f,  0.0f,   0.0f,    0.0f};
+
 inline constexpr int kNoProbe = 1 << 30;
 inline constexpr int kMaxArgs = 24;
 

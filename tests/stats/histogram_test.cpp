@@ -228,6 +228,42 @@ TEST(Histogram, FloatBinarySearchLevels) {
     EXPECT_EQ(hist, direct_counts(img, 0, tenths));
 }
 
+// Evenly spaced float levels (more than the linear search takes), where each
+// bucket is a bin and eight samples are binned at once: every row length up to 70 (vector blocks and every
+// tail), packed and padded rows, samples on each level and one float to
+// either side, and the values that belong to no bin (NaN, infinities, the
+// ends, values far outside).
+TEST(Histogram, FloatEvenLevelsEveryWidth) {
+    const auto m = ranges<Rok32f>()[0];
+    std::vector<std::vector<Rok32f>> sets(4);
+    for (int k = 0; k <= 256; ++k) sets[0].push_back(float(k));
+    for (int k = 0; k <= 128; ++k) sets[1].push_back(-1000.0f + 7.8125f * float(k));
+    for (int k = 0; k <= 200; ++k) sets[2].push_back(float(k) * 0.25f - 12.0f);
+    for (int k = 0; k <= 150; ++k) sets[3].push_back(float(k * 0.1));  // inexact steps
+    const float inf = std::numeric_limits<float>::infinity();
+    for (const auto& levels : sets) {
+        std::vector<Rok32f> special = {std::nanf(""), inf, -inf, -1e30f, 1e30f, levels.front(), levels.back(),
+                                       std::nextafter(levels.front(), -inf), std::nextafter(levels.back(), -inf)};
+        for (Rok32f l : levels)
+            for (Rok32f v : {std::nextafter(l, -inf), l, std::nextafter(l, inf)}) special.push_back(v);
+        for (int w = 1; w <= 70; ++w) {
+            check_range(m, w, 3, {levels}, std::uint32_t(w));
+            for (int packed = 0; packed < 2; ++packed) {
+                GuardedImage<Rok32f> img(w, 3, 1, packed ? 0 : 3, w % 2 ? rokt::Guard::After : rokt::Guard::Before);
+                for (int y = 0; y < 3; ++y)
+                    for (int x = 0; x < w; ++x) img.at(x, y, 0) = special[std::size_t(x * 7 + y * 31 + w) % special.size()];
+                std::vector<Rok32s> hist(levels.size(), kSentinel);
+                ASSERT_EQ(rokiHistogramRange_32f_C1R(img.data(), img.step(), {w, 3}, hist.data(), levels.data(),
+                                                     int(levels.size())),
+                          rokStatusOk);
+                std::vector<Rok32s> want = direct_counts(img, 0, levels);
+                want.push_back(kSentinel);
+                ASSERT_EQ(hist, want) << "width " << w << " levels " << levels.size() << " packed " << packed;
+            }
+        }
+    }
+}
+
 // Image sizes on both sides of every entry of the 16-bit size tables, with
 // level counts around each limit: the counts are right whatever the method,
 // and only the table method asks for memory, so a failing allocation shows

@@ -59,6 +59,63 @@ std::vector<Rok16s> random_coefficients(std::mt19937& rng, int lo, int hi) {
     return out;
 }
 
+// The 16s rule in wide arithmetic: K[u][x] = sqrt(2) C(u) cos((2x+1)u pi/16)
+// in 14 bits; rows, then columns; per output, pair sums of two products
+// shifted right by 2, the four added, rounded by half the remaining divisor
+// and shifted (12, then 15), saturated to 16 bits. Inverse: K transposed.
+int k14(int u, int x) {
+    const double pi = 3.14159265358979323846;
+    return u == 0 ? 16384 : int(std::lround(std::sqrt(2.0) * std::cos((2 * x + 1) * u * pi / 16) * 16384));
+}
+std::vector<Rok16s> fixed_ref(const std::vector<int>& f, bool forward) {
+    auto m = [&](int i, int j) -> std::int64_t { return forward ? k14(i, j) : k14(j, i); };
+    auto sat = [](std::int64_t v) { return int(std::clamp<std::int64_t>(v, -32768, 32767)); };
+    // out(i, lane) from in(j, lane): the pass runs along j.
+    auto pass = [&](auto in, int shift) {
+        std::vector<int> out(64);
+        for (int i = 0; i < 8; ++i)
+            for (int lane = 0; lane < 8; ++lane) {
+                std::int64_t sum = 0;
+                for (int p = 0; p < 4; ++p)
+                    sum += (in(2 * p, lane) * m(i, 2 * p) + in(2 * p + 1, lane) * m(i, 2 * p + 1)) >> 2;
+                out[i * 8 + lane] = sat((sum + (std::int64_t(1) << (shift - 1))) >> shift);
+            }
+        return out;
+    };
+    // Rows: r(y, u) = pass over x; stored as rowPass[u * 8 + y].
+    const std::vector<int> rowPass = pass([&](int x, int y) { return std::int64_t(f[y * 8 + x]); }, 12);
+    // Columns: F(v, u) = pass over y of r(y, u); stored as [v * 8 + u].
+    const std::vector<int> out = pass([&](int y, int u) { return std::int64_t(rowPass[u * 8 + y]); }, 15);
+    return std::vector<Rok16s>(out.begin(), out.end());
+}
+
+TEST(Dct8x8, IntegerFormsFollowTheFixedPointRuleExactly) {
+    const int stated[8] = {0, 22725, 21407, 19266, 16384, 12873, 8867, 4520};
+    for (int k = 1; k < 8; ++k) ASSERT_EQ(std::abs(k14(k, 0)), stated[k]);
+    std::mt19937 rng(17);
+    for (int trial = 0; trial < 600; ++trial) {
+        // Full range (saturating), the 12-bit range, and 8-bit samples.
+        const int lo = trial % 3 == 0 ? -32768 : trial % 3 == 1 ? -2048 : 0;
+        const int hi = trial % 3 == 0 ? 32767 : trial % 3 == 1 ? 2047 : 255;
+        const auto src = random_block<Rok16s>(rng, lo, hi);
+        const std::vector<int> wide(src.begin(), src.end());
+        for (bool forward : {true, false}) {
+            const std::vector<Rok16s> want = fixed_ref(wide, forward);
+            std::vector<Rok16s> got(64), inplace = src;
+            ASSERT_EQ((forward ? rokiDCT8x8Fwd_16s_C1 : rokiDCT8x8Inv_16s_C1)(src.data(), got.data()), rokStatusOk);
+            ASSERT_EQ((forward ? rokiDCT8x8Fwd_16s_C1I : rokiDCT8x8Inv_16s_C1I)(inplace.data()), rokStatusOk);
+            ASSERT_EQ(got, want) << (forward ? "forward" : "inverse") << " trial " << trial;
+            ASSERT_EQ(inplace, want);
+        }
+        if (lo == 0) {
+            const std::vector<Rok8u> u8(src.begin(), src.end());
+            std::vector<Rok16s> got(64);
+            ASSERT_EQ(rokiDCT8x8Fwd_8u16s_C1R(u8.data(), 8, got.data()), rokStatusOk);
+            ASSERT_EQ(got, fixed_ref(wide, true));
+        }
+    }
+}
+
 TEST(Dct8x8, FloatFormsMatchTheOrthonormalTransform) {
     std::mt19937 rng(7);
     std::uniform_real_distribution<double> d(-1000, 1000);

@@ -68,32 +68,48 @@ void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed,
         for (int v = 0; v < 256; ++v) counts[c][v] += sub[0][c][v] + sub[1][c][v];
 }
 
+namespace {
+
+// Thresholds t[0 .. M-1] over `vectors` whole registers from r: byte
+// counters (at most 255 registers' worth) added into the totals.
+template <int M>
+void at_least_bytes(const Rok8u* r, std::size_t vectors, const __m256i* t, __m256i* totals) {
+    const __m256i flip = _mm256_set1_epi8(char(0x80)), zero = _mm256_setzero_si256();
+    __m256i acc[M];
+    for (auto& a : acc) a = zero;
+    for (std::size_t v = 0; v < vectors; ++v) {
+        const __m256i x = _mm256_xor_si256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(r + 32 * v)), flip);
+        for (int j = 0; j < M; ++j) acc[j] = _mm256_sub_epi8(acc[j], _mm256_cmpgt_epi8(x, t[j]));
+    }
+    for (int j = 0; j < M; ++j) totals[j] = _mm256_add_epi64(totals[j], _mm256_sad_epu8(acc[j], zero));
+}
+
+}  // namespace
+
 void count_at_least_8u(const Rok8u* p, int step, int w, int h, const Rok8u* thresholds, int m, std::uint64_t* atLeast) {
-    // Signed compares of x ^ 0x80 against (t - 1) ^ 0x80 give x >= t; the
-    // padding thresholds (t - 1 = 255) never count.
+    // Signed compares of x ^ 0x80 against (t - 1) ^ 0x80 give x >= t. Groups
+    // of eight thresholds, the last one holding only what is left.
     __m256i below[kMaxAtLeast8u];
-    for (int j = 0; j < kMaxAtLeast8u; ++j)
-        below[j] = _mm256_set1_epi8(char(((j < m ? thresholds[j] : 256) - 1) ^ 0x80));
+    for (int j = 0; j < m; ++j) below[j] = _mm256_set1_epi8(char((thresholds[j] - 1) ^ 0x80));
     __m256i totals[kMaxAtLeast8u];
     for (auto& t : totals) t = _mm256_setzero_si256();
-    const __m256i flip = _mm256_set1_epi8(char(0x80)), zero = _mm256_setzero_si256();
-    const int groups = (m + 7) / 8;
     rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
         std::size_t i = 0;
         while (i + 32 <= n) {
-            // Byte counters hold at most 255 registers' worth.
             const std::size_t vectors = std::min<std::size_t>((n - i) / 32, 255);
-            for (int g = 0; g < groups; ++g) {
-                __m256i acc[8];
-                for (auto& a : acc) a = zero;
-                const __m256i* t = below + 8 * g;
-                for (std::size_t v = 0; v < vectors; ++v) {
-                    const __m256i x = _mm256_xor_si256(
-                        _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r + i + 32 * v)), flip);
-                    for (int j = 0; j < 8; ++j) acc[j] = _mm256_sub_epi8(acc[j], _mm256_cmpgt_epi8(x, t[j]));
+            for (int g = 0; g < m; g += 8) {
+                const __m256i* t = below + g;
+                __m256i* s = totals + g;
+                switch (std::min(8, m - g)) {
+                    case 1: at_least_bytes<1>(r + i, vectors, t, s); break;
+                    case 2: at_least_bytes<2>(r + i, vectors, t, s); break;
+                    case 3: at_least_bytes<3>(r + i, vectors, t, s); break;
+                    case 4: at_least_bytes<4>(r + i, vectors, t, s); break;
+                    case 5: at_least_bytes<5>(r + i, vectors, t, s); break;
+                    case 6: at_least_bytes<6>(r + i, vectors, t, s); break;
+                    case 7: at_least_bytes<7>(r + i, vectors, t, s); break;
+                    default: at_least_bytes<8>(r + i, vectors, t, s); break;
                 }
-                for (int j = 0; j < 8; ++j)
-                    totals[8 * g + j] = _mm256_add_epi64(totals[8 * g + j], _mm256_sad_epu8(acc[j], zero));
             }
             i += 32 * vectors;
         }
@@ -197,9 +213,34 @@ bool bucket_search(const Rok32f* p, int step, int w, int h, int nc, const Rok32f
         const int base = below[bucket(v)];
         return base + (v >= levels[base + 1]);
     };
+    // Buckets that are the bins themselves: level k falls in bucket k and the
+    // float just below it in bucket k - 1. Bucketing being monotonic, every v
+    // in [levels[k], levels[k + 1]) then lies in bucket k, and the bin is the
+    // bucket with no look-up or compare (the usual case of evenly spaced
+    // levels), eight samples at once.
+    bool exact = subs && nc == 1 && last == n - 1;
+    for (int j = 0; exact && j < n; ++j)
+        exact = bucket(levels[j]) == j && (j == 0 || bucket(std::nextafter(levels[j], -INFINITY)) == j - 1);
+    const __m256 vlo = _mm256_set1_ps(lo), vhi = _mm256_set1_ps(hi), vorigin = _mm256_set1_ps(origin),
+                 vscale = _mm256_set1_ps(scale);
+    const __m256i vspare = _mm256_set1_epi32(spare);
     for (int y = 0; y < h; ++y) {
         const Rok32f* r = row_at(p, step, y);
         int x = 0;
+        if (exact)
+            for (; x + 8 <= w; x += 8) {
+                const __m256 v = _mm256_loadu_ps(r + x);
+                const __m256 inside = _mm256_and_ps(_mm256_cmp_ps(v, vlo, _CMP_GE_OQ), _mm256_cmp_ps(v, vhi, _CMP_LT_OQ));
+                const __m256i b = _mm256_cvttps_epi32(_mm256_mul_ps(_mm256_sub_ps(v, vorigin), vscale));
+                const __m256i k8 = _mm256_blendv_epi8(vspare, b, _mm256_castps_si256(inside));
+                const __m128i k0 = _mm256_castsi256_si128(k8), k1 = _mm256_extracti128_si256(k8, 1);
+                const std::uint64_t q[4] = {std::uint64_t(_mm_cvtsi128_si64(k0)), std::uint64_t(_mm_extract_epi64(k0, 1)),
+                                            std::uint64_t(_mm_cvtsi128_si64(k1)), std::uint64_t(_mm_extract_epi64(k1, 1))};
+                for (int j = 0; j < 4; ++j) {
+                    ++sub[(2 * j) & 3][std::uint32_t(q[j])];
+                    ++sub[(2 * j + 1) & 3][q[j] >> 32];
+                }
+            }
         if (subs)
             for (; x + 4 <= w; x += 4)
                 for (int j = 0; j < 4; ++j) ++sub[j][bin_of(r[std::size_t(x + j) * nc])];

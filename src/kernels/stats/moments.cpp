@@ -32,15 +32,18 @@ inline std::uint64_t lane_sum(__m256i v) {  // eight unsigned 32-bit lanes
     return std::uint64_t(_mm_cvtsi128_si64(s)) + std::uint64_t(_mm_extract_epi64(s, 1));
 }
 
-// 32 bytes per block: j^i I_j for j = 0..31 paired by vpmaddwd (j^3 <= 29791
-// fits a 16-bit factor), both halves added, so a 32-bit lane holds four
-// pixels. With 80 blocks no unsigned lane of the running sums passes 2^32:
-// the largest, B_0 (at most 1020 a lane) summed four times over, stays below
-// C(83, 4) * 1020 < 2.0e9, B_1 thrice below C(82, 3) * 22950 < 2.1e9.
+// 32 bytes per block: j^i I_j for j = 0..31, a 32-bit lane holding four
+// pixels (B_2, B_3: paired by vpmaddwd, j^3 <= 29791 fitting a 16-bit
+// factor, both halves added). With 80 blocks no unsigned lane of the running
+// sums passes 2^32: the largest, B_0 (at most 2040 a lane) summed four times
+// over, stays below C(83, 4) * 2040 < 3.75e9, B_1 (at most 30090) thrice
+// below C(82, 3) * 30090 < 2.67e9.
 struct ByteBlocks {
     using T = Rok8u;
     static constexpr int kPixels = 32, kBlocks = 80;
     __m256i w[2][3];
+    __m256i j8 = _mm256_setr_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23,
+                                  24, 25, 26, 27, 28, 29, 30, 31);
     ByteBlocks() {
         for (int half = 0; half < 2; ++half) {
             alignas(32) std::int16_t j1[16], j2[16], j3[16];
@@ -56,11 +59,16 @@ struct ByteBlocks {
         }
     }
     void terms(const T* p, __m256i* b) const {
+        const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
         const __m256i lo = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
         const __m256i hi = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16)));
-        const __m256i ones = _mm256_set1_epi16(1);
-        b[0] = _mm256_madd_epi16(_mm256_add_epi16(lo, hi), ones);
-        for (int i = 0; i < 3; ++i)
+        // B_0 by byte sums into the low halves of four 64-bit lanes (each at
+        // most 2040, the high halves staying 0); B_1 by byte products with
+        // j <= 31 (pairs at most 15555, no saturation), four pixels a lane
+        // (at most 30090); B_2 and B_3 need 16-bit factors.
+        b[0] = _mm256_sad_epu8(x, _mm256_setzero_si256());
+        b[1] = _mm256_madd_epi16(_mm256_maddubs_epi16(x, j8), _mm256_set1_epi16(1));
+        for (int i = 1; i < 3; ++i)
             b[i + 1] = _mm256_add_epi32(_mm256_madd_epi16(lo, w[0][i]), _mm256_madd_epi16(hi, w[1][i]));
     }
 };

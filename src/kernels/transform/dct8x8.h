@@ -1,8 +1,8 @@
-// The 8x8 block cosine transforms. Every form runs the same separable core:
-// out = A * X * B for a block X held in floats, with A and B chosen by the
-// transform (forward: A = C, B = C^T; inverse: A = C^T, B = C) and the
-// transform's overall factor folded into A. Integer results are rounded to
-// nearest (ties to even) and saturated.
+// The 8x8 block cosine transforms. The float forms (and the A10 inverse) run
+// one separable core: out = A * X * B for a block X held in floats, with A
+// and B chosen by the transform (forward: A = C, B = C^T; inverse: A = C^T,
+// B = C) and the overall factor folded into A. The 16s forms follow a
+// fixed-point rule in 16- and 32-bit integer lanes, eight rows at once.
 #pragma once
 
 #include <cstddef>
@@ -14,15 +14,23 @@ namespace rok::kernels::dct {
 enum class Block8 {
     Fwd32f,    // orthonormal, 1/sqrt(2) as the float 0.70710677
     Inv32f,
-    Fwd16s,    // the 14-bit fixed-point cosines, exact in float
+    InvExact,  // the 16s inverse from cosines rounded to float (the A10 form)
+    Fwd16s,    // the 16s fixed-point rule (see block_16s)
     Inv16s,
-    InvExact,  // the inverse from cosines rounded to float (the A10 form)
 };
 
 // Float blocks; steps in bytes. src may equal dst.
 void block_32f(const Rok32f* src, std::ptrdiff_t srcStep, Rok32f* dst, std::ptrdiff_t dstStep, Block8 kind);
 
-// 16-bit blocks (results rounded and saturated to 16 bits).
+// 16-bit blocks. Fwd16s and Inv16s follow the fixed-point rule: with K the
+// 14-bit constants (K[u][x] = 16384 for u = 0, else sqrt(2) cos((2x+1)u pi/16)
+// in 14 bits), the rows pass first and the columns second; each output of a
+// pass takes its eight products with K in pairs (exact 32-bit sums of two
+// 16x16-bit products), shifts each pair sum right by 2 (arithmetic), adds the
+// four, rounds (adds half of the remaining divisor and shifts right: by 12 in
+// the row pass, 15 in the column pass, 2^-14 and 2^-17 in all) and packs to
+// 16 bits with signed saturation. The inverse uses K transposed. InvExact
+// rounds a float transform to nearest (ties to even) and saturates.
 void block_16s(const Rok16s* src, std::ptrdiff_t srcStep, Rok16s* dst, std::ptrdiff_t dstStep, Block8 kind);
 
 // Forward of 8-bit samples widened to 16 bits with addVal added (16-bit,
