@@ -7,9 +7,11 @@
 #include <limits>
 #include <type_traits>
 
+#include "copy/engine.h"
 #include "core/core.h"
 #include "frame/parallel.h"
 #include "kernels/copy/channels.h"
+#include "kernels/copy/copy_move.h"
 #include "kernels/filter/box.h"
 
 namespace rok::filter {
@@ -69,6 +71,11 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
     const int held = g.inPlace ? g.ay + 2 : (g.ac4 ? 1 : 0);
     const std::size_t slice = sumBytes + prefixBytes + rowBytes * std::size_t(held) + ringRow * std::size_t(ring);
 
+    // Means that outgrow the core's cache go past it (written straight to
+    // the destination only).
+    const std::size_t written = std::size_t(n) * sizeof(D) * std::size_t(g.height);
+    const bool stream = held == 0 && copy::outgrows_core_cache(written, written + written / sizeof(D) * sizeof(T));
+
     const int team = ownGetNumThreads();
     const bool threaded = !g.inPlace && team > 1 && g.width > 63 && g.height > 63;
     const int slices = threaded ? team : 1;
@@ -125,7 +132,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                     kernels::box::column_update(source(y - g.ay + g.mh - 1), source(y - g.ay - 1), columns, sums);
                 }
                 if constexpr (std::is_same_v<A, std::uint16_t>) {
-                    kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out);
+                    kernels::box::box_mean(sums, n, nc, g.mw, mean, prefix, out, stream);
                 } else if constexpr (std::is_same_v<D, Rok32f> && std::is_integral_v<T>) {
                     if (g.window) kernels::box::window_sum(sums, n, nc, g.mw, prefix, out);
                     else if constexpr (std::is_floating_point_v<A>)
@@ -144,6 +151,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         }
         if (g.inPlace)
             for (int y = std::max(first, last - g.ay - 1); y < last; ++y) write_back(y);
+        if (stream) kernels::store_fence();
     };
 
     if (!threaded) {

@@ -41,6 +41,7 @@ struct Run {
     int v = -1;     // scratch rows of the run (Direct, Nested, Slide): one per row of a pair
     int d = -1;     // scratch rows of the doubling passes: two per row of a pair, used in turn
     int s = -1;     // Slide: suffix rows s .. s + len - 2, then the prefix row
+    bool bulky = false;  // Slide only because its direct rows outgrow the first-level cache
 };
 
 // Consecutive mask columns left .. left + width - 1 that select the same run.
@@ -162,16 +163,23 @@ void choose_build(Plan& p, int r, long long rowBytes) {
             run.from = q;
         }
     }
-    if (kSlideCost < best ||
-        (run.how == Build::Direct && run.len >= 4 && (run.len + 1) * rowBytes > kDirectRowsBytes))
+    if (kSlideCost < best) {
         run.how = Build::Slide;
+    } else if (run.how == Build::Direct && run.len >= 4 && (run.len + 1) * rowBytes > kDirectRowsBytes) {
+        run.how = Build::Slide;
+        run.bulky = true;
+    }
 }
 
 // A run that one tap alone reads is cheaper read where it is needed: its
-// row would cost its inputs and a store and a load more.
+// row would cost its inputs and a store and a load more. That holds for a
+// short run given running extrema only for the size of its rows too: read
+// in place, its rows join the output pass, which shares them between the
+// two rows of a pair (a 5x5 cross at 8 KiB rows runs a third faster).
 void choose_inline(Plan& p, int r) {
     Run& run = p.runs[r];
-    if (run.base || run.span > 1 || (run.how != Build::Direct && run.how != Build::Nested)) return;
+    const bool direct = run.how == Build::Direct || run.how == Build::Nested || (run.how == Build::Slide && run.bulky);
+    if (run.base || run.span > 1 || !direct) return;
     int taps = 0;
     for (int t = 0; t < p.nterms; ++t)
         if (p.terms[t].run == r) taps += p.terms[t].width;

@@ -188,6 +188,15 @@ TEST(BoxFilter, EveryEngineOverEveryTail) {
     sweep(Form<Rok64f, Rok64f>{"Box 64f C1 17x4", 1, 1, false, BOX(rokiFilterBox_64f_C1R)}, 17, 4);
 }
 
+// Images past the core's cache take streaming stores for their means, the
+// first and last block of each row stored normally over the aligned ones.
+TEST(BoxFilter, LargeImages) {
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1533, 1100, 11, 11, 4, 9}, 31,
+          rokt::Guard::After, 3);
+    check(Form<Rok8u, Rok8u>{"Box 8u C3 3x3", 3, 3, false, BOX(rokiFilterBox_8u_C3R)}, Box{701, 700, 3, 3, 1, 1}, 32,
+          rokt::Guard::Before, 1);
+}
+
 TEST(BoxFilter, LargeAreasTakeTheDoubleEngine) {
     for (int w : {1, 9, 33}) {
         check(Form<Rok8u, Rok8u>{"Box 8u C1 91x90", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{w, 1, 91, 90, 45, 3}, 7);
@@ -215,6 +224,28 @@ TEST(BoxFilter, EngineByArea) {
 
 // A 1x1 box: the source itself on one channel; (s + 128) >> 8 on the
 // others, as their multiplier 65536 with shift 24 gives.
+// Every window sum an 8u row box of 1 to 257 pixels can take, at every
+// vector position: the source rises by one every `w` pixels, so consecutive
+// windows sum to consecutive integers up to 255 w. Areas of 32 and more
+// take the mean from the high half of a 16-bit product; any slip at a
+// rounding boundary of the fixed point shows here.
+TEST(BoxFilter, EverySumOfNarrowAreas) {
+    std::vector<Rok8u> src, dst;
+    for (int w = 1; w <= 257; ++w) {
+        const int n = 255 * w + 1;
+        src.assign(std::size_t(n) + w - 1, 0);
+        for (std::size_t i = 0; i < src.size(); ++i) src[i] = Rok8u(std::min<std::size_t>(i / std::size_t(w), 255));
+        dst.assign(std::size_t(n), 0);
+        ASSERT_EQ(rokiFilterBox_8u_C1R(src.data(), int(src.size()), dst.data(), n, {n, 1}, {w, 1}, {0, 0}), rokStatusOk);
+        const Multiplier m = multiplier(w, true);
+        for (int x = 0; x < n; ++x) {
+            const long long sum = x;  // the windows' sums, by construction
+            const long long want = std::min(255ll, (m.mult * sum + (1ll << (m.shift - 1))) >> m.shift);
+            ASSERT_EQ(dst[std::size_t(x)], want) << "width " << w << " sum " << sum;
+        }
+    }
+}
+
 TEST(BoxFilter, OneByOne) {
     GuardedImage<Rok8u> src(40, 2, 3);
     rokt::fill_random(src, 3);

@@ -256,7 +256,8 @@ void mean_int32(const std::int32_t* sums, int n, int nc, int width, Mean m, std:
 
 // The 16-bit lanes of 8u data (every window sum fits 16 bits), 32 samples
 // a step: windows added directly, or as differences of running sums.
-void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst) {
+void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst,
+                 bool stream) {
     const __m256i zero = _mm256_setzero_si256();
     const bool direct = width <= kDirect;
     const int span = width * nc;
@@ -267,17 +268,48 @@ void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, st
         for (int i = 1; i < width; ++i) s = _mm256_add_epi16(s, load(sums + x + i * nc));
         return s;
     };
+    // With P = mult * S and hi = floor(P / 2^16), the mean is
+    // floor((hi + 2^(shift-17)) / 2^(shift-16)) exactly (the low half of P
+    // cannot carry past the bias), so one high-half multiply in the 16-bit
+    // lanes serves wherever the multiplier fits them (one channel, areas
+    // from 32 on).
+    const int k = m.shift - 16;
+    const bool high = !m.wide && k >= 1 && m.mult + (std::int64_t(1) << (k - 1)) <= 65536;
+    const __m256i mult16 = _mm256_set1_epi16(std::int16_t(high ? m.mult : 0));
+    const __m256i bias16 = _mm256_set1_epi16(std::int16_t(high ? 1 << (k - 1) : 0));
+    const __m128i k16 = _mm_cvtsi32_si128(k);
     // In-lane widening and packing keep the samples in order.
-    auto means16 = [&](__m256i s) {
-        const __m256i lo = mean8(_mm256_unpacklo_epi16(s, zero), m, m.wide);
-        const __m256i hi = mean8(_mm256_unpackhi_epi16(s, zero), m, m.wide);
-        return _mm256_packs_epi32(lo, hi);
+    auto means16 = [&](__m256i s, auto byHigh) {
+        if constexpr (byHigh) {
+            return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult16), bias16), k16);
+        } else {
+            const __m256i lo = mean8(_mm256_unpacklo_epi16(s, zero), m, m.wide);
+            const __m256i hi = mean8(_mm256_unpackhi_epi16(s, zero), m, m.wide);
+            return _mm256_packs_epi32(lo, hi);
+        }
     };
     int x = 0;
-    for (; x + 32 <= n; x += 32) {
-        const __m256i w = _mm256_packus_epi16(means16(sum16(x)), means16(sum16(x + 16)));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), _mm256_permute4x64_epi64(w, 0xD8));
-    }
+    auto body = [&](auto byHigh) {
+        auto block = [&](int at, bool streamed) {
+            const __m256i w = _mm256_packus_epi16(means16(sum16(at), byHigh), means16(sum16(at + 16), byHigh));
+            auto* d = reinterpret_cast<__m256i*>(dst + at);
+            if (streamed) _mm256_stream_si256(d, _mm256_permute4x64_epi64(w, 0xD8));
+            else _mm256_storeu_si256(d, _mm256_permute4x64_epi64(w, 0xD8));
+        };
+        if (stream && n >= 32) {
+            // The blocks between the first and the last start on 32-byte
+            // boundaries of dst; those two overlap them, storing the same
+            // means again.
+            block(0, false);
+            for (x = int((32 - reinterpret_cast<std::uintptr_t>(dst) % 32) % 32); x + 32 <= n; x += 32) block(x, true);
+            if (x < n) block(n - 32, false);
+            x = n;
+            return;
+        }
+        for (; x + 32 <= n; x += 32) block(x, false);
+    };
+    if (high) body(std::true_type{});
+    else body(std::false_type{});
     for (; x < n; ++x) {
         std::uint16_t s = 0;
         if (direct)
@@ -399,7 +431,9 @@ void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n
     }
 }
 
-void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d) { mean_uint16(s, n, nc, w, m, p, d); }
+void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d, bool stream) {
+    mean_uint16(s, n, nc, w, m, p, d, stream);
+}
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok8u* d) { mean_int32(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok16s* d) { mean_int32(s, n, nc, w, m, p, d); }
 void box_mean(const std::int32_t* s, int n, int nc, int w, Mean m, std::int32_t* p, Rok16u* d) { mean_int32(s, n, nc, w, m, p, d); }

@@ -55,7 +55,11 @@ struct Mean {
 //   window: S converted to single precision.
 // `prefix` is scratch of n + width * nc + 8 elements of the sums' type (it
 // holds their running prefix when the window is too wide to add directly).
-void box_mean(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst);
+// The 16-bit sums of 8u data may `stream` their means past the cache (the
+// caller then ends the rows with a store fence); dst must not be scratch
+// that the sums or the prefix share.
+void box_mean(const std::uint16_t* sums, int n, int nc, int width, Mean m, std::uint16_t* prefix, Rok8u* dst,
+              bool stream);
 void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok8u* dst);
 void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok16s* dst);
 void box_mean(const std::int32_t* sums, int n, int nc, int width, Mean m, std::int32_t* prefix, Rok16u* dst);
