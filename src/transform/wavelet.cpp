@@ -147,7 +147,8 @@ RokStatus wt_record_init_alloc(void** out, std::int32_t id, int channels, const 
         std::memcpy(taps, given[f], std::size_t(len) * sizeof(float));
         float* even = taps + len;
         float* odd = even + even_count(len);
-        for (int k = 0; k < len; ++k) (k & 1 ? odd : even)[k / 2] = taps[k];
+        for (int k = 0; k < len; k += 2) even[k / 2] = taps[k];
+        for (int k = 1; k < len; k += 2) odd[k / 2] = taps[k];
         filters[f] = WtFilter{len, anchors[f], len - anchors[f] - 1, anchors[f] - 1, taps, even, odd};
         taps += 2 * len;
     }
