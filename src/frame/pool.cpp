@@ -61,7 +61,7 @@ constexpr auto kOwnerSpin = std::chrono::microseconds(20);
 // A wait for late chunks longer than this and than half the caller's
 // own work counts as late workers; the serial spell that follows starts at
 // the first and doubles up to the second.
-constexpr auto kLateWait = std::chrono::microseconds(30);
+constexpr auto kLateWait = std::chrono::microseconds(200);
 constexpr auto kFirstSpell = std::chrono::milliseconds(4);
 constexpr auto kLongestSpell = std::chrono::milliseconds(256);
 
@@ -113,23 +113,31 @@ public:
         next_ = now + std::chrono::milliseconds(1);
         char text[128];
         const ssize_t n = pread(fd_, text, sizeof text - 1, 0);
-        last_ = -1;
-        if (n <= 0) return last_;
-        text[n] = 0;
-        const char* p = text;
-        for (int field = 0; field < 3 && p; ++field) {
-            p = std::strchr(p, ' ');
-            if (p) ++p;
+        int count = -1;
+        if (n > 0) {
+            text[n] = 0;
+            const char* p = text;
+            for (int field = 0; field < 3 && p; ++field) {
+                p = std::strchr(p, ' ');
+                if (p) ++p;
+            }
+            if (p) count = std::atoi(p);
         }
-        if (p) last_ = std::atoi(p);
+        // The smaller of two readings a few milliseconds apart at most: a
+        // kernel thread that runs for a moment does not hold the calls back
+        // for long, a busy process shows in both.
+        const bool recent = previous_ >= 0 && now - read_at_ < std::chrono::milliseconds(4);
+        last_ = count >= 0 && recent ? std::min(count, previous_) : count;
+        previous_ = count;
+        read_at_ = now;
         return last_;
     }
 
 private:
     int fd_ = -1;
     std::atomic<bool> on_{true};
-    Clock::time_point next_{};
-    int last_ = -1;
+    Clock::time_point next_{}, read_at_{};
+    int last_ = -1, previous_ = -1;
 };
 
 class Pool {
