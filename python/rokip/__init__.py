@@ -229,7 +229,23 @@ raw = _Raw()
 
 # ---- records ----
 
-class Record:
+class _Closing:
+    """close() at the end of a with block, and when garbage-collected."""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
+
+    def __del__(self):
+        try:
+            self.close()
+        except Exception:
+            pass
+
+
+class Record(_Closing):
     """A record the library allocated; freed by close() or at the end of a with block."""
 
     def __init__(self, ctype_name, pointer, free):
@@ -245,18 +261,6 @@ class Record:
         if self._ptr:
             p, self._ptr = self._ptr, None
             self._free(p)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exc):
-        self.close()
-
-    def __del__(self):
-        try:
-            self.close()
-        except Exception:
-            pass
 
     def __repr__(self):
         return f"<rokip.Record {self.ctype_name} {'closed' if not self._ptr else hex(self._ptr)}>"

@@ -5,12 +5,12 @@ import ctypes
 
 import numpy as np
 
-from . import Family, Point, Record, Size, exports, _record_maker
+from . import Family, Point, Record, Size, exports, _Closing, _record_maker
 
 _SCALING = {"none": 8, "forward": 1, "inverse": 2, "sqrt": 4}
 
 
-class _Holder:
+class _Holder(_Closing):
     """Frees the records it holds on close() or at the end of a with block."""
 
     def __init__(self):
@@ -27,18 +27,6 @@ class _Holder:
     def close(self):
         for r in self._records:
             r.close()
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exc):
-        self.close()
-
-    def __del__(self):
-        try:
-            self.close()
-        except Exception:
-            pass
 
 
 def _shape_of(shape):

@@ -287,6 +287,26 @@ std::string format_stats(const std::string& path, const Image& a, const Stats& s
 }
 }  // namespace
 
+// Runs report(file) for every input image (and every image of the folders
+// named). With several, one that fails is reported and skipped, and the
+// command ends with 1; a single input's error goes to the caller.
+template <class Report>
+int for_each_report(const Options& o, const char* command, Report report) {
+    std::vector<std::string> files = expand_inputs(o.args);
+    if (files.empty()) throw Error("no images in " + o.args[0]);
+    int failed = 0;
+    for (const auto& in : files) {
+        try {
+            report(in);
+        } catch (const Error& e) {
+            if (files.size() == 1) throw;
+            ++failed;
+            std::fprintf(stderr, "rok %s: %s (skipped)\n", command, e.what());
+        }
+    }
+    return failed ? 1 : 0;
+}
+
 int run_stats(const Options& o) {
     if (o.args.empty()) throw Error("stats needs at least one image");
     int bins = o.integer("bins", 16, 0, 65536);
@@ -314,57 +334,37 @@ int run_stats(const Options& o) {
             !std::isfinite(range[1]))
             throw Error("--range takes LO,HI, not '" + o.get("range") + "'");
     }
-    int failed = 0;
-    std::vector<std::string> files = expand_inputs(o.args);
-    if (files.empty()) throw Error("no images in " + o.args[0]);
-    for (const auto& in : files) {
-        try {
-            Image a = read_image(in);
-            Stats st;
-            int reps = o.has("time") ? o.integer("repeat", 9, 1, 10000) : 1;
-            std::vector<double> t;
-            for (int r = 0; r < reps; ++r) {
-                double t0 = now();
-                if (o.has("range") && a.depth != Depth::f32 &&
-                    (range[0] < 0 || range[1] > (a.depth == Depth::u8 ? 255 : 65535) || range[0] != std::floor(range[0]) ||
-                     range[1] != std::floor(range[1])))
-                    throw Error("--range takes whole numbers within the image's sample range");
-                if (!levels.empty() && a.depth != Depth::f32)
-                    for (double v : levels)
-                        if (v != std::floor(v)) throw Error("--levels takes whole numbers for integer images");
-                st = compute_stats(a, bins, o.has("range") ? range : nullptr, levels.empty() ? nullptr : &levels);
-                t.push_back(1e3 * (now() - t0));
-            }
-            std::fputs(format_stats(in, a, st, o.has("json")).c_str(), stdout);
-            if (o.has("time")) {
-                std::sort(t.begin(), t.end());
-                std::fprintf(o.has("json") ? stderr : stdout, "  time     %.3f ms (median of %d)\n", t[t.size() / 2], reps);
-            }
-        } catch (const Error& e) {
-            if (files.size() == 1) throw;
-            ++failed;
-            std::fprintf(stderr, "rok stats: %s (skipped)\n", e.what());
+    return for_each_report(o, "stats", [&](const std::string& in) {
+        Image a = read_image(in);
+        Stats st;
+        int reps = o.has("time") ? o.integer("repeat", 9, 1, 10000) : 1;
+        std::vector<double> t;
+        for (int r = 0; r < reps; ++r) {
+            double t0 = now();
+            if (o.has("range") && a.depth != Depth::f32 &&
+                (range[0] < 0 || range[1] > (a.depth == Depth::u8 ? 255 : 65535) || range[0] != std::floor(range[0]) ||
+                 range[1] != std::floor(range[1])))
+                throw Error("--range takes whole numbers within the image's sample range");
+            if (!levels.empty() && a.depth != Depth::f32)
+                for (double v : levels)
+                    if (v != std::floor(v)) throw Error("--levels takes whole numbers for integer images");
+            st = compute_stats(a, bins, o.has("range") ? range : nullptr, levels.empty() ? nullptr : &levels);
+            t.push_back(1e3 * (now() - t0));
         }
-    }
-    return failed ? 1 : 0;
+        std::fputs(format_stats(in, a, st, o.has("json")).c_str(), stdout);
+        if (o.has("time")) {
+            std::sort(t.begin(), t.end());
+            std::fprintf(o.has("json") ? stderr : stdout, "  time     %.3f ms (median of %d)\n", t[t.size() / 2], reps);
+        }
+    });
 }
 
 int run_moments(const Options& o) {
     if (o.args.empty()) throw Error("moments needs at least one image");
-    int failed = 0;
-    std::vector<std::string> files = expand_inputs(o.args);
-    if (files.empty()) throw Error("no images in " + o.args[0]);
-    for (const auto& in : files) {
-        try {
-            Image a = read_image(in);
-            std::fputs(format_moments(in, a, compute_moments(a), o.has("json")).c_str(), stdout);
-        } catch (const Error& e) {
-            if (files.size() == 1) throw;
-            ++failed;
-            std::fprintf(stderr, "rok moments: %s (skipped)\n", e.what());
-        }
-    }
-    return failed ? 1 : 0;
+    return for_each_report(o, "moments", [&](const std::string& in) {
+        Image a = read_image(in);
+        std::fputs(format_moments(in, a, compute_moments(a), o.has("json")).c_str(), stdout);
+    });
 }
 
 // ---- differences of two images ----
