@@ -108,21 +108,22 @@ Record2d* build_float(fk::Arena& arena, std::int32_t id, int sizeX, int sizeY, i
     const fk::RealPlan* rowPlan = nullptr;
     const fk::RealPlan* columnPlan = nullptr;
     std::size_t work;
+    const std::size_t W = std::size_t(w), H = std::size_t(h);
     if (is_complex(id)) {
         complexPlan[0] = fk::build_complex(arena, h, flag, inner, init);
         rows = inner;
         complexPlan[1] = w == h ? complexPlan[0] : fk::build_complex(arena, w, flag, rows, init);
-        work = std::max(64 * std::size_t(h) + engine_buffer(kColumnBlocks * h * kComplexPacket, 64 * h, inner),
-                        64 * std::size_t(w) + engine_buffer(w * kComplexPacket, 64 * w, rows));
+        work = std::max(64 * H + engine_buffer(kColumnBlocks * H * kComplexPacket, 64 * H, inner),
+                        64 * W + engine_buffer(W * kComplexPacket, 64 * W, rows));
         out.init_bytes = std::max(inner.init_bytes, rows.init_bytes);
     } else {
         rowPlan = fk::build_real(arena, w, flag, rows, init);
         cols = rows;
         if (h != w) columnPlan = fk::build_real(arena, h, flag, cols, init);
         complexPlan[0] = fk::build_complex(arena, h, flag, inner, init);
-        work = std::max({16 * std::size_t(h) + engine_buffer(h * kRealPacket, 16 * h, cols),
-                         64 * std::size_t(h) + engine_buffer(kColumnBlocks * h * kComplexPacket, 64 * h, inner),
-                         16 * std::size_t(w) + engine_buffer(w * kRealPacket, 16 * w, rows)});
+        work = std::max({16 * H + engine_buffer(H * kRealPacket, 16 * H, cols),
+                         64 * H + engine_buffer(kColumnBlocks * H * kComplexPacket, 64 * H, inner),
+                         16 * W + engine_buffer(W * kRealPacket, 16 * W, rows)});
         out.init_bytes = std::max({rows.init_bytes, cols.init_bytes, inner.init_bytes});
     }
     const int threshold = is_complex(id) ? kComplexThreadFrom : kRealThreadFrom;
