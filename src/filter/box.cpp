@@ -93,7 +93,10 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         // The window sums of source row r (counted from the ROI's first row,
         // so from -ay up): the ring holds mh + 1 of them.
         auto windows_of = [&](int r) {
-            const int at = ((r % ring) + ring) % ring;
+            // (Only rows-first runs keep a ring; the guard keeps the
+            // others' copy of this lambda free of a remainder by zero.)
+            const int rows = std::max(ring, 1);
+            const int at = ((r % rows) + rows) % rows;
             return reinterpret_cast<std::uint16_t*>(ring0 + ringRow * std::size_t(at));
         };
         auto write_back = [&](int y) {
