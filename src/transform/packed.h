@@ -16,23 +16,29 @@ namespace rok::transform {
 
 namespace detail {
 
-// d = a * b (or a * conj b) over the whole packed image.
+// d = a * b (or a * conj b) over the whole packed image, a pair of rows at
+// a time so that the column elements are taken while their rows are still
+// in cache (a second pass over the image for them costs a miss per row).
 template <class T, Layout L, class Param>
 void multiply(const T* a, int as, const T* b, int bs, T* d, int ds, RokiSize roi, Param param) {
     namespace ks = kernels::spectrum;
     constexpr int nc = channels(L), pc = processed_channels(L);
     const int w = roi.width, h = roi.height;
-    for (int y = 0; y < h; ++y) ks::mul_inner(row(a, as, y), row(b, bs, y), row(d, ds, y), w, nc, pc, param);
+    auto inner = [&](int y) { ks::mul_inner(row(a, as, y), row(b, bs, y), row(d, ds, y), w, nc, pc, param); };
     auto real = [&](int y) {
+        inner(y);
         if constexpr (std::is_same_v<T, Rok32f>)
             ks::mul_real(row(a, as, y), row(b, bs, y), row(d, ds, y), w, nc, pc);
         else
             ks::mul_real(row(a, as, y), row(b, bs, y), row(d, ds, y), w, nc, pc, param);
     };
     real(0);
-    for (int k = 1; 2 * k < h; ++k)
+    for (int k = 1; 2 * k < h; ++k) {
+        inner(2 * k - 1);
+        inner(2 * k);
         ks::mul_columns(row(a, as, 2 * k - 1), row(a, as, 2 * k), row(b, bs, 2 * k - 1), row(b, bs, 2 * k),
                         row(d, ds, 2 * k - 1), row(d, ds, 2 * k), w, nc, pc, param);
+    }
     if (h % 2 == 0 && h > 1) real(h - 1);
 }
 
