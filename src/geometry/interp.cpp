@@ -133,4 +133,28 @@ double stretched_kernel(int method, double a, double scale) {
     return cubic_kernel(method, x);
 }
 
+namespace {
+
+template <class W>
+void split_any(const Positions& p, int count, int lo, int hi, std::int32_t* whole, W* frac) {
+    // The held range in double: lo - 64 and hi + 64 computed there cannot
+    // overflow, and a whole number in it converts to int32 exactly.
+    const double low = double(lo) - 64.0, high = double(hi) + 64.0;
+    int k = kernels::split_positions(p.origin, p.inv, p.off, count, low, high, whole, frac);
+    for (; k < count; ++k) {
+        const double v = p.at(k), f = std::floor(v);
+        frac[k] = W(v - f);
+        whole[k] = std::int32_t(std::min(std::max(f, low), high));
+    }
+}
+
+}  // namespace
+
+void split_positions(const Positions& p, int count, int lo, int hi, std::int32_t* whole, float* frac) {
+    split_any(p, count, lo, hi, whole, frac);
+}
+void split_positions(const Positions& p, int count, int lo, int hi, std::int32_t* whole, double* frac) {
+    split_any(p, count, lo, hi, whole, frac);
+}
+
 }  // namespace rok::geometry

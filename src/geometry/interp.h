@@ -6,6 +6,8 @@
 // precision W (float for every sample type but 64f, which keeps double).
 #pragma once
 
+#include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdint>
 #include <initializer_list>
@@ -43,6 +45,34 @@ bool parse_interp(int code, Interp* out);
 // method in the low 31 bits, which must be one of `accepted`, and bit 31 the
 // smooth edge. False for any other method.
 bool parse_pixel_interp(int code, std::initializer_list<int> accepted, int* method, bool* smooth);
+
+// Extreme factors and shifts can cancel into positions far off the
+// rectangle (or into NaN); their taps all read an edge pixel anyway, and
+// held to +-2^52 they stay whole numbers that convert to integers.
+inline double bounded_position(double v) {
+    constexpr double kFar = 4503599627370496.0;
+    return v != v ? 0.0 : (v < -kFar ? -kFar : (v > kFar ? kFar : v));
+}
+
+// Source positions of the pixel centres along one axis of a resize: for
+// region column (or row) k, ((origin + k) + 0.5) * inv + off - 0.5, in
+// double and in that order, held by bounded_position.
+struct Positions {
+    int origin;
+    double inv, off;
+    double at(int k) const { return bounded_position((double(origin + k) + 0.5) * inv + off - 0.5); }
+    Positions from(int k) const { return {origin + k, inv, off}; }
+};
+
+// For k = 0 .. count-1: whole[k] = floor(at(k)) held to [lo - 64, hi + 64]
+// (taps further out read only edge pixels, by the border routine) and
+// frac[k] = at(k) - floor(at(k)) rounded to W; four positions at a time,
+// by the same operations as at().
+void split_positions(const Positions& p, int count, int lo, int hi, std::int32_t* whole, float* frac);
+void split_positions(const Positions& p, int count, int lo, int hi, std::int32_t* whole, double* frac);
+
+// Positions split at a time where the fractions wait on the stack.
+constexpr int kSplitChunk = 256;
 
 // Taps per axis and the offset of the first one from i = floor(position).
 constexpr int taps_of(int method) {
@@ -87,14 +117,15 @@ double stretched_kernel(int method, double a, double scale);
 // fraction as W, weights in blocks of 8 columns, tap-major (see
 // ColumnTaps). The inner range is the columns whose reads (taps plus what
 // the vector body of this sample type reads past the last one) lie inside.
-template <class W, class Pos>
-void build_columns(int method, int count, Pos pos, int lo, int hi, int nc, int overread, std::int32_t* index,
-                   W* frac, W* weights, kernels::ColumnTaps<W>* out);
+template <class W>
+void build_columns(int method, int count, const Positions& pos, int lo, int hi, int nc, int overread,
+                   std::int32_t* index, W* frac, W* weights, kernels::ColumnTaps<W>* out);
 
 // Row taps: index[r] = floor(position) (nearest: the chosen row, clamped),
 // frac[r] the fraction as W, weights taps per row, row after row.
-template <class W, class Pos>
-void build_rows(int method, int count, Pos pos, int lo, int hi, std::int32_t* index, W* frac, W* weights);
+template <class W>
+void build_rows(int method, int count, const Positions& pos, int lo, int hi, std::int32_t* index, W* frac,
+                W* weights);
 
 // The pixel a nearest-neighbour position selects: the closer centre, the
 // lower one on a tie.
@@ -110,46 +141,50 @@ inline W fraction_of(double pos, long long* i) {
     return W(pos - f);
 }
 
-template <class W, class Pos>
-void build_columns(int method, int count, Pos pos, int lo, int hi, int nc, int overread, std::int32_t* index,
-                   W* frac, W* weights, kernels::ColumnTaps<W>* out) {
+template <class W>
+void build_columns(int method, int count, const Positions& pos, int lo, int hi, int nc, int overread,
+                   std::int32_t* index, W* frac, W* weights, kernels::ColumnTaps<W>* out) {
     const int taps = taps_of(method), first = first_tap(method);
-    int innerBegin = count, innerEnd = count;
-    bool seenInner = false;
-    for (int x = 0; x < count; ++x) {
-        long long i;
-        bool inside;
-        if (method == kNearest) {
-            i = clamp_index(nearest_index(pos(x)), lo, hi);
-            inside = true;
-        } else {
-            const W t = fraction_of<W>(pos(x), &i);
-            if (method == kLinear) {
-                frac[x] = t;
-            } else {
+    int innerBegin, innerEnd;
+    if (method == kLinear) {
+        split_positions(pos, count, lo, hi, index, frac);
+    } else if (method != kNearest) {
+        for (int x0 = 0; x0 < count; x0 += kSplitChunk) {
+            W fr[kSplitChunk];
+            const int n = std::min(kSplitChunk, count - x0);
+            split_positions(pos.from(x0), n, lo, hi, index + x0, fr);
+            for (int x = x0; x < x0 + n; ++x) {
                 double w[6];
-                tap_weights(method, double(t), w);
+                tap_weights(method, double(fr[x - x0]), w);
                 W* block = weights + std::size_t(x / 8) * 8 * taps + x % 8;
                 for (int k = 0; k < taps; ++k) block[k * 8] = W(w[k]);
             }
-            // Samples read: from the first tap to the last one plus the
-            // vector body's extra samples.
-            const long long firstSample = (i + first) * nc;
-            const long long endSample = (i + first + taps - 1) * nc + nc + overread;
-            inside = i + first >= lo && endSample <= (long long)hi * nc && firstSample >= (long long)lo * nc;
-            // Columns left of the rectangle keep an index of their own; the
-            // border routine clamps every tap.
-            if (i < lo - 64) i = lo - 64;
-            if (i > hi + 64) i = hi + 64;
         }
-        index[x] = std::int32_t(i * nc);
-        if (inside && !seenInner) {
-            innerBegin = x;
-            seenInner = true;
-        }
-        if (inside) innerEnd = x + 1;
     }
-    if (!seenInner) innerBegin = innerEnd = 0;
+    if (method == kNearest) {
+        for (int x = 0; x < count; ++x) index[x] = std::int32_t(clamp_index(nearest_index(pos.at(x)), lo, hi) * nc);
+        innerBegin = 0;
+        innerEnd = count;
+    } else {
+        // The inner range: the first and the last column whose samples
+        // read, from the first tap to the last one plus the vector body's
+        // extra samples, lie inside: lo <= i + first and (i + first + taps)
+        // * nc + overread <= hi * nc. As bounds on i (held to int32 like
+        // i) the test is a loop without branches, which runs on vectors.
+        const long long room = ((long long)hi * nc - overread) / nc - (((long long)hi * nc - overread) % nc < 0);
+        const int iLow = lo - first;
+        const int iHigh = int(std::clamp(room - first - taps, (long long)INT32_MIN, (long long)INT32_MAX));
+        int firstIn = count, lastIn = -1;
+        for (int x = 0; x < count; ++x) {
+            const int i = index[x];
+            const bool inside = i >= iLow && i <= iHigh;
+            firstIn = inside ? std::min(firstIn, x) : firstIn;
+            lastIn = inside ? std::max(lastIn, x) : lastIn;
+            index[x] = i * nc;
+        }
+        innerBegin = lastIn < 0 ? 0 : firstIn;
+        innerEnd = lastIn < 0 ? 0 : lastIn + 1;
+    }
     out->index = index;
     out->frac = frac;
     out->weights = weights;
@@ -162,26 +197,25 @@ void build_columns(int method, int count, Pos pos, int lo, int hi, int nc, int o
     out->innerEnd = innerEnd;
 }
 
-template <class W, class Pos>
-void build_rows(int method, int count, Pos pos, int lo, int hi, std::int32_t* index, W* frac, W* weights) {
+template <class W>
+void build_rows(int method, int count, const Positions& pos, int lo, int hi, std::int32_t* index, W* frac,
+                W* weights) {
     const int taps = taps_of(method);
-    for (int r = 0; r < count; ++r) {
-        long long i;
-        if (method == kNearest) {
-            i = clamp_index(nearest_index(pos(r)), lo, hi);
-        } else {
-            const W t = fraction_of<W>(pos(r), &i);
-            if (method == kLinear) {
-                frac[r] = t;
-            } else {
+    if (method == kNearest) {
+        for (int r = 0; r < count; ++r) index[r] = clamp_index(nearest_index(pos.at(r)), lo, hi);
+    } else if (method == kLinear) {
+        split_positions(pos, count, lo, hi, index, frac);
+    } else {
+        for (int r0 = 0; r0 < count; r0 += kSplitChunk) {
+            W fr[kSplitChunk];
+            const int n = std::min(kSplitChunk, count - r0);
+            split_positions(pos.from(r0), n, lo, hi, index + r0, fr);
+            for (int r = r0; r < r0 + n; ++r) {
                 double w[6];
-                tap_weights(method, double(t), w);
+                tap_weights(method, double(fr[r - r0]), w);
                 for (int k = 0; k < taps; ++k) weights[std::size_t(r) * taps + k] = W(w[k]);
             }
-            if (i < lo - 64) i = lo - 64;
-            if (i > hi + 64) i = hi + 64;
         }
-        index[r] = std::int32_t(i);
     }
 }
 

@@ -129,9 +129,9 @@ public:
         rows_ = c.take<std::int32_t>(std::size_t(p.oh));
         if (c.used() > p.sliceBytes) return false;
         ColumnTaps<W> taps;
-        build_columns<W>(kNearest, p.ow, [&](int x) { return p.col_pos(x); }, p.sx0, p.sx1, this->nc_, 0, cols_,
+        build_columns<W>(kNearest, p.ow, p.cols(), p.sx0, p.sx1, this->nc_, 0, cols_,
                          nullptr, nullptr, &taps);
-        build_rows<W>(kNearest, p.oh, [&](int y) { return p.row_pos(y); }, p.sy0, p.sy1, rows_, nullptr, nullptr);
+        build_rows<W>(kNearest, p.oh, p.rows(), p.sy0, p.sy1, rows_, nullptr, nullptr);
         // Every second pixel of the source, a plain strided copy.
         halves_ = true;
         for (int x = 1; x < p.ow && halves_; ++x) halves_ = cols_[x] - cols_[x - 1] == 2 * this->nc_;
@@ -207,20 +207,23 @@ public:
         c.take<W>(slotStride_ * taps_);
         if (c.used() > p.sliceBytes) return false;
         const int overread = kernels::hpass_overread(taps_, this->nc_, int(sizeof(T)));
-        build_columns<W>(method, p.ow, [&](int x) { return p.col_pos(x); }, p.sx0, p.sx1, this->nc_, overread,
+        build_columns<W>(method, p.ow, p.cols(), p.sx0, p.sx1, this->nc_, overread,
                          colIndex, colFrac, colWeights, &cols_);
-        build_rows<W>(method, p.oh, [&](int y) { return p.row_pos(y); }, p.sy0, p.sy1, rowIndex_, rowFrac_,
+        build_rows<W>(method, p.oh, p.rows(), p.sy0, p.sy1, rowIndex_, rowFrac_,
                       rowWeights_);
         halves_ = method == kLinear && !this->framed_ && exact_halves();
         if (halves_) {
             // Columns whose two taps lie inside the rectangle.
-            const long long lo = (long long)p.sx0 * this->nc_, hi = (long long)p.sx1 * this->nc_;
-            halfBegin_ = halfEnd_ = 0;
-            for (int x = 0; x < p.ow; ++x)
-                if (colIndex[x] >= lo && colIndex[x] + 2LL * this->nc_ <= hi) {
-                    if (halfEnd_ == 0) halfBegin_ = x;
-                    halfEnd_ = x + 1;
-                }
+            const int lo = p.sx0 * this->nc_;
+            const int hi = int(std::min((long long)p.sx1 * this->nc_ - 2LL * this->nc_, (long long)INT_MAX));
+            int firstIn = p.ow, lastIn = -1;
+            for (int x = 0; x < p.ow; ++x) {
+                const bool inside = colIndex[x] >= lo && colIndex[x] <= hi;
+                firstIn = inside ? std::min(firstIn, x) : firstIn;
+                lastIn = inside ? std::max(lastIn, x) : lastIn;
+            }
+            halfBegin_ = lastIn < 0 ? 0 : firstIn;
+            halfEnd_ = lastIn < 0 ? 0 : lastIn + 1;
         }
         return true;
     }
@@ -277,11 +280,11 @@ private:
     bool exact_halves() const {
         const ResizePlan& p = this->p_;
         if (p.rec.invX != 2.0 || p.rec.invY != 2.0) return false;
-        for (int x = 0; x < p.ow; ++x)
-            if (cols_.frac[x] != W(0.5)) return false;
-        for (int y = 0; y < p.oh; ++y)
-            if (rowFrac_[y] != W(0.5)) return false;
-        return true;
+        // Counted without early exits, so that the loops run on vectors.
+        int other = 0;
+        for (int x = 0; x < p.ow; ++x) other += cols_.frac[x] != W(0.5);
+        for (int y = 0; y < p.oh; ++y) other += rowFrac_[y] != W(0.5);
+        return other == 0;
     }
     bool half_row(int y) const {
         return rowIndex_[y] >= this->p_.sy0 && rowIndex_[y] + 1 < this->p_.sy1 && halfBegin_ < halfEnd_;
@@ -305,7 +308,7 @@ private:
             if (ib > x) part(x, ib - x, out);
             if (ie > ib)
                 kernels::halve_2x2(r0 + cols_.index[ib], r1 + cols_.index[ib], ie - ib, nc, kernels::Halving::Linear,
-                                   out + std::size_t(ib - x) * nc);
+                                   out + std::size_t(ib - x) * nc, 2 * std::ptrdiff_t(this->a_.srcStep));
             if (x + n > ie) part(ie, x + n - ie, out + std::size_t(ie - x) * nc);
         };
         if (this->ac4_)
@@ -449,7 +452,7 @@ private:
             if (ie > ib)
                 kernels::halve_2x2(r0 + from + std::size_t(ib - xa_) * 2 * nc,
                                    r1 + from + std::size_t(ib - xa_) * 2 * nc, ie - ib, nc, kernels::Halving::Super,
-                                   out + std::size_t(ib - x) * nc);
+                                   out + std::size_t(ib - x) * nc, 2 * std::ptrdiff_t(this->a_.srcStep));
             if (x + n > ie)
                 kernels::store_row<T, W>(acc + std::size_t(xa_ + ie - xb_) * nc, (x + n - ie) * nc,
                                          out + std::size_t(ie - x) * nc);
@@ -543,7 +546,7 @@ public:
             else
                 weights = c.take<W>(round8(std::size_t(p.ow)) * taps_of(method));
             if (c.used() > p.sliceBytes) return false;
-            build_columns<W>(method, p.ow, [&](int x) { return p.col_pos(x); }, p.sx0, p.sx1, this->nc_,
+            build_columns<W>(method, p.ow, p.cols(), p.sx0, p.sx1, this->nc_,
                              kernels::hpass_overread(taps_of(method), this->nc_, int(sizeof(T))), index, frac,
                              weights, &cols_);
         } else {

@@ -35,18 +35,14 @@ struct ResizePlan {
 
     // Source positions of region column x and row y (pixel centres on
     // integers), and the pixel-edge coordinate where region column x begins.
-    double col_pos(int x) const { return bounded((double(ox + x) + 0.5) * rec.invX + rec.offX - 0.5); }
-    double row_pos(int y) const { return bounded((double(oy + y) + 0.5) * rec.invY + rec.offY - 0.5); }
+    double col_pos(int x) const { return cols().at(x); }
+    double row_pos(int y) const { return rows().at(y); }
+    Positions cols() const { return {ox, rec.invX, rec.offX}; }
+    Positions rows() const { return {oy, rec.invY, rec.offY}; }
     double col_edge(int x) const { return bounded(double(ox + x) * rec.invX + rec.offX); }
     double row_edge(int y) const { return bounded(double(oy + y) * rec.invY + rec.offY); }
 
-    // Extreme factors and shifts can cancel into positions far off the
-    // rectangle (or into NaN); their taps all read an edge pixel anyway, and
-    // held to +-2^52 they stay whole numbers that convert to integers.
-    static double bounded(double v) {
-        constexpr double kFar = 4503599627370496.0;
-        return v != v ? 0.0 : (v < -kFar ? -kFar : (v > kFar ? kFar : v));
-    }
+    static double bounded(double v) { return bounded_position(v); }
 };
 
 // Runs the resize of a prepared plan for sample type T (resize_engine.cpp).

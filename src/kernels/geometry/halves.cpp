@@ -34,11 +34,22 @@ inline __m256i pair_sums(__m256i a, __m256i b, __m256i pairing) {
 inline __m256i load(const std::uint8_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
 
 // 8u: returns the pixels done; the caller finishes the rest by the rule.
-int halve_bytes(const std::uint8_t* a, const std::uint8_t* b, int count, int nc, std::uint8_t* o) {
+int halve_bytes(const std::uint8_t* a, const std::uint8_t* b, int count, int nc, std::ptrdiff_t ahead,
+                std::uint8_t* o) {
     int x = 0;
+    // The rows of the next output row, brought in while these are read: a
+    // line of each per 64 bytes taken (a prefetch never faults, so the
+    // rows past the image cost nothing).
+    auto fetch = [&](std::size_t at) {
+        if (ahead) {
+            _mm_prefetch(reinterpret_cast<const char*>(a) + ahead + at, _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(b) + ahead + at, _MM_HINT_T0);
+        }
+    };
     if (nc == 1) {
         const __m256i ones = _mm256_set1_epi8(1);
         for (; x + 32 <= count; x += 32) {
+            fetch(2 * x);
             const __m256i lo = quarter_even(_mm256_add_epi16(_mm256_maddubs_epi16(load(a + 2 * x), ones),
                                                              _mm256_maddubs_epi16(load(b + 2 * x), ones)));
             const __m256i hi = quarter_even(_mm256_add_epi16(_mm256_maddubs_epi16(load(a + 2 * x + 32), ones),
@@ -50,6 +61,7 @@ int halve_bytes(const std::uint8_t* a, const std::uint8_t* b, int count, int nc,
         const __m256i pairing = _mm256_setr_epi8(0, 4, 1, 5, 2, 6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15, 0, 4, 1, 5, 2,
                                                  6, 3, 7, 8, 12, 9, 13, 10, 14, 11, 15);
         for (; x + 8 <= count; x += 8) {
+            fetch(8 * x);
             const __m256i lo = quarter_even(pair_sums(load(a + 8 * x), load(b + 8 * x), pairing));
             const __m256i hi = quarter_even(pair_sums(load(a + 8 * x + 32), load(b + 8 * x + 32), pairing));
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(o + 4 * x),
@@ -65,6 +77,7 @@ int halve_bytes(const std::uint8_t* a, const std::uint8_t* b, int count, int nc,
             return _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(p + 12), reinterpret_cast<const __m128i*>(p));
         };
         for (; x + 5 <= count; x += 4) {
+            fetch(6 * x);
             const __m256i m = quarter_even(pair_sums(two_lanes(a + 6 * x), two_lanes(b + 6 * x), pairing));
             const __m256i bytes = _mm256_packus_epi16(m, m);
             _mm_storel_epi64(reinterpret_cast<__m128i*>(o + 3 * x), _mm256_castsi256_si128(bytes));
@@ -75,12 +88,18 @@ int halve_bytes(const std::uint8_t* a, const std::uint8_t* b, int count, int nc,
 }
 
 // 32f, one channel, by either rule; returns the pixels done.
-int halve_floats(const float* a, const float* b, int count, Halving rule, float* o) {
+int halve_floats(const float* a, const float* b, int count, Halving rule, std::ptrdiff_t ahead, float* o) {
     int x = 0;
+    const char* pa = reinterpret_cast<const char*>(a) + ahead;
+    const char* pb = reinterpret_cast<const char*>(b) + ahead;  // as in halve_bytes
     const __m256 half = _mm256_set1_ps(0.5f), quarter = _mm256_set1_ps(0.25f);
     for (; x + 8 <= count; x += 8) {
         // Even and odd samples of each row; the lanes come out in the order
         // 0 1 4 5 2 3 6 7, put right once at the end.
+        if (ahead) {
+            _mm_prefetch(pa + 8 * x, _MM_HINT_T0);
+            _mm_prefetch(pb + 8 * x, _MM_HINT_T0);
+        }
         const __m256 a0 = _mm256_loadu_ps(a + 2 * x), a1 = _mm256_loadu_ps(a + 2 * x + 8);
         const __m256 b0 = _mm256_loadu_ps(b + 2 * x), b1 = _mm256_loadu_ps(b + 2 * x + 8);
         const __m256 ae = _mm256_shuffle_ps(a0, a1, 0x88), ao = _mm256_shuffle_ps(a0, a1, 0xDD);
@@ -101,12 +120,12 @@ int halve_floats(const float* a, const float* b, int count, Halving rule, float*
 }  // namespace
 
 template <class T>
-void halve_2x2(const T* r0, const T* r1, int count, int nc, Halving rule, T* out) {
+void halve_2x2(const T* r0, const T* r1, int count, int nc, Halving rule, T* out, std::ptrdiff_t ahead) {
     int x = 0;
     if constexpr (sizeof(T) == 1)
-        x = halve_bytes(r0, r1, count, nc, out);
+        x = halve_bytes(r0, r1, count, nc, ahead, out);
     else if constexpr (std::is_same_v<T, float>)
-        x = nc == 1 ? halve_floats(r0, r1, count, rule, out) : 0;
+        x = nc == 1 ? halve_floats(r0, r1, count, rule, ahead, out) : 0;
     for (; x < count; ++x)
         for (int c = 0; c < nc; ++c) {
             const std::size_t i = std::size_t(2 * x) * nc + c;
@@ -163,11 +182,11 @@ void nearest_halves(const T* src, int count, int nc, T* dst) {
     every_second<T, 4>(src, 0, count, dst);
 }
 
-template void halve_2x2<Rok8u>(const Rok8u*, const Rok8u*, int, int, Halving, Rok8u*);
-template void halve_2x2<Rok16u>(const Rok16u*, const Rok16u*, int, int, Halving, Rok16u*);
-template void halve_2x2<Rok16s>(const Rok16s*, const Rok16s*, int, int, Halving, Rok16s*);
-template void halve_2x2<Rok32f>(const Rok32f*, const Rok32f*, int, int, Halving, Rok32f*);
-template void halve_2x2<Rok64f>(const Rok64f*, const Rok64f*, int, int, Halving, Rok64f*);
+template void halve_2x2<Rok8u>(const Rok8u*, const Rok8u*, int, int, Halving, Rok8u*, std::ptrdiff_t);
+template void halve_2x2<Rok16u>(const Rok16u*, const Rok16u*, int, int, Halving, Rok16u*, std::ptrdiff_t);
+template void halve_2x2<Rok16s>(const Rok16s*, const Rok16s*, int, int, Halving, Rok16s*, std::ptrdiff_t);
+template void halve_2x2<Rok32f>(const Rok32f*, const Rok32f*, int, int, Halving, Rok32f*, std::ptrdiff_t);
+template void halve_2x2<Rok64f>(const Rok64f*, const Rok64f*, int, int, Halving, Rok64f*, std::ptrdiff_t);
 template void nearest_halves<Rok8u>(const Rok8u*, int, int, Rok8u*);
 template void nearest_halves<Rok16u>(const Rok16u*, int, int, Rok16u*);
 template void nearest_halves<Rok16s>(const Rok16s*, int, int, Rok16s*);

@@ -17,6 +17,29 @@ namespace rok::kernels {
 
 namespace {
 
+inline void store_fractions(float* out, __m256d f) { _mm_storeu_ps(out, _mm256_cvtpd_ps(f)); }
+inline void store_fractions(double* out, __m256d f) { _mm256_storeu_pd(out, f); }
+
+template <class W>
+int split_any(int origin, double inv, double off, int count, double low, double high, std::int32_t* whole, W* frac) {
+    const __m256d vinv = _mm256_set1_pd(inv), voff = _mm256_set1_pd(off), half = _mm256_set1_pd(0.5);
+    const __m256d far = _mm256_set1_pd(4503599627370496.0), nfar = _mm256_set1_pd(-4503599627370496.0);
+    const __m256d vlow = _mm256_set1_pd(low), vhigh = _mm256_set1_pd(high), four = _mm256_set1_pd(4.0);
+    // origin + k + 0.5 is exact in double, and so is each step of 4.
+    __m256d at = _mm256_add_pd(_mm256_add_pd(_mm256_set1_pd(double(origin)), _mm256_setr_pd(0, 1, 2, 3)), half);
+    int k = 0;
+    for (; k + 4 <= count; k += 4, at = _mm256_add_pd(at, four)) {
+        __m256d v = _mm256_sub_pd(_mm256_add_pd(_mm256_mul_pd(at, vinv), voff), half);
+        v = _mm256_andnot_pd(_mm256_cmp_pd(v, v, _CMP_UNORD_Q), v);
+        v = _mm256_min_pd(_mm256_max_pd(v, nfar), far);
+        const __m256d f = _mm256_floor_pd(v);
+        store_fractions(frac + k, _mm256_sub_pd(v, f));
+        const __m256d held = _mm256_min_pd(_mm256_max_pd(f, vlow), vhigh);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(whole + k), _mm256_cvttpd_epi32(held));
+    }
+    return k;
+}
+
 inline long long clamp_sample(long long i, long long lo, long long hi) { return i < lo ? lo : (i > hi ? hi : i); }
 
 // One output column by the rule, every tap clamped into the source columns.
@@ -288,6 +311,15 @@ void hpass_taps(const T* srow, const ColumnTaps<float>& t, int begin, int end, f
 }
 
 }  // namespace
+
+int split_positions(int origin, double inv, double off, int count, double low, double high, std::int32_t* whole,
+                    float* frac) {
+    return split_any(origin, inv, off, count, low, high, whole, frac);
+}
+int split_positions(int origin, double inv, double off, int count, double low, double high, std::int32_t* whole,
+                    double* frac) {
+    return split_any(origin, inv, off, count, low, high, whole, frac);
+}
 
 int hpass_overread(int taps, int nc, int sampleBytes) {
     if (nc == 1) {

@@ -24,6 +24,16 @@ struct ColumnTaps {
     int innerBegin, innerEnd;   // columns whose reads lie inside [lo, hi) without clamping
 };
 
+// The source positions ((origin + k) + 0.5) * inv + off - 0.5 of a resize
+// axis, four at a time in double by those operations in that order; NaN
+// held as 0 and the rest to +-2^52, then whole[k] = floor held to [low,
+// high] (whole numbers within int32) and frac[k] = position - floor, as W.
+// Returns the positions done (a multiple of 4); the caller ends the row.
+int split_positions(int origin, double inv, double off, int count, double low, double high, std::int32_t* whole,
+                    float* frac);
+int split_positions(int origin, double inv, double off, int count, double low, double high, std::int32_t* whole,
+                    double* frac);
+
 // Samples that the vector body of the horizontal pass reads past the last
 // tap of a column of `sampleBytes`-byte samples; the table builder narrows
 // the inner range by it.
@@ -93,10 +103,12 @@ void hpass_general(const T* srow, const std::int32_t* start, const std::int32_t*
 // both give exactly (computed in integers). Float types, by each rule's own
 // operations: bilinear h = a + (b - a) * 0.5 in each row, then
 // h0 + (h1 - h0) * 0.5; super-sampling ((a0 + a1) + (b0 + b1)) * 0.25,
-// a and b the two columns, 0 and 1 the two rows.
+// a and b the two columns, 0 and 1 the two rows. `ahead` (bytes, 0 for
+// none): where the rows of the next call lie from r0 and r1, prefetched
+// along the way.
 enum class Halving { Linear, Super };
 template <class T>
-void halve_2x2(const T* r0, const T* r1, int count, int nc, Halving rule, T* out);
+void halve_2x2(const T* r0, const T* r1, int count, int nc, Halving rule, T* out, std::ptrdiff_t ahead = 0);
 
 // Nearest neighbour at half resolution: pixel x of dst is pixel 2x of src.
 template <class T>
