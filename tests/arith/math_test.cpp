@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <cstring>
 #include <cstdint>
 #include <functional>
 #include <limits>
@@ -218,6 +219,26 @@ TEST(Math, FloatResultsDoNotDependOnNeighbours) {
             }
         }
     }
+}
+
+// Images from 12 MiB of output are written past the cache: the same bits
+// as row by row (too small to stream), aligned or not, and in place.
+TEST(Math, FloatLargeImagesMatchRowByRow) {
+    const int w = 2048, h = 1536, n = w * h;
+    std::mt19937 rng(23);
+    std::vector<float> xs(n + 1), whole(n + 1), rows(n + 1);
+    for (float& x : xs) x = std::uniform_real_distribution<float>(-20.0f, 20.0f)(rng);
+    using Fn = RokStatus (*)(const Rok32f*, int, Rok32f*, int, RokiSize);
+    for (Fn fn : {Fn(rokiExp_32f_C1R), Fn(rokiLn_32f_C1R), Fn(rokiSqrt_32f_C1R)})
+        for (int shift : {0, 1}) {
+            fn(xs.data(), w * 4, whole.data() + shift, w * 4, {w, h});
+            for (int y = 0; y < h; ++y) fn(xs.data() + y * w, w * 4, rows.data() + shift + y * w, w * 4, {w, 1});
+            ASSERT_EQ(std::memcmp(whole.data() + shift, rows.data() + shift, std::size_t(n) * 4), 0) << shift;
+        }
+    std::vector<float> inPlace(xs.begin(), xs.begin() + n);
+    rokiExp_32f_C1IR(inPlace.data(), w * 4, {w, h});
+    rokiExp_32f_C1R(xs.data(), w * 4, whole.data(), w * 4, {w, h});
+    EXPECT_EQ(std::memcmp(inPlace.data(), whole.data(), std::size_t(n) * 4), 0);
 }
 
 template <class T>

@@ -177,7 +177,7 @@ struct SqrtKernel {
 // result wherever it lies). K::one(x, lanes) does one vector whose `lanes`
 // are in use, K::two(a, b, ya, yb) two whole ones.
 template <class K>
-void float_rows(const float* s, float* d, int n, K& k) {
+void float_rows(const float* s, float* d, int n, K& k, bool stream) {
     const __m256i index = _mm256_setr_epi32(0, 1, 2, 3, 4, 5, 6, 7);
     auto partial = [&](int at, int count) {
         const __m256i lanes = _mm256_cmpgt_epi32(_mm256_set1_epi32(count), index);
@@ -187,6 +187,15 @@ void float_rows(const float* s, float* d, int n, K& k) {
     const int head = address % 4 ? 0 : std::min(n, int((32 - address % 32) % 32 / 4));
     if (head > 0) partial(0, head);
     int i = head;
+    if (stream && (address + 4 * std::uintptr_t(head)) % 32 == 0) {
+        for (; i + 16 <= n; i += 16) {
+            __m256 a, b;
+            k.two(_mm256_loadu_ps(s + i), _mm256_loadu_ps(s + i + 8), a, b);
+            _mm256_stream_ps(d + i, a);
+            _mm256_stream_ps(d + i + 8, b);
+        }
+        _mm_sfence();  // ordered before the stores that follow, as plain stores are
+    }
     for (; i + 16 <= n; i += 16) {
         __m256 a, b;
         k.two(_mm256_loadu_ps(s + i), _mm256_loadu_ps(s + i + 8), a, b);
@@ -345,19 +354,19 @@ inline T from_window(T x, const ExpWindow<T>& w) {
 
 // ---- single precision -------------------------------------------------------
 
-void sqrt_row(const Rok32f* s, Rok32f* d, int n) {
+void sqrt_row(const Rok32f* s, Rok32f* d, int n, bool stream) {
     SqrtKernel k;
-    float_rows(s, d, n, k);
+    float_rows(s, d, n, k, stream);
 }
 
-void exp_row(const Rok32f* s, Rok32f* d, int n) {
+void exp_row(const Rok32f* s, Rok32f* d, int n, bool stream) {
     ExpKernel k;
-    float_rows(s, d, n, k);
+    float_rows(s, d, n, k, stream);
 }
 
-RokStatus ln_row(const Rok32f* s, Rok32f* d, int n) {
+RokStatus ln_row(const Rok32f* s, Rok32f* d, int n, bool stream) {
     LnKernel k;
-    float_rows(s, d, n, k);
+    float_rows(s, d, n, k, stream);
     if (_mm256_movemask_ps(k.negatives)) return rokStatusLnNegArg;
     return _mm256_movemask_ps(k.zeros) ? rokStatusLnZeroArg : rokStatusOk;
 }

@@ -7,17 +7,20 @@
 namespace rok::kernels {
 
 // ---- single precision (s may equal d) ----
+// `stream`: the whole vectors go to memory past the cache (non-temporal
+// stores), for outputs too large to stay in it, where a store that first
+// reads its line in costs a third of the traffic.
 // d = sqrt(s), correctly rounded (IEEE square root).
-void sqrt_row(const Rok32f* s, Rok32f* d, int n);
+void sqrt_row(const Rok32f* s, Rok32f* d, int n, bool stream = false);
 // d = ln(s) within 0.92 ulp (the largest error over every float),
 // denormals included;
 // ln(+-0) = -inf, ln(x < 0) = NaN, ln(+inf) = +inf, a NaN stays a NaN.
 // Returns rokStatusLnNegArg when a sample was below 0 (-0.0 is not),
 // else rokStatusLnZeroArg when one was +-0, else rokStatusOk.
-RokStatus ln_row(const Rok32f* s, Rok32f* d, int n);
+RokStatus ln_row(const Rok32f* s, Rok32f* d, int n, bool stream = false);
 // d = e^s within 0.77 ulp (the largest error over every float), denormal
 // results included; overflow gives +inf, e^-inf = 0, a NaN stays a NaN.
-void exp_row(const Rok32f* s, Rok32f* d, int n);
+void exp_row(const Rok32f* s, Rok32f* d, int n, bool stream = false);
 
 // ---- 8u, 16u, 16s with scale factor (s may equal d) ----
 // d = the integer nearest sqrt(s) * 2^-sf (ties, which only perfect squares
