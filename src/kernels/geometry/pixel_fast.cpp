@@ -128,35 +128,88 @@ struct Linear8C1 {
         return true;
     }
 
-    // A block of an affine row that reads at most 16 columns of four rows
-    // inside the box, the least column and row those of pixel 0 (xUp, yUp)
-    // or pixel 7: the pairs come from each row's 16 bytes, picked apart by
-    // byte shuffles, the right row chosen per pixel, without gathers.
-    [[gnu::always_inline]] static void windowed(const Ctx& c, __m256 x, __m256 y, bool xUp, bool yUp,
-                                                std::uint8_t* d) {
+    // The blocks [k0, k1) of an affine row whose every block reads at most
+    // 16 columns of four rows inside the box, the least column and row
+    // those of pixel 0 (XUp, YUp) or pixel 7: the pairs come from each
+    // row's 16 bytes, picked apart by byte shuffles, the right row chosen
+    // per pixel, without gathers.
+    template <bool XUp, bool YUp, class Positions>
+    static void windowed(const Ctx& c, const Positions& pos, int k0, int k1, std::uint8_t* dst) {
+        if (k0 >= k1) return;
+        // The positions and addresses of the next block are worked out
+        // before the current block's loads and arithmetic, so that its loads
+        // need not wait for them.
+        __m256d u = pos.start(8 * k0);
+        __m256 x, y;
+        pos.block_at(u, &x, &y);
+        Window w = window<XUp, YUp>(c, x, y);
+        for (int k = k0; k < k1; ++k) {
+            u = _mm256_add_pd(u, _mm256_set1_pd(8.0));
+            pos.block_at(u, &x, &y);
+            const Window next = window<XUp, YUp>(c, x, y);
+            window_block(c, w, dst + std::ptrdiff_t(8) * k);
+            w = next;
+        }
+    }
+
+    // Lane 0 or lane 7 of v in every lane.
+    template <bool Up>
+    [[gnu::always_inline]] static __m256i least(__m256i v) {
+        if constexpr (Up) return _mm256_broadcastd_epi32(_mm256_castsi256_si128(v));
+        return _mm256_permutevar8x32_epi32(v, _mm256_set1_epi32(7));
+    }
+
+    // Where a block's window lies and what each pixel takes from it.
+    struct Window {
         __m256 tx, ty;
-        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
-        const int xl = xUp ? _mm256_cvtsi256_si32(ix) : _mm256_extract_epi32(ix, 7);
-        const int yl = yUp ? _mm256_cvtsi256_si32(iy) : _mm256_extract_epi32(iy, 7);
-        const std::uint8_t* p = c.base + std::ptrdiff_t(yl) * c.rowBytes + xl;
-        // Bytes k and k + 1 of a window into a dword's two 16-bit halves.
-        const __m256i k = _mm256_sub_epi32(ix, _mm256_set1_epi32(xl));
-        const __m256i pick = _mm256_add_epi32(_mm256_mullo_epi32(k, _mm256_set1_epi32(0x10001)),
-                                              _mm256_set1_epi32(int(0x80018000u)));
+        __m256i pick;  // bytes k and k + 1 of a row into a dword's two 16-bit halves
+        __m256i dy;    // the pixel's row less the window's first
+        const std::uint8_t* p;
+    };
+
+    template <bool XUp, bool YUp>
+    [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
+        Window w;
+        const __m256i ix = floor_split(x, &w.tx), iy = floor_split(y, &w.ty);
+        const __m256i xl = least<XUp>(ix), yl = least<YUp>(iy);
+        w.p = c.base + std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
+        const __m256i k = _mm256_sub_epi32(ix, xl);
+        w.pick = _mm256_add_epi32(_mm256_or_si256(k, _mm256_slli_epi32(k, 16)), _mm256_set1_epi32(int(0x80018000u)));
+        w.dy = _mm256_sub_epi32(iy, yl);
+        return w;
+    }
+
+    [[gnu::always_inline]] static void window_block(const Ctx& c, const Window& w, std::uint8_t* d) {
         __m256i s[4];
         for (int r = 0; r < 4; ++r)
             s[r] = _mm256_shuffle_epi8(
-                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + r * c.rowBytes))), pick);
-        const __m256i dy = _mm256_sub_epi32(iy, _mm256_set1_epi32(yl));
-        const __m256i m0 = _mm256_cmpeq_epi32(dy, _mm256_setzero_si256());
-        const __m256i m1 = _mm256_cmpeq_epi32(dy, _mm256_set1_epi32(1));
-        finish(tx, ty, _mm256_blendv_epi8(_mm256_blendv_epi8(s[2], s[1], m1), s[0], m0),
-               _mm256_blendv_epi8(_mm256_blendv_epi8(s[3], s[2], m1), s[1], m0), d);
+                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w.p + r * c.rowBytes))),
+                w.pick);
+        // Selected by whole dwords: a byte blend on the comparisons' masks
+        // would have the compiler test each byte's sign again.
+        using V = std::int32_t __attribute__((vector_size(32)));
+        const V dy = V(w.dy), r[4] = {V(s[0]), V(s[1]), V(s[2]), V(s[3])};
+        const V r0 = dy == 0 ? r[0] : dy == 1 ? r[1] : r[2];
+        const V r1 = dy == 0 ? r[1] : dy == 1 ? r[2] : r[3];
+        finish(w.tx, w.ty, __m256i(r0), __m256i(r1), d);
     }
 
+    // fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), wy) stored as
+    // bytes, in fewer operations: no sum is negative, and the results lie
+    // in 0..255.
     [[gnu::always_inline]] static void finish(__m256 tx, __m256 ty, __m256i r0, __m256i r1, std::uint8_t* d) {
-        const __m256i wx = pair_weights(tx);
-        store8(fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), pair_weights(ty)), d);
+        const __m256i wx = pair_weights(tx), round = _mm256_set1_epi32(128);
+        const __m256i a0 = _mm256_add_epi32(_mm256_madd_epi16(r0, wx), round);
+        const __m256i a1 = _mm256_add_epi32(_mm256_madd_epi16(r1, wx), round);
+        // Both sums lie below 2^22: h0 in the low halves, h1 in the high.
+        const __m256i pairs = _mm256_blend_epi16(_mm256_srli_epi32(a0, 8), _mm256_slli_epi32(a1, 8), 0xAA);
+        const __m256i v = _mm256_srli_epi32(
+            _mm256_add_epi32(_mm256_madd_epi16(pairs, pair_weights(ty)), _mm256_set1_epi32(1 << 19)), 20);
+        const __m256i lanes = _mm256_shuffle_epi8(v, _mm256_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                                      -1, -1, 0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1,
+                                                                      -1, -1, -1, -1, -1));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(d),
+                         _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(lanes, _mm256_setr_epi32(0, 4, 1, 1, 1, 1, 1, 1))));
     }
 };
 
@@ -459,18 +512,27 @@ public:
           by_(_mm256_set1_pd(m.ny[1])), ad_(_mm256_set1_pd(m.den[0])), bd_(_mm256_set1_pd(m.den[1])) {}
 
     [[gnu::always_inline]] void block(int i, __m256* px, __m256* py) const {
-        const __m256d u0 = _mm256_add_pd(base_, _mm256_set1_pd(double(i)));
-        const __m256d u1 = _mm256_add_pd(u0, _mm256_set1_pd(4.0));
+        const __m256d u0 = start(i);
         if constexpr (Perspective) {
+            const __m256d u1 = _mm256_add_pd(u0, _mm256_set1_pd(4.0));
             const __m256d one = _mm256_set1_pd(1.0);
             const __m256d r0 = _mm256_div_pd(one, _mm256_fmadd_pd(ad_, u0, bd_));
             const __m256d r1 = _mm256_div_pd(one, _mm256_fmadd_pd(ad_, u1, bd_));
             *px = _mm256_set_m128(coordinate(ax_, bx_, u1, r1), coordinate(ax_, bx_, u0, r0));
             *py = _mm256_set_m128(coordinate(ay_, by_, u1, r1), coordinate(ay_, by_, u0, r0));
         } else {
-            *px = _mm256_set_m128(coordinate(ax_, bx_, u1), coordinate(ax_, bx_, u0));
-            *py = _mm256_set_m128(coordinate(ay_, by_, u1), coordinate(ay_, by_, u0));
+            block_at(u0, px, py);
         }
+    }
+    // The map's arguments (x + i .. x + i + 3) of block i, and an affine
+    // block from them: a run of blocks steps them by 8 instead of converting
+    // i each time.
+    [[gnu::always_inline]] __m256d start(int i) const { return _mm256_add_pd(base_, _mm256_set1_pd(double(i))); }
+    [[gnu::always_inline]] void block_at(__m256d u0, __m256* px, __m256* py) const {
+        static_assert(!Perspective);
+        const __m256d u1 = _mm256_add_pd(u0, _mm256_set1_pd(4.0));
+        *px = _mm256_set_m128(coordinate(ax_, bx_, u1), coordinate(ax_, bx_, u0));
+        *py = _mm256_set_m128(coordinate(ay_, by_, u1), coordinate(ay_, by_, u0));
     }
     double slope_x() const { return m_.nx[0]; }
     double slope_y() const { return m_.ny[0]; }
@@ -565,11 +627,10 @@ void blocks(const PixelSource<T>& src, const PixelRule& rule, const Positions& p
         }
         const bool xUp = pos.slope_x() >= 0, yUp = pos.slope_y() >= 0;
         known(first, wfirst);
-        for (int k = wfirst; k < wlast; ++k) {
-            __m256 x, y;
-            pos.block(8 * k, &x, &y);
-            K::windowed(c, x, y, xUp, yUp, dst + std::ptrdiff_t(8 * k) * nc);
-        }
+        if (xUp && yUp) K::template windowed<true, true>(c, pos, wfirst, wlast, dst);
+        else if (xUp) K::template windowed<true, false>(c, pos, wfirst, wlast, dst);
+        else if (yUp) K::template windowed<false, true>(c, pos, wfirst, wlast, dst);
+        else K::template windowed<false, false>(c, pos, wfirst, wlast, dst);
         known(wlast, last);
     } else {
         known(first, last);
