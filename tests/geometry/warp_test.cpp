@@ -366,30 +366,32 @@ TEST(Warp, ShearsAndSmoothEdges) {
 
 // Rows that climb or fall less than 0.27 rows and step less than 1.9
 // columns a pixel, in each of the four directions, on sources wide enough
-// for runs of 16-column windows (8-bit one-channel bilinear), with tails.
+// for runs of 16-column windows (8-bit one channel, nearest and bilinear),
+// with tails.
 TEST(Warp, NearlyLevelRowsInEveryDirection) {
     const double slopes[][2] = {{1.0, 0.17},  {0.98, -0.17}, {-0.98, 0.17}, {-1.0, -0.2},  {1.85, 0.05},
                                 {-1.8, -0.26}, {0.4, 0.1},    {1.2, 0.27},   {-0.3, -0.02}, {0.01, 0.0}};
     int n = 0;
-    for (const auto& s : slopes) {
-        Case c{};
-        c.srcW = 90, c.srcH = 40;
-        c.srcRoi = {1, 2, 88, 37};
-        c.dstRoi = {3, 1, 97 + n % 5, 45};
-        c.method = 2;
-        c.smooth = n % 4 == 3;
-        Args a{Family::AffineBack};
-        const double m[2][2] = {{s[0], -s[1]}, {s[1], s[0]}};
-        for (int r = 0; r < 2; ++r) {
-            a.c[r][0] = m[r][0], a.c[r][1] = m[r][1];
-            a.c[r][2] = (r == 0 ? 45.3 : 20.6) - m[r][0] * 52 - m[r][1] * 23;
+    for (const auto& s : slopes)
+        for (int method : {1, 2}) {
+            Case c{};
+            c.srcW = 90, c.srcH = 40;
+            c.srcRoi = {1, 2, 88, 37};
+            c.dstRoi = {3, 1, 97 + n % 5, 45};
+            c.method = method;
+            c.smooth = n % 3 == 2;
+            Args a{Family::AffineBack};
+            const double m[2][2] = {{s[0], -s[1]}, {s[1], s[0]}};
+            for (int r = 0; r < 2; ++r) {
+                a.c[r][0] = m[r][0], a.c[r][1] = m[r][1];
+                a.c[r][2] = (r == 0 ? 45.3 : 20.6) - m[r][0] * 52 - m[r][1] * 23;
+            }
+            c.t = a.transform();
+            WarpRun<Rok8u> run(Lay::C1, c, n % 3, 40 + n);
+            ASSERT_EQ(invoke(run, a), rokStatusOk);
+            EXPECT_GT(run.check("slopes " + std::to_string(s[0]) + ", " + std::to_string(s[1])), 400);
+            ++n;
         }
-        c.t = a.transform();
-        WarpRun<Rok8u> run(Lay::C1, c, n % 3, 40 + n);
-        ASSERT_EQ(invoke(run, a), rokStatusOk);
-        EXPECT_GT(run.check("slopes " + std::to_string(s[0]) + ", " + std::to_string(s[1])), 400);
-        ++n;
-    }
 }
 
 TEST(Warp, ResultsDoNotDependOnTheThreadCount) {

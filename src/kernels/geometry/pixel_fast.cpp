@@ -92,6 +92,34 @@ inline void store8(__m256i v, std::uint8_t* d) {
                      _mm_unpacklo_epi32(_mm256_castsi256_si128(b), _mm256_extracti128_si256(b, 1)));
 }
 
+// Lane 0 or lane 7 of v in every lane.
+template <bool Up>
+[[gnu::always_inline]] inline __m256i least(__m256i v) {
+    if constexpr (Up) return _mm256_broadcastd_epi32(_mm256_castsi256_si128(v));
+    return _mm256_permutevar8x32_epi32(v, _mm256_set1_epi32(7));
+}
+
+// Eight dwords of 0..255 stored as eight bytes.
+inline void store8_bytes(__m256i v, std::uint8_t* d) {
+    const __m256i lanes = _mm256_shuffle_epi8(v, _mm256_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                                  -1, 0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                                  -1, -1, -1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(d),
+                     _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(lanes, _mm256_setr_epi32(0, 4, 1, 1, 1, 1, 1, 1))));
+}
+
+// The dword of r[dy] in each lane, dy in 0..N-1.
+using Dwords = std::int32_t __attribute__((vector_size(32)));
+template <int N>
+[[gnu::always_inline]] inline __m256i pick_row(__m256i dy, const __m256i* r) {
+    // Selected by whole dwords: a byte blend on the comparisons' masks
+    // would have the compiler test each byte's sign again.
+    const Dwords d = Dwords(dy);
+    Dwords v = Dwords(r[N - 1]);
+    for (int k = N - 2; k >= 0; --k) v = d == k ? Dwords(r[k]) : v;
+    return __m256i(v);
+}
+
 // 8-bit weights of the fixed-point bilinear rule: (16384 - f) | f << 16.
 inline __m256i pair_weights(__m256 t) {
     const __m256i f = _mm256_cvtps_epi32(_mm256_mul_ps(t, _mm256_set1_ps(float(kOne))));
@@ -128,37 +156,6 @@ struct Linear8C1 {
         return true;
     }
 
-    // The blocks [k0, k1) of an affine row whose every block reads at most
-    // 16 columns of four rows inside the box, the least column and row
-    // those of pixel 0 (XUp, YUp) or pixel 7: the pairs come from each
-    // row's 16 bytes, picked apart by byte shuffles, the right row chosen
-    // per pixel, without gathers.
-    template <bool XUp, bool YUp, class Positions>
-    static void windowed(const Ctx& c, const Positions& pos, int k0, int k1, std::uint8_t* dst) {
-        if (k0 >= k1) return;
-        // The positions and addresses of the next block are worked out
-        // before the current block's loads and arithmetic, so that its loads
-        // need not wait for them.
-        __m256d u = pos.start(8 * k0);
-        __m256 x, y;
-        pos.block_at(u, &x, &y);
-        Window w = window<XUp, YUp>(c, x, y);
-        for (int k = k0; k < k1; ++k) {
-            u = _mm256_add_pd(u, _mm256_set1_pd(8.0));
-            pos.block_at(u, &x, &y);
-            const Window next = window<XUp, YUp>(c, x, y);
-            window_block(c, w, dst + std::ptrdiff_t(8) * k);
-            w = next;
-        }
-    }
-
-    // Lane 0 or lane 7 of v in every lane.
-    template <bool Up>
-    [[gnu::always_inline]] static __m256i least(__m256i v) {
-        if constexpr (Up) return _mm256_broadcastd_epi32(_mm256_castsi256_si128(v));
-        return _mm256_permutevar8x32_epi32(v, _mm256_set1_epi32(7));
-    }
-
     // Where a block's window lies and what each pixel takes from it.
     struct Window {
         __m256 tx, ty;
@@ -185,13 +182,7 @@ struct Linear8C1 {
             s[r] = _mm256_shuffle_epi8(
                 _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w.p + r * c.rowBytes))),
                 w.pick);
-        // Selected by whole dwords: a byte blend on the comparisons' masks
-        // would have the compiler test each byte's sign again.
-        using V = std::int32_t __attribute__((vector_size(32)));
-        const V dy = V(w.dy), r[4] = {V(s[0]), V(s[1]), V(s[2]), V(s[3])};
-        const V r0 = dy == 0 ? r[0] : dy == 1 ? r[1] : r[2];
-        const V r1 = dy == 0 ? r[1] : dy == 1 ? r[2] : r[3];
-        finish(w.tx, w.ty, __m256i(r0), __m256i(r1), d);
+        finish(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1), d);
     }
 
     // fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), wy) stored as
@@ -205,11 +196,7 @@ struct Linear8C1 {
         const __m256i pairs = _mm256_blend_epi16(_mm256_srli_epi32(a0, 8), _mm256_slli_epi32(a1, 8), 0xAA);
         const __m256i v = _mm256_srli_epi32(
             _mm256_add_epi32(_mm256_madd_epi16(pairs, pair_weights(ty)), _mm256_set1_epi32(1 << 19)), 20);
-        const __m256i lanes = _mm256_shuffle_epi8(v, _mm256_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
-                                                                      -1, -1, 0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1,
-                                                                      -1, -1, -1, -1, -1));
-        _mm_storel_epi64(reinterpret_cast<__m128i*>(d),
-                         _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(lanes, _mm256_setr_epi32(0, 4, 1, 1, 1, 1, 1, 1))));
+        store8_bytes(v, d);
     }
 };
 
@@ -294,6 +281,36 @@ struct Nearest8 {
             Linear8<NC>::store_pixels(g, d);
         }
         return true;
+    }
+};
+
+// One channel, with the windows of Linear8C1 (16 columns, four rows, the
+// least column and row the floors of pixel 0 or 7): a nearest pixel lies at
+// most one column and row past its floor, so inside the window.
+struct Nearest8C1 : Nearest8<1> {
+    static constexpr bool kWindow = true;
+    struct Window {
+        __m256i pick;  // the pixel's byte of a row into the low byte of a dword
+        __m256i dy;    // the pixel's row less the window's first
+        const std::uint8_t* p;
+    };
+    template <bool XUp, bool YUp>
+    [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
+        Window w;
+        const __m256i xl = least<XUp>(_mm256_cvttps_epi32(_mm256_floor_ps(x)));
+        const __m256i yl = least<YUp>(_mm256_cvttps_epi32(_mm256_floor_ps(y)));
+        w.p = c.base + std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
+        w.pick = _mm256_add_epi32(_mm256_sub_epi32(nearest8(x), xl), _mm256_set1_epi32(int(0x80808000u)));
+        w.dy = _mm256_sub_epi32(nearest8(y), yl);
+        return w;
+    }
+    [[gnu::always_inline]] static void window_block(const Ctx& c, const Window& w, std::uint8_t* d) {
+        __m256i s[4];
+        for (int r = 0; r < 4; ++r)
+            s[r] = _mm256_shuffle_epi8(
+                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w.p + r * c.rowBytes))),
+                w.pick);
+        store8_bytes(pick_row<4>(w.dy, s), d);
     }
 };
 
@@ -551,6 +568,29 @@ private:
     __m256d base_, ax_, bx_, ay_, by_, ad_, bd_;
 };
 
+// The blocks [k0, k1) of an affine row whose every block reads at most 16
+// columns of four rows inside the box, the least column and row those of
+// pixel 0 (XUp, YUp) or pixel 7: K's pixels come from each row's 16 bytes,
+// picked apart by byte shuffles, the right row chosen per pixel, without
+// gathers. The positions and addresses of the next block are worked out
+// before the current block's loads and arithmetic, so that its loads need
+// not wait for them.
+template <class K, bool XUp, bool YUp, class Positions>
+void windowed(const Ctx& c, const Positions& pos, int k0, int k1, std::uint8_t* dst) {
+    if (k0 >= k1) return;
+    __m256d u = pos.start(8 * k0);
+    __m256 x, y;
+    pos.block_at(u, &x, &y);
+    typename K::Window w = K::template window<XUp, YUp>(c, x, y);
+    for (int k = k0; k < k1; ++k) {
+        u = _mm256_add_pd(u, _mm256_set1_pd(8.0));
+        pos.block_at(u, &x, &y);
+        const typename K::Window next = K::template window<XUp, YUp>(c, x, y);
+        K::window_block(c, w, dst + std::ptrdiff_t(8) * k);
+        w = next;
+    }
+}
+
 // Runs the blocks of kernel K over the pixels, the rule where a block is not
 // inner and for the tail.
 template <class K, class T, class Positions>
@@ -627,10 +667,10 @@ void blocks(const PixelSource<T>& src, const PixelRule& rule, const Positions& p
         }
         const bool xUp = pos.slope_x() >= 0, yUp = pos.slope_y() >= 0;
         known(first, wfirst);
-        if (xUp && yUp) K::template windowed<true, true>(c, pos, wfirst, wlast, dst);
-        else if (xUp) K::template windowed<true, false>(c, pos, wfirst, wlast, dst);
-        else if (yUp) K::template windowed<false, true>(c, pos, wfirst, wlast, dst);
-        else K::template windowed<false, false>(c, pos, wfirst, wlast, dst);
+        if (xUp && yUp) windowed<K, true, true>(c, pos, wfirst, wlast, dst);
+        else if (xUp) windowed<K, true, false>(c, pos, wfirst, wlast, dst);
+        else if (yUp) windowed<K, false, true>(c, pos, wfirst, wlast, dst);
+        else windowed<K, false, false>(c, pos, wfirst, wlast, dst);
         known(wlast, last);
     } else {
         known(first, last);
@@ -657,7 +697,7 @@ bool dispatch(const PixelSource<T>& src, const PixelRule& rule, const Positions&
                    : nc == 3 ? (blocks<Linear8<3>>(src, rule, pos, n, dst), true)
                              : (blocks<Linear8<4>>(src, rule, pos, n, dst), true);
         if (m == rok::geometry::kNearest)
-            return nc == 1 ? (blocks<Nearest8<1>>(src, rule, pos, n, dst), true)
+            return nc == 1 ? (blocks<Nearest8C1>(src, rule, pos, n, dst), true)
                    : nc == 3 ? (blocks<Nearest8<3>>(src, rule, pos, n, dst), true)
                              : (blocks<Nearest8<4>>(src, rule, pos, n, dst), true);
         if (m == rok::geometry::kCubic)
