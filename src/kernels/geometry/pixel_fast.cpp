@@ -142,6 +142,7 @@ inline __m256i fixed_down(__m256i h0, __m256i h1, __m256i w) {
 // One channel: a dword at each tap holds the pair (a, b).
 struct Linear8C1 {
     static constexpr bool kWindow = true;
+    static constexpr int kWindowReach = 0;  // columns and rows the windows reach past those of the floors
     static Margins margins() { return {0, 3, 0, 1}; }
     template <bool Check>
     [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, std::uint8_t* d) {
@@ -284,11 +285,13 @@ struct Nearest8 {
     }
 };
 
-// One channel, with the windows of Linear8C1 (16 columns, four rows, the
-// least column and row the floors of pixel 0 or 7): a nearest pixel lies at
-// most one column and row past its floor, so inside the window.
+// One channel, with windows of 16 columns and four rows whose least column
+// and row are the nearest pixel of pixel 0 or 7: a nearest pixel lies at
+// most one column and row past its floor, so the window reaches one column
+// and row further than the floors' windows.
 struct Nearest8C1 : Nearest8<1> {
     static constexpr bool kWindow = true;
+    static constexpr int kWindowReach = 1;
     struct Window {
         __m256i pick;  // the pixel's byte of a row into the low byte of a dword
         __m256i dy;    // the pixel's row less the window's first
@@ -297,11 +300,11 @@ struct Nearest8C1 : Nearest8<1> {
     template <bool XUp, bool YUp>
     [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
         Window w;
-        const __m256i xl = least<XUp>(_mm256_cvttps_epi32(_mm256_floor_ps(x)));
-        const __m256i yl = least<YUp>(_mm256_cvttps_epi32(_mm256_floor_ps(y)));
+        const __m256i nx = nearest8(x), ny = nearest8(y);
+        const __m256i xl = least<XUp>(nx), yl = least<YUp>(ny);
         w.p = c.base + std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
-        w.pick = _mm256_add_epi32(_mm256_sub_epi32(nearest8(x), xl), _mm256_set1_epi32(int(0x80808000u)));
-        w.dy = _mm256_sub_epi32(nearest8(y), yl);
+        w.pick = _mm256_add_epi32(_mm256_sub_epi32(nx, xl), _mm256_set1_epi32(int(0x80808000u)));
+        w.dy = _mm256_sub_epi32(ny, yl);
         return w;
     }
     [[gnu::always_inline]] static void window_block(const Ctx& c, const Window& w, std::uint8_t* d) {
@@ -652,8 +655,9 @@ void blocks(const PixelSource<T>& src, const PixelRule& rule, const Positions& p
     if constexpr (Positions::kMonotone && requires { K::kWindow; }) {
         // Blocks whose windows of 16 columns and four rows lie inside: a
         // row advancing less than 2 columns and 0.27 rows a pixel spans at
-        // most 14 columns and 2 rows in a block.
-        const float hix = float(src.x1 - 15 + 1), hiy = float(src.y1 - 3 + 1);
+        // most 14 columns and 2 rows in a block; a kernel's windows may
+        // start kWindowReach past the floors.
+        const float hix = float(src.x1 - 15 - K::kWindowReach + 1), hiy = float(src.y1 - 3 - K::kWindowReach + 1);
         auto below = [&](int j) {
             float x, y;
             pos.at(j, &x, &y);
