@@ -394,6 +394,36 @@ TEST(Warp, NearlyLevelRowsInEveryDirection) {
         }
 }
 
+// Spans of several hundred pixels, which the rows hand to the kernels
+// whole, for each kind of kernel: vector blocks, scalar rows, planes.
+template <class T>
+void wide_spans(Lay lay) {
+    for (int method : {1, 2, 4}) {
+        Case c{};
+        c.srcW = 700, c.srcH = 12;
+        c.srcRoi = {0, 0, 700, 12};
+        c.dstRoi = {2, 1, 697, 9};
+        c.method = method;
+        c.smooth = method == 2;
+        Args a{Family::Affine};
+        const double m[2][3] = {{0.999, 0.02, 0.4}, {0.003, 0.97, 0.3}};
+        for (int r = 0; r < 2; ++r)
+            for (int k = 0; k < 3; ++k) a.c[r][k] = m[r][k];
+        c.t = a.transform();
+        WarpRun<T> run(lay, c, method % 3, 70 + method);
+        ASSERT_EQ(invoke(run, a), rokStatusOk);
+        EXPECT_GT(run.check(std::string("wide ") + rtest::name_of(lay)), 600 * 8);
+    }
+}
+
+TEST(Warp, WideSpansMatchTheReference) {
+    wide_spans<Rok8u>(Lay::C1);
+    wide_spans<Rok8u>(Lay::C3);
+    wide_spans<Rok16u>(Lay::C1);
+    wide_spans<Rok32f>(Lay::C1);
+    wide_spans<Rok64f>(Lay::P3);
+}
+
 TEST(Warp, ResultsDoNotDependOnTheThreadCount) {
     for (int method : {1, 2, 4})
         for (bool smooth : {false, true}) {
