@@ -177,27 +177,28 @@ struct Linear8C1 {
         return w;
     }
 
-    [[gnu::always_inline]] static void window_block(const Ctx& c, const Window& w, std::uint8_t* d) {
+    [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
         __m256i s[4];
         for (int r = 0; r < 4; ++r)
             s[r] = _mm256_shuffle_epi8(
                 _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w.p + r * c.rowBytes))),
                 w.pick);
-        finish(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1), d);
+        return fixed(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1));
     }
 
-    // fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), wy) stored as
-    // bytes, in fewer operations: no sum is negative, and the results lie
-    // in 0..255.
     [[gnu::always_inline]] static void finish(__m256 tx, __m256 ty, __m256i r0, __m256i r1, std::uint8_t* d) {
+        store8_bytes(fixed(tx, ty, r0, r1), d);
+    }
+    // fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), wy) in fewer
+    // operations: no sum is negative, and the results lie in 0..255.
+    [[gnu::always_inline]] static __m256i fixed(__m256 tx, __m256 ty, __m256i r0, __m256i r1) {
         const __m256i wx = pair_weights(tx), round = _mm256_set1_epi32(128);
         const __m256i a0 = _mm256_add_epi32(_mm256_madd_epi16(r0, wx), round);
         const __m256i a1 = _mm256_add_epi32(_mm256_madd_epi16(r1, wx), round);
         // Both sums lie below 2^22: h0 in the low halves, h1 in the high.
         const __m256i pairs = _mm256_blend_epi16(_mm256_srli_epi32(a0, 8), _mm256_slli_epi32(a1, 8), 0xAA);
-        const __m256i v = _mm256_srli_epi32(
+        return _mm256_srli_epi32(
             _mm256_add_epi32(_mm256_madd_epi16(pairs, pair_weights(ty)), _mm256_set1_epi32(1 << 19)), 20);
-        store8_bytes(v, d);
     }
 };
 
@@ -307,13 +308,13 @@ struct Nearest8C1 : Nearest8<1> {
         w.dy = _mm256_sub_epi32(ny, yl);
         return w;
     }
-    [[gnu::always_inline]] static void window_block(const Ctx& c, const Window& w, std::uint8_t* d) {
+    [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
         __m256i s[4];
         for (int r = 0; r < 4; ++r)
             s[r] = _mm256_shuffle_epi8(
                 _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w.p + r * c.rowBytes))),
                 w.pick);
-        store8_bytes(pick_row<4>(w.dy, s), d);
+        return pick_row<4>(w.dy, s);
     }
 };
 
@@ -575,9 +576,10 @@ private:
 // columns of four rows inside the box, the least column and row those of
 // pixel 0 (XUp, YUp) or pixel 7: K's pixels come from each row's 16 bytes,
 // picked apart by byte shuffles, the right row chosen per pixel, without
-// gathers. The positions and addresses of the next block are worked out
-// before the current block's loads and arithmetic, so that its loads need
-// not wait for them.
+// gathers. Blocks go in pairs, the results (K::window_block: dwords in
+// 0..255) stored as 16 bytes; the positions and addresses of the next
+// blocks are worked out before the current ones' loads and arithmetic, so
+// that their loads need not wait for them.
 template <class K, bool XUp, bool YUp, class Positions>
 void windowed(const Ctx& c, const Positions& pos, int k0, int k1, std::uint8_t* dst) {
     if (k0 >= k1) return;
@@ -585,13 +587,21 @@ void windowed(const Ctx& c, const Positions& pos, int k0, int k1, std::uint8_t* 
     __m256 x, y;
     pos.block_at(u, &x, &y);
     typename K::Window w = K::template window<XUp, YUp>(c, x, y);
-    for (int k = k0; k < k1; ++k) {
+    int k = k0;
+    for (; k + 1 < k1; k += 2) {
+        u = _mm256_add_pd(u, _mm256_set1_pd(8.0));
+        pos.block_at(u, &x, &y);
+        const typename K::Window w1 = K::template window<XUp, YUp>(c, x, y);
         u = _mm256_add_pd(u, _mm256_set1_pd(8.0));
         pos.block_at(u, &x, &y);
         const typename K::Window next = K::template window<XUp, YUp>(c, x, y);
-        K::window_block(c, w, dst + std::ptrdiff_t(8) * k);
+        const __m256i a = K::window_block(c, w), b = K::window_block(c, w1);
+        const __m256i bytes = _mm256_packus_epi16(_mm256_packus_epi32(a, b), a);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(8) * k),
+                         _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 0, 0, 0, 0))));
         w = next;
     }
+    if (k < k1) store8_bytes(K::window_block(c, w), dst + std::ptrdiff_t(8) * k);
 }
 
 // Runs the blocks of kernel K over the pixels, the rule where a block is not
