@@ -162,7 +162,7 @@ struct Linear8C1 {
         __m256 tx, ty;
         __m256i pick;  // bytes k and k + 1 of a row into a dword's two 16-bit halves
         __m256i dy;    // the pixel's row less the window's first
-        const std::uint8_t* p;
+        std::ptrdiff_t at;  // bytes from the base to the window's first byte
     };
 
     template <bool XUp, bool YUp>
@@ -170,7 +170,7 @@ struct Linear8C1 {
         Window w;
         const __m256i ix = floor_split(x, &w.tx), iy = floor_split(y, &w.ty);
         const __m256i xl = least<XUp>(ix), yl = least<YUp>(iy);
-        w.p = c.base + std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
+        w.at = std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
         const __m256i k = _mm256_sub_epi32(ix, xl);
         w.pick = _mm256_add_epi32(_mm256_or_si256(k, _mm256_slli_epi32(k, 16)), _mm256_set1_epi32(int(0x80018000u)));
         w.dy = _mm256_sub_epi32(iy, yl);
@@ -181,7 +181,7 @@ struct Linear8C1 {
         __m256i s[4];
         for (int r = 0; r < 4; ++r)
             s[r] = _mm256_shuffle_epi8(
-                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w.p + r * c.rowBytes))),
+                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
                 w.pick);
         return fixed(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1));
     }
@@ -296,14 +296,14 @@ struct Nearest8C1 : Nearest8<1> {
     struct Window {
         __m256i pick;  // the pixel's byte of a row into the low byte of a dword
         __m256i dy;    // the pixel's row less the window's first
-        const std::uint8_t* p;
+        std::ptrdiff_t at;  // bytes from the base to the window's first byte
     };
     template <bool XUp, bool YUp>
     [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
         Window w;
         const __m256i nx = nearest8(x), ny = nearest8(y);
         const __m256i xl = least<XUp>(nx), yl = least<YUp>(ny);
-        w.p = c.base + std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
+        w.at = std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
         w.pick = _mm256_add_epi32(_mm256_sub_epi32(nx, xl), _mm256_set1_epi32(int(0x80808000u)));
         w.dy = _mm256_sub_epi32(ny, yl);
         return w;
@@ -312,7 +312,7 @@ struct Nearest8C1 : Nearest8<1> {
         __m256i s[4];
         for (int r = 0; r < 4; ++r)
             s[r] = _mm256_shuffle_epi8(
-                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(w.p + r * c.rowBytes))),
+                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
                 w.pick);
         return pick_row<4>(w.dy, s);
     }
@@ -577,9 +577,10 @@ private:
 // pixel 0 (XUp, YUp) or pixel 7: K's pixels come from each row's 16 bytes,
 // picked apart by byte shuffles, the right row chosen per pixel, without
 // gathers. Blocks go in pairs, the results (K::window_block: dwords in
-// 0..255) stored as 16 bytes; the positions and addresses of the next
+// 0..255) stored as 16 bytes; the positions and offsets of the next
 // blocks are worked out before the current ones' loads and arithmetic, so
-// that their loads need not wait for them.
+// that their loads need not wait for them (the blocks just past the run
+// are worked out too, never read).
 template <class K, bool XUp, bool YUp, class Positions>
 void windowed(const Ctx& c, const Positions& pos, int k0, int k1, std::uint8_t* dst) {
     if (k0 >= k1) return;
@@ -596,7 +597,7 @@ void windowed(const Ctx& c, const Positions& pos, int k0, int k1, std::uint8_t* 
         pos.block_at(u, &x, &y);
         const typename K::Window next = K::template window<XUp, YUp>(c, x, y);
         const __m256i a = K::window_block(c, w), b = K::window_block(c, w1);
-        const __m256i bytes = _mm256_packus_epi16(_mm256_packus_epi32(a, b), a);
+        const __m256i words = _mm256_packus_epi32(a, b), bytes = _mm256_packus_epi16(words, words);
         _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(8) * k),
                          _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 0, 0, 0, 0))));
         w = next;
