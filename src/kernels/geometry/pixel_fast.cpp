@@ -99,6 +99,23 @@ template <bool Up>
     return _mm256_permutevar8x32_epi32(v, _mm256_set1_epi32(7));
 }
 
+// Lanes 0 and 4 or lanes 3 and 7 of v in every lane of their halves.
+template <bool Up>
+[[gnu::always_inline]] inline __m256i least_in_halves(__m256i v) {
+    return _mm256_shuffle_epi32(v, Up ? 0x00 : 0xFF);
+}
+
+// Four rows of 16 bytes from byte offsets at0 (pixels 0..3) and at1
+// (pixels 4..7), each shuffled by pick.
+[[gnu::always_inline]] inline void half_rows(const Ctx& c, std::ptrdiff_t at0, std::ptrdiff_t at1, __m256i pick, __m256i* s) {
+    for (int r = 0; r < 4; ++r) {
+        const std::uint8_t* row = c.base + r * c.rowBytes;
+        s[r] = _mm256_shuffle_epi8(
+            _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(row + at1), reinterpret_cast<const __m128i*>(row + at0)),
+            pick);
+    }
+}
+
 // Eight dwords of 0..255 stored as eight bytes.
 inline void store8_bytes(__m256i v, std::uint8_t* d) {
     const __m256i lanes = _mm256_shuffle_epi8(v, _mm256_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
@@ -198,15 +215,11 @@ struct Linear8C1 {
             __m256i pick, dy;
             std::ptrdiff_t at0, at1;  // bytes from the base to the two windows
         };
-        template <bool Up>
-        [[gnu::always_inline]] static __m256i least_in_lanes(__m256i v) {
-            return _mm256_shuffle_epi32(v, Up ? 0x00 : 0xFF);
-        }
         template <bool XUp, bool YUp>
         [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
             Window w;
             const __m256i ix = floor_split(x, &w.tx), iy = floor_split(y, &w.ty);
-            const __m256i xl = least_in_lanes<XUp>(ix), yl = least_in_lanes<YUp>(iy);
+            const __m256i xl = least_in_halves<XUp>(ix), yl = least_in_halves<YUp>(iy);
             // Inside the box these fit 32 bits (addressable); past the run
             // they are never read.
             const __m256i at = _mm256_add_epi32(_mm256_mullo_epi32(yl, c.step), xl);
@@ -218,12 +231,7 @@ struct Linear8C1 {
         }
         [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
             __m256i s[4];
-            for (int r = 0; r < 4; ++r) {
-                const std::uint8_t* row = c.base + r * c.rowBytes;
-                s[r] = _mm256_shuffle_epi8(_mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(row + w.at1),
-                                                               reinterpret_cast<const __m128i*>(row + w.at0)),
-                                           w.pick);
-            }
+            half_rows(c, w.at0, w.at1, w.pick, s);
             return fixed(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1));
         }
     };
@@ -355,6 +363,30 @@ struct Nearest8C1 : Nearest8<1> {
                 w.pick);
         return pick_row<4>(w.dy, s);
     }
+
+    // Windows per half block, as Linear8C1::Halves.
+    struct Halves {
+        struct Window {
+            __m256i pick, dy;
+            std::ptrdiff_t at0, at1;
+        };
+        template <bool XUp, bool YUp>
+        [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
+            Window w;
+            const __m256i nx = nearest8(x), ny = nearest8(y);
+            const __m256i xl = least_in_halves<XUp>(nx), yl = least_in_halves<YUp>(ny);
+            const __m256i at = _mm256_add_epi32(_mm256_mullo_epi32(yl, c.step), xl);
+            w.at0 = _mm256_cvtsi256_si32(at), w.at1 = _mm256_extract_epi32(at, 4);
+            w.pick = _mm256_add_epi32(_mm256_sub_epi32(nx, xl), _mm256_set1_epi32(int(0x80808000u)));
+            w.dy = _mm256_sub_epi32(ny, yl);
+            return w;
+        }
+        [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
+            __m256i s[4];
+            half_rows(c, w.at0, w.at1, w.pick, s);
+            return pick_row<4>(w.dy, s);
+        }
+    };
 };
 
 // ---- 8-bit cubic and Catmull-Rom, one channel ----
