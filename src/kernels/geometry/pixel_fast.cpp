@@ -198,7 +198,8 @@ struct Linear8C1 {
         __m256i s[4];
         for (int r = 0; r < 4; ++r)
             s[r] = _mm256_shuffle_epi8(
-                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
+                _mm256_broadcastsi128_si256(
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
                 w.pick);
         return fixed(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1));
     }
@@ -206,6 +207,7 @@ struct Linear8C1 {
     [[gnu::always_inline]] static void finish(__m256 tx, __m256 ty, __m256i r0, __m256i r1, std::uint8_t* d) {
         store8_bytes(fixed(tx, ty, r0, r1), d);
     }
+
     // Windows per half block, for rows that climb or fall faster: pixels
     // 0..3 read 16 columns of four rows whose least column and row are
     // those of pixel 0 or 3, pixels 4..7 those of pixel 4 or 7.
@@ -359,7 +361,8 @@ struct Nearest8C1 : Nearest8<1> {
         __m256i s[4];
         for (int r = 0; r < 4; ++r)
             s[r] = _mm256_shuffle_epi8(
-                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
+                _mm256_broadcastsi128_si256(
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
                 w.pick);
         return pick_row<4>(w.dy, s);
     }
