@@ -530,15 +530,22 @@ TEST(FixedFilters, IntegerResultsIgnoreTheRoundingControl) {
 
 namespace {
 
-// Destinations larger than the core's cache take streaming stores between
-// an ordinary first and last block of each row.
+// Destinations too large for the largest cache take streaming stores
+// between an ordinary first and last block of each row. The heights follow
+// the reported cache so that each form writes just over half of it (at most
+// 24 MiB, so that the test stays short; beyond that the ordinary stores are
+// what is checked).
 TEST(FixedFilters, LargeDestinations) {
+    int cache = 0;
+    ASSERT_EQ(rokGetMaxCacheSizeB(&cache), rokStatusOk);
+    const long long written = std::min<long long>(cache / 2 + 4096, 24ll << 20);
+    auto rows = [&](int w, int bytes) { return int(written / (static_cast<long long>(w) * bytes)) + 1; };
     check(Form<Rok8u, Rok16s>{"Sobel 8u16s 5x5", F::SobelVert, 5, 1, 1, WITHMASK(rokiFilterSobelVert_8u16s_C1R, 55)},
-          2051, 1030, 31, rokt::Guard::After, 3);
-    check(Form<Rok32f, Rok32f>{"Gauss 32f 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_32f_C1R, 55)}, 1031, 1030, 32,
-          rokt::Guard::After, 1);
-    check(Form<Rok8u, Rok8u>{"Sharpen 8u C3", F::Sharpen, 3, 3, 3, NOMASK(rokiFilterSharpen_8u_C3R)}, 1501, 1000, 33,
-          rokt::Guard::After, 2);
+          2051, rows(2051, 2), 31, rokt::Guard::After, 3);
+    check(Form<Rok32f, Rok32f>{"Gauss 32f 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_32f_C1R, 55)}, 1031,
+          rows(1031, 4), 32, rokt::Guard::After, 1);
+    check(Form<Rok8u, Rok8u>{"Sharpen 8u C3", F::Sharpen, 3, 3, 3, NOMASK(rokiFilterSharpen_8u_C3R)}, 1501,
+          rows(1501 * 3, 1), 33, rokt::Guard::After, 2);
 }
 
 }  // namespace
