@@ -93,28 +93,47 @@ struct ExpKernel {
     }
 };
 
-// ln x = e ln 2 + ln m with x = 2^e m, m in [sqrt(1/2), sqrt(2)): taking
-// the bits of sqrt(1/2) off x's bits leaves e in the exponent field and m's
-// mantissa below it. ln m = f - f^2 / 2 + f^3 G(f) for f = m - 1 (exact), G a
-// degree-8 fit of (ln(1 + f) - f + f^2 / 2) / f^3 (error below 0.1 ulp).
+// ln x = k ln 2 - ln c + ln(1 + r) with x = 2^k z, z in [0.71875, 1.4375)
+// cut into eight intervals of equal width in bits (1/16 below 1, 1/8 above),
+// r = z c - 1 and c a multiple of 1/16 or 1/32 near 1/z. Taking the bits of
+// 0.71875 off x's bits leaves k in the exponent field and the interval
+// number in the three bits below it. With so short a c, z c - 1 has at most
+// 24 significant bits (|r| < 1/16 below 1, < 1/8 above), so the one fma
+// that forms r is exact, and the interval around 1 uses c = 1, keeping full
+// relative precision near x = 1. The neighbours of that interval start far
+// enough from 1 (ln x at least 1/32 away from 0) and the one above 1 takes
+// c = 15/16, whose r is near 0 at its low end, so that r + (the small
+// terms) never carries a rounding error comparable to the result's last
+// place. -ln c = T_hi + T_lo with T_hi a multiple of 2^-16, so k ln2_hi +
+// T_hi is exact (|k| < 152). ln(1 + r) = r - r^2 / 2 + r^3 P(r), P a cubic
+// fitted on [-0.0567, 0.1133] (relative error below 2^-28). Largest error
+// over every positive float: 0.775 ulp.
+alignas(32) constexpr float kLnC[8] = {1.3125f, 1.25f, 1.125f, 1.0625f, 1.0f, 0.9375f, 0.8125f, 0.71875f};
+alignas(32) constexpr float kLnTHi[8] = {-0.27192688f, -0.223144531f, -0.117782593f, -0.0606231689f,
+                                         0.0f, 0.0645446777f, 0.207641602f, 0.330245972f};
+alignas(32) constexpr float kLnTLo[8] = {-6.83560074e-06f, 9.79935749e-07f, -4.42882936e-07f, -1.45287117e-06f,
+                                         0.0f, -6.15659701e-06f, -2.23678421e-06f, -4.28480917e-06f};
+
 // `scaled` is what x's exponent was raised by (denormals).
 inline __m256 ln_core(__m256i bits, __m256i scaled) {
-    const __m256i root_half = _mm256_set1_epi32(0x3F3504F3);
-    const __m256i rest = _mm256_sub_epi32(bits, root_half);
-    const __m256i e = _mm256_sub_epi32(_mm256_srai_epi32(rest, 23), scaled);
-    const __m256 m = _mm256_castsi256_ps(_mm256_add_epi32(_mm256_and_si256(rest, _mm256_set1_epi32(0x007FFFFF)), root_half));
-    const __m256 f = _mm256_sub_ps(m, splat(1.0f));
-    // G by Estrin's scheme over f^2 and f^4 (a shorter chain than Horner's).
-    const __m256 f2 = _mm256_mul_ps(f, f), f4 = _mm256_mul_ps(f2, f2);
-    const __m256 g01 = _mm256_fmadd_ps(splat(-0.24999996685442931f), f, splat(0.33333330979085106f));
-    const __m256 g23 = _mm256_fmadd_ps(splat(-0.16667878758502801f), f, splat(0.20000767072693321f));
-    const __m256 g45 = _mm256_fmadd_ps(splat(-0.12422359611639918f), f, splat(0.14247218224356674f));
-    const __m256 g67 = _mm256_fmadd_ps(splat(-0.11513431253042933f), f, splat(0.11701602619486398f));
-    const __m256 g03 = _mm256_fmadd_ps(g23, f2, g01), g47 = _mm256_fmadd_ps(g67, f2, g45);
-    const __m256 g = _mm256_fmadd_ps(_mm256_fmadd_ps(splat(0.069691040178030327f), f4, g47), f4, g03);
-    const __m256 lm = _mm256_fmadd_ps(f2, _mm256_fmadd_ps(f, g, splat(-0.5f)), f);
-    const __m256 ef = _mm256_cvtepi32_ps(e);
-    return _mm256_fmadd_ps(ef, splat(kLn2Hi), _mm256_fmadd_ps(ef, splat(kLn2Lo), lm));
+    const __m256i offset = _mm256_set1_epi32(0x3F380000);  // 0.71875
+    const __m256i rest = _mm256_sub_epi32(bits, offset);
+    const __m256i k = _mm256_sub_epi32(_mm256_srai_epi32(rest, 23), scaled);
+    const __m256i interval = _mm256_srli_epi32(rest, 20);  // the permutes read its low three bits
+    const __m256 z = _mm256_castsi256_ps(_mm256_sub_epi32(bits, _mm256_and_si256(rest, _mm256_set1_epi32(int(0xFF800000u)))));
+    const __m256 c = _mm256_permutevar8x32_ps(_mm256_load_ps(kLnC), interval);
+    const __m256 t_hi = _mm256_permutevar8x32_ps(_mm256_load_ps(kLnTHi), interval);
+    const __m256 t_lo = _mm256_permutevar8x32_ps(_mm256_load_ps(kLnTLo), interval);
+    const __m256 r = _mm256_fmsub_ps(z, c, splat(1.0f));
+    __m256 p = _mm256_fmadd_ps(splat(-0.147414029f), r, splat(0.199966878f));
+    p = _mm256_fmadd_ps(p, r, splat(-0.250062943f));
+    p = _mm256_fmadd_ps(p, r, splat(0.333334118f));
+    p = _mm256_fmadd_ps(p, r, splat(-0.5f));
+    const __m256 kf = _mm256_cvtepi32_ps(k);
+    const __m256 hi = _mm256_fmadd_ps(kf, splat(kLn2Hi), t_hi);
+    const __m256 lo = _mm256_fmadd_ps(kf, splat(kLn2Lo), t_lo);
+    const __m256 small = _mm256_fmadd_ps(_mm256_mul_ps(r, r), p, lo);
+    return _mm256_add_ps(hi, _mm256_add_ps(r, small));
 }
 
 // Any x: denormals scaled by 2^24 first; 0, negatives, +inf and NaN set.
