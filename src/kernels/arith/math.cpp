@@ -37,26 +37,31 @@ alignas(32) constexpr float kExp2Lo[8] = {0.0f, -1.3077539939843064e-08f, 3.7976
 
 struct ExpParts {
     __m256 y;   // in [0.95, 1.92]
-    __m256i k;  // e^x = y 2^k
+    __m256i t;  // n in the low bits of 1.5 * 2^23 + n: e^x = y 2^(n >> 3)
 };
 
 inline ExpParts exp_parts(__m256 x) {
     const __m256 shifter = splat(12582912.0f);
     const __m256 t = _mm256_fmadd_ps(x, splat(11.541560173034668f), shifter);
     const __m256 nf = _mm256_sub_ps(t, shifter);
-    const __m256i n = _mm256_sub_epi32(_mm256_castps_si256(t), _mm256_castps_si256(shifter));
     const __m256 r = _mm256_fnmadd_ps(nf, splat(3.993272912339307e-06f), _mm256_fnmadd_ps(nf, splat(0.086639404296875f), x));
     const __m256 q = _mm256_fmadd_ps(_mm256_fmadd_ps(splat(0.04166870191693306f), r, splat(0.16667887568473816f)), r, splat(0.5f));
     const __m256 u = _mm256_fmadd_ps(_mm256_mul_ps(r, r), q, r);
-    const __m256 hi = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Hi), n);
-    const __m256 lo = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Lo), n);
-    return {_mm256_add_ps(hi, _mm256_fmadd_ps(hi, u, lo)), _mm256_srai_epi32(n, 3)};
+    // The permutes read the low three bits of t's bits, which are n's (the
+    // shifter's are 0 there).
+    const __m256i tb = _mm256_castps_si256(t);
+    const __m256 hi = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Hi), tb);
+    const __m256 lo = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Lo), tb);
+    return {_mm256_add_ps(hi, _mm256_fmadd_ps(hi, u, lo)), tb};
 }
 
 // |x| <= 87: e^x is a normal number, so 2^k goes straight into y's exponent.
+// The shifter's bits end in twelve 0 bits, so t's bits shifted up by 20 are
+// n's, and their top nine bits are k = n >> 3 in the exponent field.
 inline __m256 exp_normal(__m256 x) {
     const ExpParts e = exp_parts(x);
-    return _mm256_castsi256_ps(_mm256_add_epi32(_mm256_castps_si256(e.y), _mm256_slli_epi32(e.k, 23)));
+    const __m256i k = _mm256_and_si256(_mm256_slli_epi32(e.t, 20), _mm256_set1_epi32(int(0xFF800000u)));
+    return _mm256_castsi256_ps(_mm256_add_epi32(_mm256_castps_si256(e.y), k));
 }
 
 // Any x: clamped to [-104, 89] (beyond, the results are 0 and +inf), 2^k
@@ -66,7 +71,8 @@ inline __m256 exp_normal(__m256 x) {
 inline __m256 exp_any(__m256 x) {
     const __m256 xc = _mm256_min_ps(_mm256_max_ps(x, splat(-104.0f)), splat(89.0f));
     const ExpParts e = exp_parts(xc);
-    const __m256i k1 = _mm256_srai_epi32(e.k, 1), k2 = _mm256_sub_epi32(e.k, k1);
+    const __m256i k = _mm256_srai_epi32(_mm256_sub_epi32(e.t, _mm256_set1_epi32(0x4B400000)), 3);
+    const __m256i k1 = _mm256_srai_epi32(k, 1), k2 = _mm256_sub_epi32(k, k1);
     auto pow2 = [](__m256i k) {
         return _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_add_epi32(k, _mm256_set1_epi32(127)), 23));
     };
@@ -81,9 +87,14 @@ struct ExpKernel {
     __m256 one(__m256 x, __m256) const {
         return _mm256_movemask_ps(exp_inside(x)) == 0xFF ? exp_normal(x) : exp_any(x);
     }
-    // Two vectors at once, so their chains interleave.
+    // Two vectors at once, so their chains interleave. Both are inside when
+    // the larger of their magnitudes, compared as integers (NaN above
+    // every number), is at most 87's.
     void two(__m256 a, __m256 b, __m256& ya, __m256& yb) const {
-        if (_mm256_movemask_ps(_mm256_and_ps(exp_inside(a), exp_inside(b))) == 0xFF) {
+        const __m256i magnitude = _mm256_castps_si256(splat(-0.0f));
+        const __m256i larger = _mm256_max_epi32(_mm256_andnot_si256(magnitude, _mm256_castps_si256(a)),
+                                                _mm256_andnot_si256(magnitude, _mm256_castps_si256(b)));
+        if (_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_set1_epi32(0x42AE0001), larger))) == 0xFF) {
             ya = exp_normal(a);
             yb = exp_normal(b);
         } else {
@@ -148,16 +159,18 @@ inline __m256 ln_any(__m256 x) {
     return _mm256_blendv_ps(y, _mm256_add_ps(x, x), _mm256_cmp_ps(x, x, _CMP_UNORD_Q));
 }
 
-// Positive normal numbers (bits 0x00800000 .. 0x7F7FFFFF, compared as signed
-// integers, so negative numbers fall below) need nothing of ln_any's.
-inline __m256 ln_normal_lanes(__m256 x) {
-    const __m256i bits = _mm256_castps_si256(x);
-    return _mm256_castsi256_ps(_mm256_and_si256(_mm256_cmpgt_epi32(bits, _mm256_set1_epi32(0x007FFFFF)),
-                                                _mm256_cmpgt_epi32(_mm256_set1_epi32(0x7F800000), bits)));
+// Positive normal numbers (bits 0x00800000 .. 0x7F7FFFFF) need nothing of
+// ln_any's. Adding 0x7F800000 to the bits moves exactly those to the signed
+// integers below -2^24 (0, denormals and negative numbers wrap to at least
+// -2^23, +inf and NaN land in [-2^24, -2^23)), so one comparison of the
+// larger key of two vectors checks both.
+inline __m256i ln_key(__m256 x) { return _mm256_add_epi32(_mm256_castps_si256(x), _mm256_set1_epi32(0x7F800000)); }
+inline bool ln_all_normal(__m256i key) {
+    return _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_set1_epi32(-0x1000000), key))) == 0xFF;
 }
 
 inline __m256 ln8(__m256 x) {
-    return _mm256_movemask_ps(ln_normal_lanes(x)) == 0xFF ? ln_core(_mm256_castps_si256(x), _mm256_setzero_si256()) : ln_any(x);
+    return ln_all_normal(ln_key(x)) ? ln_core(_mm256_castps_si256(x), _mm256_setzero_si256()) : ln_any(x);
 }
 
 // Also notes the lanes in use that were 0 or below 0.
@@ -171,7 +184,7 @@ struct LnKernel {
     // Two vectors at once, so their chains interleave; positive normal
     // numbers are neither 0 nor negative.
     void two(__m256 a, __m256 b, __m256& ya, __m256& yb) {
-        if (_mm256_movemask_ps(_mm256_and_ps(ln_normal_lanes(a), ln_normal_lanes(b))) == 0xFF) {
+        if (ln_all_normal(_mm256_max_epi32(ln_key(a), ln_key(b)))) {
             ya = ln_core(_mm256_castps_si256(a), _mm256_setzero_si256());
             yb = ln_core(_mm256_castps_si256(b), _mm256_setzero_si256());
         } else {
