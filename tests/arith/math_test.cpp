@@ -195,6 +195,25 @@ TEST(Math, FloatAccuracyOverTheWholeRange) {
     }
 }
 
+// Ln where its reduction changes table entry: every float within 48 of the
+// bit patterns that start an interval (0.71875 times 2^(i/8) in bits, the
+// mantissa's top three bits after the offset), at small, unit and large
+// exponents and among the denormals, and the 6,000 floats around 1.
+TEST(Math, FloatLnAtTheEdgesOfItsIntervals) {
+    std::vector<float> xs;
+    for (std::int64_t e : {-126, -100, -1, 0, 1, 60, 127})
+        for (std::int64_t i = 0; i <= 8; ++i)
+            for (std::int64_t d = -48; d <= 48; ++d) {
+                const std::int64_t b = 0x3F380000 + (i << 20) + (e << 23) + d;
+                if (b > 0 && b < 0x7F800000) xs.push_back(std::bit_cast<float>(std::uint32_t(b)));
+            }
+    for (std::int64_t d = -3000; d <= 3000; ++d) xs.push_back(std::bit_cast<float>(std::uint32_t(0x3F800000 + d)));
+    const int n = int(xs.size());
+    std::vector<float> out(n);
+    ASSERT_EQ(rokiLn_32f_C1R(xs.data(), n * 4, out.data(), n * 4, {n, 1}), rokStatusOk);
+    for (int i = 0; i < n; ++i) ASSERT_TRUE(within(xs[i], out[i], std::log(double(xs[i])), 0.79)) << i;
+}
+
 // A sample's result does not depend on its neighbours, which decide whether
 // its vector takes the path for ordinary values or the one for special ones
 // (NaN, 0, denormals, overflow), nor on its place in the row.

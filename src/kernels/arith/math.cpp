@@ -107,12 +107,13 @@ struct ExpKernel {
 
 // ln x = k ln 2 - ln c + ln(1 + r) with x = 2^k z, z in [0.71875, 1.4375)
 // cut into eight intervals of equal width in bits (1/16 below 1, 1/8 above),
-// r = z c - 1 and c a multiple of 1/16 or 1/32 near 1/z. Taking the bits of
-// 0.71875 off x's bits leaves k in the exponent field and the interval
-// number in the three bits below it. With so short a c, z c - 1 has at most
-// 24 significant bits (|r| < 1/16 below 1, < 1/8 above), so the one fma
-// that forms r is exact, and the interval around 1 uses c = 1, keeping full
-// relative precision near x = 1. The neighbours of that interval start far
+// r = z c - 1 and c a multiple of 1/16 (1/32 in the top interval) near 1/z.
+// Taking the bits of 0.71875 off x's bits leaves k in the exponent field and
+// the interval number in the three bits below it. With so short a c, z c - 1
+// is a multiple of 2^-28 below 2^-4 in magnitude (of 2^-27 below 2^-3 where
+// z >= 1 and c is a multiple of 1/16): at most 24 significant bits, so the
+// one fma that forms r is exact. The interval around 1, [0.96875, 1.0625),
+// uses c = 1, keeping full relative precision near x = 1. The neighbours of that interval start far
 // enough from 1 (ln x at least 1/32 away from 0) and the one above 1 takes
 // c = 15/16, whose r is near 0 at its low end, so that r + (the small
 // terms) never carries a rounding error comparable to the result's last
