@@ -141,17 +141,18 @@ inline __m256 ln_core(__m256i bits, __m256 scaled = _mm256_setzero_ps(), bool is
     const __m256 t_hi = _mm256_permutevar8x32_ps(_mm256_load_ps(kLnTHi), interval);
     const __m256 t_lo = _mm256_permutevar8x32_ps(_mm256_load_ps(kLnTLo), interval);
     const __m256 r = _mm256_fmsub_ps(z, c, splat(1.0f));
-    // -1/2 + r P(r) over r and r^2 (Estrin's scheme: a shorter chain than
-    // Horner's, which lets more vectors be in flight at once).
+    // r^2 (-1/2 + r P(r)) over r, r^2 and r^4 (Estrin's scheme: a shorter
+    // chain than Horner's, for one multiplication more, lets more vectors
+    // be in flight at once).
     const __m256 r2 = _mm256_mul_ps(r, r);
     const __m256 p01 = _mm256_fmadd_ps(splat(0.333334118f), r, splat(-0.5f));
     const __m256 p23 = _mm256_fmadd_ps(splat(0.199966878f), r, splat(-0.250062943f));
-    const __m256 p = _mm256_fmadd_ps(_mm256_fmadd_ps(splat(-0.147414029f), r2, p23), r2, p01);
+    const __m256 p4 = _mm256_fmadd_ps(splat(-0.147414029f), r2, p23);
     __m256 kf = _mm256_cvtepi32_ps(k23);
     if (is_scaled) kf = _mm256_sub_ps(kf, scaled);
     const __m256 hi = _mm256_fmadd_ps(kf, splat(kLn2Hi * 0x1p-23f), t_hi);
     const __m256 lo = _mm256_fmadd_ps(kf, splat(kLn2Lo * 0x1p-23f), t_lo);
-    const __m256 small = _mm256_fmadd_ps(r2, p, lo);
+    const __m256 small = _mm256_fmadd_ps(_mm256_mul_ps(r2, r2), p4, _mm256_fmadd_ps(r2, p01, lo));
     return _mm256_add_ps(hi, _mm256_add_ps(r, small));
 }
 
