@@ -90,12 +90,13 @@ struct ExpKernel {
     }
     // Two vectors at once, so their chains interleave. Both are inside when
     // the larger of their magnitudes, compared as integers (NaN above
-    // every number), is at most 87's.
+    // every number), is at most 87's: then taking 87's bits plus 1 off it
+    // leaves the sign bit set in every lane.
     void two(__m256 a, __m256 b, __m256& ya, __m256& yb) const {
         const __m256i magnitude = _mm256_castps_si256(splat(-0.0f));
         const __m256i larger = _mm256_max_epi32(_mm256_andnot_si256(magnitude, _mm256_castps_si256(a)),
                                                 _mm256_andnot_si256(magnitude, _mm256_castps_si256(b)));
-        if (_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_set1_epi32(0x42AE0001), larger))) == 0xFF) {
+        if (_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_sub_epi32(larger, _mm256_set1_epi32(0x42AE0001)))) == 0xFF) {
             ya = exp_normal(a);
             yb = exp_normal(b);
         } else {
