@@ -74,6 +74,13 @@ void interpolate_rows(const WarpPlan& p, int r0, int r1) {
         const int y = p.firstRow + r, left = p.spans[2 * r], right = p.spans[2 * r + 1];
         kernels::RowMap m;
         const bool closed = row_map(p, y, &m);
+        if (closed && !im.ac4) {
+            // The whole span in one call: the kernels find its inner run once.
+            for (int k = 0; k < im.planes && left <= right; ++k)
+                kernels::interpolate_row(src[k], rule, m, left, right - left + 1,
+                                         row(static_cast<T*>(im.dst[k]), im.dstStep, y) + std::ptrdiff_t(left) * nc);
+            continue;
+        }
         for (int x = left; x <= right; x += kBlock) {
             const int n = std::min(kBlock, right - x + 1);
             if (!closed) solved_positions(p, x, y, n, xs, ys);

@@ -364,6 +364,68 @@ TEST(Warp, ShearsAndSmoothEdges) {
             }
 }
 
+// Rows that climb or fall up to 0.27 rows and step up to 1.9 columns a
+// pixel (16-column windows per block), and up to 0.66 rows and 4.6 columns
+// (windows per half block), in each of the four directions, on sources wide
+// enough for runs of windows (8-bit one channel, nearest and bilinear), with
+// tails.
+TEST(Warp, RowsAtEverySlopeAndDirection) {
+    const double slopes[][2] = {{1.0, 0.17},  {0.98, -0.17}, {-0.98, 0.17}, {-1.0, -0.2},  {1.85, 0.05},
+                                {-1.8, -0.26}, {0.4, 0.1},    {1.2, 0.27},   {-0.3, -0.02}, {0.01, 0.0},
+                                {0.87, 0.5},  {-0.5, 0.66},  {2.5, -0.6},   {-4.4, -0.3},  {0.2, -0.4}};
+    int n = 0;
+    for (const auto& s : slopes)
+        for (int method : {1, 2}) {
+            Case c{};
+            c.srcW = 160, c.srcH = 40;
+            c.srcRoi = {1, 2, 158, 37};
+            c.dstRoi = {3, 1, 97 + n % 5, 45};
+            c.method = method;
+            c.smooth = n % 3 == 2;
+            Args a{Family::AffineBack};
+            const double m[2][2] = {{s[0], -s[1]}, {s[1], s[0]}};
+            for (int r = 0; r < 2; ++r) {
+                a.c[r][0] = m[r][0], a.c[r][1] = m[r][1];
+                a.c[r][2] = (r == 0 ? 80.3 : 20.6) - m[r][0] * 52 - m[r][1] * 23;
+            }
+            c.t = a.transform();
+            WarpRun<Rok8u> run(Lay::C1, c, n % 3, 40 + n);
+            ASSERT_EQ(invoke(run, a), rokStatusOk);
+            EXPECT_GT(run.check("slopes " + std::to_string(s[0]) + ", " + std::to_string(s[1])), 200);
+            ++n;
+        }
+}
+
+// Spans of several hundred pixels, which the rows hand to the kernels
+// whole, for each kind of kernel: vector blocks, scalar rows, planes.
+template <class T>
+void wide_spans(Lay lay) {
+    for (int method : {1, 2, 4}) {
+        Case c{};
+        c.srcW = 700, c.srcH = 12;
+        c.srcRoi = {0, 0, 700, 12};
+        c.dstRoi = {2, 1, 697, 9};
+        c.method = method;
+        c.smooth = method == 2;
+        Args a{Family::Affine};
+        const double m[2][3] = {{0.999, 0.02, 0.4}, {0.003, 0.97, 0.3}};
+        for (int r = 0; r < 2; ++r)
+            for (int k = 0; k < 3; ++k) a.c[r][k] = m[r][k];
+        c.t = a.transform();
+        WarpRun<T> run(lay, c, method % 3, 70 + method);
+        ASSERT_EQ(invoke(run, a), rokStatusOk);
+        EXPECT_GT(run.check(std::string("wide ") + rtest::name_of(lay)), 600 * 8);
+    }
+}
+
+TEST(Warp, WideSpansMatchTheReference) {
+    wide_spans<Rok8u>(Lay::C1);
+    wide_spans<Rok8u>(Lay::C3);
+    wide_spans<Rok16u>(Lay::C1);
+    wide_spans<Rok32f>(Lay::C1);
+    wide_spans<Rok64f>(Lay::P3);
+}
+
 TEST(Warp, ResultsDoNotDependOnTheThreadCount) {
     for (int method : {1, 2, 4})
         for (bool smooth : {false, true}) {

@@ -92,6 +92,51 @@ inline void store8(__m256i v, std::uint8_t* d) {
                      _mm_unpacklo_epi32(_mm256_castsi256_si128(b), _mm256_extracti128_si256(b, 1)));
 }
 
+// Lane 0 or lane 7 of v in every lane.
+template <bool Up>
+[[gnu::always_inline]] inline __m256i least(__m256i v) {
+    if constexpr (Up) return _mm256_broadcastd_epi32(_mm256_castsi256_si128(v));
+    return _mm256_permutevar8x32_epi32(v, _mm256_set1_epi32(7));
+}
+
+// Lanes 0 and 4 or lanes 3 and 7 of v in every lane of their halves.
+template <bool Up>
+[[gnu::always_inline]] inline __m256i least_in_halves(__m256i v) {
+    return _mm256_shuffle_epi32(v, Up ? 0x00 : 0xFF);
+}
+
+// Four rows of 16 bytes from byte offsets at0 (pixels 0..3) and at1
+// (pixels 4..7), each shuffled by pick.
+[[gnu::always_inline]] inline void half_rows(const Ctx& c, std::ptrdiff_t at0, std::ptrdiff_t at1, __m256i pick, __m256i* s) {
+    for (int r = 0; r < 4; ++r) {
+        const std::uint8_t* row = c.base + r * c.rowBytes;
+        s[r] = _mm256_shuffle_epi8(
+            _mm256_loadu2_m128i(reinterpret_cast<const __m128i*>(row + at1), reinterpret_cast<const __m128i*>(row + at0)),
+            pick);
+    }
+}
+
+// Eight dwords of 0..255 stored as eight bytes.
+inline void store8_bytes(__m256i v, std::uint8_t* d) {
+    const __m256i lanes = _mm256_shuffle_epi8(v, _mm256_setr_epi8(0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                                  -1, 0, 4, 8, 12, -1, -1, -1, -1, -1, -1, -1, -1, -1,
+                                                                  -1, -1, -1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(d),
+                     _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(lanes, _mm256_setr_epi32(0, 4, 1, 1, 1, 1, 1, 1))));
+}
+
+// The dword of r[dy] in each lane, dy in 0..N-1.
+using Dwords = std::int32_t __attribute__((vector_size(32)));
+template <int N>
+[[gnu::always_inline]] inline __m256i pick_row(__m256i dy, const __m256i* r) {
+    // Selected by whole dwords: a byte blend on the comparisons' masks
+    // would have the compiler test each byte's sign again.
+    const Dwords d = Dwords(dy);
+    Dwords v = Dwords(r[N - 1]);
+    for (int k = N - 2; k >= 0; --k) v = d == k ? Dwords(r[k]) : v;
+    return __m256i(v);
+}
+
 // 8-bit weights of the fixed-point bilinear rule: (16384 - f) | f << 16.
 inline __m256i pair_weights(__m256 t) {
     const __m256i f = _mm256_cvtps_epi32(_mm256_mul_ps(t, _mm256_set1_ps(float(kOne))));
@@ -114,6 +159,7 @@ inline __m256i fixed_down(__m256i h0, __m256i h1, __m256i w) {
 // One channel: a dword at each tap holds the pair (a, b).
 struct Linear8C1 {
     static constexpr bool kWindow = true;
+    static constexpr int kWindowReach = 0;  // columns and rows the windows reach past those of the floors
     static Margins margins() { return {0, 3, 0, 1}; }
     template <bool Check>
     [[gnu::always_inline]] static bool block(const Ctx& c, __m256 x, __m256 y, std::uint8_t* d) {
@@ -128,35 +174,80 @@ struct Linear8C1 {
         return true;
     }
 
-    // A block of an affine row that reads at most 16 columns of four rows
-    // inside the box, the least column and row those of pixel 0 (xUp, yUp)
-    // or pixel 7: the pairs come from each row's 16 bytes, picked apart by
-    // byte shuffles, the right row chosen per pixel, without gathers.
-    [[gnu::always_inline]] static void windowed(const Ctx& c, __m256 x, __m256 y, bool xUp, bool yUp,
-                                                std::uint8_t* d) {
+    // Where a block's window lies and what each pixel takes from it.
+    struct Window {
         __m256 tx, ty;
-        const __m256i ix = floor_split(x, &tx), iy = floor_split(y, &ty);
-        const int xl = xUp ? _mm256_cvtsi256_si32(ix) : _mm256_extract_epi32(ix, 7);
-        const int yl = yUp ? _mm256_cvtsi256_si32(iy) : _mm256_extract_epi32(iy, 7);
-        const std::uint8_t* p = c.base + std::ptrdiff_t(yl) * c.rowBytes + xl;
-        // Bytes k and k + 1 of a window into a dword's two 16-bit halves.
-        const __m256i k = _mm256_sub_epi32(ix, _mm256_set1_epi32(xl));
-        const __m256i pick = _mm256_add_epi32(_mm256_mullo_epi32(k, _mm256_set1_epi32(0x10001)),
-                                              _mm256_set1_epi32(int(0x80018000u)));
+        __m256i pick;  // bytes k and k + 1 of a row into a dword's two 16-bit halves
+        __m256i dy;    // the pixel's row less the window's first
+        std::ptrdiff_t at;  // bytes from the base to the window's first byte
+    };
+
+    template <bool XUp, bool YUp>
+    [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
+        Window w;
+        const __m256i ix = floor_split(x, &w.tx), iy = floor_split(y, &w.ty);
+        const __m256i xl = least<XUp>(ix), yl = least<YUp>(iy);
+        w.at = std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
+        const __m256i k = _mm256_sub_epi32(ix, xl);
+        w.pick = _mm256_add_epi32(_mm256_or_si256(k, _mm256_slli_epi32(k, 16)), _mm256_set1_epi32(int(0x80018000u)));
+        w.dy = _mm256_sub_epi32(iy, yl);
+        return w;
+    }
+
+    [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
         __m256i s[4];
         for (int r = 0; r < 4; ++r)
             s[r] = _mm256_shuffle_epi8(
-                _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + r * c.rowBytes))), pick);
-        const __m256i dy = _mm256_sub_epi32(iy, _mm256_set1_epi32(yl));
-        const __m256i m0 = _mm256_cmpeq_epi32(dy, _mm256_setzero_si256());
-        const __m256i m1 = _mm256_cmpeq_epi32(dy, _mm256_set1_epi32(1));
-        finish(tx, ty, _mm256_blendv_epi8(_mm256_blendv_epi8(s[2], s[1], m1), s[0], m0),
-               _mm256_blendv_epi8(_mm256_blendv_epi8(s[3], s[2], m1), s[1], m0), d);
+                _mm256_broadcastsi128_si256(
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
+                w.pick);
+        return fixed(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1));
     }
 
     [[gnu::always_inline]] static void finish(__m256 tx, __m256 ty, __m256i r0, __m256i r1, std::uint8_t* d) {
-        const __m256i wx = pair_weights(tx);
-        store8(fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), pair_weights(ty)), d);
+        store8_bytes(fixed(tx, ty, r0, r1), d);
+    }
+
+    // Windows per half block, for rows that climb or fall faster: pixels
+    // 0..3 read 16 columns of four rows whose least column and row are
+    // those of pixel 0 or 3, pixels 4..7 those of pixel 4 or 7.
+    struct Halves {
+        struct Window {
+            __m256 tx, ty;
+            __m256i pick, dy;
+            std::ptrdiff_t at0, at1;  // bytes from the base to the two windows
+        };
+        template <bool XUp, bool YUp>
+        [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
+            Window w;
+            const __m256i ix = floor_split(x, &w.tx), iy = floor_split(y, &w.ty);
+            const __m256i xl = least_in_halves<XUp>(ix), yl = least_in_halves<YUp>(iy);
+            // Inside the box these fit 32 bits (addressable); past the run
+            // they are never read.
+            const __m256i at = _mm256_add_epi32(_mm256_mullo_epi32(yl, c.step), xl);
+            w.at0 = _mm256_cvtsi256_si32(at), w.at1 = _mm256_extract_epi32(at, 4);
+            const __m256i k = _mm256_sub_epi32(ix, xl);
+            w.pick = _mm256_add_epi32(_mm256_or_si256(k, _mm256_slli_epi32(k, 16)), _mm256_set1_epi32(int(0x80018000u)));
+            w.dy = _mm256_sub_epi32(iy, yl);
+            return w;
+        }
+        [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
+            __m256i s[4];
+            half_rows(c, w.at0, w.at1, w.pick, s);
+            return fixed(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1));
+        }
+    };
+
+    // fixed_down(fixed_across(r0, wx), fixed_across(r1, wx), wy) in fewer
+    // operations: no sum is negative, and the results lie in 0..255.
+    [[gnu::always_inline]] static __m256i fixed(__m256 tx, __m256 ty, __m256i r0, __m256i r1) {
+        const __m256i wx = pair_weights(tx), round = _mm256_set1_epi32(128);
+        const __m256i a0 = _mm256_add_epi32(_mm256_madd_epi16(r0, wx), round);
+        const __m256i a1 = _mm256_add_epi32(_mm256_madd_epi16(r1, wx), round);
+        // Both sums lie below 2^22: h0 in the low halves, h1 in the high.
+        const __m256i pairs = _mm256_blend_epi16(_mm256_srli_epi32(a0, 8), _mm256_slli_epi32(a1, 8), 0xAA);
+        return _mm256_srli_epi32(
+            _mm256_add_epi32(_mm256_madd_epi16(pairs, pair_weights(ty)), _mm256_set1_epi32(1 << 19)), 20);
     }
 };
 
@@ -242,6 +333,63 @@ struct Nearest8 {
         }
         return true;
     }
+};
+
+// One channel, with windows of 16 columns and four rows whose least column
+// and row are the nearest pixel of pixel 0 or 7: a nearest pixel lies at
+// most one column and row past its floor, so the window reaches one column
+// and row further than the floors' windows.
+struct Nearest8C1 : Nearest8<1> {
+    static constexpr bool kWindow = true;
+    static constexpr int kWindowReach = 1;
+    struct Window {
+        __m256i pick;  // the pixel's byte of a row into the low byte of a dword
+        __m256i dy;    // the pixel's row less the window's first
+        std::ptrdiff_t at;  // bytes from the base to the window's first byte
+    };
+    template <bool XUp, bool YUp>
+    [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
+        Window w;
+        const __m256i nx = nearest8(x), ny = nearest8(y);
+        const __m256i xl = least<XUp>(nx), yl = least<YUp>(ny);
+        w.at = std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
+        w.pick = _mm256_add_epi32(_mm256_sub_epi32(nx, xl), _mm256_set1_epi32(int(0x80808000u)));
+        w.dy = _mm256_sub_epi32(ny, yl);
+        return w;
+    }
+    [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
+        __m256i s[4];
+        for (int r = 0; r < 4; ++r)
+            s[r] = _mm256_shuffle_epi8(
+                _mm256_broadcastsi128_si256(
+                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
+                w.pick);
+        return pick_row<4>(w.dy, s);
+    }
+
+    // Windows per half block, as Linear8C1::Halves.
+    struct Halves {
+        struct Window {
+            __m256i pick, dy;
+            std::ptrdiff_t at0, at1;
+        };
+        template <bool XUp, bool YUp>
+        [[gnu::always_inline]] static Window window(const Ctx& c, __m256 x, __m256 y) {
+            Window w;
+            const __m256i nx = nearest8(x), ny = nearest8(y);
+            const __m256i xl = least_in_halves<XUp>(nx), yl = least_in_halves<YUp>(ny);
+            const __m256i at = _mm256_add_epi32(_mm256_mullo_epi32(yl, c.step), xl);
+            w.at0 = _mm256_cvtsi256_si32(at), w.at1 = _mm256_extract_epi32(at, 4);
+            w.pick = _mm256_add_epi32(_mm256_sub_epi32(nx, xl), _mm256_set1_epi32(int(0x80808000u)));
+            w.dy = _mm256_sub_epi32(ny, yl);
+            return w;
+        }
+        [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
+            __m256i s[4];
+            half_rows(c, w.at0, w.at1, w.pick, s);
+            return pick_row<4>(w.dy, s);
+        }
+    };
 };
 
 // ---- 8-bit cubic and Catmull-Rom, one channel ----
@@ -459,18 +607,27 @@ public:
           by_(_mm256_set1_pd(m.ny[1])), ad_(_mm256_set1_pd(m.den[0])), bd_(_mm256_set1_pd(m.den[1])) {}
 
     [[gnu::always_inline]] void block(int i, __m256* px, __m256* py) const {
-        const __m256d u0 = _mm256_add_pd(base_, _mm256_set1_pd(double(i)));
-        const __m256d u1 = _mm256_add_pd(u0, _mm256_set1_pd(4.0));
+        const __m256d u0 = start(i);
         if constexpr (Perspective) {
+            const __m256d u1 = _mm256_add_pd(u0, _mm256_set1_pd(4.0));
             const __m256d one = _mm256_set1_pd(1.0);
             const __m256d r0 = _mm256_div_pd(one, _mm256_fmadd_pd(ad_, u0, bd_));
             const __m256d r1 = _mm256_div_pd(one, _mm256_fmadd_pd(ad_, u1, bd_));
             *px = _mm256_set_m128(coordinate(ax_, bx_, u1, r1), coordinate(ax_, bx_, u0, r0));
             *py = _mm256_set_m128(coordinate(ay_, by_, u1, r1), coordinate(ay_, by_, u0, r0));
         } else {
-            *px = _mm256_set_m128(coordinate(ax_, bx_, u1), coordinate(ax_, bx_, u0));
-            *py = _mm256_set_m128(coordinate(ay_, by_, u1), coordinate(ay_, by_, u0));
+            block_at(u0, px, py);
         }
+    }
+    // The map's arguments (x + i .. x + i + 3) of block i, and an affine
+    // block from them: a run of blocks steps them by 8 instead of converting
+    // i each time.
+    [[gnu::always_inline]] __m256d start(int i) const { return _mm256_add_pd(base_, _mm256_set1_pd(double(i))); }
+    [[gnu::always_inline]] void block_at(__m256d u0, __m256* px, __m256* py) const {
+        static_assert(!Perspective);
+        const __m256d u1 = _mm256_add_pd(u0, _mm256_set1_pd(4.0));
+        *px = _mm256_set_m128(coordinate(ax_, bx_, u1), coordinate(ax_, bx_, u0));
+        *py = _mm256_set_m128(coordinate(ay_, by_, u1), coordinate(ay_, by_, u0));
     }
     double slope_x() const { return m_.nx[0]; }
     double slope_y() const { return m_.ny[0]; }
@@ -488,6 +645,39 @@ private:
     int x_;
     __m256d base_, ax_, bx_, ay_, by_, ad_, bd_;
 };
+
+// The blocks [k0, k1) of an affine row whose every block reads at most 16
+// columns of four rows inside the box, the least column and row those of
+// pixel 0 (XUp, YUp) or pixel 7: K's pixels come from each row's 16 bytes,
+// picked apart by byte shuffles, the right row chosen per pixel, without
+// gathers. Blocks go in pairs, the results (K::window_block: dwords in
+// 0..255) stored as 16 bytes; the positions and offsets of the next
+// blocks are worked out before the current ones' loads and arithmetic, so
+// that their loads need not wait for them (the blocks just past the run
+// are worked out too, never read).
+template <class K, bool XUp, bool YUp, class Positions>
+void windowed(const Ctx& c, const Positions& pos, int k0, int k1, std::uint8_t* dst) {
+    if (k0 >= k1) return;
+    __m256d u = pos.start(8 * k0);
+    __m256 x, y;
+    pos.block_at(u, &x, &y);
+    typename K::Window w = K::template window<XUp, YUp>(c, x, y);
+    int k = k0;
+    for (; k + 1 < k1; k += 2) {
+        u = _mm256_add_pd(u, _mm256_set1_pd(8.0));
+        pos.block_at(u, &x, &y);
+        const typename K::Window w1 = K::template window<XUp, YUp>(c, x, y);
+        u = _mm256_add_pd(u, _mm256_set1_pd(8.0));
+        pos.block_at(u, &x, &y);
+        const typename K::Window next = K::template window<XUp, YUp>(c, x, y);
+        const __m256i a = K::window_block(c, w), b = K::window_block(c, w1);
+        const __m256i words = _mm256_packus_epi32(a, b), bytes = _mm256_packus_epi16(words, words);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + std::ptrdiff_t(8) * k),
+                         _mm256_castsi256_si128(_mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 4, 1, 5, 0, 0, 0, 0))));
+        w = next;
+    }
+    if (k < k1) store8_bytes(K::window_block(c, w), dst + std::ptrdiff_t(8) * k);
+}
 
 // Runs the blocks of kernel K over the pixels, the rule where a block is not
 // inner and for the tail.
@@ -550,25 +740,38 @@ void blocks(const PixelSource<T>& src, const PixelRule& rule, const Positions& p
     if constexpr (Positions::kMonotone && requires { K::kWindow; }) {
         // Blocks whose windows of 16 columns and four rows lie inside: a
         // row advancing less than 2 columns and 0.27 rows a pixel spans at
-        // most 14 columns and 2 rows in a block.
-        const float hix = float(src.x1 - 15 + 1), hiy = float(src.y1 - 3 + 1);
+        // most 14 columns and 2 rows in a block; a kernel's windows may
+        // start kWindowReach past the floors.
+        const float hix = float(src.x1 - 15 - K::kWindowReach + 1), hiy = float(src.y1 - 3 - K::kWindowReach + 1);
         auto below = [&](int j) {
             float x, y;
             pos.at(j, &x, &y);
             return x < hix && y < hiy;
         };
         int wfirst = first, wlast = first;
-        if (std::fabs(pos.slope_x()) <= 1.9 && std::fabs(pos.slope_y()) <= 0.27) {
+        // Half blocks span less than 14 columns and 2 rows up to 4.6
+        // columns and 0.66 rows a pixel.
+        const double sx = std::fabs(pos.slope_x()), sy = std::fabs(pos.slope_y());
+        bool halves = false;
+        if constexpr (requires { typename K::Halves; }) halves = sx <= 4.6 && sy <= 0.66 && !(sx <= 1.9 && sy <= 0.27);
+        if ((sx <= 1.9 && sy <= 0.27) || halves) {
             wlast = last;
             while (wfirst < wlast && !(below(8 * wfirst) && below(8 * wfirst + 7))) ++wfirst;
             while (wlast > wfirst && !(below(8 * wlast - 8) && below(8 * wlast - 1))) --wlast;
         }
         const bool xUp = pos.slope_x() >= 0, yUp = pos.slope_y() >= 0;
         known(first, wfirst);
-        for (int k = wfirst; k < wlast; ++k) {
-            __m256 x, y;
-            pos.block(8 * k, &x, &y);
-            K::windowed(c, x, y, xUp, yUp, dst + std::ptrdiff_t(8 * k) * nc);
+        auto run = [&]<class W>() {
+            if (xUp && yUp) windowed<W, true, true>(c, pos, wfirst, wlast, dst);
+            else if (xUp) windowed<W, true, false>(c, pos, wfirst, wlast, dst);
+            else if (yUp) windowed<W, false, true>(c, pos, wfirst, wlast, dst);
+            else windowed<W, false, false>(c, pos, wfirst, wlast, dst);
+        };
+        if constexpr (requires { typename K::Halves; }) {
+            if (halves) run.template operator()<typename K::Halves>();
+            else run.template operator()<K>();
+        } else {
+            run.template operator()<K>();
         }
         known(wlast, last);
     } else {
@@ -596,7 +799,7 @@ bool dispatch(const PixelSource<T>& src, const PixelRule& rule, const Positions&
                    : nc == 3 ? (blocks<Linear8<3>>(src, rule, pos, n, dst), true)
                              : (blocks<Linear8<4>>(src, rule, pos, n, dst), true);
         if (m == rok::geometry::kNearest)
-            return nc == 1 ? (blocks<Nearest8<1>>(src, rule, pos, n, dst), true)
+            return nc == 1 ? (blocks<Nearest8C1>(src, rule, pos, n, dst), true)
                    : nc == 3 ? (blocks<Nearest8<3>>(src, rule, pos, n, dst), true)
                              : (blocks<Nearest8<4>>(src, rule, pos, n, dst), true);
         if (m == rok::geometry::kCubic)
