@@ -99,32 +99,19 @@ template <int N, class F>
 }
 
 // The row stage's blocks: body(x, stream) for blocks of `step` samples of
-// D. When streaming, the blocks that cover whole 64-byte lines between the
-// row's first and last line bypass the cache; the blocks before and after
-// them (the last one may overlap its neighbour, recomputing the same values)
-// store normally. No line takes both kinds of store: a line written
-// normally and then in part by streaming stores (or the other way round)
-// costs far more than either.
+// D. When streaming, the blocks between the first and the last start on
+// 32-byte boundaries and their stores bypass the cache; the first and last
+// (which may overlap them, recomputing the same values) store normally.
 template <class D, class Body, class Scalar>
 [[gnu::always_inline]] inline void out_blocks(const D* out, int n, int step, bool stream, Body&& body, Scalar&& scalar) {
     const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(out);
-    const int line = int(64 / sizeof(D));
-    const int unit = step > line ? step : line;  // whole lines and whole blocks (both powers of two)
-    // [first, last): the streamed samples; the head before them and the
-    // tail after them hold no sample or at least one block.
-    int first = int((64 - at % 64) % 64 / sizeof(D));
-    while (first > 0 && first < step) first += line;
-    int last = first + (n - first) / unit * unit;
-    if (n - last > 0 && n - last < step) last -= unit;
-    if (n < step || !stream || at % sizeof(D) != 0 || last <= first) {
+    if (n < step || !stream || at % sizeof(D) != 0) {
         blocks(n, step, [&](int x) { body(x, false); }, scalar);
         return;
     }
-    int x = 0;
-    for (; x + step <= first; x += step) body(x, false);
-    if (x < first) body(first - step, false);
-    for (x = first; x < last; x += step) body(x, true);
-    for (; x + step <= n; x += step) body(x, false);
+    body(0, false);
+    int x = int((32 - at % 32) % 32 / sizeof(D));
+    for (; x + step <= n; x += step) body(x, true);
     if (x < n) body(n - step, false);
 }
 
