@@ -40,10 +40,9 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
 
     // Only results too large to stay in the largest cache go past it: a
     // result that the last-level cache holds is read back from there by
-    // whatever uses it next, and at these filters' speed the streaming
-    // stores cost more than they save (a 1920x1080 8u Gauss 5x5, whose
-    // 2 MB result outgrows the core's own cache, took 1.6 times as long
-    // with them).
+    // whatever uses it next. Streaming a 1920x1080 8u Gauss 5x5 (a 2 MB
+    // result, beyond the core's own cache) saved nothing on rows starting
+    // on a 64-byte line and took 1.6 times as long on the others.
     const std::size_t written = std::size_t(roi.width) * nc * sizeof(D) * std::size_t(roi.height);
     const bool stream = !ac4 && copy::exceeds_cache(written);
 
