@@ -317,7 +317,7 @@ void square5_two(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdi
             }
             for (int r = 0; r < 4; ++r) v[16 + r] = O::load_key(col[r] + x + 2 * s);
             net::run<O, kShared5>(v);
-            auto finish = [&](int row, T* out) {
+            auto finish = [&](int row, T* out) __attribute__((always_inline)) {
                 V w[11];
                 for (int i = 0; i < 6; ++i) w[i] = v[kShared5.out[i]];
                 const T* e = offset(first + x, row * step);
