@@ -768,7 +768,7 @@ ROKI_API RokStatus rokiSqrt_32f_C4IR(Rok32f* pSrcDst, int srcDstStep, RokiSize r
 
 /* dst = ln(src). Integers: the nearest integer to ln(src) * 2^-scaleFactor, */
 /* saturated; 0 gives the type's minimum (the saturated -infinity: 0 for 8u and */
-/* 16u, -32768 for 16s), a negative 16s sample gives 0. 32f: at most 0.92 ulp */
+/* 16u, -32768 for 16s), a negative 16s sample gives 0. 32f: at most 0.79 ulp */
 /* from the exact logarithm (the largest error over every float), denormals */
 /* included; ln(+-0) = -inf, ln(x < 0) = NaN, ln(+inf) = +inf, NaN stays NaN. */
 /* Warnings after the whole ROI: 8 where a sample was below 0 (-0.0 is not), */

@@ -37,26 +37,32 @@ alignas(32) constexpr float kExp2Lo[8] = {0.0f, -1.3077539939843064e-08f, 3.7976
 
 struct ExpParts {
     __m256 y;   // in [0.95, 1.92]
-    __m256i k;  // e^x = y 2^k
+    __m256i t;  // n in the low bits of 1.5 * 2^23 + n: e^x = y 2^(n >> 3)
 };
 
 inline ExpParts exp_parts(__m256 x) {
     const __m256 shifter = splat(12582912.0f);
     const __m256 t = _mm256_fmadd_ps(x, splat(11.541560173034668f), shifter);
     const __m256 nf = _mm256_sub_ps(t, shifter);
-    const __m256i n = _mm256_sub_epi32(_mm256_castps_si256(t), _mm256_castps_si256(shifter));
     const __m256 r = _mm256_fnmadd_ps(nf, splat(3.993272912339307e-06f), _mm256_fnmadd_ps(nf, splat(0.086639404296875f), x));
-    const __m256 q = _mm256_fmadd_ps(_mm256_fmadd_ps(splat(0.04166870191693306f), r, splat(0.16667887568473816f)), r, splat(0.5f));
-    const __m256 u = _mm256_fmadd_ps(_mm256_mul_ps(r, r), q, r);
-    const __m256 hi = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Hi), n);
-    const __m256 lo = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Lo), n);
-    return {_mm256_add_ps(hi, _mm256_fmadd_ps(hi, u, lo)), _mm256_srai_epi32(n, 3)};
+    const __m256 r2 = _mm256_mul_ps(r, r);  // q over r and r^2: a shorter chain
+    const __m256 q = _mm256_fmadd_ps(splat(0.04166870191693306f), r2, _mm256_fmadd_ps(splat(0.16667887568473816f), r, splat(0.5f)));
+    const __m256 u = _mm256_fmadd_ps(r2, q, r);
+    // The permutes read the low three bits of t's bits, which are n's (the
+    // shifter's are 0 there).
+    const __m256i tb = _mm256_castps_si256(t);
+    const __m256 hi = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Hi), tb);
+    const __m256 lo = _mm256_permutevar8x32_ps(_mm256_load_ps(kExp2Lo), tb);
+    return {_mm256_add_ps(hi, _mm256_fmadd_ps(hi, u, lo)), tb};
 }
 
 // |x| <= 87: e^x is a normal number, so 2^k goes straight into y's exponent.
+// The shifter's bits end in twelve 0 bits, so t's bits shifted up by 20 are
+// n's, and their top nine bits are k = n >> 3 in the exponent field.
 inline __m256 exp_normal(__m256 x) {
     const ExpParts e = exp_parts(x);
-    return _mm256_castsi256_ps(_mm256_add_epi32(_mm256_castps_si256(e.y), _mm256_slli_epi32(e.k, 23)));
+    const __m256i k = _mm256_and_si256(_mm256_slli_epi32(e.t, 20), _mm256_set1_epi32(int(0xFF800000u)));
+    return _mm256_castsi256_ps(_mm256_add_epi32(_mm256_castps_si256(e.y), k));
 }
 
 // Any x: clamped to [-104, 89] (beyond, the results are 0 and +inf), 2^k
@@ -66,7 +72,8 @@ inline __m256 exp_normal(__m256 x) {
 inline __m256 exp_any(__m256 x) {
     const __m256 xc = _mm256_min_ps(_mm256_max_ps(x, splat(-104.0f)), splat(89.0f));
     const ExpParts e = exp_parts(xc);
-    const __m256i k1 = _mm256_srai_epi32(e.k, 1), k2 = _mm256_sub_epi32(e.k, k1);
+    const __m256i k = _mm256_srai_epi32(_mm256_sub_epi32(e.t, _mm256_set1_epi32(0x4B400000)), 3);
+    const __m256i k1 = _mm256_srai_epi32(k, 1), k2 = _mm256_sub_epi32(k, k1);
     auto pow2 = [](__m256i k) {
         return _mm256_castsi256_ps(_mm256_slli_epi32(_mm256_add_epi32(k, _mm256_set1_epi32(127)), 23));
     };
@@ -81,9 +88,15 @@ struct ExpKernel {
     __m256 one(__m256 x, __m256) const {
         return _mm256_movemask_ps(exp_inside(x)) == 0xFF ? exp_normal(x) : exp_any(x);
     }
-    // Two vectors at once, so their chains interleave.
+    // Two vectors at once, so their chains interleave. Both are inside when
+    // the larger of their magnitudes, compared as integers (NaN above
+    // every number), is at most 87's: then taking 87's bits plus 1 off it
+    // leaves the sign bit set in every lane.
     void two(__m256 a, __m256 b, __m256& ya, __m256& yb) const {
-        if (_mm256_movemask_ps(_mm256_and_ps(exp_inside(a), exp_inside(b))) == 0xFF) {
+        const __m256i magnitude = _mm256_castps_si256(splat(-0.0f));
+        const __m256i larger = _mm256_max_epi32(_mm256_andnot_si256(magnitude, _mm256_castps_si256(a)),
+                                                _mm256_andnot_si256(magnitude, _mm256_castps_si256(b)));
+        if (_mm256_movemask_ps(_mm256_castsi256_ps(_mm256_sub_epi32(larger, _mm256_set1_epi32(0x42AE0001)))) == 0xFF) {
             ya = exp_normal(a);
             yb = exp_normal(b);
         } else {
@@ -93,35 +106,62 @@ struct ExpKernel {
     }
 };
 
-// ln x = e ln 2 + ln m with x = 2^e m, m in [sqrt(1/2), sqrt(2)): taking
-// the bits of sqrt(1/2) off x's bits leaves e in the exponent field and m's
-// mantissa below it. ln m = f - f^2 / 2 + f^3 G(f) for f = m - 1 (exact), G a
-// degree-8 fit of (ln(1 + f) - f + f^2 / 2) / f^3 (error below 0.1 ulp).
-// `scaled` is what x's exponent was raised by (denormals).
-inline __m256 ln_core(__m256i bits, __m256i scaled) {
-    const __m256i root_half = _mm256_set1_epi32(0x3F3504F3);
-    const __m256i rest = _mm256_sub_epi32(bits, root_half);
-    const __m256i e = _mm256_sub_epi32(_mm256_srai_epi32(rest, 23), scaled);
-    const __m256 m = _mm256_castsi256_ps(_mm256_add_epi32(_mm256_and_si256(rest, _mm256_set1_epi32(0x007FFFFF)), root_half));
-    const __m256 f = _mm256_sub_ps(m, splat(1.0f));
-    // G by Estrin's scheme over f^2 and f^4 (a shorter chain than Horner's).
-    const __m256 f2 = _mm256_mul_ps(f, f), f4 = _mm256_mul_ps(f2, f2);
-    const __m256 g01 = _mm256_fmadd_ps(splat(-0.24999996685442931f), f, splat(0.33333330979085106f));
-    const __m256 g23 = _mm256_fmadd_ps(splat(-0.16667878758502801f), f, splat(0.20000767072693321f));
-    const __m256 g45 = _mm256_fmadd_ps(splat(-0.12422359611639918f), f, splat(0.14247218224356674f));
-    const __m256 g67 = _mm256_fmadd_ps(splat(-0.11513431253042933f), f, splat(0.11701602619486398f));
-    const __m256 g03 = _mm256_fmadd_ps(g23, f2, g01), g47 = _mm256_fmadd_ps(g67, f2, g45);
-    const __m256 g = _mm256_fmadd_ps(_mm256_fmadd_ps(splat(0.069691040178030327f), f4, g47), f4, g03);
-    const __m256 lm = _mm256_fmadd_ps(f2, _mm256_fmadd_ps(f, g, splat(-0.5f)), f);
-    const __m256 ef = _mm256_cvtepi32_ps(e);
-    return _mm256_fmadd_ps(ef, splat(kLn2Hi), _mm256_fmadd_ps(ef, splat(kLn2Lo), lm));
+// ln x = k ln 2 - ln c + ln(1 + r) with x = 2^k z, z in [0.71875, 1.4375)
+// cut into eight intervals of equal width in bits (1/16 below 1, 1/8 above),
+// r = z c - 1 and c a multiple of 1/16 (1/32 in the top interval) near 1/z.
+// Taking the bits of 0.71875 off x's bits leaves k in the exponent field and
+// the interval number in the three bits below it. With so short a c, z c - 1
+// is a multiple of 2^-28 below 2^-4 in magnitude (of 2^-27 below 2^-3 where
+// z >= 1 and c is a multiple of 1/16): at most 24 significant bits, so the
+// one fma that forms r is exact. The interval around 1, [0.96875, 1.0625),
+// uses c = 1, keeping full relative precision near x = 1. The neighbours of that interval start far
+// enough from 1 (ln x at least 1/32 away from 0) and the one above 1 takes
+// c = 15/16, whose r is near 0 at its low end, so that r + (the small
+// terms) never carries a rounding error comparable to the result's last
+// place. -ln c = T_hi + T_lo with T_hi a multiple of 2^-16, so k ln2_hi +
+// T_hi is exact (|k| < 152). ln(1 + r) = r - r^2 / 2 + r^3 P(r), P a cubic
+// fitted on [-0.0567, 0.1133] (relative error below 2^-28). Largest error
+// over every positive float: 0.784 ulp.
+alignas(32) constexpr float kLnC[8] = {1.3125f, 1.25f, 1.125f, 1.0625f, 1.0f, 0.9375f, 0.8125f, 0.71875f};
+alignas(32) constexpr float kLnTHi[8] = {-0.27192688f, -0.223144531f, -0.117782593f, -0.0606231689f,
+                                         0.0f, 0.0645446777f, 0.207641602f, 0.330245972f};
+alignas(32) constexpr float kLnTLo[8] = {-6.83560074e-06f, 9.79935749e-07f, -4.42882936e-07f, -1.45287117e-06f,
+                                         0.0f, -6.15659701e-06f, -2.23678421e-06f, -4.28480917e-06f};
+
+// `scaled` is 2^23 times what x's exponent was raised by (denormals). k
+// goes in as k 2^23, the bits that also take it off z (a float exactly, as
+// k has at most nine bits), times the halves of ln 2 scaled by 2^-23, so
+// the products are those of k itself.
+inline __m256 ln_core(__m256i bits, __m256 scaled = _mm256_setzero_ps(), bool is_scaled = false) {
+    const __m256i offset = _mm256_set1_epi32(0x3F380000);  // 0.71875
+    const __m256i rest = _mm256_sub_epi32(bits, offset);
+    const __m256i k23 = _mm256_and_si256(rest, _mm256_set1_epi32(int(0xFF800000u)));
+    const __m256i interval = _mm256_srli_epi32(rest, 20);  // the permutes read its low three bits
+    const __m256 z = _mm256_castsi256_ps(_mm256_sub_epi32(bits, k23));
+    const __m256 c = _mm256_permutevar8x32_ps(_mm256_load_ps(kLnC), interval);
+    const __m256 t_hi = _mm256_permutevar8x32_ps(_mm256_load_ps(kLnTHi), interval);
+    const __m256 t_lo = _mm256_permutevar8x32_ps(_mm256_load_ps(kLnTLo), interval);
+    const __m256 r = _mm256_fmsub_ps(z, c, splat(1.0f));
+    // r^2 (-1/2 + r P(r)) over r, r^2 and r^4 (Estrin's scheme: a shorter
+    // chain than Horner's, for one multiplication more, lets more vectors
+    // be in flight at once).
+    const __m256 r2 = _mm256_mul_ps(r, r);
+    const __m256 p01 = _mm256_fmadd_ps(splat(0.333334118f), r, splat(-0.5f));
+    const __m256 p23 = _mm256_fmadd_ps(splat(0.199966878f), r, splat(-0.250062943f));
+    const __m256 p4 = _mm256_fmadd_ps(splat(-0.147414029f), r2, p23);
+    __m256 kf = _mm256_cvtepi32_ps(k23);
+    if (is_scaled) kf = _mm256_sub_ps(kf, scaled);
+    const __m256 hi = _mm256_fmadd_ps(kf, splat(kLn2Hi * 0x1p-23f), t_hi);
+    const __m256 lo = _mm256_fmadd_ps(kf, splat(kLn2Lo * 0x1p-23f), t_lo);
+    const __m256 small = _mm256_fmadd_ps(_mm256_mul_ps(r2, r2), p4, _mm256_fmadd_ps(r2, p01, lo));
+    return _mm256_add_ps(hi, _mm256_add_ps(r, small));
 }
 
 // Any x: denormals scaled by 2^24 first; 0, negatives, +inf and NaN set.
 inline __m256 ln_any(__m256 x) {
     const __m256 small = _mm256_cmp_ps(x, splat(std::numeric_limits<float>::min()), _CMP_LT_OQ);
     const __m256 xs = _mm256_blendv_ps(x, _mm256_mul_ps(x, splat(16777216.0f)), small);
-    __m256 y = ln_core(_mm256_castps_si256(xs), _mm256_and_si256(_mm256_castps_si256(small), _mm256_set1_epi32(24)));
+    __m256 y = ln_core(_mm256_castps_si256(xs), _mm256_and_ps(small, splat(24.0f * 0x1p23f)), true);
     const float inf = std::numeric_limits<float>::infinity();
     y = _mm256_blendv_ps(y, splat(inf), _mm256_cmp_ps(x, splat(inf), _CMP_EQ_OQ));
     y = _mm256_blendv_ps(y, splat(-inf), _mm256_cmp_ps(x, _mm256_setzero_ps(), _CMP_EQ_OQ));
@@ -129,16 +169,18 @@ inline __m256 ln_any(__m256 x) {
     return _mm256_blendv_ps(y, _mm256_add_ps(x, x), _mm256_cmp_ps(x, x, _CMP_UNORD_Q));
 }
 
-// Positive normal numbers (bits 0x00800000 .. 0x7F7FFFFF, compared as signed
-// integers, so negative numbers fall below) need nothing of ln_any's.
-inline __m256 ln_normal_lanes(__m256 x) {
-    const __m256i bits = _mm256_castps_si256(x);
-    return _mm256_castsi256_ps(_mm256_and_si256(_mm256_cmpgt_epi32(bits, _mm256_set1_epi32(0x007FFFFF)),
-                                                _mm256_cmpgt_epi32(_mm256_set1_epi32(0x7F800000), bits)));
+// Positive normal numbers (bits 0x00800000 .. 0x7F7FFFFF) need nothing of
+// ln_any's. Adding 0x7F800000 to the bits moves exactly those to the signed
+// integers below -2^24 (0, denormals and negative numbers wrap to at least
+// -2^23, +inf and NaN land in [-2^24, -2^23)), so one comparison of the
+// larger key of two vectors checks both.
+inline __m256i ln_key(__m256 x) { return _mm256_add_epi32(_mm256_castps_si256(x), _mm256_set1_epi32(0x7F800000)); }
+inline bool ln_all_normal(__m256i key) {
+    return _mm256_movemask_ps(_mm256_castsi256_ps(_mm256_cmpgt_epi32(_mm256_set1_epi32(-0x1000000), key))) == 0xFF;
 }
 
 inline __m256 ln8(__m256 x) {
-    return _mm256_movemask_ps(ln_normal_lanes(x)) == 0xFF ? ln_core(_mm256_castps_si256(x), _mm256_setzero_si256()) : ln_any(x);
+    return ln_all_normal(ln_key(x)) ? ln_core(_mm256_castps_si256(x)) : ln_any(x);
 }
 
 // Also notes the lanes in use that were 0 or below 0.
@@ -152,9 +194,9 @@ struct LnKernel {
     // Two vectors at once, so their chains interleave; positive normal
     // numbers are neither 0 nor negative.
     void two(__m256 a, __m256 b, __m256& ya, __m256& yb) {
-        if (_mm256_movemask_ps(_mm256_and_ps(ln_normal_lanes(a), ln_normal_lanes(b))) == 0xFF) {
-            ya = ln_core(_mm256_castps_si256(a), _mm256_setzero_si256());
-            yb = ln_core(_mm256_castps_si256(b), _mm256_setzero_si256());
+        if (ln_all_normal(_mm256_max_epi32(ln_key(a), ln_key(b)))) {
+            ya = ln_core(_mm256_castps_si256(a));
+            yb = ln_core(_mm256_castps_si256(b));
         } else {
             const __m256 all = _mm256_castsi256_ps(_mm256_set1_epi32(-1));
             ya = one(a, all);

@@ -12,7 +12,7 @@ namespace rok::kernels {
 // reads its line in costs a third of the traffic.
 // d = sqrt(s), correctly rounded (IEEE square root).
 void sqrt_row(const Rok32f* s, Rok32f* d, int n, bool stream = false);
-// d = ln(s) within 0.92 ulp (the largest error over every float),
+// d = ln(s) within 0.79 ulp (the largest error over every float),
 // denormals included;
 // ln(+-0) = -inf, ln(x < 0) = NaN, ln(+inf) = +inf, a NaN stays a NaN.
 // Returns rokStatusLnNegArg when a sample was below 0 (-0.0 is not),

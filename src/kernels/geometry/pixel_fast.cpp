@@ -156,6 +156,22 @@ inline __m256i fixed_down(__m256i h0, __m256i h1, __m256i w) {
 
 // ---- 8-bit bilinear ----
 
+// Shuffle indices that put bytes k and k + 1 of a window row (k = ix - xl)
+// into the two 16-bit halves of each dword.
+[[gnu::always_inline]] inline __m256i pair_pick(__m256i ix, __m256i xl) {
+    const __m256i k = _mm256_sub_epi32(ix, xl);
+    return _mm256_add_epi32(_mm256_or_si256(k, _mm256_slli_epi32(k, 16)), _mm256_set1_epi32(int(0x80018000u)));
+}
+
+// The four 16-byte rows of a window that starts `at` bytes from the base,
+// each in both lanes, picked apart by the byte shuffle `pick`.
+[[gnu::always_inline]] inline void window_rows(const Ctx& c, std::ptrdiff_t at, __m256i pick, __m256i* s) {
+    for (int r = 0; r < 4; ++r)
+        s[r] = _mm256_shuffle_epi8(
+            _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + at + r * c.rowBytes))),
+            pick);
+}
+
 // One channel: a dword at each tap holds the pair (a, b).
 struct Linear8C1 {
     static constexpr bool kWindow = true;
@@ -188,19 +204,14 @@ struct Linear8C1 {
         const __m256i ix = floor_split(x, &w.tx), iy = floor_split(y, &w.ty);
         const __m256i xl = least<XUp>(ix), yl = least<YUp>(iy);
         w.at = std::ptrdiff_t(_mm256_cvtsi256_si32(yl)) * c.rowBytes + _mm256_cvtsi256_si32(xl);
-        const __m256i k = _mm256_sub_epi32(ix, xl);
-        w.pick = _mm256_add_epi32(_mm256_or_si256(k, _mm256_slli_epi32(k, 16)), _mm256_set1_epi32(int(0x80018000u)));
+        w.pick = pair_pick(ix, xl);
         w.dy = _mm256_sub_epi32(iy, yl);
         return w;
     }
 
     [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
         __m256i s[4];
-        for (int r = 0; r < 4; ++r)
-            s[r] = _mm256_shuffle_epi8(
-                _mm256_broadcastsi128_si256(
-                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
-                w.pick);
+        window_rows(c, w.at, w.pick, s);
         return fixed(w.tx, w.ty, pick_row<3>(w.dy, s), pick_row<3>(w.dy, s + 1));
     }
 
@@ -226,8 +237,7 @@ struct Linear8C1 {
             // they are never read.
             const __m256i at = _mm256_add_epi32(_mm256_mullo_epi32(yl, c.step), xl);
             w.at0 = _mm256_cvtsi256_si32(at), w.at1 = _mm256_extract_epi32(at, 4);
-            const __m256i k = _mm256_sub_epi32(ix, xl);
-            w.pick = _mm256_add_epi32(_mm256_or_si256(k, _mm256_slli_epi32(k, 16)), _mm256_set1_epi32(int(0x80018000u)));
+            w.pick = pair_pick(ix, xl);
             w.dy = _mm256_sub_epi32(iy, yl);
             return w;
         }
@@ -359,11 +369,7 @@ struct Nearest8C1 : Nearest8<1> {
     }
     [[gnu::always_inline]] static __m256i window_block(const Ctx& c, const Window& w) {
         __m256i s[4];
-        for (int r = 0; r < 4; ++r)
-            s[r] = _mm256_shuffle_epi8(
-                _mm256_broadcastsi128_si256(
-                    _mm_loadu_si128(reinterpret_cast<const __m128i*>(c.base + w.at + r * c.rowBytes))),
-                w.pick);
+        window_rows(c, w.at, w.pick, s);
         return pick_row<4>(w.dy, s);
     }
 
