@@ -310,6 +310,12 @@ void square5_two(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdi
         for_lanes<T>(m, [&](auto ops, int x) {
             using O = decltype(ops);
             using V = typename O::V;
+            // Locals, not captures: the byte stores below may alias anything
+            // a reference points at, which would reload every address.
+            const T* const rowAt = first + x;
+            T* const out0 = dst + x0 + x;
+            const std::ptrdiff_t srcStep = step, outStep = dstStep;
+            const int px = s;
             V v[20];
             for (int r = 0; r < 8; ++r) {
                 v[r] = O::load_key(pair[r] + x);
@@ -320,13 +326,13 @@ void square5_two(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdi
             auto finish = [&](int row, T* out) __attribute__((always_inline)) {
                 V w[11];
                 for (int i = 0; i < 6; ++i) w[i] = v[kShared5.out[i]];
-                const T* e = offset(first + x, row * step);
-                for (int i = 0; i < 5; ++i) w[6 + i] = O::load(e + i * s);
+                const T* e = offset(rowAt, row * srcStep);
+                for (int i = 0; i < 5; ++i) w[6 + i] = O::load(e + i * px);
                 net::run<O, kSquare5Shared>(w);
-                O::store(out + x0 + x, w[kSquare5Shared.out[0]]);
+                O::store(out, w[kSquare5Shared.out[0]]);
             };
-            finish(-2, dst);
-            finish(3, offset(dst, dstStep));
+            finish(-2, out0);
+            finish(3, offset(out0, outStep));
         });
     }
 }
