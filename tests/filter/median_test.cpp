@@ -107,19 +107,24 @@ TEST(FilterMedian, EveryMember32fMatchesBruteForceInTotalOrder) { sweep_members<
 TEST(FilterMedian, EveryMember64fMatchesBruteForceInTotalOrder) { sweep_members<Rok64f>(); }
 
 // The network kernels over every width from 1 to 70, so every register tail
-// (32, 16, 8 and 4 lanes) and the stage buffers' edges are hit.
+// (32, 16, 8 and 4 lanes) and the stage buffers' edges are hit; three rows
+// take the 5x5 kernel's two-row pass and then its last row alone.
 TEST(FilterMedian, NetworkKernelsAtEveryWidth) {
     const RokiSize masks[] = {{3, 3}, {5, 5}, {5, 1}, {1, 3}};
     std::uint32_t seed = 500;
     for (int w = 1; w <= 70; ++w)
         for (const RokiSize mask : masks) {
             const RokiPoint c{mask.width / 2, mask.height / 2};
-            check(members<Rok8u>()[0], {w, 2}, mask, c, seed++);
+            const medt::Guard side = w % 2 ? medt::Guard::After : medt::Guard::Before;
+            check(members<Rok8u>()[0], {w, 3}, mask, c, seed++, 0, side);
             check(members<Rok16s>()[0], {w, 2}, mask, c, seed++);
-            check(members<Rok32f>()[0], {w, 1}, mask, c, seed++);
+            check(members<Rok32f>()[0], {w, 2}, mask, c, seed++);
             check(members<Rok64f>()[0], {w, 1}, mask, c, seed++);
-            if (w % 3 == 0) check(members<Rok8u>()[1], {w, 1}, mask, c, seed++);
+            if (w % 3 == 0) check(members<Rok8u>()[1], {w, 3}, mask, c, seed++, 0, side);
         }
+    // Calls of many rows and an odd last call (pairs of rows, then one).
+    check(members<Rok8u>()[0], {45, 67}, {5, 5}, {2, 2}, seed++);
+    check(members<Rok8u>()[1], {23, 37}, {5, 5}, {2, 2}, seed++, 0, medt::Guard::Before);
     // Rows longer than a stage chunk (1024 bytes), AC4 rows longer than one
     // block of 256 pixels, and rows 4 KiB apart (short strip walks).
     check(members<Rok8u>()[0], {1100, 2}, {5, 5}, {2, 2}, seed++);
