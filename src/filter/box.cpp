@@ -71,12 +71,10 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
     const int held = g.inPlace ? g.ay + 2 : (g.ac4 ? 1 : 0);
     const std::size_t slice = sumBytes + prefixBytes + rowBytes * std::size_t(held) + ringRow * std::size_t(ring);
 
-    // Only means too large to stay in the largest cache go past it (written
-    // straight to the destination only): streaming a 1920x1080 8u 5x5 (a
-    // 2 MB result, beyond the core's own cache) saved nothing on rows
-    // starting on a 64-byte line and took 2.3 times as long on the others.
+    // Means that outgrow the core's cache go past it (written straight to
+    // the destination only).
     const std::size_t written = std::size_t(n) * sizeof(D) * std::size_t(g.height);
-    const bool stream = held == 0 && copy::exceeds_cache(written);
+    const bool stream = held == 0 && copy::outgrows_core_cache(written, written + written / sizeof(D) * sizeof(T));
 
     const int team = ownGetNumThreads();
     const bool threaded = !g.inPlace && team > 1 && g.width > 63 && g.height > 63;
