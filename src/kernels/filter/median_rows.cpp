@@ -234,33 +234,48 @@ void square3(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdiff_t
 constexpr int kChunkBytes = 1024;
 constexpr int kMaxPixel = 4;  // samples between adjacent pixels, at most
 
+// Stage buffers of a chunk: sorted columns and merged pairs of columns.
+template <class T>
+constexpr int kChunk = kChunkBytes / int(sizeof(median::Key<T>));
+template <class T>
+using ColumnStage = median::Key<T>[kChunk<T> + 4 * kMaxPixel];
+template <class T>
+using PairStage = median::Key<T>[kChunk<T> + 3 * kMaxPixel];
+
+// The first two stages over m outputs of a chunk: every column of `Rows`
+// source rows (from row `top` of `first`) sorted into col, then
+// pair[.][q] the merge of the columns at stage positions q and q + s.
+template <class T, int Rows, const Network& Sort, const Network& Pair>
+inline void column_stages(const T* first, std::ptrdiff_t step, int top, int s, int m, ColumnStage<T>* col,
+                          PairStage<T>* pair) {
+    for_lanes<T>(m + 4 * s, [&](auto ops, int p) {
+        using O = decltype(ops);
+        typename O::V v[Rows];
+        for (int r = 0; r < Rows; ++r) v[r] = O::load(offset(first + p, (r + top) * step));
+        net::run<O, Sort>(v);
+        for (int r = 0; r < Rows; ++r) O::store_key(col[r] + p, v[Sort.out[r]]);
+    });
+    for_lanes<T>(m + 3 * s, [&](auto ops, int q) {
+        using O = decltype(ops);
+        typename O::V v[2 * Rows];
+        for (int r = 0; r < Rows; ++r) {
+            v[r] = O::load_key(col[r] + q);
+            v[Rows + r] = O::load_key(col[r] + q + s);
+        }
+        net::run<O, Pair>(v);
+        for (int r = 0; r < 2 * Rows; ++r) O::store_key(pair[r] + q, v[Pair.out[r]]);
+    });
+}
+
 template <class T>
 void square5(const T* centre, std::ptrdiff_t step, int s, T* dst, int n) {
-    using K = median::Key<T>;
-    constexpr int M = kChunkBytes / int(sizeof(K));
-    alignas(32) K col[5][M + 4 * kMaxPixel];
-    alignas(32) K pair[10][M + 3 * kMaxPixel];
+    constexpr int M = kChunk<T>;
+    alignas(32) ColumnStage<T> col[5];
+    alignas(32) PairStage<T> pair[10];
     for (int x0 = 0; x0 < n; x0 += M) {
         const int m = std::min(M, n - x0);
         const T* first = centre + x0 - 2 * s;
-        for_lanes<T>(m + 4 * s, [&](auto ops, int p) {
-            using O = decltype(ops);
-            typename O::V v[5];
-            for (int r = 0; r < 5; ++r) v[r] = O::load(offset(first + p, (r - 2) * step));
-            net::run<O, kSort5>(v);
-            for (int r = 0; r < 5; ++r) O::store_key(col[r] + p, v[kSort5.out[r]]);
-        });
-        // pair[.][q] merges the columns at stage positions q and q + s.
-        for_lanes<T>(m + 3 * s, [&](auto ops, int q) {
-            using O = decltype(ops);
-            typename O::V v[10];
-            for (int r = 0; r < 5; ++r) {
-                v[r] = O::load_key(col[r] + q);
-                v[5 + r] = O::load_key(col[r] + q + s);
-            }
-            net::run<O, kPair5>(v);
-            for (int r = 0; r < 10; ++r) O::store_key(pair[r] + q, v[kPair5.out[r]]);
-        });
+        column_stages<T, 5, kSort5, kPair5>(first, step, -2, s, m, col, pair);
         for_lanes<T>(m, [&](auto ops, int x) {
             using O = decltype(ops);
             typename O::V v[25];
@@ -283,30 +298,13 @@ void square5(const T* centre, std::ptrdiff_t step, int s, T* dst, int n) {
 // operations an output against 90.
 template <class T>
 void square5_two(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdiff_t dstStep, int n) {
-    using K = median::Key<T>;
-    constexpr int M = kChunkBytes / int(sizeof(K));
-    alignas(32) K col[4][M + 4 * kMaxPixel];
-    alignas(32) K pair[8][M + 3 * kMaxPixel];
+    constexpr int M = kChunk<T>;
+    alignas(32) ColumnStage<T> col[4];
+    alignas(32) PairStage<T> pair[8];
     for (int x0 = 0; x0 < n; x0 += M) {
         const int m = std::min(M, n - x0);
         const T* first = centre + x0 - 2 * s;
-        for_lanes<T>(m + 4 * s, [&](auto ops, int p) {
-            using O = decltype(ops);
-            typename O::V v[4];
-            for (int r = 0; r < 4; ++r) v[r] = O::load(offset(first + p, (r - 1) * step));
-            net::run<O, kSort4>(v);
-            for (int r = 0; r < 4; ++r) O::store_key(col[r] + p, v[kSort4.out[r]]);
-        });
-        for_lanes<T>(m + 3 * s, [&](auto ops, int q) {
-            using O = decltype(ops);
-            typename O::V v[8];
-            for (int r = 0; r < 4; ++r) {
-                v[r] = O::load_key(col[r] + q);
-                v[4 + r] = O::load_key(col[r] + q + s);
-            }
-            net::run<O, kPair4>(v);
-            for (int r = 0; r < 8; ++r) O::store_key(pair[r] + q, v[kPair4.out[r]]);
-        });
+        column_stages<T, 4, kSort4, kPair4>(first, step, -1, s, m, col, pair);
         for_lanes<T>(m, [&](auto ops, int x) {
             using O = decltype(ops);
             using V = typename O::V;
