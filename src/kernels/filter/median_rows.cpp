@@ -70,14 +70,14 @@ constexpr Network square3_from_columns() {
     return net::trim(p, at, rank, 1);
 }
 
-// Two sorted columns of five merged into one sorted list of ten.
-constexpr Network merged_pair() {
+// Two sorted columns of `rows` merged into one sorted list of 2 rows.
+constexpr Network merged_columns(int rows) {
     Plan p;
-    const Wires a = p.input(5), b = p.input(5);
+    const Wires a = p.input(rows), b = p.input(rows);
     const Wires m = net::merge(p, a, b);
-    int ranks[10]{};
-    for (int i = 0; i < 10; ++i) ranks[i] = i;
-    return net::trim(p, m, ranks, 10);
+    int ranks[net::kMaxWires]{};
+    for (int i = 0; i < 2 * rows; ++i) ranks[i] = i;
+    return net::trim(p, m, ranks, 2 * rows);
 }
 
 // 5x5 from the merged pair on its left (10), the merged pair on its right
@@ -130,24 +130,14 @@ constexpr Network square5_from_shared() {
     return net::trim(p, at, rank, 1);
 }
 
-// Four free inputs sorted, and two sorted columns of four merged.
-constexpr Network merged_quads() {
-    Plan p;
-    const Wires a = p.input(4), b = p.input(4);
-    const Wires m = net::merge(p, a, b);
-    int ranks[8]{};
-    for (int i = 0; i < 8; ++i) ranks[i] = i;
-    return net::trim(p, m, ranks, 8);
-}
-
 constexpr Network kSort3 = sorted_free(3);
 constexpr Network kSort4 = sorted_free(4);
-constexpr Network kPair4 = merged_quads();
+constexpr Network kPair4 = merged_columns(4);
 constexpr Network kShared5 = shared_block();
 constexpr Network kSquare5Shared = square5_from_shared();
 constexpr Network kSort5 = sorted_free(5);
 constexpr Network kSquare3 = square3_from_columns();
-constexpr Network kPair5 = merged_pair();
+constexpr Network kPair5 = merged_columns(5);
 constexpr Network kSquare5 = square5_from_pairs();
 constexpr Network kMedian3 = median_of_free(3);
 constexpr Network kMedian5 = median_of_free(5);
