@@ -16,6 +16,7 @@
 #include "guarded.h"
 #include "random.h"
 #include "roki.h"
+#include "threads.h"
 #include "stats/histogram.h"
 
 namespace {
@@ -203,6 +204,53 @@ TEST(Histogram, FewLevels8uEveryWidth) {
                   rokStatusOk);
         EXPECT_EQ(std::vector<Rok32s>(hist, hist + 16), direct_counts(packed, 0, sets[0])) << fill;
     }
+}
+
+// The 256-bin counts of every 8-bit layout on images below and above the
+// size at which rows are shared among threads, at 1, 2 and 7 threads, with
+// random, smooth (a ramp plus small noise) and flat contents, odd steps and
+// guards on both sides. The reference counts each value directly.
+TEST(Histogram, Counts8uLargeImages) {
+    std::vector<Rok32s> levels;
+    for (int v = 0; v <= 256; ++v) levels.push_back(v);
+    struct Size {
+        int w, h;
+    };
+    for (const auto& m : ranges<Rok8u>())
+        for (Size size : {Size{301, 7}, Size{517, 181}, Size{1031, 260}})
+            for (int content = 0; content < 3; ++content) {
+                const int w = size.w, h = size.h;
+                GuardedImage<Rok8u> img(w, h, m.nc, w % 2 + content,
+                                        content == 1 ? rokt::Guard::Before : rokt::Guard::After);
+                std::mt19937 rng(std::uint32_t(w * 3 + content));
+                for (int y = 0; y < h; ++y)
+                    for (int i = 0; i < w * m.nc; ++i) {
+                        const int ramp = (i / m.nc + y) * 255 / (w + h) + int(rng() % 5) - 2;
+                        img.row(y)[i] = content == 0   ? Rok8u(rng())
+                                        : content == 1 ? Rok8u(std::clamp(ramp, 0, 255))
+                                                       : Rok8u(200);
+                    }
+                std::vector<std::vector<Rok32s>> want(std::size_t(m.outs), std::vector<Rok32s>(257, 0));
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x)
+                        for (int c = 0; c < m.outs; ++c) ++want[std::size_t(c)][img.at(x, y, c)];
+                for (auto& wc : want) wc[256] = kSentinel;  // one slot past the last bin
+                for (int threads : {1, 2, 7}) {
+                    rokt::WithThreads team(threads);
+                    std::vector<std::vector<Rok32s>> hist(std::size_t(m.outs), std::vector<Rok32s>(257, kSentinel));
+                    Rok32s* hp[4];
+                    const Rok32s* lp[4];
+                    int n[4];
+                    for (int c = 0; c < m.outs; ++c) {
+                        hp[c] = hist[std::size_t(c)].data();
+                        lp[c] = levels.data();
+                        n[c] = 257;
+                    }
+                    ASSERT_EQ(m.fn(img.data(), img.step(), {w, h}, hp, lp, n), rokStatusOk) << m.name;
+                    ASSERT_EQ(hist, want) << m.name << " " << w << "x" << h << " content " << content << " threads "
+                                          << threads;
+                }
+            }
 }
 
 // Strictly increasing float levels with bins of very different widths, and

@@ -37,17 +37,47 @@ inline std::uint64_t sum_lanes(__m256i v) {
 
 }  // namespace
 
+namespace {
+
+// Interleaved pixels of NC samples, the first P of them counted. Four
+// sub-histograms per channel, one per pixel position mod 4, keep a flat
+// image's increments of one counter four pixels apart.
+template <int NC, int P>
+void histogram_pixels_8u(const Rok8u* p, int step, int w, int h, std::uint32_t (*counts)[256]) {
+    alignas(64) std::uint32_t sub[4][P][256] = {};
+    for (int y = 0; y < h; ++y) {
+        const Rok8u* r = row_at(p, step, y);
+        int x = 0;
+        for (; x + 4 <= w; x += 4, r += 4 * NC) {
+#pragma GCC unroll 4
+            for (int j = 0; j < 4; ++j)
+#pragma GCC unroll 4
+                for (int c = 0; c < P; ++c) ++sub[j][c][r[j * NC + c]];
+        }
+        for (; x < w; ++x, r += NC)
+            for (int c = 0; c < P; ++c) ++sub[0][c][r[c]];
+    }
+    for (int c = 0; c < P; ++c)
+        for (int v = 0; v < 256; ++v) counts[c][v] += sub[0][c][v] + sub[1][c][v] + sub[2][c][v] + sub[3][c][v];
+}
+
+}  // namespace
+
 void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed, std::uint32_t (*counts)[256]) {
+    // The counting is bound by the one store per sample that the processor
+    // retires per cycle; what matters is that every increment is one byte
+    // load plus one read-modify-write at an address known from the load
+    // (no shifts or masks on the way), and that consecutive samples update
+    // different counters so that a run of equal samples never waits for the
+    // previous increment's store. Eight sub-histograms, one per position
+    // mod 8.
     if (nc == 1) {
-        // Eight sub-histograms, one per byte of a 64-bit load, so that runs
-        // of equal samples do not wait on one counter's store.
         alignas(64) std::uint32_t sub[8][256] = {};
         rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
             std::size_t i = 0;
-            for (; i + 8 <= n; i += 8) {
-                std::uint64_t v;
-                std::memcpy(&v, r + i, 8);
-                for (int b = 0; b < 8; ++b) ++sub[b][(v >> (8 * b)) & 0xFF];
+            for (; i + 16 <= n; i += 16) {
+#pragma GCC unroll 16
+                for (int k = 0; k < 16; ++k) ++sub[k & 7][r[i + k]];
             }
             for (; i < n; ++i) ++sub[i & 7][r[i]];
         });
@@ -58,14 +88,9 @@ void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed,
         }
         return;
     }
-    alignas(64) std::uint32_t sub[2][4][256] = {};  // even and odd pixels
-    for (int y = 0; y < h; ++y) {
-        const Rok8u* r = row_at(p, step, y);
-        for (int x = 0; x < w; ++x, r += nc)
-            for (int c = 0; c < processed; ++c) ++sub[x & 1][c][r[c]];
-    }
-    for (int c = 0; c < processed; ++c)
-        for (int v = 0; v < 256; ++v) counts[c][v] += sub[0][c][v] + sub[1][c][v];
+    if (nc == 3) histogram_pixels_8u<3, 3>(p, step, w, h, counts);
+    else if (processed == 4) histogram_pixels_8u<4, 4>(p, step, w, h, counts);
+    else histogram_pixels_8u<4, 3>(p, step, w, h, counts);
 }
 
 namespace {
