@@ -88,7 +88,15 @@ int count_rows_8u(RokiSize roi, int nc, Totals* slots, Count&& count) {
         count(0, roi.height, slots[0]);
         return 1;
     }
-    parallel_for(roi.height, team, [&](int begin, int end, int slot) { count(begin, end - begin, slots[slot]); });
+    // One band of rows per thread: each call of the counting kernel has a
+    // fixed cost (the pair table's fold) that smaller pieces would repeat.
+    parallel_for(team, team, [&](int begin, int end, int slot) {
+        for (int band = begin; band < end; ++band) {
+            const int y0 = int(std::int64_t(roi.height) * band / team);
+            const int y1 = int(std::int64_t(roi.height) * (band + 1) / team);
+            if (y1 > y0) count(y0, y1 - y0, slots[slot]);
+        }
+    });
     return team;
 }
 

@@ -217,7 +217,7 @@ TEST(Histogram, Counts8uLargeImages) {
         int w, h;
     };
     for (const auto& m : ranges<Rok8u>())
-        for (Size size : {Size{301, 7}, Size{517, 181}, Size{1031, 260}})
+        for (Size size : {Size{301, 7}, Size{517, 181}, Size{511, 256}, Size{512, 256}, Size{1031, 260}})
             for (int content = 0; content < 3; ++content) {
                 const int w = size.w, h = size.h;
                 GuardedImage<Rok8u> img(w, h, m.nc, w % 2 + content,
@@ -251,6 +251,59 @@ TEST(Histogram, Counts8uLargeImages) {
                                           << threads;
                 }
             }
+}
+
+// Large one-channel images count adjacent samples as pairs in 16-bit
+// counters; one pair of values recurring every third pair (so that it is not
+// taken for a flat area) 65,535, 65,536 and 65,537 times fills, wraps and
+// passes its counter. Pairs of two values and of one value twice, packed
+// rows and padded ones, and all-random rows of odd width whose blocks end
+// off the pair grid.
+TEST(Histogram, Counts8uPairCounterWrap) {
+    std::vector<Rok32s> levels;
+    for (int v = 0; v <= 256; ++v) levels.push_back(v);
+    const int w = 3072, h = 128;  // 512 recurrences per row, 65,536 in all
+    struct Case {
+        Rok8u a, b;
+        int delta, pad;
+    };
+    for (Case k : {Case{7, 201, -1, 0}, Case{7, 201, 0, 0}, Case{7, 201, 1, 3}, Case{90, 90, 0, 5}, Case{90, 90, 1, 0},
+                   Case{250, 3, -1, 1}}) {
+        GuardedImage<Rok8u> img(w, h, 1, k.pad);
+        std::mt19937 rng(std::uint32_t(k.a + k.b + k.delta + 7));
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; x += 2) {
+                const bool recur = (x / 2) % 3 == 0;
+                img.at(x, y) = recur ? k.a : Rok8u(rng());
+                img.at(x + 1, y) = recur ? k.b : Rok8u(rng());
+            }
+        if (k.delta < 0) img.at(0, 0) = Rok8u(k.a + 1);                   // one recurrence fewer
+        if (k.delta > 0) img.at(2, 0) = k.a, img.at(3, 0) = k.b;  // one more, next to the first
+        std::vector<Rok32s> want(257, 0);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) ++want[img.at(x, y)];
+        want[256] = kSentinel;
+        for (int threads : {1, 2}) {
+            rokt::WithThreads team(threads);
+            std::vector<Rok32s> hist(257, kSentinel);
+            ASSERT_EQ(rokiHistogramRange_8u_C1R(img.data(), img.step(), {w, h}, hist.data(), levels.data(), 257),
+                      rokStatusOk);
+            ASSERT_EQ(hist, want) << int(k.a) << "," << int(k.b) << " " << k.delta << " pad " << k.pad << " threads "
+                                  << threads;
+        }
+    }
+    for (int w2 : {1021, 4099, 8197}) {
+        GuardedImage<Rok8u> img(w2, 200, 1, w2 % 4, rokt::Guard::Before);
+        rokt::fill_random(img, std::uint32_t(w2));
+        std::vector<Rok32s> want(257, 0);
+        for (int y = 0; y < img.height(); ++y)
+            for (int x = 0; x < w2; ++x) ++want[img.at(x, y)];
+        want[256] = kSentinel;
+        std::vector<Rok32s> hist(257, kSentinel);
+        ASSERT_EQ(rokiHistogramRange_8u_C1R(img.data(), img.step(), {w2, 200}, hist.data(), levels.data(), 257),
+                  rokStatusOk);
+        ASSERT_EQ(hist, want) << w2;
+    }
 }
 
 // Strictly increasing float levels with bins of very different widths, and
