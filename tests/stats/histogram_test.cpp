@@ -254,15 +254,16 @@ TEST(Histogram, Counts8uLargeImages) {
 }
 
 // Large one-channel images count adjacent samples as pairs in 16-bit
-// counters; one pair of values recurring every third pair (so that it is not
-// taken for a flat area) 65,535, 65,536 and 65,537 times fills, wraps and
-// passes its counter. Pairs of two values and of one value twice, packed
-// rows and padded ones, and all-random rows of odd width whose blocks end
-// off the pair grid.
+// counters, six pairs then four single samples in every 16. One pair of
+// values recurring twice in each 16 samples, three pairs apart (so that it
+// is not taken for a flat area), 65,535, 65,536 and 65,537 times fills,
+// wraps and passes its counter. Pairs of two values and of one value twice,
+// packed rows and padded ones, and all-random rows of odd width whose blocks
+// end off the group grid.
 TEST(Histogram, Counts8uPairCounterWrap) {
     std::vector<Rok32s> levels;
     for (int v = 0; v <= 256; ++v) levels.push_back(v);
-    const int w = 3072, h = 128;  // 512 recurrences per row, 65,536 in all
+    const int w = 4096, h = 128;  // 512 recurrences per row, 65,536 in all
     struct Case {
         Rok8u a, b;
         int delta, pad;
@@ -273,12 +274,12 @@ TEST(Histogram, Counts8uPairCounterWrap) {
         std::mt19937 rng(std::uint32_t(k.a + k.b + k.delta + 7));
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; x += 2) {
-                const bool recur = (x / 2) % 3 == 0;
+                const bool recur = x % 16 == 0 || x % 16 == 6;
                 img.at(x, y) = recur ? k.a : Rok8u(rng());
                 img.at(x + 1, y) = recur ? k.b : Rok8u(rng());
             }
-        if (k.delta < 0) img.at(0, 0) = Rok8u(k.a + 1);                   // one recurrence fewer
-        if (k.delta > 0) img.at(2, 0) = k.a, img.at(3, 0) = k.b;  // one more, next to the first
+        if (k.delta < 0) img.at(0, 0) = Rok8u(k.a + 1);           // one recurrence fewer
+        if (k.delta > 0) img.at(2, 0) = k.a, img.at(3, 0) = k.b;  // one more, in the first group
         std::vector<Rok32s> want(257, 0);
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x) ++want[img.at(x, y)];

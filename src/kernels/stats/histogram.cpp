@@ -40,16 +40,18 @@ inline std::uint64_t sum_lanes(__m256i v) {
 
 namespace {
 
-// Pair counting for large one-channel images. The byte counting above is
+// Pair counting for large one-channel images. The byte counting below is
 // bound by one store per sample; counting two adjacent samples at once in
 // one 16-bit counter per pair of values (65,536 of them, indexed by the two
 // bytes read as one little-endian word) needs one store per two samples.
-// The table is twice the first-level cache, so random data pays for misses
-// (still ahead), while images with few local values stay in the cache and
-// gain most. The marginals come back at the end: value a was seen once for
-// every pair with a in the low byte and once for every pair with a in the
-// high byte, so each row and each column of the table adds to one value's
-// total.
+// The table is four times the first-level cache, so on random data the
+// pairs wait on cache misses instead: of every 16 samples, the first 12 go
+// as six pairs and the last 4 as bytes, so that the misses of the one and
+// the stores of the other overlap (on random data and on smooth images
+// this beats both all pairs and all bytes). The marginals come back at the
+// end: value a was seen once for every pair with a in the low byte and
+// once for every pair with a in the high byte, so each row and each column
+// of the table adds to one value's total.
 constexpr std::size_t kPairCells = 65536;
 // Samples of one call from which the table's fold (a few microseconds) is
 // repaid.
@@ -61,7 +63,8 @@ constexpr std::size_t kPairMinSamples = std::size_t(1) << 17;
 // sub-histograms avoid.
 constexpr std::size_t kPairBlock = 4096;
 constexpr std::size_t kPairProbe = 512;
-constexpr int kPairMaxRepeats = 32;  // of the probe's 512 comparisons
+constexpr int kPairMaxRepeats = 128;  // of the probe's 512 comparisons
+constexpr std::size_t kMixedGroup = 16, kGroupPairs = 6;
 
 // The table of the calling thread, all zero between calls (the fold clears
 // it); null if it cannot be allocated, in which case bytes are counted.
@@ -96,12 +99,14 @@ bool pairs_vary(const Rok8u* q) {
     return _mm_cvtsi128_si32(t) <= kPairMaxRepeats;
 }
 
-// n (a multiple of 8) samples from q as n / 2 pairs. A counter that wraps
-// to zero has seen 65,536 pairs: both of its values get them at once.
-void count_pairs(const Rok8u* q, std::size_t n, std::uint16_t* table, std::uint32_t* counts) {
-    for (std::size_t k = 0; k < n; k += 8) {
-#pragma GCC unroll 4
-        for (int t = 0; t < 4; ++t) {
+// n (a multiple of kMixedGroup) samples from q, in groups of six pairs and
+// four bytes (the bytes into sub[4 .. 7]). A counter that wraps to zero
+// has seen 65,536 pairs: both of its values get them at once.
+void count_mixed(const Rok8u* q, std::size_t n, std::uint16_t* table, std::uint32_t (*sub)[256],
+                 std::uint32_t* counts) {
+    for (std::size_t k = 0; k < n; k += kMixedGroup) {
+#pragma GCC unroll 6
+        for (std::size_t t = 0; t < kGroupPairs; ++t) {
             std::uint16_t ix;
             std::memcpy(&ix, q + k + 2 * t, 2);
             if (++table[ix] == 0) [[unlikely]] {
@@ -109,6 +114,8 @@ void count_pairs(const Rok8u* q, std::size_t n, std::uint16_t* table, std::uint3
                 counts[ix >> 8] += 65536;
             }
         }
+#pragma GCC unroll 4
+        for (std::size_t t = 2 * kGroupPairs; t < kMixedGroup; ++t) ++sub[t & 7][q[k + t]];
     }
 }
 
@@ -165,7 +172,7 @@ void histogram_pixels_8u(const Rok8u* p, int step, int w, int h, std::uint32_t (
 
 void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed, std::uint32_t (*counts)[256]) {
     // Counting bytes is bound by the one store per sample that the processor
-    // retires per cycle; what matters is that every increment is one byte
+    // retires per cycle (pairs, above, for large images); what matters is that every increment is one byte
     // load plus one read-modify-write at an address known from the load
     // (no shifts or masks on the way), and that consecutive samples update
     // different counters so that a run of equal samples never waits for the
@@ -185,9 +192,9 @@ void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed,
         rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
             if (!table) return bytes(r, n);
             for (std::size_t i = 0; i < n;) {
-                const std::size_t len = std::min(n - i, kPairBlock), whole = len & ~std::size_t(7);
+                const std::size_t len = std::min(n - i, kPairBlock), whole = len / kMixedGroup * kMixedGroup;
                 if (len >= 2 * kPairProbe && pairs_vary(r + i)) {
-                    count_pairs(r + i, whole, table, counts[0]);
+                    count_mixed(r + i, whole, table, sub, counts[0]);
                     bytes(r + i + whole, len - whole);
                 } else {
                     bytes(r + i, len);
