@@ -207,9 +207,11 @@ TEST(Histogram, FewLevels8uEveryWidth) {
 }
 
 // The 256-bin counts of every 8-bit layout on images below and above the
-// size at which rows are shared among threads, at 1, 2 and 7 threads, with
-// random, smooth (a ramp plus small noise) and flat contents, odd steps and
-// guards on both sides. The reference counts each value directly.
+// sizes at which rows are shared among threads and one-channel images are
+// counted in pairs, at 1, 2 and 7 threads, with random, smooth (a ramp plus
+// small noise), flat and run-length (runs of 1 to 80 equal samples)
+// contents, odd steps and guards on both sides. The reference counts each
+// value directly.
 TEST(Histogram, Counts8uLargeImages) {
     std::vector<Rok32s> levels;
     for (int v = 0; v <= 256; ++v) levels.push_back(v);
@@ -218,17 +220,21 @@ TEST(Histogram, Counts8uLargeImages) {
     };
     for (const auto& m : ranges<Rok8u>())
         for (Size size : {Size{301, 7}, Size{517, 181}, Size{511, 256}, Size{512, 256}, Size{1031, 260}})
-            for (int content = 0; content < 3; ++content) {
+            for (int content = 0; content < 4; ++content) {
                 const int w = size.w, h = size.h;
                 GuardedImage<Rok8u> img(w, h, m.nc, w % 2 + content,
                                         content == 1 ? rokt::Guard::Before : rokt::Guard::After);
                 std::mt19937 rng(std::uint32_t(w * 3 + content));
+                int run = 0;
+                Rok8u runValue = 0;
                 for (int y = 0; y < h; ++y)
                     for (int i = 0; i < w * m.nc; ++i) {
                         const int ramp = (i / m.nc + y) * 255 / (w + h) + int(rng() % 5) - 2;
+                        if (run-- == 0) run = int(rng() % 80), runValue = Rok8u(rng());
                         img.row(y)[i] = content == 0   ? Rok8u(rng())
                                         : content == 1 ? Rok8u(std::clamp(ramp, 0, 255))
-                                                       : Rok8u(200);
+                                        : content == 2 ? Rok8u(200)
+                                                       : runValue;
                     }
                 std::vector<std::vector<Rok32s>> want(std::size_t(m.outs), std::vector<Rok32s>(257, 0));
                 for (int y = 0; y < h; ++y)

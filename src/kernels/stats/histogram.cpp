@@ -172,12 +172,12 @@ void histogram_pixels_8u(const Rok8u* p, int step, int w, int h, std::uint32_t (
 
 void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed, std::uint32_t (*counts)[256]) {
     // Counting bytes is bound by the one store per sample that the processor
-    // retires per cycle (pairs, above, for large images); what matters is that every increment is one byte
-    // load plus one read-modify-write at an address known from the load
-    // (no shifts or masks on the way), and that consecutive samples update
-    // different counters so that a run of equal samples never waits for the
-    // previous increment's store. Eight sub-histograms, one per position
-    // mod 8.
+    // retires per cycle (hence the pairs above, for large images); what
+    // matters is that every increment is one byte load plus one
+    // read-modify-write at an address known from the load (no shifts or
+    // masks on the way), and that consecutive samples update different
+    // counters so that a run of equal samples never waits for the previous
+    // increment's store. Eight sub-histograms, one per position mod 8.
     if (nc == 1) {
         alignas(64) std::uint32_t sub[8][256] = {};
         auto bytes = [&sub](const Rok8u* r, std::size_t n) {
@@ -188,16 +188,32 @@ void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed,
             }
             for (; i < n; ++i) ++sub[i & 7][r[i]];
         };
+        // Blocks whose pairs repeat: 32 samples equal to their first are one
+        // increment of 32 (flat areas, masks, scanned backgrounds); others
+        // go as bytes.
+        auto runs = [&sub, &bytes](const Rok8u* r, std::size_t n) {
+            std::size_t i = 0;
+            for (; i + 32 <= n; i += 32) {
+                const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r + i));
+                if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, _mm256_set1_epi8(char(r[i])))) == -1)
+                    sub[(i >> 5) & 7][r[i]] += 32;
+                else
+                    bytes(r + i, 32);
+            }
+            bytes(r + i, n - i);
+        };
         std::uint16_t* table = std::size_t(w) * std::size_t(h) >= kPairMinSamples ? pair_table() : nullptr;
         rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
             if (!table) return bytes(r, n);
             for (std::size_t i = 0; i < n;) {
                 const std::size_t len = std::min(n - i, kPairBlock), whole = len / kMixedGroup * kMixedGroup;
-                if (len >= 2 * kPairProbe && pairs_vary(r + i)) {
+                if (len < 2 * kPairProbe) {
+                    bytes(r + i, len);
+                } else if (pairs_vary(r + i)) {
                     count_mixed(r + i, whole, table, sub, counts[0]);
                     bytes(r + i + whole, len - whole);
                 } else {
-                    bytes(r + i, len);
+                    runs(r + i, len);
                 }
                 i += len;
             }
