@@ -203,6 +203,7 @@ void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed,
             bytes(r + i, n - i);
         };
         std::uint16_t* table = std::size_t(w) * std::size_t(h) >= kPairMinSamples ? pair_table() : nullptr;
+        bool paired = false;  // whether the table needs its fold
         rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
             if (!table) return bytes(r, n);
             for (std::size_t i = 0; i < n;) {
@@ -211,6 +212,7 @@ void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed,
                     bytes(r + i, len);
                 } else if (pairs_vary(r + i)) {
                     count_mixed(r + i, whole, table, sub, counts[0]);
+                    paired = true;
                     bytes(r + i + whole, len - whole);
                 } else {
                     runs(r + i, len);
@@ -218,7 +220,7 @@ void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed,
                 i += len;
             }
         });
-        if (table) fold_pairs(table, counts[0]);
+        if (paired) fold_pairs(table, counts[0]);
         for (int v = 0; v < 256; ++v) {
             std::uint32_t s = 0;
             for (int b = 0; b < 8; ++b) s += sub[b][v];
