@@ -315,7 +315,18 @@ class Engine {
 public:
     Engine(const Frame& f, const Neighbourhood& nb, const Plan& p)
         : f_(f), p_(p), c_(f.channels), w_(f.roi.width), h_(f.roi.height), ax_(nb.anchor.x), ay_(nb.anchor.y),
-          ext_(p.right - p.left + f.roi.width) {}
+          ext_(p.right - p.left + f.roi.width) {
+        // A rectangle of one channel with running extrema in height and at
+        // most 16 columns: each output row is one fused pass (rect_row).
+        if (!p.fused && p.nruns == 1 && p.nterms == 1 && p.runs[0].how == Build::Slide && c_ == 1) {
+            const int width = p.terms[0].width;
+            const int levels = width >= 2 ? std::min(floor_log2(width), 3) : 0, rest = width - (1 << levels);
+            if (levels > 0 && rest <= (1 << levels) && rest * int(sizeof(T)) <= 32) {
+                rectLevels_ = levels;
+                rectRest_ = rest;
+            }
+        }
+    }
 
     RokStatus run(bool threaded) {
         const bool inPlace = f_.src == f_.dst && f_.srcStep == f_.dstStep;
@@ -447,6 +458,34 @@ private:
         return scratch_row(run.v + slot);
     }
 
+    // Output row y of a rectangle of one channel (rectLevels_ > 0): the rows
+    // of van Herk/Gil-Werman as in slide(), with the last combination, the
+    // running prefix and the doubling across the row in one pass.
+    void rect_row(int y, T* out) {
+        const Run& run = p_.runs[0];
+        const int len = run.len, t = y % len, yb = y - t;
+        auto suffix = [&](int u) -> const T* {
+            return u == len - 1 ? source(yb, run.top + len - 1) : scratch_row(run.s + u);
+        };
+        const T *a = nullptr, *b = nullptr, *c = nullptr;
+        T* running = nullptr;
+        if (t == 0) {
+            for (int u = len - 2; u >= 1; --u)
+                combine(source(yb, run.top + u), suffix(u + 1), scratch_row(run.s + u), ext_samples());
+            a = source(yb, run.top);
+            b = c = suffix(1);
+        } else {
+            a = suffix(t);
+            b = c = source(yb, run.top + len);
+            if (t >= 2) {
+                running = scratch_row(run.s + len - 1);
+                if (t > 2) b = running;
+                c = source(yb, run.top + len + t - 1);
+            }
+        }
+        kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_);
+    }
+
     // Forms every run's row for output row y (slot 0) and, with `pair`, row
     // y + 1 (slot 1).
     void prepare(int y, bool pair) {
@@ -566,6 +605,11 @@ private:
     // Output rows y and y + 1 (out1 null: row y alone, the last of an odd
     // height). Rows always go in pairs from row 0, in place or not.
     void general_pair(int y, T* out0, T* out1, bool ac4) {
+        if (rectLevels_ > 0) {
+            rect_row(y, out0);
+            if (out1 != nullptr) rect_row(y + 1, out1);
+            return;
+        }
         prepare(y, out1 != nullptr);
         gather(y, 0);
         if (out1 == nullptr) return finish(inputs_[0], out0, ac4);
@@ -621,6 +665,7 @@ private:
     const Plan& p_;
     const int c_, w_, h_, ax_, ay_;
     const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
+    int rectLevels_ = 0, rectRest_ = 0;  // the fused rectangle pass (rect_row), when it applies
     T* rows_ = nullptr;
     std::size_t rowStride_ = 0;
     // Per row of a pair: each run's row, its doubling row and the taps.

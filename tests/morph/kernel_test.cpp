@@ -126,6 +126,39 @@ void doubling_kernel() {
         }
 }
 
+// The fused rectangle row: every doubling level with every rest the kernel
+// takes, the running extremum written apart, in place over its row or not
+// at all.
+template <class T, Extremum E>
+void rect_kernel() {
+    std::mt19937 rng(17);
+    for (int levels = 1; levels <= 3; ++levels)
+        for (int rest = 0; rest <= (1 << levels) && rest * int(sizeof(T)) <= 32; ++rest)
+            for (int n : lengths()) {
+                    const int keep = (n + rest) % 3;  // mOut: none, its own row, b itself
+                    const int width = (1 << levels) + rest, samples = n + width - 1;
+                    const Guard g = (n + rest) % 2 ? Guard::After : Guard::Before;
+                    Row<T> a(samples, g, rng), b(samples, g, rng), c(samples, g, rng);
+                    GuardedBuffer mBuf(std::size_t(samples) * sizeof(T), g);
+                    GuardedBuffer out(std::size_t(n) * sizeof(T), g == Guard::After ? Guard::Before : Guard::After);
+                    std::vector<T> m(static_cast<std::size_t>(samples)), col(m.size());
+                    for (int i = 0; i < samples; ++i) {
+                        m[std::size_t(i)] = pick(E, b.data()[i], c.data()[i]);
+                        col[std::size_t(i)] = pick(E, a.data()[i], m[std::size_t(i)]);
+                    }
+                    T* mOut = keep == 0 ? nullptr : keep == 1 ? reinterpret_cast<T*>(mBuf.data()) : b.data();
+                    T* d = reinterpret_cast<T*>(out.data());
+                    rok::kernels::extrema_rect_row<T, E>(a.data(), b.data(), c.data(), mOut, d, n, levels, rest);
+                    for (int i = 0; i < n; ++i) {
+                        T want = col[std::size_t(i)];
+                        for (int t = 1; t < width; ++t) want = pick(E, want, col[std::size_t(i + t)]);
+                        ASSERT_EQ(d[i], want) << "rect, width " << width << " keep " << keep << " n " << n << " i " << i;
+                    }
+                    for (int i = 0; i < samples && mOut != nullptr; ++i)
+                        ASSERT_EQ(mOut[i], m[std::size_t(i)]) << "rect running, width " << width << " n " << n;
+                }
+}
+
 template <class T>
 T nine(Extremum e, const T* const* r, int i, int s) {
     T v = r[0][i - s];
@@ -173,6 +206,8 @@ void both() {
     square_kernels<T, Extremum::Max>();
     doubling_kernel<T, Extremum::Min>();
     doubling_kernel<T, Extremum::Max>();
+    rect_kernel<T, Extremum::Min>();
+    rect_kernel<T, Extremum::Max>();
 }
 
 TEST(ExtremaKernels, EveryTypeLengthOffsetAndDistance) {

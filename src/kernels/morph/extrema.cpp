@@ -2,6 +2,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <initializer_list>
 #include <utility>
@@ -338,6 +339,125 @@ void extrema_doubling(const T* v, T* d, int n, int levels) {
     }
 }
 
+namespace {
+
+// The vector S bytes into the stream (x, y) for an S known only at run
+// time, 0 < S <= 32: a byte shuffle of each half of the pair that holds it.
+struct ByteShift {
+    explicit ByteShift(int bytes) : whole(bytes == 32), high(bytes >= 16) {
+        const int s = bytes % 16;
+        alignas(32) std::int8_t lo[32], hi[32];
+        for (int i = 0; i < 32; ++i) {
+            const int k = i % 16 + s;
+            lo[i] = k < 16 ? std::int8_t(k) : std::int8_t(-128);
+            hi[i] = k >= 16 ? std::int8_t(k - 16) : std::int8_t(-128);
+        }
+        fromLow = _mm256_load_si256(reinterpret_cast<const __m256i*>(lo));
+        fromHigh = _mm256_load_si256(reinterpret_cast<const __m256i*>(hi));
+    }
+    template <class V>
+    V operator()(V x, V y) const {
+        if (whole) return y;
+        const V m = middle(x, y);
+        const __m256i first = bits(high ? m : x), second = bits(high ? y : m);
+        return as(_mm256_or_si256(_mm256_shuffle_epi8(first, fromLow), _mm256_shuffle_epi8(second, fromHigh)), x);
+    }
+    bool whole, high;
+    __m256i fromLow, fromHigh;
+};
+
+// The stream of doubling_levels over column vectors column(j * L) for
+// j * L + L <= readable, with a rest joined at the end (extrema_rect_row).
+// Each loop step forms column vector j, level k at j - k and, with a rest,
+// the result at j - K - 1 from level K at j - K - 1 and j - K. Stores the
+// whole result vectors it reaches below n; returns how many samples those
+// cover.
+template <class T, Extremum E, int K, bool kRest, class Column>
+int rect_stream(Column&& column, int readable, T* d, int n, const ByteShift& shift) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes, B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
+    V last[K + 1] = {};
+    int done = 0;
+    for (int j = 0; (j + 1) * L <= readable && (j - lag) * L < n; ++j) {
+        V now[K + 1];
+        now[0] = column(j * L);
+        [&]<int... k>(std::integer_sequence<int, k...>) {
+            ((now[k + 1] = P::best(last[k], bytes_into<(B << k)>(last[k], now[k]))), ...);
+        }(std::make_integer_sequence<int, K>{});
+        if constexpr (kRest) {
+            if (j >= lag && (j - lag + 1) * L <= n) {
+                P::storeu(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])));
+                done = (j - lag + 1) * L;
+            }
+        } else if (j >= K && (j - K + 1) * L <= n) {
+            P::storeu(d + (j - K) * L, now[K]);
+            done = (j - K + 1) * L;
+        }
+        for (int k = 0; k <= K; ++k) last[k] = now[k];
+    }
+    return done;
+}
+
+template <class T, Extremum E, int K, bool kRest>
+void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes, lag = K + (kRest ? 1 : 0);
+    const int readable = n + (1 << K) - 1 + rest;
+    const ByteShift shift(kRest ? rest * int(sizeof(T)) : 16);
+    // The column vector at sample `at`, its running extremum stored on the way.
+    auto column = [&](int at) {
+        const V m = P::best(P::load(b + at), P::load(c + at));
+        if (mOut != nullptr) P::storeu(mOut + at, m);
+        return P::best(P::load(a + at), m);
+    };
+    const int done = rect_stream<T, E, K, kRest>(column, readable, d, n, shift);
+    if (done == n && mOut == nullptr) return;
+    // The rest of the row (fewer than lag + 2 vectors of columns): its
+    // columns copied to the stack, padded, and streamed again, so that every
+    // sample is formed by the same pairs; the running extremum completed on
+    // the way. A column formed twice comes out the same.
+    constexpr int kTail = (2 * lag + 3) * L;
+    alignas(32) T cols[kTail] = {}, out[kTail];
+    const int first = std::min(done, std::max(0, readable - L));
+    if (readable >= L) {
+        int at = first;
+        for (; at + L <= readable; at += L) P::storeu(cols + (at - first), column(at));
+        if (at < readable) P::storeu(cols + (readable - L - first), column(readable - L));
+    } else {
+        for (int i = 0; i < readable; ++i) {
+            const T m = better<E>(b[i], c[i]);
+            if (mOut != nullptr) mOut[i] = m;
+            cols[i] = better<E>(a[i], m);
+        }
+    }
+    if (done == n) return;
+    auto stored = [&](int at) { return P::load(cols + at); };
+    const int left = n - first, vectors = (left + L - 1) / L;
+    rect_stream<T, E, K, kRest>(stored, (vectors + lag) * L, out, vectors * L, shift);
+    for (int i = done - first; i < left; ++i) d[first + i] = out[i];
+}
+
+template <class T, Extremum E, int K>
+void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
+    if (rest > 0)
+        rect_levels<T, E, K, true>(a, b, c, mOut, d, n, rest);
+    else
+        rect_levels<T, E, K, false>(a, b, c, mOut, d, n, 0);
+}
+
+}  // namespace
+
+template <class T, Extremum E>
+void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest) {
+    switch (levels) {
+        case 1: return rect_levels<T, E, 1>(a, b, c, mOut, d, n, rest);
+        case 2: return rect_levels<T, E, 2>(a, b, c, mOut, d, n, rest);
+        default: return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest);
+    }
+}
+
 template <class T, Extremum E>
 void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s) {
     using P = Pick<T, E>;
@@ -414,6 +534,8 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
                                                         const T* const*, int, T*, T*, int);                      \
     template void extrema_doubling<T, Extremum::Min>(const T*, T*, int, int);                                    \
     template void extrema_doubling<T, Extremum::Max>(const T*, T*, int, int);                                    \
+    template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int);         \
+    template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int);         \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3<T, Extremum::Max>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, T*, T*, int, int); \

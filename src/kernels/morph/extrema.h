@@ -48,6 +48,21 @@ void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, 
 template <class T, Extremum E>
 void extrema_doubling(const T* v, T* d, int n, int levels);
 
+// One channel, the column and row passes of a rectangle fused into one pass
+// over a row, for masks with a few running extrema in height and up to 16
+// columns (or the first doublings of a wider one):
+//     m[i]   = better(b[i], c[i])          (written to mOut when not null)
+//     col[i] = better(a[i], m[i])           i in 0 .. n + width - 2
+//     d[i]   = extremum of col[i .. i + width - 1], i in 0 .. n - 1
+// with width = 2^levels + rest, levels 1 to 3, 0 <= rest <= 2^levels and
+// rest * sizeof(T) <= 32. The run of 2^levels is formed by doubling in
+// registers, the same pairs wherever a sample lies, and a rest joins it as
+// better(run at i, run at i + rest). mOut may be b (a running extremum kept
+// in place: b is read at each sample before it is replaced, and a sample
+// formed twice comes out the same); no other argument may overlap d or mOut.
+template <class T, Extremum E>
+void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest);
+
 // The 3x3 neighbourhood: with col(r, d) = better(r0[i+d], better(r1[i+d], r2[i+d])),
 // dst[i] = better(better(col(-s), col(0)), col(+s)) for i in 0..n-1, where s
 // is the sample distance of horizontal neighbours (the channel count). Reads
