@@ -335,7 +335,7 @@ public:
         // the row pointers of the combining calls.
         const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
         const std::size_t slotBytes = round64(std::size_t(w_) * c_ * sizeof(T));
-        const std::size_t pointers = 4 * std::size_t(p_.nruns) + 8 * std::size_t(p_.maxInputs);
+        const std::size_t pointers = 4 * std::size_t(p_.nruns) + 9 * std::size_t(p_.maxInputs);
         const std::size_t indices = 3 * std::size_t(p_.ntaps);
         const std::size_t bytes = rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots) +
                                   (p_.fused ? 0 : pointers * sizeof(const T*) + indices * sizeof(int));
@@ -362,6 +362,8 @@ public:
                 *list = more;
                 more += p_.maxInputs;
             }
+            suffixRows_ = static_cast<T**>(static_cast<void*>(more));
+            more += p_.maxInputs;
             pair_taps(reinterpret_cast<int*>(more));
         }
 
@@ -470,8 +472,14 @@ private:
         const T *a = nullptr, *b = nullptr, *c = nullptr;
         T* running = nullptr;
         if (t == 0) {
-            for (int u = len - 2; u >= 1; --u)
-                combine(source(yb, run.top + u), suffix(u + 1), scratch_row(run.s + u), ext_samples());
+            if (len >= 3) {
+                // S_u for u = len - 2 down to 1 in one pass down the rows.
+                const T** from = inputs_[0];
+                T** into = suffixRows_;
+                for (int u = 1; u < len; ++u) from[u - 1] = source(yb, run.top + u);
+                for (int u = 1; u < len - 1; ++u) into[u - 1] = scratch_row(run.s + u);
+                kernels::extrema_suffixes<T, E>(from, len - 2, into, ext_samples());
+            }
             a = source(yb, run.top);
             b = c = suffix(1);
         } else {
@@ -665,6 +673,7 @@ private:
     const Plan& p_;
     const int c_, w_, h_, ax_, ay_;
     const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
+    T** suffixRows_ = nullptr;  // the suffix rows of rect_row
     int rectLevels_ = 0, rectRest_ = 0;  // the fused rectangle pass (rect_row), when it applies
     T* rows_ = nullptr;
     std::size_t rowStride_ = 0;

@@ -159,6 +159,38 @@ void rect_kernel() {
                 }
 }
 
+// Running extrema up a stack of rows, the results at a shared offset.
+template <class T, Extremum E>
+void suffix_kernel() {
+    std::mt19937 rng(19);
+    constexpr int kLanes = 32 / int(sizeof(T));
+    for (int count : {1, 3, 13})
+        for (int n : lengths()) {
+            const int offset = n % 3 == 0 ? 0 : n % 3 == 1 ? 1 : kLanes - 1;
+            const Guard g = n % 2 ? Guard::After : Guard::Before;
+            std::vector<std::unique_ptr<Row<T>>> rows;
+            std::vector<std::unique_ptr<GuardedBuffer>> outs;
+            std::vector<const T*> src;
+            std::vector<T*> dst;
+            for (int k = 0; k <= count; ++k) {
+                rows.push_back(std::make_unique<Row<T>>(n, g, rng));
+                src.push_back(rows.back()->data());
+            }
+            for (int k = 0; k < count; ++k) {
+                outs.push_back(std::make_unique<GuardedBuffer>((std::size_t(n) + offset) * sizeof(T), g));
+                dst.push_back(reinterpret_cast<T*>(outs.back()->data()) + offset);
+            }
+            rok::kernels::extrema_suffixes<T, E>(src.data(), count, dst.data(), n);
+            for (int i = 0; i < n; ++i) {
+                T want = src[std::size_t(count)][i];
+                for (int k = count - 1; k >= 0; --k) {
+                    want = pick(E, want, src[std::size_t(k)][i]);
+                    ASSERT_EQ(dst[std::size_t(k)][i], want) << "suffix, count " << count << " n " << n << " k " << k;
+                }
+            }
+        }
+}
+
 template <class T>
 T nine(Extremum e, const T* const* r, int i, int s) {
     T v = r[0][i - s];
@@ -208,6 +240,8 @@ void both() {
     doubling_kernel<T, Extremum::Max>();
     rect_kernel<T, Extremum::Min>();
     rect_kernel<T, Extremum::Max>();
+    suffix_kernel<T, Extremum::Min>();
+    suffix_kernel<T, Extremum::Max>();
 }
 
 TEST(ExtremaKernels, EveryTypeLengthOffsetAndDistance) {

@@ -277,6 +277,40 @@ void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, 
         });
 }
 
+template <class T, Extremum E>
+void extrema_suffixes(const T* const* src, int count, T* const* dst, int n) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes;
+    sweep<L>(
+        dst[0], n, true,
+        [&](int i) {
+            V acc = P::load(src[count] + i);
+            for (int k = count - 1; k >= 0; --k) {
+                acc = P::best(P::load(src[k] + i), acc);
+                P::storeu(dst[k] + i, acc);
+            }
+        },
+        [&](int i) {
+            // Two vectors at once: two chains of dependent extrema.
+            for (int q = 0; q < 4; q += 2) {
+                const int at = i + q * L;
+                V a0 = P::load(src[count] + at), a1 = P::load(src[count] + at + L);
+                for (int k = count - 1; k >= 0; --k) {
+                    const T* s = src[k] + at;
+                    a0 = P::best(P::load(s), a0);
+                    a1 = P::best(P::load(s + L), a1);
+                    P::storeu(dst[k] + at, a0);
+                    P::storeu(dst[k] + at + L, a1);
+                }
+            }
+        },
+        [&](int i) {
+            T acc = src[count][i];
+            for (int k = count - 1; k >= 0; --k) dst[k][i] = acc = better<E>(src[k][i], acc);
+        });
+}
+
 namespace {
 
 // Level k of the doubling at vector m: best(level k-1 at m, the same
@@ -534,6 +568,8 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
                                                         const T* const*, int, T*, T*, int);                      \
     template void extrema_doubling<T, Extremum::Min>(const T*, T*, int, int);                                    \
     template void extrema_doubling<T, Extremum::Max>(const T*, T*, int, int);                                    \
+    template void extrema_suffixes<T, Extremum::Min>(const T* const*, int, T* const*, int);                      \
+    template void extrema_suffixes<T, Extremum::Max>(const T* const*, int, T* const*, int);                      \
     template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int);         \
     template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int);         \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \

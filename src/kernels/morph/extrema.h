@@ -48,6 +48,14 @@ void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, 
 template <class T, Extremum E>
 void extrema_doubling(const T* v, T* d, int n, int levels);
 
+// Running extrema from the last source up: dst[k][i] = better(src[k][i],
+// next(k)[i]) for k = count - 1 down to 0, i in 0..n-1, where next(k) is
+// dst[k + 1] and, for the last, src[count] (count >= 1). Each source is read
+// and each result stored once; no destination may overlap a source or
+// another destination, and the destinations share their alignment.
+template <class T, Extremum E>
+void extrema_suffixes(const T* const* src, int count, T* const* dst, int n);
+
 // One channel, the column and row passes of a rectangle fused into one pass
 // over a row, for masks with a few running extrema in height and up to 16
 // columns (or the first doublings of a wider one):
