@@ -316,14 +316,19 @@ public:
     Engine(const Frame& f, const Neighbourhood& nb, const Plan& p)
         : f_(f), p_(p), c_(f.channels), w_(f.roi.width), h_(f.roi.height), ax_(nb.anchor.x), ay_(nb.anchor.y),
           ext_(p.right - p.left + f.roi.width) {
-        // A rectangle of one channel with running extrema in height and at
-        // most 16 columns: each output row is one fused pass (rect_row).
+        // A rectangle of one channel with running extrema in height: each
+        // output row is one fused pass (rect_row) where the doublings in
+        // registers reach across the mask; otherwise the pass leaves the
+        // doubling row, and the further doublings and taps follow.
         if (!p.fused && p.nruns == 1 && p.nterms == 1 && p.runs[0].how == Build::Slide && c_ == 1) {
-            const int width = p.terms[0].width;
-            const int levels = width >= 2 ? std::min(floor_log2(width), 3) : 0, rest = width - (1 << levels);
+            const int width = p.terms[0].width, most = sizeof(T) <= 4 ? 4 : 3;
+            const int levels = width >= 2 ? std::min(floor_log2(width), most) : 0, rest = width - (1 << levels);
             if (levels > 0 && rest <= (1 << levels) && rest * int(sizeof(T)) <= 32) {
                 rectLevels_ = levels;
                 rectRest_ = rest;
+            } else if (p.runs[0].span > 1) {
+                rectLevels_ = std::min(floor_log2(p.runs[0].span), most);
+                rectRest_ = -1;
             }
         }
     }
@@ -491,7 +496,20 @@ private:
                 c = source(yb, run.top + len + t - 1);
             }
         }
-        kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_);
+        if (rectRest_ >= 0) return kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_);
+        // The doubling row of span 2^rectLevels_, doubled on to the run's
+        // span as in widen(), then the taps.
+        const int first = run.d;
+        T* into = scratch_row(first);
+        int span = 1 << rectLevels_;
+        kernels::extrema_rect_row<T, E>(a, b, c, running, into, ext_ - span + 1, rectLevels_, 0);
+        for (; span < run.span; span *= 2) {
+            const T* from = into;
+            into = scratch_row(into == scratch_row(first) ? first + 1 : first);
+            combine(from, from + span, into, ext_ - 2 * span + 1);
+        }
+        for (int t = 0; t < p_.ntaps; ++t) inputs_[0][t] = into + (p_.taps[t].column - p_.left);
+        finish(inputs_[0], out, false);
     }
 
     // Forms every run's row for output row y (slot 0) and, with `pair`, row

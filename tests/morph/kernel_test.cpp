@@ -132,7 +132,7 @@ void doubling_kernel() {
 template <class T, Extremum E>
 void rect_kernel() {
     std::mt19937 rng(17);
-    for (int levels = 1; levels <= 3; ++levels)
+    for (int levels = 1; levels <= (sizeof(T) <= 4 ? 4 : 3); ++levels)
         for (int rest = 0; rest <= (1 << levels) && rest * int(sizeof(T)) <= 32; ++rest)
             for (int n : lengths()) {
                     const int keep = (n + rest) % 3;  // mOut: none, its own row, b itself

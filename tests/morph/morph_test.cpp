@@ -261,7 +261,7 @@ TEST(FilterMinMax, RectanglesAgainstBruteForce) {
 // over several blocks of rows and widths over every vector tail.
 TEST(FilterMinMax, TallOneChannelRectangles) {
     const int sizes[][2] = {{2, 10}, {3, 11}, {4, 12}, {5, 10}, {7, 13}, {8, 10}, {9, 15}, {11, 11}, {12, 14},
-                            {15, 15}, {16, 10}, {17, 12}, {24, 11}, {40, 10}, {1, 16}, {15, 40}};
+                            {15, 15}, {16, 10}, {17, 12}, {24, 11}, {32, 10}, {33, 12}, {40, 10}, {1, 16}, {15, 40}};
     std::uint32_t seed = 300;
     for (const auto& wh : sizes) {
         const int mw = wh[0], mh = wh[1];

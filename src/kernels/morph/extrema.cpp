@@ -488,7 +488,12 @@ void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, 
     switch (levels) {
         case 1: return rect_levels<T, E, 1>(a, b, c, mOut, d, n, rest);
         case 2: return rect_levels<T, E, 2>(a, b, c, mOut, d, n, rest);
-        default: return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest);
+        case 3: return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest);
+        default:
+            if constexpr (sizeof(T) <= 4)
+                return rect_levels<T, E, 4>(a, b, c, mOut, d, n, rest);
+            else
+                return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest);
     }
 }
 

@@ -57,17 +57,17 @@ template <class T, Extremum E>
 void extrema_suffixes(const T* const* src, int count, T* const* dst, int n);
 
 // One channel, the column and row passes of a rectangle fused into one pass
-// over a row, for masks with a few running extrema in height and up to 16
-// columns (or the first doublings of a wider one):
+// over a row, for masks with running extrema in height:
 //     m[i]   = better(b[i], c[i])          (written to mOut when not null)
 //     col[i] = better(a[i], m[i])           i in 0 .. n + width - 2
 //     d[i]   = extremum of col[i .. i + width - 1], i in 0 .. n - 1
-// with width = 2^levels + rest, levels 1 to 3, 0 <= rest <= 2^levels and
-// rest * sizeof(T) <= 32. The run of 2^levels is formed by doubling in
-// registers, the same pairs wherever a sample lies, and a rest joins it as
-// better(run at i, run at i + rest). mOut may be b (a running extremum kept
-// in place: b is read at each sample before it is replaced, and a sample
-// formed twice comes out the same); no other argument may overlap d or mOut.
+// with width = 2^levels + rest, levels 1 to 3 (to 4 where sizeof(T) <= 4),
+// 0 <= rest <= 2^levels and rest * sizeof(T) <= 32. The run of 2^levels is
+// formed by doubling in registers, the same pairs wherever a sample lies,
+// and a rest joins it as better(run at i, run at i + rest). mOut may be b (a
+// running extremum kept in place: b is read at each sample before it is
+// replaced, and a sample formed twice comes out the same); no other
+// argument may overlap d or mOut.
 template <class T, Extremum E>
 void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest);
 
