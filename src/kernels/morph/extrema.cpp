@@ -376,10 +376,12 @@ void extrema_doubling(const T* v, T* d, int n, int levels) {
 namespace {
 
 // The vector S bytes into the stream (x, y) for an S known only at run
-// time, 0 < S <= 32: a byte shuffle of each half of the pair that holds it.
+// time, 0 < S <= 32 (kHigh: S >= 16): byte shuffles of the two halves of
+// the pair that holds it.
+template <bool kHigh>
 struct ByteShift {
-    explicit ByteShift(int bytes) : whole(bytes == 32), high(bytes >= 16) {
-        const int s = bytes % 16;
+    explicit ByteShift(int bytes) {
+        const int s = kHigh ? bytes - 16 : bytes;
         alignas(32) std::int8_t lo[32], hi[32];
         for (int i = 0; i < 32; ++i) {
             const int k = i % 16 + s;
@@ -391,55 +393,63 @@ struct ByteShift {
     }
     template <class V>
     V operator()(V x, V y) const {
-        if (whole) return y;
         const V m = middle(x, y);
-        const __m256i first = bits(high ? m : x), second = bits(high ? y : m);
+        const __m256i first = bits(kHigh ? m : x), second = bits(kHigh ? y : m);
         return as(_mm256_or_si256(_mm256_shuffle_epi8(first, fromLow), _mm256_shuffle_epi8(second, fromHigh)), x);
     }
-    bool whole, high;
     __m256i fromLow, fromHigh;
 };
 
 // The stream of doubling_levels over column vectors column(j * L) for
 // j * L + L <= readable, with a rest joined at the end (extrema_rect_row).
-// Each loop step forms column vector j, level k at j - k and, with a rest,
-// the result at j - K - 1 from level K at j - K - 1 and j - K. Stores the
-// whole result vectors it reaches below n; returns how many samples those
-// cover.
-template <class T, Extremum E, int K, bool kRest, class Column>
-int rect_stream(Column&& column, int readable, T* d, int n, const ByteShift& shift) {
+// Step j forms column vector j, level k at j - k and, with a rest, the
+// result at j - K - 1 from level K at j - K - 1 and j - K. Stores the whole
+// result vectors it reaches below n; returns how many samples those cover.
+template <class T, Extremum E, int K, bool kRest, class Column, class Shift>
+int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes, B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
-    V last[K + 1] = {};
-    int done = 0;
-    for (int j = 0; (j + 1) * L <= readable && (j - lag) * L < n; ++j) {
-        V now[K + 1];
+    const int steps = std::min(readable / L, n / L + lag);
+    auto step = [&](int j, const V* last, V* now) {
         now[0] = column(j * L);
         [&]<int... k>(std::integer_sequence<int, k...>) {
             ((now[k + 1] = P::best(last[k], bytes_into<(B << k)>(last[k], now[k]))), ...);
         }(std::make_integer_sequence<int, K>{});
-        if constexpr (kRest) {
-            if (j >= lag && (j - lag + 1) * L <= n) {
-                P::storeu(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])));
-                done = (j - lag + 1) * L;
-            }
-        } else if (j >= K && (j - K + 1) * L <= n) {
-            P::storeu(d + (j - K) * L, now[K]);
-            done = (j - K + 1) * L;
-        }
-        for (int k = 0; k <= K; ++k) last[k] = now[k];
+    };
+    auto result = [&](int j, const V* last, const V* now) {
+        if constexpr (kRest)
+            P::storeu(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])));
+        else
+            P::storeu(d + (j - lag) * L, now[K]);
+    };
+    V x[K + 1] = {}, y[K + 1];
+    int j = 0;
+    for (; j < lag && j < steps; ++j) {
+        step(j, x, y);
+        for (int k = 0; k <= K; ++k) x[k] = y[k];
     }
-    return done;
+    // Two steps a turn, the levels alternating between x and y.
+    for (; j + 1 < steps; j += 2) {
+        step(j, x, y);
+        result(j, x, y);
+        step(j + 1, y, x);
+        result(j + 1, y, x);
+    }
+    if (j < steps) {
+        step(j, x, y);
+        result(j, x, y);
+    }
+    return std::max(0, steps - lag) * L;
 }
 
-template <class T, Extremum E, int K, bool kRest>
+template <class T, Extremum E, int K, bool kRest, bool kHigh>
 void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes, lag = K + (kRest ? 1 : 0);
     const int readable = n + (1 << K) - 1 + rest;
-    const ByteShift shift(kRest ? rest * int(sizeof(T)) : 16);
+    const ByteShift<kHigh> shift(kRest ? rest * int(sizeof(T)) : 16);
     // The column vector at sample `at`, its running extremum stored on the way.
     auto column = [&](int at) {
         const V m = P::best(P::load(b + at), P::load(c + at));
@@ -475,10 +485,12 @@ void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int r
 
 template <class T, Extremum E, int K>
 void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
-    if (rest > 0)
-        rect_levels<T, E, K, true>(a, b, c, mOut, d, n, rest);
+    if (rest * int(sizeof(T)) >= 16)
+        rect_levels<T, E, K, true, true>(a, b, c, mOut, d, n, rest);
+    else if (rest > 0)
+        rect_levels<T, E, K, true, false>(a, b, c, mOut, d, n, rest);
     else
-        rect_levels<T, E, K, false>(a, b, c, mOut, d, n, 0);
+        rect_levels<T, E, K, false, true>(a, b, c, mOut, d, n, 0);
 }
 
 }  // namespace
