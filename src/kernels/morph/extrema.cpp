@@ -463,7 +463,7 @@ void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int r
     // sample is formed by the same pairs; the running extremum completed on
     // the way. A column formed twice comes out the same.
     constexpr int kTail = (2 * lag + 3) * L;
-    alignas(32) T cols[kTail] = {}, out[kTail];
+    alignas(32) T cols[kTail], out[kTail];
     const int first = std::min(done, std::max(0, readable - L));
     if (readable >= L) {
         int at = first;
@@ -477,6 +477,7 @@ void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int r
         }
     }
     if (done == n) return;
+    for (int at = readable - first; at + L <= kTail; at += L) P::storeu(cols + at, V{});
     auto stored = [&](int at) { return P::load(cols + at); };
     const int left = n - first, vectors = (left + L - 1) / L;
     rect_stream<T, E, K, kRest>(stored, (vectors + lag) * L, out, vectors * L, shift);
