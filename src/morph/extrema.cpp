@@ -336,13 +336,20 @@ public:
     RokStatus run(bool threaded) {
         const bool inPlace = f_.src == f_.dst && f_.srcStep == f_.dstStep;
         const int slots = inPlace ? std::max(0, ay_ - p_.top) + 2 : 0;
+        // Where source and destination together outgrow the largest cache,
+        // the fused rows go through a staging row to streaming stores: the
+        // destination's lines are then not read from memory before they are
+        // written.
+        const double imageBytes = (double(h_) + p_.bottom - p_.top) * (double(ext_) + w_) * c_ * double(sizeof(T));
+        staged_ = !inPlace && rectLevels_ > 0 && rectRest_ >= 0 && imageBytes > double(core::max_cache_bytes());
+        const int rows = p_.rows + (staged_ ? 1 : 0);
         // Scratch: the plan's rows, the ring of delayed result rows, and
         // the row pointers of the combining calls.
         const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
         const std::size_t slotBytes = round64(std::size_t(w_) * c_ * sizeof(T));
         const std::size_t pointers = 4 * std::size_t(p_.nruns) + 9 * std::size_t(p_.maxInputs);
         const std::size_t indices = 3 * std::size_t(p_.ntaps);
-        const std::size_t bytes = rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots) +
+        const std::size_t bytes = rowBytes * std::size_t(rows) + slotBytes * std::size_t(slots) +
                                   (p_.fused ? 0 : pointers * sizeof(const T*) + indices * sizeof(int));
         void* scratch = nullptr;
         if (bytes > 0) {
@@ -353,10 +360,10 @@ public:
         auto* base = static_cast<char*>(scratch);
         rows_ = reinterpret_cast<T*>(base);
         rowStride_ = rowBytes / sizeof(T);
-        T* ring = reinterpret_cast<T*>(base + rowBytes * std::size_t(p_.rows));
+        T* ring = reinterpret_cast<T*>(base + rowBytes * std::size_t(rows));
         if (!p_.fused) {
             auto** ptrs =
-                reinterpret_cast<const T**>(base + rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots));
+                reinterpret_cast<const T**>(base + rowBytes * std::size_t(rows) + slotBytes * std::size_t(slots));
             runRow_[0] = ptrs;
             runRow_[1] = ptrs + p_.nruns;
             widened_[0] = ptrs + 2 * p_.nruns;
@@ -379,6 +386,7 @@ public:
         else
             for (int y = 0; y < h_; y += 2)
                 general_pair(y, row(dst(), f_.dstStep, y), y + 1 < h_ ? row(dst(), f_.dstStep, y + 1) : nullptr, f_.ac4);
+        if (staged_) kernels::store_fence();
         rokFree(scratch);
         return rokStatusOk;
     }
@@ -632,8 +640,16 @@ private:
     // height). Rows always go in pairs from row 0, in place or not.
     void general_pair(int y, T* out0, T* out1, bool ac4) {
         if (rectLevels_ > 0) {
-            rect_row(y, out0);
-            if (out1 != nullptr) rect_row(y + 1, out1);
+            for (int k = 0; k < (out1 != nullptr ? 2 : 1); ++k) {
+                T* out = k == 0 ? out0 : out1;
+                if (!staged_) {
+                    rect_row(y + k, out);
+                    continue;
+                }
+                T* staging = scratch_row(p_.rows);
+                rect_row(y + k, staging);
+                kernels::copy_bytes_streaming(staging, out, std::size_t(w_) * sizeof(T));
+            }
             return;
         }
         prepare(y, out1 != nullptr);
@@ -691,6 +707,7 @@ private:
     const Plan& p_;
     const int c_, w_, h_, ax_, ay_;
     const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
+    bool staged_ = false;       // rect_row results reach the destination by streaming stores
     T** suffixRows_ = nullptr;  // the suffix rows of rect_row
     int rectLevels_ = 0, rectRest_ = 0;  // the fused rectangle pass (rect_row), when it applies
     T* rows_ = nullptr;
