@@ -326,6 +326,8 @@ public:
             if (levels > 0 && rest <= (1 << levels) && rest * int(sizeof(T)) <= 32) {
                 rectLevels_ = levels;
                 rectRest_ = rest;
+                // Two rows a pass where every shift stays within 16 bytes.
+                rectPairs_ = sizeof(T) <= 2 && (1 << (levels - 1)) * int(sizeof(T)) <= 16 && rest * int(sizeof(T)) <= 16;
             } else if (p.runs[0].span > 1) {
                 rectLevels_ = std::min(floor_log2(p.runs[0].span), most);
                 rectRest_ = -1;
@@ -336,20 +338,13 @@ public:
     RokStatus run(bool threaded) {
         const bool inPlace = f_.src == f_.dst && f_.srcStep == f_.dstStep;
         const int slots = inPlace ? std::max(0, ay_ - p_.top) + 2 : 0;
-        // Where source and destination together outgrow the largest cache,
-        // the fused rows go through a staging row to streaming stores: the
-        // destination's lines are then not read from memory before they are
-        // written.
-        const double imageBytes = (double(h_) + p_.bottom - p_.top) * (double(ext_) + w_) * c_ * double(sizeof(T));
-        staged_ = !inPlace && rectLevels_ > 0 && rectRest_ >= 0 && imageBytes > double(core::max_cache_bytes());
-        const int rows = p_.rows + (staged_ ? 1 : 0);
         // Scratch: the plan's rows, the ring of delayed result rows, and
         // the row pointers of the combining calls.
         const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
         const std::size_t slotBytes = round64(std::size_t(w_) * c_ * sizeof(T));
         const std::size_t pointers = 4 * std::size_t(p_.nruns) + 9 * std::size_t(p_.maxInputs);
         const std::size_t indices = 3 * std::size_t(p_.ntaps);
-        const std::size_t bytes = rowBytes * std::size_t(rows) + slotBytes * std::size_t(slots) +
+        const std::size_t bytes = rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots) +
                                   (p_.fused ? 0 : pointers * sizeof(const T*) + indices * sizeof(int));
         void* scratch = nullptr;
         if (bytes > 0) {
@@ -360,10 +355,10 @@ public:
         auto* base = static_cast<char*>(scratch);
         rows_ = reinterpret_cast<T*>(base);
         rowStride_ = rowBytes / sizeof(T);
-        T* ring = reinterpret_cast<T*>(base + rowBytes * std::size_t(rows));
+        T* ring = reinterpret_cast<T*>(base + rowBytes * std::size_t(p_.rows));
         if (!p_.fused) {
             auto** ptrs =
-                reinterpret_cast<const T**>(base + rowBytes * std::size_t(rows) + slotBytes * std::size_t(slots));
+                reinterpret_cast<const T**>(base + rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots));
             runRow_[0] = ptrs;
             runRow_[1] = ptrs + p_.nruns;
             widened_[0] = ptrs + 2 * p_.nruns;
@@ -386,7 +381,6 @@ public:
         else
             for (int y = 0; y < h_; y += 2)
                 general_pair(y, row(dst(), f_.dstStep, y), y + 1 < h_ ? row(dst(), f_.dstStep, y + 1) : nullptr, f_.ac4);
-        if (staged_) kernels::store_fence();
         rokFree(scratch);
         return rokStatusOk;
     }
@@ -476,7 +470,14 @@ private:
     // Output row y of a rectangle of one channel (rectLevels_ > 0): the rows
     // of van Herk/Gil-Werman as in slide(), with the last combination, the
     // running prefix and the doubling across the row in one pass.
-    void rect_row(int y, T* out) {
+    struct RectInputs {
+        const T *a, *b, *c;
+        T* running;
+    };
+
+    // The inputs of rect_row's pass for output row y; at a block's first
+    // row, the block's suffix rows first.
+    RectInputs rect_inputs(int y) {
         const Run& run = p_.runs[0];
         const int len = run.len, t = y % len, yb = y - t;
         auto suffix = [&](int u) -> const T* {
@@ -504,6 +505,12 @@ private:
                 c = source(yb, run.top + len + t - 1);
             }
         }
+        return {a, b, c, running};
+    }
+
+    void rect_row(int y, T* out) {
+        const Run& run = p_.runs[0];
+        const auto [a, b, c, running] = rect_inputs(y);
         if (rectRest_ >= 0) return kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_);
         // The doubling row of span 2^rectLevels_, doubled on to the run's
         // span as in widen(), then the taps.
@@ -639,17 +646,18 @@ private:
     // Output rows y and y + 1 (out1 null: row y alone, the last of an odd
     // height). Rows always go in pairs from row 0, in place or not.
     void general_pair(int y, T* out0, T* out1, bool ac4) {
+        if (rectLevels_ > 0 && rectPairs_ && out1 != nullptr && y % p_.runs[0].len + 1 < p_.runs[0].len) {
+            // Rows y and y + 1 in one block: after the block's first row, the
+            // second row's running extremum extends the first's.
+            const RectInputs r0 = rect_inputs(y);
+            const bool chain = y % p_.runs[0].len > 0;
+            const RectInputs r1 = rect_inputs(y + 1);
+            return kernels::extrema_rect_pair<T, E>(r0.a, r0.b, r0.c, r1.a, r1.b, r1.c, chain, r1.running, out0, out1, w_,
+                                                    rectLevels_, rectRest_);
+        }
         if (rectLevels_ > 0) {
-            for (int k = 0; k < (out1 != nullptr ? 2 : 1); ++k) {
-                T* out = k == 0 ? out0 : out1;
-                if (!staged_) {
-                    rect_row(y + k, out);
-                    continue;
-                }
-                T* staging = scratch_row(p_.rows);
-                rect_row(y + k, staging);
-                kernels::copy_bytes_streaming(staging, out, std::size_t(w_) * sizeof(T));
-            }
+            rect_row(y, out0);
+            if (out1 != nullptr) rect_row(y + 1, out1);
             return;
         }
         prepare(y, out1 != nullptr);
@@ -707,7 +715,7 @@ private:
     const Plan& p_;
     const int c_, w_, h_, ax_, ay_;
     const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
-    bool staged_ = false;       // rect_row results reach the destination by streaming stores
+    bool rectPairs_ = false;    // rect_pair applies
     T** suffixRows_ = nullptr;  // the suffix rows of rect_row
     int rectLevels_ = 0, rectRest_ = 0;  // the fused rectangle pass (rect_row), when it applies
     T* rows_ = nullptr;

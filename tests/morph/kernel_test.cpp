@@ -159,6 +159,53 @@ void rect_kernel() {
                 }
 }
 
+// Two rectangle rows in one pass: row 1's running extremum chained to row
+// 0's or its own, written apart, over row 0's b or over row 1's b, or not.
+template <class T, Extremum E>
+void rect_pair_kernel() {
+    if constexpr (sizeof(T) <= 2) {
+        std::mt19937 rng(23);
+        for (int levels = 1; levels <= 4; ++levels)
+            for (int rest = 0; rest <= (1 << levels) && rest * int(sizeof(T)) <= 16; ++rest) {
+                if ((1 << (levels - 1)) * int(sizeof(T)) > 16) continue;
+                for (int n : lengths()) {
+                    const int width = (1 << levels) + rest, samples = n + width - 1;
+                    const bool chain = (n + rest) % 2 == 0;
+                    const int keep = (n / 2 + rest) % 4;  // mOut: none, its own row, b0, b1
+                    const Guard g = (n + levels) % 2 ? Guard::After : Guard::Before;
+                    std::vector<std::unique_ptr<Row<T>>> rows;
+                    for (int k = 0; k < 6; ++k) rows.push_back(std::make_unique<Row<T>>(samples, g, rng));
+                    T *a0 = rows[0]->data(), *b0 = rows[1]->data(), *c0 = rows[2]->data();
+                    T *a1 = rows[3]->data(), *b1 = rows[4]->data(), *c1 = rows[5]->data();
+                    std::vector<T> col0(static_cast<std::size_t>(samples)), col1(col0.size()), m1(col0.size());
+                    for (std::size_t i = 0; i < col0.size(); ++i) {
+                        const T m0 = pick(E, b0[i], c0[i]);
+                        m1[i] = pick(E, chain ? m0 : b1[i], c1[i]);
+                        col0[i] = pick(E, a0[i], m0);
+                        col1[i] = pick(E, a1[i], m1[i]);
+                    }
+                    GuardedBuffer mBuf(std::size_t(samples) * sizeof(T), g);
+                    GuardedBuffer out0(std::size_t(n) * sizeof(T), g), out1((std::size_t(n) + 1) * sizeof(T), g);
+                    T* mOut = keep == 0 ? nullptr : keep == 1 ? reinterpret_cast<T*>(mBuf.data()) : keep == 2 ? b0 : b1;
+                    T* d0 = reinterpret_cast<T*>(out0.data());
+                    T* d1 = reinterpret_cast<T*>(out1.data()) + 1;
+                    rok::kernels::extrema_rect_pair<T, E>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, levels, rest);
+                    for (int i = 0; i < n; ++i) {
+                        T w0 = col0[std::size_t(i)], w1 = col1[std::size_t(i)];
+                        for (int t = 1; t < width; ++t) {
+                            w0 = pick(E, w0, col0[std::size_t(i + t)]);
+                            w1 = pick(E, w1, col1[std::size_t(i + t)]);
+                        }
+                        ASSERT_EQ(d0[i], w0) << "pair row 0, width " << width << " chain " << chain << " keep " << keep << " n " << n << " i " << i;
+                        ASSERT_EQ(d1[i], w1) << "pair row 1, width " << width << " chain " << chain << " keep " << keep << " n " << n << " i " << i;
+                    }
+                    for (int i = 0; i < samples && mOut != nullptr; ++i)
+                        ASSERT_EQ(mOut[i], m1[std::size_t(i)]) << "pair running, width " << width << " keep " << keep << " n " << n;
+                }
+            }
+    }
+}
+
 // Running extrema up a stack of rows, the results at a shared offset.
 template <class T, Extremum E>
 void suffix_kernel() {
@@ -242,6 +289,8 @@ void both() {
     rect_kernel<T, Extremum::Max>();
     suffix_kernel<T, Extremum::Min>();
     suffix_kernel<T, Extremum::Max>();
+    rect_pair_kernel<T, Extremum::Min>();
+    rect_pair_kernel<T, Extremum::Max>();
 }
 
 TEST(ExtremaKernels, EveryTypeLengthOffsetAndDistance) {

@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <functional>
 #include <random>
@@ -282,39 +281,6 @@ TEST(FilterMinMax, TallOneChannelRectangles) {
     sweep_widths(FORM(Rok32f, "FilterMax 32f C1", 1, 1, Op::Max, RECT_R(rokiFilterMax_32f_C1R), nullptr), rect(15, 11, 14, 3));
     sweep_widths(FORM(Rok8u, "Dilate 8u C1", 1, 1, Op::Max, MASK_R(rokiDilate_8u_C1R), MASK_IR(rokiDilate_8u_C1IR)),
                  rect(13, 12, 6, 11));
-}
-
-// An image larger than the largest cache, where the fused rows reach the
-// destination through streaming stores: equal to the in-place result (which
-// keeps ordinary stores) and to the brute-force extremum at scattered pixels.
-TEST(FilterMinMax, LargerThanTheCache) {
-    int cache = 0;
-    ASSERT_EQ(rokGetMaxCacheSizeB(&cache), rokStatusOk);
-    const int mw = 13, mh = 11, ax = 12, ay = 0;
-    const int w = 1531, h = int(std::max<std::int64_t>(64, std::int64_t(cache) / (2 * 4 * w) + 64));
-    const int sw = w + mw - 1, sh = h + mh - 1;
-    std::vector<Rok32f> src(std::size_t(sw) * sh), dst(std::size_t(w) * h, -1.0f);
-    std::mt19937 rng(31);
-    std::uniform_real_distribution<float> value(-1000.0f, 1000.0f);
-    for (Rok32f& v : src) v = value(rng);
-    std::vector<Rok32f> inPlace(src);
-    const int step = sw * int(sizeof(Rok32f));
-    const std::size_t roi = std::size_t(ay) * sw + ax;
-    ASSERT_EQ(rokiFilterMin_32f_C1R(src.data() + roi, step, dst.data(), w * int(sizeof(Rok32f)), {w, h}, {mw, mh}, {ax, ay}),
-              rokStatusOk);
-    ASSERT_EQ(rokiFilterMin_32f_C1R(inPlace.data() + roi, step, inPlace.data() + roi, step, {w, h}, {mw, mh}, {ax, ay}),
-              rokStatusOk);
-    for (int y = 0; y < h; ++y)
-        ASSERT_EQ(std::memcmp(&dst[std::size_t(y) * w], &inPlace[roi + std::size_t(y) * sw], std::size_t(w) * sizeof(Rok32f)), 0)
-            << "row " << y;
-    std::uniform_int_distribution<int> px(0, w - 1), py(0, h - 1);
-    for (int k = 0; k < 2000; ++k) {
-        const int x = k < 4 ? (k % 2 ? w - 1 : 0) : px(rng), y = k < 4 ? (k / 2 ? h - 1 : 0) : py(rng);
-        Rok32f want = src[std::size_t(y) * sw + x];
-        for (int j = 0; j < mh; ++j)
-            for (int i = 0; i < mw; ++i) want = std::min(want, src[std::size_t(y + j) * sw + x + i]);
-        ASSERT_EQ(dst[std::size_t(y) * w + x], want) << "x " << x << " y " << y;
-    }
 }
 
 // Rows wider than the plan's rows have ever been in the sweeps, in place and

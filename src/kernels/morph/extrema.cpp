@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <initializer_list>
+#include <type_traits>
 #include <utility>
 
 namespace rok::kernels {
@@ -510,6 +511,176 @@ void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, 
     }
 }
 
+namespace {
+
+// The 16-byte halves of the integer types.
+template <class T, Extremum E>
+__m128i best_half(__m128i a, __m128i b) {
+    if constexpr (E == Extremum::Max) {
+        if constexpr (std::is_same_v<T, Rok8u>) return _mm_max_epu8(a, b);
+        else if constexpr (std::is_same_v<T, Rok16u>) return _mm_max_epu16(a, b);
+        else return _mm_max_epi16(a, b);
+    } else {
+        if constexpr (std::is_same_v<T, Rok8u>) return _mm_min_epu8(a, b);
+        else if constexpr (std::is_same_v<T, Rok16u>) return _mm_min_epu16(a, b);
+        else return _mm_min_epi16(a, b);
+    }
+}
+
+inline __m128i load_half(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+inline void store_half(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+inline __m256i halves(__m128i lo, __m128i hi) { return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1); }
+
+// The 16 bytes S bytes into each half's stream (x, y), 0 < S <= 16.
+template <int S>
+__m256i in_halves(__m256i x, __m256i y) {
+    if constexpr (S == 16)
+        return y;
+    else
+        return _mm256_alignr_epi8(y, x, S);
+}
+
+// The same for an S known only at run time.
+struct HalfShift {
+    explicit HalfShift(int s) {
+        alignas(32) std::int8_t lo[32], hi[32];
+        for (int i = 0; i < 32; ++i) {
+            const int k = i % 16 + s;
+            lo[i] = k < 16 ? std::int8_t(k) : std::int8_t(-128);
+            hi[i] = k >= 16 ? std::int8_t(k - 16) : std::int8_t(-128);
+        }
+        fromLow = _mm256_load_si256(reinterpret_cast<const __m256i*>(lo));
+        fromHigh = _mm256_load_si256(reinterpret_cast<const __m256i*>(hi));
+    }
+    __m256i operator()(__m256i x, __m256i y) const {
+        return _mm256_or_si256(_mm256_shuffle_epi8(x, fromLow), _mm256_shuffle_epi8(y, fromHigh));
+    }
+    __m256i fromLow, fromHigh;
+};
+
+// rect_stream over chunks of H = 16 / sizeof(T) samples of two rows, row 0
+// in the low half; results go to d0 and d1.
+template <class T, Extremum E, int K, bool kRest, class Column>
+void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shift) {
+    using V = __m256i;
+    using P = Pick<T, E>;
+    constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
+    auto step = [&](int j, const V* last, V* now) {
+        now[0] = column(j);
+        [&]<int... k>(std::integer_sequence<int, k...>) {
+            ((now[k + 1] = P::best(last[k], in_halves<(B << k)>(last[k], now[k]))), ...);
+        }(std::make_integer_sequence<int, K>{});
+    };
+    auto result = [&](int j, const V* last, const V* now) {
+        V r;
+        if constexpr (kRest)
+            r = P::best(last[K], shift(last[K], now[K]));
+        else
+            r = now[K];
+        store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(r));
+        store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(r, 1));
+    };
+    V x[K + 1] = {}, y[K + 1];
+    int j = 0;
+    for (; j < lag && j < steps; ++j) {
+        step(j, x, y);
+        for (int k = 0; k <= K; ++k) x[k] = y[k];
+    }
+    for (; j + 1 < steps; j += 2) {
+        step(j, x, y);
+        result(j, x, y);
+        step(j + 1, y, x);
+        result(j + 1, y, x);
+    }
+    if (j < steps) {
+        step(j, x, y);
+        result(j, x, y);
+    }
+}
+
+template <class T, Extremum E, int K, bool kRest>
+void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
+                      T* mOut, T* d0, T* d1, int n, int rest) {
+    constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? 1 : 0);
+    const int readable = n + (1 << K) - 1 + rest;
+    const int steps = std::min(readable / H, n / H + lag);
+    const int done = std::max(0, steps - lag) * H;
+    // Row 1's running extremum may replace a row that row 0 reads, so it is
+    // written only below `first`, where no column is formed again; the
+    // columns from `first` on are formed once more into the stack below.
+    const int first = std::min(done, std::max(0, readable - H)) / H * H;
+    const HalfShift shift(kRest ? rest * int(sizeof(T)) : 16);
+    auto both = [&](int at, __m128i& x0, __m128i& x1, __m128i& m1) {
+        const __m128i m0 = best_half<T, E>(load_half(b0 + at), load_half(c0 + at));
+        m1 = best_half<T, E>(chain ? m0 : load_half(b1 + at), load_half(c1 + at));
+        x0 = best_half<T, E>(load_half(a0 + at), m0);
+        x1 = best_half<T, E>(load_half(a1 + at), m1);
+    };
+    auto column = [&](int j) {
+        __m128i x0, x1, m1;
+        both(j * H, x0, x1, m1);
+        if (mOut != nullptr && (j + 1) * H <= first) store_half(mOut + j * H, m1);
+        return halves(x0, x1);
+    };
+    pair_stream<T, E, K, kRest>(column, steps, d0, d1, shift);
+    if (done == n && (mOut == nullptr || first == readable)) return;
+    constexpr int kTail = (2 * lag + 3) * H;
+    alignas(32) T cols0[kTail], cols1[kTail], m[kTail] = {}, out0[kTail], out1[kTail];
+    const int count = readable - first;
+    if (readable >= H) {
+        auto put = [&](int at) {
+            __m128i x0, x1, m1;
+            both(at, x0, x1, m1);
+            store_half(cols0 + (at - first), x0);
+            store_half(cols1 + (at - first), x1);
+            store_half(m + (at - first), m1);
+        };
+        int at = first;
+        for (; at + H <= readable; at += H) put(at);
+        if (at < readable) put(readable - H);
+    } else {
+        for (int i = 0; i < readable; ++i) {
+            const T m0 = better<E>(b0[i], c0[i]);
+            m[i] = better<E>(chain ? m0 : b1[i], c1[i]);
+            cols0[i] = better<E>(a0[i], m0);
+            cols1[i] = better<E>(a1[i], m[i]);
+        }
+    }
+    if (mOut != nullptr)
+        for (int i = 0; i < count; ++i) mOut[first + i] = m[i];
+    if (done == n) return;
+    for (int i = count; i < kTail; ++i) cols0[i] = cols1[i] = T(0);
+    const int left = n - first, chunks = (left + H - 1) / H;
+    auto stored = [&](int j) { return halves(load_half(cols0 + j * H), load_half(cols1 + j * H)); };
+    pair_stream<T, E, K, kRest>(stored, chunks + lag, out0, out1, shift);
+    for (int i = done - first; i < left; ++i) {
+        d0[first + i] = out0[i];
+        d1[first + i] = out1[i];
+    }
+}
+
+}  // namespace
+
+template <class T, Extremum E>
+void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
+                       T* mOut, T* d0, T* d1, int n, int levels, int rest) {
+    if constexpr (sizeof(T) <= 2) {
+        auto go = [&]<int K>(std::integral_constant<int, K>) {
+            if (rest > 0)
+                rect_pair_levels<T, E, K, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
+            else
+                rect_pair_levels<T, E, K, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, 0);
+        };
+        switch (levels) {
+            case 1: return go(std::integral_constant<int, 1>{});
+            case 2: return go(std::integral_constant<int, 2>{});
+            case 3: return go(std::integral_constant<int, 3>{});
+            default:
+                return go(std::integral_constant<int, 4>{});
+        }
+    }
+}
+
 template <class T, Extremum E>
 void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s) {
     using P = Pick<T, E>;
@@ -588,6 +759,10 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
     template void extrema_doubling<T, Extremum::Max>(const T*, T*, int, int);                                    \
     template void extrema_suffixes<T, Extremum::Min>(const T* const*, int, T* const*, int);                      \
     template void extrema_suffixes<T, Extremum::Max>(const T* const*, int, T* const*, int);                      \
+    template void extrema_rect_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
+                                                      T*, T*, T*, int, int, int);                                \
+    template void extrema_rect_pair<T, Extremum::Max>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
+                                                      T*, T*, T*, int, int, int);                                \
     template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int);         \
     template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int);         \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \
