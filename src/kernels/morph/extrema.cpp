@@ -376,13 +376,10 @@ void extrema_doubling(const T* v, T* d, int n, int levels) {
 
 namespace {
 
-// The vector S bytes into the stream (x, y) for an S known only at run
-// time, 0 < S <= 32 (kHigh: S >= 16): byte shuffles of the two halves of
-// the pair that holds it.
-template <bool kHigh>
-struct ByteShift {
-    explicit ByteShift(int bytes) {
-        const int s = kHigh ? bytes - 16 : bytes;
+// Each 16-byte half of the vector S bytes into the halves' streams (x, y),
+// for an S known only at run time, 0 < S <= 16: a byte shuffle of each.
+struct HalfShift {
+    explicit HalfShift(int s) {
         alignas(32) std::int8_t lo[32], hi[32];
         for (int i = 0; i < 32; ++i) {
             const int k = i % 16 + s;
@@ -392,13 +389,23 @@ struct ByteShift {
         fromLow = _mm256_load_si256(reinterpret_cast<const __m256i*>(lo));
         fromHigh = _mm256_load_si256(reinterpret_cast<const __m256i*>(hi));
     }
+    __m256i operator()(__m256i x, __m256i y) const {
+        return _mm256_or_si256(_mm256_shuffle_epi8(x, fromLow), _mm256_shuffle_epi8(y, fromHigh));
+    }
+    __m256i fromLow, fromHigh;
+};
+
+// The vector S bytes into the stream (x, y) for an S known only at run
+// time, 0 < S <= 32 (kHigh: S >= 16): the halves of the pair that holds it.
+template <bool kHigh>
+struct ByteShift {
+    explicit ByteShift(int bytes) : half(kHigh ? bytes - 16 : bytes) {}
     template <class V>
     V operator()(V x, V y) const {
         const V m = middle(x, y);
-        const __m256i first = bits(kHigh ? m : x), second = bits(kHigh ? y : m);
-        return as(_mm256_or_si256(_mm256_shuffle_epi8(first, fromLow), _mm256_shuffle_epi8(second, fromHigh)), x);
+        return as(half(bits(kHigh ? m : x), bits(kHigh ? y : m)), x);
     }
-    __m256i fromLow, fromHigh;
+    HalfShift half;
 };
 
 // The stream of doubling_levels over column vectors column(j * L) for
@@ -540,23 +547,6 @@ __m256i in_halves(__m256i x, __m256i y) {
         return _mm256_alignr_epi8(y, x, S);
 }
 
-// The same for an S known only at run time.
-struct HalfShift {
-    explicit HalfShift(int s) {
-        alignas(32) std::int8_t lo[32], hi[32];
-        for (int i = 0; i < 32; ++i) {
-            const int k = i % 16 + s;
-            lo[i] = k < 16 ? std::int8_t(k) : std::int8_t(-128);
-            hi[i] = k >= 16 ? std::int8_t(k - 16) : std::int8_t(-128);
-        }
-        fromLow = _mm256_load_si256(reinterpret_cast<const __m256i*>(lo));
-        fromHigh = _mm256_load_si256(reinterpret_cast<const __m256i*>(hi));
-    }
-    __m256i operator()(__m256i x, __m256i y) const {
-        return _mm256_or_si256(_mm256_shuffle_epi8(x, fromLow), _mm256_shuffle_epi8(y, fromHigh));
-    }
-    __m256i fromLow, fromHigh;
-};
 
 // rect_stream over chunks of H = 16 / sizeof(T) samples of two rows, row 0
 // in the low half; results go to d0 and d1.
