@@ -329,7 +329,7 @@ public:
                 // Two rows a pass where every shift stays within 16 bytes.
                 rectPairs_ = sizeof(T) <= 2 && (1 << (levels - 1)) * int(sizeof(T)) <= 16 && rest * int(sizeof(T)) <= 16;
             } else if (p.runs[0].span > 1) {
-                rectLevels_ = std::min(floor_log2(p.runs[0].span), most);
+                rectLevels_ = levels;
                 rectRest_ = -1;
             }
         }
@@ -512,19 +512,20 @@ private:
         const Run& run = p_.runs[0];
         const auto [a, b, c, running] = rect_inputs(y);
         if (rectRest_ >= 0) return kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_);
-        // The doubling row of span 2^rectLevels_, doubled on to the run's
-        // span as in widen(), then the taps.
-        const int first = run.d;
+        // The doubling row of span 2^rectLevels_, doubled on to the largest
+        // power of two within the width (one of the run's two pairs of
+        // doubling rows serves), then the two spans that cover the width.
+        const int first = run.d, width = p_.terms[0].width;
         T* into = scratch_row(first);
         int span = 1 << rectLevels_;
         kernels::extrema_rect_row<T, E>(a, b, c, running, into, ext_ - span + 1, rectLevels_, 0);
-        for (; span < run.span; span *= 2) {
+        for (; 2 * span <= width; span *= 2) {
             const T* from = into;
             into = scratch_row(into == scratch_row(first) ? first + 1 : first);
             combine(from, from + span, into, ext_ - 2 * span + 1);
         }
-        for (int t = 0; t < p_.ntaps; ++t) inputs_[0][t] = into + (p_.taps[t].column - p_.left);
-        finish(inputs_[0], out, false);
+        if (span == width) return kernels::copy_bytes(into, out, std::size_t(w_) * sizeof(T));
+        combine(into, into + (width - span), out, w_);
     }
 
     // Forms every run's row for output row y (slot 0) and, with `pair`, row
