@@ -297,10 +297,11 @@ void square5(const T* centre, std::ptrdiff_t step, int s, T* dst, int n) {
 //
 // Source rows 2 and 3 are the two that the pair above did not read: on an
 // image larger than the caches they come from memory. Their lines one chunk
-// ahead, and the destination lines that chunk will write, are requested
-// while this chunk is computed, once for each 64-byte line, so that the
-// comparators never wait on them. A prefetch never faults, so the requests
-// past the end of a row or of an image are harmless.
+// ahead (from the last chunk, the first chunk of the pair below), and the
+// destination lines that chunk will write, are requested while this chunk
+// is computed, once for each 64-byte line, so that the comparators never
+// wait on them. A prefetch never faults, so the requests past the end of a
+// row or of an image are harmless.
 constexpr int kLineBytes = 64;
 
 template <class T>
@@ -311,6 +312,11 @@ void square5_two(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdi
     for (int x0 = 0; x0 < n; x0 += M) {
         const int m = std::min(M, n - x0);
         const T* first = centre + x0 - 2 * s;
+        // The chunk after this one: the next of this pair, or after the last
+        // the first of the pair below, whose new rows are 4 and 5 from here.
+        const bool lastChunk = x0 + M >= n;
+        const T* const aheadSrc = lastChunk ? offset(centre - 2 * s, 2 * step) : first + M;
+        T* const aheadDst = lastChunk ? offset(dst, 2 * dstStep) : dst + x0 + M;
         column_stages<T, 4, kSort4, kPair4>(first, step, -1, s, m, col, pair);
         for_lanes<T>(m, [&](auto ops, int x) __attribute__((always_inline)) {
             using O = decltype(ops);
@@ -329,10 +335,10 @@ void square5_two(const T* centre, std::ptrdiff_t step, int s, T* dst, std::ptrdi
             for (int r = 0; r < 4; ++r) v[16 + r] = O::load_key(col[r] + x + 2 * s);
             if constexpr (O::N > 1) {
                 if (x * int(sizeof(T)) % kLineBytes == 0) {
-                    _mm_prefetch(reinterpret_cast<const char*>(offset(rowAt + M, 2 * srcStep)), _MM_HINT_T0);
-                    _mm_prefetch(reinterpret_cast<const char*>(offset(rowAt + M, 3 * srcStep)), _MM_HINT_T0);
-                    _mm_prefetch(reinterpret_cast<const char*>(out0 + M), _MM_HINT_T0);
-                    _mm_prefetch(reinterpret_cast<const char*>(offset(out0 + M, outStep)), _MM_HINT_T0);
+                    _mm_prefetch(reinterpret_cast<const char*>(offset(aheadSrc + x, 2 * srcStep)), _MM_HINT_T0);
+                    _mm_prefetch(reinterpret_cast<const char*>(offset(aheadSrc + x, 3 * srcStep)), _MM_HINT_T0);
+                    _mm_prefetch(reinterpret_cast<const char*>(aheadDst + x), _MM_HINT_T0);
+                    _mm_prefetch(reinterpret_cast<const char*>(offset(aheadDst + x, outStep)), _MM_HINT_T0);
                 }
             }
             net::run<O, kShared5>(v);
