@@ -50,21 +50,30 @@ struct Geometry {
     bool ac4, inPlace, window;
 };
 
-// Runs the rows with column sums of type A. RowsFirst (8u data whose
-// window sums along a row fit 16 bits): each source row's window sums are
-// formed once, as it enters, into a ring of 16-bit rows, and the column sums
-// of those run down the image; the mean then needs no pass along the row.
-template <class A, class T, class D, bool RowsFirst = false>
+// How the rows run: column sums first, then window sums along them; or
+// rows first (8u data whose window sums along a row fit 16 bits): each
+// source row's window sums are formed once, as it enters, into a ring of
+// 16-bit rows, and the column sums of those run down the image, so the mean
+// needs no pass along the row. Split: rows first on one channel, each block
+// of 32 samples held as its even then its odd samples (kernels/filter/box.h).
+enum class Order { Columns, Rows, Split };
+
+// Runs the rows with column sums of type A.
+template <class A, class T, class D, Order O = Order::Columns>
 RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geometry& g,
                     const kernels::box::Mean& mean) {
     const int nc = g.nc;
     const int n = g.width * nc;                        // output samples of a row
     const int columns = (g.width + g.mw - 1) * nc;     // column sums of a row
     const double area = double(g.mw) * double(g.mh);
-    const std::size_t sumBytes = round64((std::size_t(columns) + 8) * sizeof(A));
-    const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A));
+    const int lanes = O == Order::Split ? kernels::box::split_length(n) : columns;  // column sums held
+    const std::size_t sumBytes = round64((std::size_t(lanes) + 8) * sizeof(A));
+    const std::size_t prefixBytes =
+        round64(std::max<std::size_t>((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A),
+                                      std::size_t(kernels::box::split_scratch(n, g.mw)) * sizeof(std::uint16_t)));
+    constexpr bool RowsFirst = O != Order::Columns;
     const int ring = RowsFirst ? g.mh + 1 : 0;  // the window sums of rows still in the mask, and the next
-    const std::size_t ringRow = round64((std::size_t(n) + 8) * sizeof(std::uint16_t));
+    const std::size_t ringRow = round64((std::size_t(O == Order::Split ? lanes : n) + 8) * sizeof(std::uint16_t));
     const std::size_t rowBytes = round64(std::size_t(n) * sizeof(D));
     // Rows held back in place: row y is written once row y + ay + 1 has
     // taken it out of the column sums.
@@ -111,22 +120,31 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                 // The entering row's window sums, then the column sums and
                 // the means in one pass (the sums in the kernel's order).
                 auto form = [&](int r) {
-                    kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
-                                              windows_of(r));
+                    if constexpr (O == Order::Split)
+                        kernels::box::row_windows_split(source(r), n, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
+                                                        windows_of(r));
+                    else
+                        kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
+                                                  windows_of(r));
                 };
                 std::uint16_t* stale = windows_of(y - g.ay - 1);
                 std::uint16_t* fresh = stale;
                 if (restart) {
                     for (int j = 0; j < g.mh; ++j) {
                         form(y - g.ay + j);
-                        kernels::box::vertical_add(windows_of(y - g.ay + j), n, j == 0, sums);
+                        if constexpr (O == Order::Split)
+                            kernels::box::split_add(windows_of(y - g.ay + j), n, j == 0, sums);
+                        else
+                            kernels::box::vertical_add(windows_of(y - g.ay + j), n, j == 0, sums);
                     }
-                    std::fill(stale, stale + n, std::uint16_t(0));  // nothing leaves the first row's sums
+                    std::fill(stale, stale + (O == Order::Split ? lanes : n), std::uint16_t(0));  // nothing leaves the first row's sums
                 } else {
                     form(y - g.ay + g.mh - 1);
                     fresh = windows_of(y - g.ay + g.mh - 1);
                 }
-                if constexpr (std::is_same_v<D, Rok8u>) kernels::box::vertical_step(fresh, stale, n, mean, sums, out);
+                if constexpr (O == Order::Split) kernels::box::split_step(fresh, stale, n, mean, sums, out, stream);
+                else if constexpr (std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>)
+                    kernels::box::vertical_step(fresh, stale, n, mean, sums, out);
             } else {
                 if (restart) {
                     kernels::box::column_set(source(y - g.ay), columns, sums);
@@ -189,11 +207,21 @@ RokStatus run_box(const T* src, int srcStep, D* dst, int dstStep, RokiSize roi, 
             const BoxMultiplier m = box_multiplier(area, g.nc == 1);
             mean = {m.mult, m.shift, m.mult * area * largest + (1ll << (m.shift - 1)) >= (1ll << 31)};
             if constexpr (std::is_same_v<T, Rok8u> && std::is_same_v<D, Rok8u>) {
+                // One channel rows first, split, on rows of whole blocks of
+                // 32 and windows whose row sums fit signed 16 bits: 16-bit
+                // column sums while every box sum fits them and the mean
+                // takes the high half of a 16-bit product, else 32-bit.
+                if (g.nc == 1 && roi.width >= 32 && mask.width <= 128) {
+                    if (area * 255 <= 65535 && kernels::box::split_high(mean))
+                        return run_lanes<std::uint16_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);
+                    if (area * 255 > 65535)
+                        return run_lanes<std::int32_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);
+                }
                 // 16-bit lanes while every box sum fits; rows first while
                 // the sums along a row fit.
                 if (area * 255 <= 65535) return run_lanes<std::uint16_t>(src, srcStep, dst, dstStep, g, mean);
                 if (mask.width * 255 <= 65535)
-                    return run_lanes<std::int32_t, T, D, true>(src, srcStep, dst, dstStep, g, mean);
+                    return run_lanes<std::int32_t, T, D, Order::Rows>(src, srcStep, dst, dstStep, g, mean);
             }
             return run_lanes<std::int32_t>(src, srcStep, dst, dstStep, g, mean);
         }

@@ -188,6 +188,30 @@ TEST(BoxFilter, EveryEngineOverEveryTail) {
     sweep(Form<Rok64f, Rok64f>{"Box 64f C1 17x4", 1, 1, false, BOX(rokiFilterBox_64f_C1R)}, 17, 4);
 }
 
+// One-channel 8u rows of 32 samples and more run split into even and odd
+// samples: window sums of base eights plus pairs and a single, 16- or 32-bit
+// column sums. Every mask width 1 to 40 at widths that end on a block, one
+// past it and just short of the next; every width 32 to 70 for masks whose
+// rows take one, two, three and four base sums; the widest window whose row
+// sums fit signed 16 bits, and the next, which stays on the rows-first form.
+TEST(BoxFilter, SplitRowsEveryWindow) {
+    const Form<Rok8u, Rok8u> f{"Box 8u C1", 1, 1, false, BOX(rokiFilterBox_8u_C1R)};
+    unsigned seed = 100;
+    for (int mw = 1; mw <= 40; ++mw)
+        for (int mh : {1, 7, 40})
+            for (int w : {32, 33, 63, 64, 70}) {
+                ++seed;
+                check(f, Box{w, 2 + int(seed % 2), mw, mh, int(seed % unsigned(mw)), int(seed % unsigned(mh))}, seed,
+                      seed % 2 ? rokt::Guard::After : rokt::Guard::Before, int(seed % 3));
+            }
+    for (int mw : {11, 17, 24, 31, 33})
+        for (int w = 32; w <= 70; ++w)
+            check(f, Box{w, 3, mw, mw, w % mw, (w * 5) % mw}, unsigned(w), w % 2 ? rokt::Guard::After : rokt::Guard::Before,
+                  w % 3);
+    for (int mw : {128, 129})
+        check(f, Box{96, 4, mw, 3, mw - 1, 1}, 9, rokt::Guard::After, 1);
+}
+
 // Images past the core's cache take streaming stores for their means, the
 // first and last block of each row stored normally over the aligned ones.
 TEST(BoxFilter, LargeImages) {
@@ -323,15 +347,16 @@ TEST(BoxFilter, InPlaceEqualsOutOfPlace) {
 }
 
 TEST(BoxFilter, SameResultsAtOneAndTwoThreads) {
-    auto run = [](auto tag, int threads, RokiSize mask) {
+    auto run = [](auto tag, int threads, RokiSize mask, int nc = 3) {
         using T = decltype(tag);
-        GuardedImage<T> src(300 + mask.width - 1, 150 + mask.height - 1, 3);
+        GuardedImage<T> src(300 + mask.width - 1, 150 + mask.height - 1, nc);
         fill_source(src, 4);
-        GuardedImage<T> dst(300, 150, 3);
+        GuardedImage<T> dst(300, 150, nc);
         rokt::WithThreads with(threads);
         RokStatus s;
         if constexpr (std::is_same_v<T, Rok8u>)
-            s = rokiFilterBox_8u_C3R(src.data(), src.step(), dst.data(), dst.step(), {300, 150}, mask, {0, 0});
+            s = (nc == 1 ? rokiFilterBox_8u_C1R : rokiFilterBox_8u_C3R)(src.data(), src.step(), dst.data(), dst.step(),
+                                                                        {300, 150}, mask, {0, 0});
         else
             s = rokiFilterBox_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {300, 150}, mask, {0, 0});
         EXPECT_EQ(s, rokStatusOk);
@@ -339,6 +364,8 @@ TEST(BoxFilter, SameResultsAtOneAndTwoThreads) {
     };
     EXPECT_EQ(run(Rok8u{}, 1, {11, 11}), run(Rok8u{}, 2, {11, 11}));
     EXPECT_EQ(run(Rok8u{}, 1, {31, 31}), run(Rok8u{}, 2, {31, 31}));
+    EXPECT_EQ(run(Rok8u{}, 1, {11, 11}, 1), run(Rok8u{}, 2, {11, 11}, 1));
+    EXPECT_EQ(run(Rok8u{}, 1, {31, 31}, 1), run(Rok8u{}, 2, {31, 31}, 1));
     EXPECT_EQ(run(Rok32f{}, 1, {7, 9}), run(Rok32f{}, 2, {7, 9}));
 }
 

@@ -6,9 +6,12 @@
 
 #include <immintrin.h>
 
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 #include "kernels/rules.h"
 
@@ -429,6 +432,210 @@ void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n
         sums[x] += std::int32_t(fresh[x]) - std::int32_t(stale[x]);
         dst[x] = saturate<Rok8u>(mean_one(sums[x], m));
     }
+}
+
+// ---- one channel of 8u data, rows first, split into even and odd samples ----------
+
+namespace {
+
+// Windows from 16 pixels on add base sums of 8 pixels: q of them, then the
+// remaining pixels directly.
+int base_count(int width) { return width >= 16 ? width / 8 : 0; }
+
+// The base sums of 8 pixels from even and from odd starts, as many as the
+// blocks read: 16 K + 4 (q - 1) of each.
+int base_length(int n, int width) { return n / 32 * 16 + 4 * (base_count(width) - 1); }
+
+// Byte weights of the multiply-adds that sum adjacent pairs: both, the
+// first alone, the second alone.
+struct Weights {
+    __m256i both = _mm256_set1_epi8(1), first = _mm256_set1_epi16(0x0001), second = _mm256_set1_epi16(0x0100);
+};
+
+inline __m256i madd(const Rok8u* p, __m256i w) { return _mm256_maddubs_epi16(load(p), w); }
+
+template <int... T>
+inline __m256i middle(const Rok8u* p, const Weights& w, std::integer_sequence<int, T...>) {
+    __m256i m = _mm256_setzero_si256();
+    ((m = _mm256_add_epi16(m, _mm256_maddubs_epi16(load(p + 2 * (T + 1)), w.both))), ...);
+    return m;
+}
+
+// Adds the R-pixel windows from p (bytes p[0 .. R + 30]) to the sums of the
+// 16 even starts (e: p[2i] .. p[2i + R - 1]) and the 16 odd ones (o: one
+// pixel on). Both are the pairs p[2i + 2t], p[2i + 2t + 1] between the
+// first pair and the last pixel, the ends taken whole or in part: R + 1
+// pixels cover both windows, so one multiply-add of each shifted load serves
+// the two.
+template <int R>
+inline void windows_split(const Rok8u* p, const Weights& w, __m256i& e, __m256i& o) {
+    if constexpr (R == 1) {
+        const __m256i v = load(p);
+        e = _mm256_add_epi16(e, _mm256_maddubs_epi16(v, w.first));
+        o = _mm256_add_epi16(o, _mm256_maddubs_epi16(v, w.second));
+    } else if constexpr (R > 1) {
+        // Odd R: pairs at 2 .. R - 3 shared, the first pair whole in e and
+        // its second pixel in o, the pair at R - 1 its first pixel in e and
+        // whole in o. Even R: pairs at 2 .. R - 2 shared, the first pair
+        // whole in e and its second pixel in o, which ends on the second
+        // pixel of the pair at R - 1.
+        const __m256i m = middle(p, w, std::make_integer_sequence<int, R % 2 ? (R - 3) / 2 : R / 2 - 1>{});
+        const __m256i head = load(p), last = load(p + R - 1);
+        const __m256i he = _mm256_maddubs_epi16(head, w.both), ho = _mm256_maddubs_epi16(head, w.second);
+        if constexpr (R % 2) {
+            e = _mm256_add_epi16(e, _mm256_add_epi16(m, _mm256_add_epi16(he, _mm256_maddubs_epi16(last, w.first))));
+            o = _mm256_add_epi16(o, _mm256_add_epi16(m, _mm256_add_epi16(ho, _mm256_maddubs_epi16(last, w.both))));
+        } else {
+            e = _mm256_add_epi16(e, _mm256_add_epi16(m, he));
+            o = _mm256_add_epi16(o, _mm256_add_epi16(m, _mm256_add_epi16(ho, _mm256_maddubs_epi16(last, w.second))));
+        }
+    }
+}
+
+// The split window sums of whole blocks: q base sums each, then R pixels.
+template <int R>
+void blocks_split(const Rok8u* row, int blocks, int q, const std::uint16_t* baseEven, const std::uint16_t* baseOdd,
+                  std::uint16_t* out) {
+    const Weights w;
+    for (int b = 0; b < blocks; ++b) {
+        const int x = 32 * b;
+        __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
+        for (int j = 0; j < q; ++j) {
+            e = _mm256_add_epi16(e, load(baseEven + x / 2 + 4 * j));
+            o = _mm256_add_epi16(o, load(baseOdd + x / 2 + 4 * j));
+        }
+        windows_split<R>(row + x + 8 * q, w, e, o);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), e);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x + 16), o);
+    }
+}
+
+using BlocksSplit = void (*)(const Rok8u*, int, int, const std::uint16_t*, const std::uint16_t*, std::uint16_t*);
+template <int... R>
+constexpr std::array<BlocksSplit, sizeof...(R)> blocks_table(std::integer_sequence<int, R...>) {
+    return {&blocks_split<R>...};
+}
+constexpr auto kBlocksSplit = blocks_table(std::make_integer_sequence<int, 16>{});
+
+}  // namespace
+
+int split_length(int n) { return (n + 31) / 32 * 32; }
+
+int split_scratch(int n, int width) { return base_count(width) > 0 ? 2 * (base_length(n, width) + 16) : 0; }
+
+void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* scratch, std::uint16_t* out) {
+    const int blocks = n / 32, q = base_count(width);
+    std::uint16_t* baseEven = scratch;
+    std::uint16_t* baseOdd = nullptr;
+    if (q > 0) {
+        // baseEven[i] = row[2i] + .. + row[2i + 7], baseOdd[i] the same from
+        // 2i + 1; the last block of 16 overlaps the one before it rather
+        // than reading past what the windows read.
+        const int len = base_length(n, width);
+        baseOdd = scratch + len + 16;
+        const Weights w;
+        auto base = [&](int i) {
+            __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
+            windows_split<8>(row + 2 * i, w, e, o);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(baseEven + i), e);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(baseOdd + i), o);
+        };
+        int i = 0;
+        for (; i + 16 <= len; i += 16) base(i);
+        if (i < len) base(len - 16);
+    }
+    kBlocksSplit[std::size_t(width - 8 * q)](row, blocks, q, baseEven, baseOdd, out);
+    if (n % 32 != 0) {
+        // One more block of the row's last 32 samples, from a copy of the
+        // pixels its windows read (the loads run past them into padding).
+        alignas(32) Rok8u last[32 + 128 + 64] = {};
+        std::memcpy(last, row + n - 32, std::size_t(32 + width - 1));
+        row_windows_split(last, 32, width, scratch, out + 32 * blocks);
+    }
+}
+
+bool split_high(const Mean& m) {
+    const int k = m.shift - 16;
+    return !m.wide && k >= 1 && m.mult + (std::int64_t(1) << (k - 1)) <= 65536;
+}
+
+void split_add(const std::uint16_t* row, int n, bool first, std::uint16_t* sums) {
+    for (int x = 0; x < split_length(n); ++x) sums[x] = std::uint16_t((first ? 0 : sums[x]) + row[x]);
+}
+
+void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
+                Rok8u* dst, bool stream) {
+    // The mean from the high half of mult * S (see mean_uint16). The
+    // one-channel multipliers never take a box of 255s past 255, so the odd
+    // means shift into the high bytes with nothing to clamp.
+    const int k = m.shift - 16;
+    const __m256i mult = _mm256_set1_epi16(std::int16_t(m.mult)), bias = _mm256_set1_epi16(std::int16_t(1 << (k - 1)));
+    const __m128i shift = _mm_cvtsi32_si128(k);
+    auto half = [&](int x) {
+        const __m256i s = _mm256_sub_epi16(_mm256_add_epi16(load(sums + x), load(fresh + x)), load(stale + x));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x), s);
+        return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult), bias), shift);
+    };
+    auto block = [&](int x) { return _mm256_or_si256(half(x), _mm256_slli_epi16(half(x + 16), 8)); };
+    const int whole = n / 32;
+    if (stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0)
+        for (int b = 0; b < whole; ++b) _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + 32 * b), block(32 * b));
+    else
+        for (int b = 0; b < whole; ++b) _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 32 * b), block(32 * b));
+    if (n % 32 != 0) _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + n - 32), block(32 * whole));
+}
+
+namespace {
+
+// The four blocks of 8 column sums of one split block take its even and odd
+// halves' sums as signed 16-bit pairs: (1, 0) picks the even of each pair,
+// (0, 1) the odd.
+template <bool Step>
+void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool first, const Mean* m,
+             std::int32_t* sums, Rok8u* dst, bool stream) {
+    const __m256i even = _mm256_set1_epi32(1), odd = _mm256_set1_epi32(0x10000);
+    // The sums of one block, and (Step) its 32 means.
+    auto block = [&](int x) {
+        __m256i d[2];
+        for (int h = 0; h < 2; ++h) {
+            d[h] = load(fresh + x + 16 * h);
+            if (Step) d[h] = _mm256_sub_epi16(d[h], load(stale + x + 16 * h));
+        }
+        __m256i s[4] = {_mm256_madd_epi16(d[0], even), _mm256_madd_epi16(d[0], odd), _mm256_madd_epi16(d[1], even),
+                        _mm256_madd_epi16(d[1], odd)};
+        for (int i = 0; i < 4; ++i) {
+            if (Step || !first) s[i] = _mm256_add_epi32(s[i], load(sums + x + 8 * i));
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x + 8 * i), s[i]);
+        }
+        if constexpr (!Step) return _mm256_setzero_si256();
+        // Lane l of the four blocks: samples 4l, 4l + 2, 4l + 1, 4l + 3
+        // (means of at most 255, as in split_step).
+        __m256i v[4];
+        for (int i = 0; i < 4; ++i) v[i] = mean8(s[i], *m, m->wide);
+        return _mm256_or_si256(_mm256_or_si256(v[0], _mm256_slli_epi32(v[2], 8)),
+                               _mm256_or_si256(_mm256_slli_epi32(v[1], 16), _mm256_slli_epi32(v[3], 24)));
+    };
+    const int whole = n / 32;
+    if constexpr (!Step) {
+        for (int b = 0; b < (n + 31) / 32; ++b) block(32 * b);
+    } else {
+        if (stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0)
+            for (int b = 0; b < whole; ++b) _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + 32 * b), block(32 * b));
+        else
+            for (int b = 0; b < whole; ++b) _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 32 * b), block(32 * b));
+        if (n % 32 != 0) _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + n - 32), block(32 * whole));
+    }
+}
+
+}  // namespace
+
+void split_add(const std::uint16_t* row, int n, bool first, std::int32_t* sums) {
+    split32<false>(row, nullptr, n, first, nullptr, sums, nullptr, false);
+}
+
+void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
+                Rok8u* dst, bool stream) {
+    split32<true>(fresh, stale, n, false, &m, sums, dst, stream);
 }
 
 void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d, bool stream) {
