@@ -133,7 +133,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                     for (int j = 0; j < g.mh; ++j) {
                         form(y - g.ay + j);
                         if constexpr (O == Order::Split)
-                            kernels::box::split_add(windows_of(y - g.ay + j), n, j == 0, sums);
+                            kernels::box::split_add(windows_of(y - g.ay + j), n, j == 0, mean, sums);
                         else
                             kernels::box::vertical_add(windows_of(y - g.ay + j), n, j == 0, sums);
                     }
@@ -214,7 +214,7 @@ RokStatus run_box(const T* src, int srcStep, D* dst, int dstStep, RokiSize roi, 
                 if (g.nc == 1 && roi.width >= 32 && mask.width <= 128) {
                     if (area * 255 <= 65535 && kernels::box::split_high(mean))
                         return run_lanes<std::uint16_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);
-                    if (area * 255 > 65535)
+                    if (area * 255 > 65535 && !mean.wide)
                         return run_lanes<std::int32_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);
                 }
                 // 16-bit lanes while every box sum fits; rows first while

@@ -438,9 +438,10 @@ void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n
 
 namespace {
 
-// Windows from 16 pixels on add base sums of 8 pixels: q of them, then the
-// remaining pixels directly.
-int base_count(int width) { return width >= 16 ? width / 8 : 0; }
+// Windows up to kSplitDirect pixels add pairs of pixels directly; wider
+// ones add base sums of 8 pixels, q of them, then the remaining pixels.
+constexpr int kSplitDirect = 40;
+int base_count(int width) { return width > kSplitDirect ? width / 8 : 0; }
 
 // The base sums of 8 pixels from even and from odd starts, as many as the
 // blocks read: 16 K + 4 (q - 1) of each.
@@ -515,7 +516,7 @@ template <int... R>
 constexpr std::array<BlocksSplit, sizeof...(R)> blocks_table(std::integer_sequence<int, R...>) {
     return {&blocks_split<R>...};
 }
-constexpr auto kBlocksSplit = blocks_table(std::make_integer_sequence<int, 16>{});
+constexpr auto kBlocksSplit = blocks_table(std::make_integer_sequence<int, kSplitDirect + 1>{});
 
 }  // namespace
 
@@ -559,7 +560,7 @@ bool split_high(const Mean& m) {
     return !m.wide && k >= 1 && m.mult + (std::int64_t(1) << (k - 1)) <= 65536;
 }
 
-void split_add(const std::uint16_t* row, int n, bool first, std::uint16_t* sums) {
+void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::uint16_t* sums) {
     for (int x = 0; x < split_length(n); ++x) sums[x] = std::uint16_t((first ? 0 : sums[x]) + row[x]);
 }
 
@@ -591,9 +592,15 @@ namespace {
 // halves' sums as signed 16-bit pairs: (1, 0) picks the even of each pair,
 // (0, 1) the odd.
 template <bool Step>
-void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool first, const Mean* m,
+void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool first, const Mean& m,
              std::int32_t* sums, Rok8u* dst, bool stream) {
-    const __m256i even = _mm256_set1_epi32(1), odd = _mm256_set1_epi32(0x10000);
+    // The sums are kept as mult * S + 2^(shift-1), which stays below 2^31
+    // (the mean is not `wide`): the multiply-adds take the multiplier along,
+    // and each mean is one shift.
+    const std::int32_t mult = std::int32_t(m.mult);
+    const __m256i even = _mm256_set1_epi32(mult), odd = _mm256_set1_epi32(mult << 16);
+    const __m256i bias = _mm256_set1_epi32(std::int32_t(1) << (m.shift - 1));
+    const __m128i shift = _mm_cvtsi32_si128(m.shift);
     // The sums of one block, and (Step) its 32 means.
     auto block = [&](int x) {
         __m256i d[2];
@@ -604,14 +611,14 @@ void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool
         __m256i s[4] = {_mm256_madd_epi16(d[0], even), _mm256_madd_epi16(d[0], odd), _mm256_madd_epi16(d[1], even),
                         _mm256_madd_epi16(d[1], odd)};
         for (int i = 0; i < 4; ++i) {
-            if (Step || !first) s[i] = _mm256_add_epi32(s[i], load(sums + x + 8 * i));
+            s[i] = _mm256_add_epi32(s[i], Step || !first ? load(sums + x + 8 * i) : bias);
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x + 8 * i), s[i]);
         }
         if constexpr (!Step) return _mm256_setzero_si256();
         // Lane l of the four blocks: samples 4l, 4l + 2, 4l + 1, 4l + 3
         // (means of at most 255, as in split_step).
         __m256i v[4];
-        for (int i = 0; i < 4; ++i) v[i] = mean8(s[i], *m, m->wide);
+        for (int i = 0; i < 4; ++i) v[i] = _mm256_sra_epi32(s[i], shift);
         return _mm256_or_si256(_mm256_or_si256(v[0], _mm256_slli_epi32(v[2], 8)),
                                _mm256_or_si256(_mm256_slli_epi32(v[1], 16), _mm256_slli_epi32(v[3], 24)));
     };
@@ -629,13 +636,13 @@ void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool
 
 }  // namespace
 
-void split_add(const std::uint16_t* row, int n, bool first, std::int32_t* sums) {
-    split32<false>(row, nullptr, n, first, nullptr, sums, nullptr, false);
+void split_add(const std::uint16_t* row, int n, bool first, const Mean& m, std::int32_t* sums) {
+    split32<false>(row, nullptr, n, first, m, sums, nullptr, false);
 }
 
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
                 Rok8u* dst, bool stream) {
-    split32<true>(fresh, stale, n, false, &m, sums, dst, stream);
+    split32<true>(fresh, stale, n, false, m, sums, dst, stream);
 }
 
 void box_mean(const std::uint16_t* s, int n, int nc, int w, Mean m, std::uint16_t* p, Rok8u* d, bool stream) {

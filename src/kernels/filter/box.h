@@ -51,16 +51,17 @@ void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* scratc
 // Column sums of split window sums in 16 bits (every box sum fits 16 bits
 // and `Mean` takes the high half of a 16-bit product: split_high), or in 32
 // bits (each block of 32 as four blocks of 8: the even samples of the even
-// half, its odd samples, then the same of the odd half). add sets (first)
+// half, its odd samples, then the same of the odd half; held as
+// mult * S + 2^(shift-1), for means that are not `wide`). add sets (first)
 // or adds one row; step adds `fresh`, takes `stale` out and writes means
 // (past the cache with `stream` where dst lies on 32 bytes; the caller then
 // ends its rows with a store fence).
 struct Mean;
 bool split_high(const Mean& m);
-void split_add(const std::uint16_t* row, int n, bool first, std::uint16_t* sums);
+void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::uint16_t* sums);
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
                 Rok8u* dst, bool stream);
-void split_add(const std::uint16_t* row, int n, bool first, std::int32_t* sums);
+void split_add(const std::uint16_t* row, int n, bool first, const Mean& m, std::int32_t* sums);
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
                 Rok8u* dst, bool stream);
 
