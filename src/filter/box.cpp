@@ -68,9 +68,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
     const double area = double(g.mw) * double(g.mh);
     const int lanes = O == Order::Split ? kernels::box::split_length(n) : columns;  // column sums held
     const std::size_t sumBytes = round64((std::size_t(lanes) + 8) * sizeof(A));
-    const std::size_t prefixBytes =
-        round64(std::max<std::size_t>((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A),
-                                      std::size_t(kernels::box::split_scratch(n, g.mw)) * sizeof(std::uint16_t)));
+    const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A));
     constexpr bool RowsFirst = O != Order::Columns;
     const int ring = RowsFirst ? g.mh + 1 : 0;  // the window sums of rows still in the mask, and the next
     const std::size_t ringRow = round64((std::size_t(O == Order::Split ? lanes : n) + 8) * sizeof(std::uint16_t));
@@ -121,8 +119,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                 // the means in one pass (the sums in the kernel's order).
                 auto form = [&](int r) {
                     if constexpr (O == Order::Split)
-                        kernels::box::row_windows_split(source(r), n, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
-                                                        windows_of(r));
+                        kernels::box::row_windows_split(source(r), n, g.mw, windows_of(r));
                     else
                         kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
                                                   windows_of(r));
@@ -207,11 +204,11 @@ RokStatus run_box(const T* src, int srcStep, D* dst, int dstStep, RokiSize roi, 
             const BoxMultiplier m = box_multiplier(area, g.nc == 1);
             mean = {m.mult, m.shift, m.mult * area * largest + (1ll << (m.shift - 1)) >= (1ll << 31)};
             if constexpr (std::is_same_v<T, Rok8u> && std::is_same_v<D, Rok8u>) {
-                // One channel rows first, split, on rows of whole blocks of
-                // 32 and windows whose row sums fit signed 16 bits: 16-bit
-                // column sums while every box sum fits them and the mean
-                // takes the high half of a 16-bit product, else 32-bit.
-                if (g.nc == 1 && roi.width >= 32 && mask.width <= 128) {
+                // One channel rows first, split, on rows of 32 samples and
+                // more: 16-bit column sums while every box sum fits them and
+                // the mean takes the high half of a 16-bit product, else
+                // 32-bit ones while the mean is not wide.
+                if (g.nc == 1 && roi.width >= 32 && mask.width <= kernels::box::kSplitWidest) {
                     if (area * 255 <= 65535 && kernels::box::split_high(mean))
                         return run_lanes<std::uint16_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);
                     if (area * 255 > 65535 && !mean.wide)

@@ -188,12 +188,12 @@ TEST(BoxFilter, EveryEngineOverEveryTail) {
     sweep(Form<Rok64f, Rok64f>{"Box 64f C1 17x4", 1, 1, false, BOX(rokiFilterBox_64f_C1R)}, 17, 4);
 }
 
-// One-channel 8u rows of 32 samples and more run split into even and odd
-// samples: window sums of base eights plus pairs and a single, 16- or 32-bit
-// column sums. Every mask width 1 to 40 at widths that end on a block, one
-// past it and just short of the next; every width 32 to 70 for masks whose
-// rows take one, two, three and four base sums; the widest window whose row
-// sums fit signed 16 bits, and the next, which stays on the rows-first form.
+// One-channel 8u rows of 32 samples and more, masks up to 40 wide, run split
+// into even and odd samples: window sums from pairs of pixels, 16- or 32-bit
+// column sums. Every mask width 1 to 40 (both ends of the window whole or
+// in part) at widths that end on a block, one past it and just short of the
+// next (the last block then overlaps); every width 32 to 70 for a few masks
+// of each column-sum size; the widest split mask and the next, which is not.
 TEST(BoxFilter, SplitRowsEveryWindow) {
     const Form<Rok8u, Rok8u> f{"Box 8u C1", 1, 1, false, BOX(rokiFilterBox_8u_C1R)};
     unsigned seed = 100;
@@ -208,8 +208,9 @@ TEST(BoxFilter, SplitRowsEveryWindow) {
         for (int w = 32; w <= 70; ++w)
             check(f, Box{w, 3, mw, mw, w % mw, (w * 5) % mw}, unsigned(w), w % 2 ? rokt::Guard::After : rokt::Guard::Before,
                   w % 3);
-    for (int mw : {128, 129})
-        check(f, Box{96, 4, mw, 3, mw - 1, 1}, 9, rokt::Guard::After, 1);
+    for (int mw : {40, 41})
+        for (int w : {95, 96})
+            check(f, Box{w, 4, mw, 7, mw - 1, 1}, 9, w % 2 ? rokt::Guard::After : rokt::Guard::Before, 1);
 }
 
 // Images past the core's cache take streaming stores for their means, the

@@ -438,15 +438,6 @@ void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n
 
 namespace {
 
-// Windows up to kSplitDirect pixels add pairs of pixels directly; wider
-// ones add base sums of 8 pixels, q of them, then the remaining pixels.
-constexpr int kSplitDirect = 40;
-int base_count(int width) { return width > kSplitDirect ? width / 8 : 0; }
-
-// The base sums of 8 pixels from even and from odd starts, as many as the
-// blocks read: 16 K + 4 (q - 1) of each.
-int base_length(int n, int width) { return n / 32 * 16 + 4 * (base_count(width) - 1); }
-
 // Byte weights of the multiply-adds that sum adjacent pairs: both, the
 // first alone, the second alone.
 struct Weights {
@@ -493,65 +484,38 @@ inline void windows_split(const Rok8u* p, const Weights& w, __m256i& e, __m256i&
     }
 }
 
-// The split window sums of whole blocks: q base sums each, then R pixels.
+// The split window sums of whole blocks of R pixels.
 template <int R>
-void blocks_split(const Rok8u* row, int blocks, int q, const std::uint16_t* baseEven, const std::uint16_t* baseOdd,
-                  std::uint16_t* out) {
+void blocks_split(const Rok8u* row, int blocks, std::uint16_t* out) {
     const Weights w;
     for (int b = 0; b < blocks; ++b) {
         const int x = 32 * b;
         __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
-        for (int j = 0; j < q; ++j) {
-            e = _mm256_add_epi16(e, load(baseEven + x / 2 + 4 * j));
-            o = _mm256_add_epi16(o, load(baseOdd + x / 2 + 4 * j));
-        }
-        windows_split<R>(row + x + 8 * q, w, e, o);
+        windows_split<R>(row + x, w, e, o);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), e);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x + 16), o);
     }
 }
 
-using BlocksSplit = void (*)(const Rok8u*, int, int, const std::uint16_t*, const std::uint16_t*, std::uint16_t*);
+using BlocksSplit = void (*)(const Rok8u*, int, std::uint16_t*);
 template <int... R>
 constexpr std::array<BlocksSplit, sizeof...(R)> blocks_table(std::integer_sequence<int, R...>) {
     return {&blocks_split<R>...};
 }
-constexpr auto kBlocksSplit = blocks_table(std::make_integer_sequence<int, kSplitDirect + 1>{});
+constexpr auto kBlocksSplit = blocks_table(std::make_integer_sequence<int, kSplitWidest + 1>{});
 
 }  // namespace
 
 int split_length(int n) { return (n + 31) / 32 * 32; }
 
-int split_scratch(int n, int width) { return base_count(width) > 0 ? 2 * (base_length(n, width) + 16) : 0; }
-
-void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* scratch, std::uint16_t* out) {
-    const int blocks = n / 32, q = base_count(width);
-    std::uint16_t* baseEven = scratch;
-    std::uint16_t* baseOdd = nullptr;
-    if (q > 0) {
-        // baseEven[i] = row[2i] + .. + row[2i + 7], baseOdd[i] the same from
-        // 2i + 1; the last block of 16 overlaps the one before it rather
-        // than reading past what the windows read.
-        const int len = base_length(n, width);
-        baseOdd = scratch + len + 16;
-        const Weights w;
-        auto base = [&](int i) {
-            __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
-            windows_split<8>(row + 2 * i, w, e, o);
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(baseEven + i), e);
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(baseOdd + i), o);
-        };
-        int i = 0;
-        for (; i + 16 <= len; i += 16) base(i);
-        if (i < len) base(len - 16);
-    }
-    kBlocksSplit[std::size_t(width - 8 * q)](row, blocks, q, baseEven, baseOdd, out);
+void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out) {
+    kBlocksSplit[std::size_t(width)](row, n / 32, out);
     if (n % 32 != 0) {
         // One more block of the row's last 32 samples, from a copy of the
         // pixels its windows read (the loads run past them into padding).
-        alignas(32) Rok8u last[32 + 128 + 64] = {};
+        alignas(32) Rok8u last[32 + kSplitWidest + 64] = {};
         std::memcpy(last, row + n - 32, std::size_t(32 + width - 1));
-        row_windows_split(last, 32, width, scratch, out + 32 * blocks);
+        kBlocksSplit[std::size_t(width)](last, 1, out + 32 * (n / 32));
     }
 }
 

@@ -37,17 +37,17 @@ void vertical_add(const std::uint16_t* row, int n, bool first, std::int32_t* sum
 void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
                    Rok8u* dst);
 
-// One-channel 8u rows first, for windows of at most 128 pixels (their sums
-// fit signed 16 bits) over rows of n >= 32 samples. Each block of 32
-// samples is held split: the 16 window sums of its even samples, then the
-// 16 of its odd ones; a row that ends inside a block has one more, of its
-// last 32 samples, after the whole ones (split_length(n) sums in all).
-// Pair sums of adjacent bytes (one multiply-add of a shifted load) build the
-// split sums without any shuffle, and the split means interleave back into
-// bytes by shifts. `scratch` holds split_scratch(n, width) elements.
+// One-channel 8u rows first, for windows of at most kSplitWidest pixels
+// over rows of n >= 32 samples. Each block of 32 samples is held split: the
+// 16 window sums of its even samples, then the 16 of its odd ones; a row
+// that ends inside a block has one more, of its last 32 samples, after the
+// whole ones (split_length(n) sums in all). Pair sums of adjacent bytes (one
+// multiply-add of a shifted load) build the split sums without any shuffle,
+// and the split means interleave back into bytes by shifts. (Wider windows
+// measured slower this way than as running sums along the row.)
+constexpr int kSplitWidest = 40;
 int split_length(int n);
-int split_scratch(int n, int width);
-void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* scratch, std::uint16_t* out);
+void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out);
 // Column sums of split window sums in 16 bits (every box sum fits 16 bits
 // and `Mean` takes the high half of a 16-bit product: split_high), or in 32
 // bits (each block of 32 as four blocks of 8: the even samples of the even
