@@ -126,6 +126,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                 };
                 std::uint16_t* stale = windows_of(y - g.ay - 1);
                 std::uint16_t* fresh = stale;
+                bool stepped = false;  // the means written with the entering row's sums
                 if (restart) {
                     for (int j = 0; j < g.mh; ++j) {
                         form(y - g.ay + j);
@@ -134,14 +135,22 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                         else
                             kernels::box::vertical_add(windows_of(y - g.ay + j), n, j == 0, sums);
                     }
-                    std::fill(stale, stale + (O == Order::Split ? lanes : n), std::uint16_t(0));  // nothing leaves the first row's sums
+                    // Nothing leaves the first row's sums.
+                    std::fill(stale, stale + (O == Order::Split ? lanes : n), std::uint16_t(0));
+                } else if constexpr (O == Order::Split && std::is_same_v<A, std::uint16_t>) {
+                    kernels::box::split_row(source(y - g.ay + g.mh - 1), n, g.mw, stale,
+                                            windows_of(y - g.ay + g.mh - 1), mean, sums, out, stream);
+                    stepped = true;
                 } else {
                     form(y - g.ay + g.mh - 1);
                     fresh = windows_of(y - g.ay + g.mh - 1);
                 }
-                if constexpr (O == Order::Split) kernels::box::split_step(fresh, stale, n, mean, sums, out, stream);
-                else if constexpr (std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>)
+                if (stepped) {
+                } else if constexpr (O == Order::Split) {
+                    kernels::box::split_step(fresh, stale, n, mean, sums, out, stream);
+                } else if constexpr (std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>) {
                     kernels::box::vertical_step(fresh, stale, n, mean, sums, out);
+                }
             } else {
                 if (restart) {
                     kernels::box::column_set(source(y - g.ay), columns, sums);

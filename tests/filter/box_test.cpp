@@ -220,6 +220,13 @@ TEST(BoxFilter, LargeImages) {
           rokt::Guard::After, 3);
     check(Form<Rok8u, Rok8u>{"Box 8u C3 3x3", 3, 3, false, BOX(rokiFilterBox_8u_C3R)}, Box{701, 700, 3, 3, 1, 1}, 32,
           rokt::Guard::Before, 1);
+    // Rows of whole 32-byte blocks on 32-byte boundaries (no padding: the
+    // buffer ends on a page), so the one-channel split rows stream every
+    // block, with 16- and with 32-bit column sums.
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 11, 11, 5, 5}, 33,
+          rokt::Guard::After, 0);
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 16, 16, 15, 0},
+          34, rokt::Guard::Before, 0);
 }
 
 TEST(BoxFilter, LargeAreasTakeTheDoubleEngine) {

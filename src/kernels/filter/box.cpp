@@ -528,26 +528,91 @@ void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::ui
     for (int x = 0; x < split_length(n); ++x) sums[x] = std::uint16_t((first ? 0 : sums[x]) + row[x]);
 }
 
+namespace {
+
+// The 16-bit column sums of one split block and its 32 means: the mean from
+// the high half of mult * S (see mean_uint16). The one-channel multipliers
+// never take a box of 255s past 255, so the odd means shift into the high
+// bytes with nothing to clamp.
+struct Means16 {
+    __m256i mult, bias;
+    __m128i shift;
+    explicit Means16(const Mean& m)
+        : mult(_mm256_set1_epi16(std::int16_t(m.mult))),
+          bias(_mm256_set1_epi16(std::int16_t(1 << (m.shift - 17)))),
+          shift(_mm_cvtsi32_si128(m.shift - 16)) {}
+    __m256i half(std::uint16_t* sums, __m256i fresh, const std::uint16_t* stale) const {
+        const __m256i s = _mm256_sub_epi16(_mm256_add_epi16(load(sums), fresh), load(stale));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums), s);
+        return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult), bias), shift);
+    }
+    __m256i block(std::uint16_t* sums, __m256i e, __m256i o, const std::uint16_t* stale) const {
+        return _mm256_or_si256(half(sums, e, stale), _mm256_slli_epi16(half(sums + 16, o, stale + 16), 8));
+    }
+};
+
+template <bool Stream>
+inline void store32(Rok8u* d, __m256i v) {
+    if constexpr (Stream) _mm256_stream_si256(reinterpret_cast<__m256i*>(d), v);
+    else _mm256_storeu_si256(reinterpret_cast<__m256i*>(d), v);
+}
+
+// One entering row's split window sums (into fresh) with the column sums
+// and the means in the same pass over each block.
+template <int R, bool Stream>
+void row_step16(const Rok8u* row, int n, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
+                std::uint16_t* sums, Rok8u* dst) {
+    const Weights w;
+    const Means16 mm(m);
+    const int whole = n / 32;
+    for (int x = 0; x < 32 * whole; x += 32) {
+        __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
+        windows_split<R>(row + x, w, e, o);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + x), e);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + x + 16), o);
+        store32<Stream>(dst + x, mm.block(sums + x, e, o, stale + x));
+    }
+    if (n % 32 != 0) {
+        alignas(32) Rok8u last[32 + kSplitWidest + 64] = {};
+        std::memcpy(last, row + n - 32, std::size_t(32 + R - 1));
+        const int x = 32 * whole;
+        __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
+        windows_split<R>(last, w, e, o);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + x), e);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + x + 16), o);
+        store32<false>(dst + n - 32, mm.block(sums + x, e, o, stale + x));
+    }
+}
+
+using RowStep16 = void (*)(const Rok8u*, int, const std::uint16_t*, std::uint16_t*, const Mean&, std::uint16_t*,
+                           Rok8u*);
+template <bool Stream, int... R>
+constexpr std::array<RowStep16, sizeof...(R)> row_step16_table(std::integer_sequence<int, R...>) {
+    return {&row_step16<R, Stream>...};
+}
+constexpr auto kRowStep16 = row_step16_table<false>(std::make_integer_sequence<int, kSplitWidest + 1>{});
+constexpr auto kRowStep16Stream = row_step16_table<true>(std::make_integer_sequence<int, kSplitWidest + 1>{});
+
+}  // namespace
+
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
                 Rok8u* dst, bool stream) {
-    // The mean from the high half of mult * S (see mean_uint16). The
-    // one-channel multipliers never take a box of 255s past 255, so the odd
-    // means shift into the high bytes with nothing to clamp.
-    const int k = m.shift - 16;
-    const __m256i mult = _mm256_set1_epi16(std::int16_t(m.mult)), bias = _mm256_set1_epi16(std::int16_t(1 << (k - 1)));
-    const __m128i shift = _mm_cvtsi32_si128(k);
-    auto half = [&](int x) {
-        const __m256i s = _mm256_sub_epi16(_mm256_add_epi16(load(sums + x), load(fresh + x)), load(stale + x));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x), s);
-        return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult), bias), shift);
-    };
-    auto block = [&](int x) { return _mm256_or_si256(half(x), _mm256_slli_epi16(half(x + 16), 8)); };
+    const Means16 mm(m);
     const int whole = n / 32;
-    if (stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0)
-        for (int b = 0; b < whole; ++b) _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + 32 * b), block(32 * b));
-    else
-        for (int b = 0; b < whole; ++b) _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 32 * b), block(32 * b));
-    if (n % 32 != 0) _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + n - 32), block(32 * whole));
+    const bool streamed = stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0;
+    for (int x = 0; x < 32 * whole; x += 32) {
+        const __m256i v = mm.block(sums + x, load(fresh + x), load(fresh + x + 16), stale + x);
+        if (streamed) store32<true>(dst + x, v);
+        else store32<false>(dst + x, v);
+    }
+    const int x = 32 * whole;
+    if (n % 32 != 0) store32<false>(dst + n - 32, mm.block(sums + x, load(fresh + x), load(fresh + x + 16), stale + x));
+}
+
+void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
+               std::uint16_t* sums, Rok8u* dst, bool stream) {
+    const bool streamed = stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0;
+    (streamed ? kRowStep16Stream : kRowStep16)[std::size_t(width)](row, n, stale, fresh, m, sums, dst);
 }
 
 namespace {

@@ -62,6 +62,10 @@ void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::ui
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
                 Rok8u* dst, bool stream);
 void split_add(const std::uint16_t* row, int n, bool first, const Mean& m, std::int32_t* sums);
+// row_windows_split of an entering row into `fresh`, then split_step with
+// 16-bit sums, in one pass over each block.
+void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
+               std::uint16_t* sums, Rok8u* dst, bool stream);
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
                 Rok8u* dst, bool stream);
 
