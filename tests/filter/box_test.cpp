@@ -206,8 +206,8 @@ TEST(BoxFilter, SplitRowsEveryWindow) {
             }
     for (int mw : {11, 17, 24, 31, 33})
         for (int w = 32; w <= 70; ++w)
-            check(f, Box{w, 3, mw, mw, w % mw, (w * 5) % mw}, unsigned(w), w % 2 ? rokt::Guard::After : rokt::Guard::Before,
-                  w % 3);
+            check(f, Box{w, 3, mw, mw, w % mw, (w * 5) % mw}, unsigned(w),
+                  w % 2 ? rokt::Guard::After : rokt::Guard::Before, w % 3);
     for (int mw : {40, 41})
         for (int w : {95, 96})
             check(f, Box{w, 4, mw, 7, mw - 1, 1}, 9, w % 2 ? rokt::Guard::After : rokt::Guard::Before, 1);
@@ -223,8 +223,8 @@ TEST(BoxFilter, LargeImages) {
     // Rows of whole 32-byte blocks on 32-byte boundaries (no padding: the
     // buffer ends on a page), so the one-channel split rows stream every
     // block, with 16- and with 32-bit column sums.
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 11, 11, 5, 5}, 33,
-          rokt::Guard::After, 0);
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 11, 11, 5, 5},
+          33, rokt::Guard::After, 0);
     check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 16, 16, 15, 0},
           34, rokt::Guard::Before, 0);
 }

@@ -656,10 +656,10 @@ void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool
         for (int b = 0; b < (n + 31) / 32; ++b) block(32 * b);
     } else {
         if (stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0)
-            for (int b = 0; b < whole; ++b) _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + 32 * b), block(32 * b));
+            for (int b = 0; b < whole; ++b) store32<true>(dst + 32 * b, block(32 * b));
         else
-            for (int b = 0; b < whole; ++b) _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 32 * b), block(32 * b));
-        if (n % 32 != 0) _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + n - 32), block(32 * whole));
+            for (int b = 0; b < whole; ++b) store32<false>(dst + 32 * b, block(32 * b));
+        if (n % 32 != 0) store32<false>(dst + n - 32, block(32 * whole));
     }
 }
 
