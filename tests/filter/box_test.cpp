@@ -208,6 +208,12 @@ TEST(BoxFilter, SplitRowsEveryWindow) {
         for (int w = 32; w <= 70; ++w)
             check(f, Box{w, 3, mw, mw, w % mw, (w * 5) % mw}, unsigned(w),
                   w % 2 ? rokt::Guard::After : rokt::Guard::Before, w % 3);
+    // Rows of several blocks, each block's windows from two half windows of
+    // its own and the next block's sums (masks of 24 and more), the last
+    // blocks whole.
+    for (int mw = 17; mw <= 40; ++mw)
+        check(f, Box{161 + mw % 3, 2, mw, 3, mw / 2, 1}, unsigned(mw), mw % 2 ? rokt::Guard::After : rokt::Guard::Before,
+              mw % 2);
     for (int mw : {40, 41})
         for (int w : {95, 96})
             check(f, Box{w, 4, mw, 7, mw - 1, 1}, 9, w % 2 ? rokt::Guard::After : rokt::Guard::Before, 1);

@@ -6,6 +6,7 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -484,17 +485,81 @@ inline void windows_split(const Rok8u* p, const Weights& w, __m256i& e, __m256i&
     }
 }
 
-// The split window sums of whole blocks of R pixels.
-template <int R>
-void blocks_split(const Rok8u* row, int blocks, std::uint16_t* out) {
+// Lanes k .. k + 15 of the 32 that a and then b hold.
+template <int K>
+inline __m256i lanes_from(__m256i a, __m256i b) {
+    if constexpr (K == 0) return a;
+    const __m256i mid = _mm256_permute2x128_si256(a, b, 0x21);  // lanes 8 .. 23
+    if constexpr (K == 8) return mid;
+    else if constexpr (K < 8) return _mm256_alignr_epi8(mid, a, 2 * K);
+    else return _mm256_alignr_epi8(b, mid, 2 * (K - 8));
+}
+
+// A window of R pixels may be two windows of H = (R + 1) / 2 pixels, the
+// second S = R - H pixels on, less the pixel they share when R is odd:
+// W_R(q) = W_H(q) + W_H(q + S) - [R odd] row[q + S]. The second comes from
+// this block's and the next one's W_H by a shift of lanes (from the other
+// half when S is odd), so each block forms W_H once. That pays where it
+// takes fewer operations, a lane shift counted as two (it measured so: 31
+// pixels gained, 21 lost).
+constexpr int multiply_adds(int r) { return r == 1 ? 2 : r % 2 ? (r - 3) / 2 + 4 : r / 2 + 2; }
+constexpr int lane_shift_cost(int k) { return k == 0 ? 0 : k == 8 ? 2 : 4; }
+constexpr bool halved(int r) {
+    const int h = (r + 1) / 2, s = r - h;
+    const int shifts = s % 2 ? lane_shift_cost((s - 1) / 2) + lane_shift_cost((s + 1) / 2) : 2 * lane_shift_cost(s / 2);
+    return r > 16 && 2 * multiply_adds(h) + shifts + 2 + (r % 2 ? 4 : 0) < 2 * multiply_adds(r);
+}
+
+// Calls sink(x, e, o) with the split window sums of each whole block of a
+// row of n samples, in order (pixels read: row[0 .. n + R - 2]).
+template <int R, class Sink>
+inline void each_block(const Rok8u* row, int n, Sink&& sink) {
     const Weights w;
-    for (int b = 0; b < blocks; ++b) {
+    const int whole = n / 32;
+    int b = 0;
+    if constexpr (halved(R)) {
+        constexpr int H = (R + 1) / 2, S = R - H;
+        // Blocks whose next block's W_H reads within the row.
+        const int paired = n + S - 64 >= 0 ? std::min(whole, (n + S - 64) / 32 + 1) : 0;
+        __m256i e0 = _mm256_setzero_si256(), o0 = _mm256_setzero_si256();
+        if (paired > 0) windows_split<H>(row, w, e0, o0);
+        for (; b < paired; ++b) {
+            const int x = 32 * b;
+            __m256i e1 = _mm256_setzero_si256(), o1 = _mm256_setzero_si256();
+            windows_split<H>(row + x + 32, w, e1, o1);
+            __m256i e, o;
+            if constexpr (S % 2 == 0) {
+                e = _mm256_add_epi16(e0, lanes_from<S / 2>(e0, e1));
+                o = _mm256_add_epi16(o0, lanes_from<S / 2>(o0, o1));
+            } else {
+                e = _mm256_add_epi16(e0, lanes_from<(S - 1) / 2>(o0, o1));
+                o = _mm256_add_epi16(o0, lanes_from<(S + 1) / 2>(e0, e1));
+            }
+            if constexpr (R % 2 == 1) {
+                const __m256i v = load(row + x + S);
+                e = _mm256_sub_epi16(e, _mm256_maddubs_epi16(v, w.first));
+                o = _mm256_sub_epi16(o, _mm256_maddubs_epi16(v, w.second));
+            }
+            sink(x, e, o);
+            e0 = e1;
+            o0 = o1;
+        }
+    }
+    for (; b < whole; ++b) {
         const int x = 32 * b;
         __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
         windows_split<R>(row + x, w, e, o);
+        sink(x, e, o);
+    }
+}
+
+// The split window sums of the whole blocks of a row of n samples.
+template <int R>
+void blocks_split(const Rok8u* row, int n, std::uint16_t* out) {
+    each_block<R>(row, n, [&](int x, __m256i e, __m256i o) {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), e);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x + 16), o);
-    }
+    });
 }
 
 using BlocksSplit = void (*)(const Rok8u*, int, std::uint16_t*);
@@ -509,13 +574,13 @@ constexpr auto kBlocksSplit = blocks_table(std::make_integer_sequence<int, kSpli
 int split_length(int n) { return (n + 31) / 32 * 32; }
 
 void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out) {
-    kBlocksSplit[std::size_t(width)](row, n / 32, out);
+    kBlocksSplit[std::size_t(width)](row, n, out);
     if (n % 32 != 0) {
         // One more block of the row's last 32 samples, from a copy of the
         // pixels its windows read (the loads run past them into padding).
         alignas(32) Rok8u last[32 + kSplitWidest + 64] = {};
         std::memcpy(last, row + n - 32, std::size_t(32 + width - 1));
-        kBlocksSplit[std::size_t(width)](last, 1, out + 32 * (n / 32));
+        kBlocksSplit[std::size_t(width)](last, 32, out + 32 * (n / 32));
     }
 }
 
@@ -565,13 +630,11 @@ void row_step16(const Rok8u* row, int n, const std::uint16_t* stale, std::uint16
     const Weights w;
     const Means16 mm(m);
     const int whole = n / 32;
-    for (int x = 0; x < 32 * whole; x += 32) {
-        __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
-        windows_split<R>(row + x, w, e, o);
+    each_block<R>(row, n, [&](int x, __m256i e, __m256i o) {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + x), e);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + x + 16), o);
         store32<Stream>(dst + x, mm.block(sums + x, e, o, stale + x));
-    }
+    });
     if (n % 32 != 0) {
         alignas(32) Rok8u last[32 + kSplitWidest + 64] = {};
         std::memcpy(last, row + n - 32, std::size_t(32 + R - 1));
