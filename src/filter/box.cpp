@@ -70,7 +70,10 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
     const std::size_t sumBytes = round64((std::size_t(lanes) + 8) * sizeof(A));
     const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A));
     constexpr bool RowsFirst = O != Order::Columns;
-    const int ring = RowsFirst ? g.mh + 1 : 0;  // the window sums of rows still in the mask, and the next
+    // The window sums of rows still in the mask, and the next (two, where
+    // 32-bit split sums step two rows at once).
+    constexpr bool Pairs = O == Order::Split && std::is_same_v<A, std::int32_t>;
+    const int ring = RowsFirst ? g.mh + 1 + (Pairs ? 1 : 0) : 0;
     const std::size_t ringRow = round64((std::size_t(O == Order::Split ? lanes : n) + 8) * sizeof(std::uint16_t));
     const std::size_t rowBytes = round64(std::size_t(n) * sizeof(D));
     // Rows held back in place: row y is written once row y + ay + 1 has
@@ -98,7 +101,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         auto slot = [&](int y) { return reinterpret_cast<D*>(held0 + rowBytes * std::size_t(y % std::max(held, 1))); };
         char* ring0 = held0 + rowBytes * std::size_t(held);
         // The window sums of source row r (counted from the ROI's first row,
-        // so from -ay up): the ring holds mh + 1 of them.
+        // so from -ay up): the ring holds `ring` of them.
         auto windows_of = [&](int r) {
             // (Only rows-first runs keep a ring; the guard keeps the
             // others' copy of this lambda free of a remainder by zero.)
@@ -141,6 +144,18 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                     kernels::box::split_row(source(y - g.ay + g.mh - 1), n, g.mw, stale,
                                             windows_of(y - g.ay + g.mh - 1), mean, sums, out, stream);
                     stepped = true;
+                } else if (Pairs && held == 0 && y + 1 < last) {
+                    // Rows y and y + 1 (nothing is held back, so the next row
+                    // needs nothing after its means).
+                    if constexpr (Pairs) {
+                        form(y - g.ay + g.mh - 1);
+                        form(y - g.ay + g.mh);
+                        kernels::box::split_step2(windows_of(y - g.ay + g.mh - 1), stale, windows_of(y - g.ay + g.mh),
+                                                  windows_of(y - g.ay), n, mean, sums, out, row(dst, dstStep, y + 1),
+                                                  stream);
+                    }
+                    stepped = true;
+                    ++y;
                 } else {
                     form(y - g.ay + g.mh - 1);
                     fresh = windows_of(y - g.ay + g.mh - 1);

@@ -732,6 +732,42 @@ void split_add(const std::uint16_t* row, int n, bool first, const Mean& m, std::
     split32<false>(row, nullptr, n, first, m, sums, nullptr, false);
 }
 
+void split_step2(const std::uint16_t* fresh1, const std::uint16_t* stale1, const std::uint16_t* fresh2,
+                 const std::uint16_t* stale2, int n, const Mean& m, std::int32_t* sums, Rok8u* dst1, Rok8u* dst2,
+                 bool stream) {
+    const __m256i even = _mm256_set1_epi32(std::int32_t(m.mult)), odd = _mm256_set1_epi32(std::int32_t(m.mult) << 16);
+    const __m128i shift = _mm_cvtsi32_si128(m.shift);
+    // The sums of one block carried through both rows in registers.
+    auto block = [&](int x, Rok8u* d1, Rok8u* d2, auto streamed) {
+        __m256i s[4];
+        for (int i = 0; i < 4; ++i) s[i] = load(sums + x + 8 * i);
+        auto row = [&](const std::uint16_t* fresh, const std::uint16_t* stale, Rok8u* d) {
+            const __m256i de = _mm256_sub_epi16(load(fresh + x), load(stale + x));
+            const __m256i dO = _mm256_sub_epi16(load(fresh + x + 16), load(stale + x + 16));
+            s[0] = _mm256_add_epi32(s[0], _mm256_madd_epi16(de, even));
+            s[1] = _mm256_add_epi32(s[1], _mm256_madd_epi16(de, odd));
+            s[2] = _mm256_add_epi32(s[2], _mm256_madd_epi16(dO, even));
+            s[3] = _mm256_add_epi32(s[3], _mm256_madd_epi16(dO, odd));
+            __m256i v[4];
+            for (int i = 0; i < 4; ++i) v[i] = _mm256_sra_epi32(s[i], shift);
+            store32<decltype(streamed)::value>(
+                d, _mm256_or_si256(_mm256_or_si256(v[0], _mm256_slli_epi32(v[2], 8)),
+                                   _mm256_or_si256(_mm256_slli_epi32(v[1], 16), _mm256_slli_epi32(v[3], 24))));
+        };
+        row(fresh1, stale1, d1);
+        row(fresh2, stale2, d2);
+        for (int i = 0; i < 4; ++i) _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x + 8 * i), s[i]);
+    };
+    const int whole = n / 32;
+    const bool aligned = stream && reinterpret_cast<std::uintptr_t>(dst1) % 32 == 0 &&
+                         reinterpret_cast<std::uintptr_t>(dst2) % 32 == 0;
+    if (aligned)
+        for (int x = 0; x < 32 * whole; x += 32) block(x, dst1 + x, dst2 + x, std::true_type{});
+    else
+        for (int x = 0; x < 32 * whole; x += 32) block(x, dst1 + x, dst2 + x, std::false_type{});
+    if (n % 32 != 0) block(32 * whole, dst1 + n - 32, dst2 + n - 32, std::false_type{});
+}
+
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
                 Rok8u* dst, bool stream) {
     split32<true>(fresh, stale, n, false, m, sums, dst, stream);

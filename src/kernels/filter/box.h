@@ -68,6 +68,11 @@ void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, s
                std::uint16_t* sums, Rok8u* dst, bool stream);
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
                 Rok8u* dst, bool stream);
+// Two rows of split_step with 32-bit sums in one pass (the sums loaded and
+// stored once).
+void split_step2(const std::uint16_t* fresh1, const std::uint16_t* stale1, const std::uint16_t* fresh2,
+                 const std::uint16_t* stale2, int n, const Mean& m, std::int32_t* sums, Rok8u* dst1, Rok8u* dst2,
+                 bool stream);
 
 // The box mean in fixed point: (mult * S + 2^(shift-1)) >> shift, floored.
 // `wide` when mult * |S| + 2^(shift-1) may reach 2^31 (the products then
