@@ -19,17 +19,11 @@ namespace {
 
 inline __m256i load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
 
-}  // namespace
-
-namespace {
-
 // Byte weights of the multiply-adds that sum adjacent pairs: both, the
 // first alone, the second alone.
 struct Weights {
     __m256i both = _mm256_set1_epi8(1), first = _mm256_set1_epi16(0x0001), second = _mm256_set1_epi16(0x0100);
 };
-
-inline __m256i madd(const Rok8u* p, __m256i w) { return _mm256_maddubs_epi16(load(p), w); }
 
 template <int... T>
 inline __m256i middle(const Rok8u* p, const Weights& w, std::integer_sequence<int, T...>) {
@@ -180,7 +174,7 @@ void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::ui
 namespace {
 
 // The 16-bit column sums of one split block and its 32 means: the mean from
-// the high half of mult * S (see mean_uint16). The one-channel multipliers
+// the high half of mult * S (as mean_uint16 in box.cpp takes it). The one-channel multipliers
 // never take a box of 255s past 255, so the odd means shift into the high
 // bytes with nothing to clamp.
 struct Means16 {
@@ -265,8 +259,8 @@ void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, s
 namespace {
 
 // The four blocks of 8 column sums of one split block take its even and odd
-// halves' sums as signed 16-bit pairs: (1, 0) picks the even of each pair,
-// (0, 1) the odd.
+// halves' sums as signed 16-bit pairs: weights (mult, 0) pick the even of
+// each pair, (0, mult) the odd.
 template <bool Step>
 void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool first, const Mean& m,
              std::int32_t* sums, Rok8u* dst, bool stream) {
