@@ -5,6 +5,7 @@
 // running sums, and window sums exactly rounded to single precision.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -13,6 +14,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "core/core.h"
 #include "guarded.h"
 #include "random.h"
 #include "reference.h"
@@ -233,6 +235,19 @@ TEST(BoxFilter, LargeImages) {
           33, rokt::Guard::After, 0);
     check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 16, 16, 15, 0},
           34, rokt::Guard::Before, 0);
+    // Rows off 32 bytes: 16-bit sums put their means through an aligned row
+    // and copy them out streamed; 32-bit sums store them in place.
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 15x15", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1535, 700, 15, 15, 0, 14},
+          35, rokt::Guard::After, 2);
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1535, 700, 16, 16, 15, 0},
+          36, rokt::Guard::Before, 1);
+    // Means of four times the core's cache and more on rows off 32 bytes:
+    // 16-bit sums put them through an aligned row and copy them out
+    // streamed (every 32nd row starts on 32 bytes and streams in place).
+    const std::size_t l2 = std::size_t(std::max(rok::core::l2_cache_bytes, 1 << 20));
+    const int h = int(4 * l2 / 2047) + 2;
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 7x7", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{2047, h, 7, 7, 3, 6}, 37,
+          rokt::Guard::After, 2);
 }
 
 TEST(BoxFilter, LargeAreasTakeTheDoubleEngine) {
