@@ -190,16 +190,16 @@ TEST(BoxFilter, EveryEngineOverEveryTail) {
     sweep(Form<Rok64f, Rok64f>{"Box 64f C1 17x4", 1, 1, false, BOX(rokiFilterBox_64f_C1R)}, 17, 4);
 }
 
-// One-channel 8u rows of 32 samples and more, masks up to 40 wide, run split
+// One-channel 8u rows of 32 samples and more, masks up to 56 wide, run split
 // into even and odd samples: window sums from pairs of pixels, 16- or 32-bit
-// column sums. Every mask width 1 to 40 (both ends of the window whole or
+// column sums. Every mask width 1 to 56 (both ends of the window whole or
 // in part) at widths that end on a block, one past it and just short of the
 // next (the last block then overlaps); every width 32 to 70 for a few masks
 // of each column-sum size; the widest split mask and the next, which is not.
 TEST(BoxFilter, SplitRowsEveryWindow) {
     const Form<Rok8u, Rok8u> f{"Box 8u C1", 1, 1, false, BOX(rokiFilterBox_8u_C1R)};
     unsigned seed = 100;
-    for (int mw = 1; mw <= 40; ++mw)
+    for (int mw = 1; mw <= 56; ++mw)
         for (int mh : {1, 7, 40})
             for (int w : {32, 33, 63, 64, 70}) {
                 ++seed;
@@ -213,10 +213,10 @@ TEST(BoxFilter, SplitRowsEveryWindow) {
     // Rows of several blocks, each block's windows from two half windows of
     // its own and the next block's sums (masks of 24 and more), the last
     // blocks whole.
-    for (int mw = 17; mw <= 40; ++mw)
+    for (int mw = 17; mw <= 56; ++mw)
         check(f, Box{161 + mw % 3, 2, mw, 3, mw / 2, 1}, unsigned(mw), mw % 2 ? rokt::Guard::After : rokt::Guard::Before,
               mw % 2);
-    for (int mw : {40, 41})
+    for (int mw : {56, 57})
         for (int w : {95, 96})
             check(f, Box{w, 4, mw, 7, mw - 1, 1}, 9, w % 2 ? rokt::Guard::After : rokt::Guard::Before, 1);
 }
