@@ -16,7 +16,6 @@
 #include "guarded.h"
 #include "random.h"
 #include "roki.h"
-#include "threads.h"
 #include "stats/histogram.h"
 
 namespace {
@@ -207,11 +206,10 @@ TEST(Histogram, FewLevels8uEveryWidth) {
 }
 
 // The 256-bin counts of every 8-bit layout on images below and above the
-// sizes at which rows are shared among threads and one-channel images are
-// counted in pairs, at 1, 2 and 7 threads, with random, smooth (a ramp plus
-// small noise), flat and run-length (runs of 1 to 80 equal samples)
-// contents, odd steps and guards on both sides. The reference counts each
-// value directly.
+// size at which one-channel images are counted in pairs, with random,
+// smooth (a ramp plus small noise), flat and run-length (runs of 1 to 80
+// equal samples) contents, odd steps and guards on both sides. The
+// reference counts each value directly.
 TEST(Histogram, Counts8uLargeImages) {
     std::vector<Rok32s> levels;
     for (int v = 0; v <= 256; ++v) levels.push_back(v);
@@ -241,8 +239,7 @@ TEST(Histogram, Counts8uLargeImages) {
                     for (int x = 0; x < w; ++x)
                         for (int c = 0; c < m.outs; ++c) ++want[std::size_t(c)][img.at(x, y, c)];
                 for (auto& wc : want) wc[256] = kSentinel;  // one slot past the last bin
-                for (int threads : {1, 2, 7}) {
-                    rokt::WithThreads team(threads);
+                {
                     std::vector<std::vector<Rok32s>> hist(std::size_t(m.outs), std::vector<Rok32s>(257, kSentinel));
                     Rok32s* hp[4];
                     const Rok32s* lp[4];
@@ -253,8 +250,7 @@ TEST(Histogram, Counts8uLargeImages) {
                         n[c] = 257;
                     }
                     ASSERT_EQ(m.fn(img.data(), img.step(), {w, h}, hp, lp, n), rokStatusOk) << m.name;
-                    ASSERT_EQ(hist, want) << m.name << " " << w << "x" << h << " content " << content << " threads "
-                                          << threads;
+                    ASSERT_EQ(hist, want) << m.name << " " << w << "x" << h << " content " << content;
                 }
             }
 }
@@ -290,13 +286,11 @@ TEST(Histogram, Counts8uPairCounterWrap) {
         for (int y = 0; y < h; ++y)
             for (int x = 0; x < w; ++x) ++want[img.at(x, y)];
         want[256] = kSentinel;
-        for (int threads : {1, 2}) {
-            rokt::WithThreads team(threads);
+        {
             std::vector<Rok32s> hist(257, kSentinel);
             ASSERT_EQ(rokiHistogramRange_8u_C1R(img.data(), img.step(), {w, h}, hist.data(), levels.data(), 257),
                       rokStatusOk);
-            ASSERT_EQ(hist, want) << int(k.a) << "," << int(k.b) << " " << k.delta << " pad " << k.pad << " threads "
-                                  << threads;
+            ASSERT_EQ(hist, want) << int(k.a) << "," << int(k.b) << " " << k.delta << " pad " << k.pad;
         }
     }
     for (int w2 : {1021, 4099, 8197}) {
