@@ -38,6 +38,15 @@ bool streams(RokiSize roi) {
     return (long long)roi.width * roi.height * channels(L) * (long long)sizeof(T) >= kStreamBytes;
 }
 
+// The ROI rows after the row at `a` that a streamed row may prefetch from;
+// none for the whole image taken as one row.
+template <class T, Layout L>
+kernels::RowsAfter rows_after(const T* s, int ss, int ds, RokiSize roi, const T* a, int n) {
+    if (L == Layout::AC4 || n != roi.width * channels(L)) return {};
+    const long long y = (reinterpret_cast<const char*>(a) - reinterpret_cast<const char*>(s)) / ss;
+    return {int(roi.height - 1 - y), ss, ds};
+}
+
 }  // namespace detail
 
 // Sqrt: null -8, size -6, step -14. Integers: where every root rounds to 0
@@ -67,9 +76,9 @@ template <class T, Layout L, bool I = false>
 RokStatus ln(const T* s, int ss, T* d, int ds, RokiSize roi, int sf) {
     if (RokStatus st = detail::check_unary(s, ss, d, ds, roi)) return st;
     const bool stream = detail::streams<T, L>(roi);
-    return unary_rows<T, L>(s, ss, d, ds, roi, [sf, stream](const T* a, T* b, int n) {
+    return unary_rows<T, L>(s, ss, d, ds, roi, [=](const T* a, T* b, int n) {
         if constexpr (std::is_floating_point_v<T>) {
-            return kernels::ln_row(a, b, n, stream);
+            return kernels::ln_row(a, b, n, stream, detail::rows_after<T, L>(s, ss, ds, roi, a, n));
         } else {
             (void)stream;
             return kernels::ln_row(a, b, n, sf);
@@ -84,8 +93,8 @@ RokStatus exp(const T* s, int ss, T* d, int ds, RokiSize roi, int sf) {
     if (RokStatus st = detail::check_unary(s, ss, d, ds, roi)) return st;
     if constexpr (std::is_floating_point_v<T>) {
         const bool stream = detail::streams<T, L>(roi);
-        return unary_rows<T, L>(s, ss, d, ds, roi, [stream](const T* a, T* b, int n) {
-            kernels::exp_row(a, b, n, stream);
+        return unary_rows<T, L>(s, ss, d, ds, roi, [=](const T* a, T* b, int n) {
+            kernels::exp_row(a, b, n, stream, detail::rows_after<T, L>(s, ss, ds, roi, a, n));
             return rokStatusOk;
         });
     } else {

@@ -262,15 +262,16 @@ TEST(Math, FloatLargeImagesMatchRowByRow) {
     EXPECT_EQ(std::memcmp(inPlace.data(), whole.data(), std::size_t(n) * 4), 0);
 }
 
-// Long rows go in chunks of a 4 KiB page with the pages ahead prefetched
-// up to the end of the row: lengths around the chunk and the prefetch
-// distance (one row each, odd steps over several rows), and an image large
-// enough to be written past the cache, all between protected pages, each
-// sample within the stated bound and nothing written around the ROI.
+// Streamed rows go in chunks of a 4 KiB page with the pages ahead (in the
+// row or the ROI rows after it) prefetched: lengths around the chunk and
+// the prefetch distance (one row each, odd steps over several rows), and
+// images large enough to be written past the cache, whole and with padded
+// rows, all between protected pages, each sample within the stated bound
+// and nothing written around the ROI.
 TEST(Math, FloatLongRowsBetweenProtectedPages) {
     struct Shape { int w, h, pad; };
     const Shape shapes[] = {{1023, 1, 0}, {1024, 1, 0}, {1041, 1, 0}, {8189, 1, 0}, {9225, 1, 0}, {9286, 1, 0},
-                            {9217, 3, 1}, {4099, 2, 3}, {4096, 800, 0}};
+                            {9217, 3, 1}, {4099, 2, 3}, {4096, 800, 0}, {4097, 800, 5}};
     using Fn = RokStatus (*)(const Rok32f*, int, Rok32f*, int, RokiSize);
     struct Op { const char* name; Fn fn; float lo, hi; double (*ref)(double); double bound; };
     const Op ops[] = {{"exp", rokiExp_32f_C1R, -100.0f, 90.0f, [](double x) { return std::exp(x); }, 0.99},
