@@ -88,6 +88,12 @@ const bool added =
     rokbench::add("FilterMin_32f_C1R_3x3",
                   [](int w, int h) { return morph<Rok32f>(w, h, CV_32F, 1, rect(3), false, RECT(rokiFilterMin_32f_C1R)); }) &&
     rokbench::add("FilterMax_32f_C1R_15x15",
-                  [](int w, int h) { return morph<Rok32f>(w, h, CV_32F, 1, rect(15), true, RECT(rokiFilterMax_32f_C1R)); });
+                  [](int w, int h) { return morph<Rok32f>(w, h, CV_32F, 1, rect(15), true, RECT(rokiFilterMax_32f_C1R)); }) &&
+    rokbench::add("FilterMin_8u_C1R_11x11",
+                  [](int w, int h) { return morph<Rok8u>(w, h, CV_8U, 1, rect(11), false, RECT(rokiFilterMin_8u_C1R)); }) &&
+    rokbench::add("FilterMax_8u_C1R_31x31",
+                  [](int w, int h) { return morph<Rok8u>(w, h, CV_8U, 1, rect(31), true, RECT(rokiFilterMax_8u_C1R)); }) &&
+    rokbench::add("FilterMin_32f_C1R_31x31",
+                  [](int w, int h) { return morph<Rok32f>(w, h, CV_32F, 1, rect(31), false, RECT(rokiFilterMin_32f_C1R)); });
 
 }  // namespace

@@ -50,31 +50,50 @@ struct Geometry {
     bool ac4, inPlace, window;
 };
 
-// Runs the rows with column sums of type A. RowsFirst (8u data whose
-// window sums along a row fit 16 bits): each source row's window sums are
-// formed once, as it enters, into a ring of 16-bit rows, and the column sums
-// of those run down the image; the mean then needs no pass along the row.
-template <class A, class T, class D, bool RowsFirst = false>
+// How the rows run: column sums first, then window sums along them; or
+// rows first (8u data whose window sums along a row fit 16 bits): each
+// source row's window sums are formed once, as it enters, into a ring of
+// 16-bit rows, and the column sums of those run down the image, so the mean
+// needs no pass along the row. Split: rows first on one channel, each block
+// of 32 samples held as its even then its odd samples (kernels/filter/box.h).
+enum class Order { Columns, Rows, Split };
+
+// Runs the rows with column sums of type A.
+template <class A, class T, class D, Order O = Order::Columns>
 RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geometry& g,
                     const kernels::box::Mean& mean) {
     const int nc = g.nc;
     const int n = g.width * nc;                        // output samples of a row
     const int columns = (g.width + g.mw - 1) * nc;     // column sums of a row
     const double area = double(g.mw) * double(g.mh);
-    const std::size_t sumBytes = round64((std::size_t(columns) + 8) * sizeof(A));
+    const int lanes = O == Order::Split ? kernels::box::split_length(n) : columns;  // column sums held
+    const std::size_t sumBytes = round64((std::size_t(lanes) + 8) * sizeof(A));
     const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A));
-    const int ring = RowsFirst ? g.mh + 1 : 0;  // the window sums of rows still in the mask, and the next
-    const std::size_t ringRow = round64((std::size_t(n) + 8) * sizeof(std::uint16_t));
+    constexpr bool RowsFirst = O != Order::Columns;
+    // The window sums of rows still in the mask, and the next (two, where
+    // 32-bit split sums step two rows at once).
+    constexpr bool Pairs = O == Order::Split && std::is_same_v<A, std::int32_t>;
+    const int ring = RowsFirst ? g.mh + 1 + (Pairs ? 1 : 0) : 0;
+    const std::size_t ringRow = round64((std::size_t(O == Order::Split ? lanes : n) + 8) * sizeof(std::uint16_t));
     const std::size_t rowBytes = round64(std::size_t(n) * sizeof(D));
     // Rows held back in place: row y is written once row y + ay + 1 has
     // taken it out of the column sums.
     const int held = g.inPlace ? g.ay + 2 : (g.ac4 ? 1 : 0);
-    const std::size_t slice = sumBytes + prefixBytes + rowBytes * std::size_t(held) + ringRow * std::size_t(ring);
-
     // Means that outgrow the core's cache go past it (written straight to
     // the destination only).
     const std::size_t written = std::size_t(n) * sizeof(D) * std::size_t(g.height);
     const bool stream = held == 0 && copy::outgrows_core_cache(written, written + written / sizeof(D) * sizeof(T));
+    // Split rows stream whole blocks only where a row starts on 32 bytes.
+    // With 16-bit sums, means of four times the core's cache and more take
+    // an aligned row in the cache for the others, copied out with streaming
+    // stores. (Measured: the copy cost more than it saved at 2 MB of means
+    // over 1 MB caches and paid at 8 MB; with 32-bit sums, two rows a pass,
+    // it did not pay.)
+    const int staging =
+        O == Order::Split && !Pairs && stream && core::l2_cache_bytes > 0 &&
+                written >= 4 * std::size_t(core::l2_cache_bytes) ? 1 : 0;
+    const std::size_t slice = sumBytes + prefixBytes + rowBytes * std::size_t(held + staging) +
+                              ringRow * std::size_t(ring);
 
     const int team = ownGetNumThreads();
     const bool threaded = !g.inPlace && team > 1 && g.width > 63 && g.height > 63;
@@ -91,13 +110,17 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         auto slot = [&](int y) { return reinterpret_cast<D*>(held0 + rowBytes * std::size_t(y % std::max(held, 1))); };
         char* ring0 = held0 + rowBytes * std::size_t(held);
         // The window sums of source row r (counted from the ROI's first row,
-        // so from -ay up): the ring holds mh + 1 of them.
+        // so from -ay up): the ring holds `ring` of them.
         auto windows_of = [&](int r) {
             // (Only rows-first runs keep a ring; the guard keeps the
             // others' copy of this lambda free of a remainder by zero.)
             const int rows = std::max(ring, 1);
             const int at = ((r % rows) + rows) % rows;
             return reinterpret_cast<std::uint16_t*>(ring0 + ringRow * std::size_t(at));
+        };
+        auto stage = [&](int i) { return reinterpret_cast<D*>(ring0 + ringRow * std::size_t(ring) + rowBytes * i); };
+        auto staged = [&](D* target) {
+            return staging > 0 && reinterpret_cast<std::uintptr_t>(target) % 32 != 0;
         };
         auto write_back = [&](int y) {
             D* out = row(dst, dstStep, y);
@@ -107,26 +130,58 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         for (int y = first; y < last; ++y) {
             const bool restart = y == first || (std::is_floating_point_v<A> && y % kBlock == 0);
             D* out = held > 0 ? slot(y) : row(dst, dstStep, y);
+            D* const target = out;
+            if (staged(target)) out = stage(0);
+            [[maybe_unused]] const bool direct = stream && out == target;  // streaming stores straight to dst
             if constexpr (RowsFirst) {
                 // The entering row's window sums, then the column sums and
                 // the means in one pass (the sums in the kernel's order).
                 auto form = [&](int r) {
-                    kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
-                                              windows_of(r));
+                    if constexpr (O == Order::Split)
+                        kernels::box::row_windows_split(source(r), n, g.mw, windows_of(r));
+                    else
+                        kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
+                                                  windows_of(r));
                 };
                 std::uint16_t* stale = windows_of(y - g.ay - 1);
                 std::uint16_t* fresh = stale;
+                bool stepped = false;  // the means written with the entering row's sums
                 if (restart) {
                     for (int j = 0; j < g.mh; ++j) {
                         form(y - g.ay + j);
-                        kernels::box::vertical_add(windows_of(y - g.ay + j), n, j == 0, sums);
+                        if constexpr (O == Order::Split)
+                            kernels::box::split_add(windows_of(y - g.ay + j), n, j == 0, mean, sums);
+                        else
+                            kernels::box::vertical_add(windows_of(y - g.ay + j), n, j == 0, sums);
                     }
-                    std::fill(stale, stale + n, std::uint16_t(0));  // nothing leaves the first row's sums
+                    // Nothing leaves the first row's sums.
+                    std::fill(stale, stale + (O == Order::Split ? lanes : n), std::uint16_t(0));
+                } else if constexpr (O == Order::Split && std::is_same_v<A, std::uint16_t>) {
+                    kernels::box::split_row(source(y - g.ay + g.mh - 1), n, g.mw, stale,
+                                            windows_of(y - g.ay + g.mh - 1), mean, sums, out, direct);
+                    stepped = true;
+                } else if (Pairs && held == 0 && y + 1 < last) {
+                    // Rows y and y + 1 (nothing is held back, so the next row
+                    // needs nothing after its means).
+                    if constexpr (Pairs) {
+                        form(y - g.ay + g.mh - 1);
+                        form(y - g.ay + g.mh);
+                        kernels::box::split_step2(windows_of(y - g.ay + g.mh - 1), stale, windows_of(y - g.ay + g.mh),
+                                                  windows_of(y - g.ay), n, mean, sums, out, row(dst, dstStep, y + 1),
+                                                  stream);
+                    }
+                    stepped = true;
+                    ++y;
                 } else {
                     form(y - g.ay + g.mh - 1);
                     fresh = windows_of(y - g.ay + g.mh - 1);
                 }
-                if constexpr (std::is_same_v<D, Rok8u>) kernels::box::vertical_step(fresh, stale, n, mean, sums, out);
+                if (stepped) {
+                } else if constexpr (O == Order::Split) {
+                    kernels::box::split_step(fresh, stale, n, mean, sums, out, direct);
+                } else if constexpr (std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>) {
+                    kernels::box::vertical_step(fresh, stale, n, mean, sums, out);
+                }
             } else {
                 if (restart) {
                     kernels::box::column_set(source(y - g.ay), columns, sums);
@@ -146,6 +201,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                     kernels::box::box_mean(sums, n, nc, g.mw, area, prefix, out);
                 }
             }
+            if (out != target && held == 0) kernels::copy_bytes_streaming(out, target, std::size_t(n) * sizeof(D));
             if (g.inPlace) {
                 if (y - g.ay - 1 >= first) write_back(y - g.ay - 1);
             } else if (g.ac4) {
@@ -189,11 +245,21 @@ RokStatus run_box(const T* src, int srcStep, D* dst, int dstStep, RokiSize roi, 
             const BoxMultiplier m = box_multiplier(area, g.nc == 1);
             mean = {m.mult, m.shift, m.mult * area * largest + (1ll << (m.shift - 1)) >= (1ll << 31)};
             if constexpr (std::is_same_v<T, Rok8u> && std::is_same_v<D, Rok8u>) {
+                // One channel rows first, split, on rows of 32 samples and
+                // more: 16-bit column sums while every box sum fits them and
+                // the mean takes the high half of a 16-bit product, else
+                // 32-bit ones while the mean is not wide.
+                if (g.nc == 1 && roi.width >= 32 && mask.width <= kernels::box::kSplitWidest) {
+                    if (area * 255 <= 65535 && kernels::box::split_high(mean))
+                        return run_lanes<std::uint16_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);
+                    if (area * 255 > 65535 && !mean.wide)
+                        return run_lanes<std::int32_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);
+                }
                 // 16-bit lanes while every box sum fits; rows first while
                 // the sums along a row fit.
                 if (area * 255 <= 65535) return run_lanes<std::uint16_t>(src, srcStep, dst, dstStep, g, mean);
                 if (mask.width * 255 <= 65535)
-                    return run_lanes<std::int32_t, T, D, true>(src, srcStep, dst, dstStep, g, mean);
+                    return run_lanes<std::int32_t, T, D, Order::Rows>(src, srcStep, dst, dstStep, g, mean);
             }
             return run_lanes<std::int32_t>(src, srcStep, dst, dstStep, g, mean);
         }

@@ -315,7 +315,25 @@ class Engine {
 public:
     Engine(const Frame& f, const Neighbourhood& nb, const Plan& p)
         : f_(f), p_(p), c_(f.channels), w_(f.roi.width), h_(f.roi.height), ax_(nb.anchor.x), ay_(nb.anchor.y),
-          ext_(p.right - p.left + f.roi.width) {}
+          ext_(p.right - p.left + f.roi.width) {
+        // A rectangle of one channel with running extrema in height: each
+        // output row is one fused pass (rect_row) where the doublings in
+        // registers reach across the mask; otherwise the pass leaves the
+        // doubling row, and the further doublings and taps follow.
+        if (!p.fused && p.nruns == 1 && p.nterms == 1 && p.runs[0].how == Build::Slide && c_ == 1) {
+            const int width = p.terms[0].width, most = sizeof(T) <= 4 ? 4 : 3;
+            const int levels = width >= 2 ? std::min(floor_log2(width), most) : 0, rest = width - (1 << levels);
+            if (levels > 0 && rest <= (1 << levels) && rest * int(sizeof(T)) <= 32) {
+                rectLevels_ = levels;
+                rectRest_ = rest;
+                // Two rows a pass where every shift stays within 16 bytes.
+                rectPairs_ = sizeof(T) <= 2 && (1 << (levels - 1)) * int(sizeof(T)) <= 16 && rest * int(sizeof(T)) <= 16;
+            } else if (p.runs[0].span > 1) {
+                rectLevels_ = levels;
+                rectRest_ = -1;
+            }
+        }
+    }
 
     RokStatus run(bool threaded) {
         const bool inPlace = f_.src == f_.dst && f_.srcStep == f_.dstStep;
@@ -324,7 +342,7 @@ public:
         // the row pointers of the combining calls.
         const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
         const std::size_t slotBytes = round64(std::size_t(w_) * c_ * sizeof(T));
-        const std::size_t pointers = 4 * std::size_t(p_.nruns) + 8 * std::size_t(p_.maxInputs);
+        const std::size_t pointers = 4 * std::size_t(p_.nruns) + 9 * std::size_t(p_.maxInputs);
         const std::size_t indices = 3 * std::size_t(p_.ntaps);
         const std::size_t bytes = rowBytes * std::size_t(p_.rows) + slotBytes * std::size_t(slots) +
                                   (p_.fused ? 0 : pointers * sizeof(const T*) + indices * sizeof(int));
@@ -351,6 +369,8 @@ public:
                 *list = more;
                 more += p_.maxInputs;
             }
+            suffixRows_ = static_cast<T**>(static_cast<void*>(more));
+            more += p_.maxInputs;
             pair_taps(reinterpret_cast<int*>(more));
         }
 
@@ -445,6 +465,67 @@ private:
         }
         combine(suffix(t), prefix, scratch_row(run.v + slot), ext_samples());
         return scratch_row(run.v + slot);
+    }
+
+    // Output row y of a rectangle of one channel (rectLevels_ > 0): the rows
+    // of van Herk/Gil-Werman as in slide(), with the last combination, the
+    // running prefix and the doubling across the row in one pass.
+    struct RectInputs {
+        const T *a, *b, *c;
+        T* running;
+    };
+
+    // The inputs of rect_row's pass for output row y; at a block's first
+    // row, the block's suffix rows first.
+    RectInputs rect_inputs(int y) {
+        const Run& run = p_.runs[0];
+        const int len = run.len, t = y % len, yb = y - t;
+        auto suffix = [&](int u) -> const T* {
+            return u == len - 1 ? source(yb, run.top + len - 1) : scratch_row(run.s + u);
+        };
+        const T *a = nullptr, *b = nullptr, *c = nullptr;
+        T* running = nullptr;
+        if (t == 0) {
+            if (len >= 3) {
+                // S_u for u = len - 2 down to 1 in one pass down the rows.
+                const T** from = inputs_[0];
+                T** into = suffixRows_;
+                for (int u = 1; u < len; ++u) from[u - 1] = source(yb, run.top + u);
+                for (int u = 1; u < len - 1; ++u) into[u - 1] = scratch_row(run.s + u);
+                kernels::extrema_suffixes<T, E>(from, len - 2, into, ext_samples());
+            }
+            a = source(yb, run.top);
+            b = c = suffix(1);
+        } else {
+            a = suffix(t);
+            b = c = source(yb, run.top + len);
+            if (t >= 2) {
+                running = scratch_row(run.s + len - 1);
+                if (t > 2) b = running;
+                c = source(yb, run.top + len + t - 1);
+            }
+        }
+        return {a, b, c, running};
+    }
+
+    void rect_row(int y, T* out) {
+        const Run& run = p_.runs[0];
+        const auto [a, b, c, running] = rect_inputs(y);
+        if (rectRest_ >= 0) return kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_);
+        // The doubling row of span 2^rectLevels_, doubled on to the largest
+        // power of two within the width (one of the run's two pairs of
+        // doubling rows serves), then the two spans that cover the width.
+        const int first = run.d, width = p_.terms[0].width;
+        T* into = scratch_row(first);
+        int span = 1 << rectLevels_;
+        kernels::extrema_rect_row<T, E>(a, b, c, running, into, ext_ - span + 1, rectLevels_, 0);
+        for (; 2 * span <= width; span *= 2) {
+            const T* from = into;
+            into = scratch_row(into == scratch_row(first) ? first + 1 : first);
+            combine(from, from + span, into, ext_ - 2 * span + 1);
+        }
+        if (span == width) return kernels::copy_bytes(into, out, std::size_t(w_) * sizeof(T));
+        combine(into, into + (width - span), out, w_);
     }
 
     // Forms every run's row for output row y (slot 0) and, with `pair`, row
@@ -566,6 +647,20 @@ private:
     // Output rows y and y + 1 (out1 null: row y alone, the last of an odd
     // height). Rows always go in pairs from row 0, in place or not.
     void general_pair(int y, T* out0, T* out1, bool ac4) {
+        if (rectLevels_ > 0 && rectPairs_ && out1 != nullptr && y % p_.runs[0].len + 1 < p_.runs[0].len) {
+            // Rows y and y + 1 in one block: after the block's first row, the
+            // second row's running extremum extends the first's.
+            const RectInputs r0 = rect_inputs(y);
+            const bool chain = y % p_.runs[0].len > 0;
+            const RectInputs r1 = rect_inputs(y + 1);
+            return kernels::extrema_rect_pair<T, E>(r0.a, r0.b, r0.c, r1.a, r1.b, r1.c, chain, r1.running, out0, out1, w_,
+                                                    rectLevels_, rectRest_);
+        }
+        if (rectLevels_ > 0) {
+            rect_row(y, out0);
+            if (out1 != nullptr) rect_row(y + 1, out1);
+            return;
+        }
         prepare(y, out1 != nullptr);
         gather(y, 0);
         if (out1 == nullptr) return finish(inputs_[0], out0, ac4);
@@ -621,6 +716,9 @@ private:
     const Plan& p_;
     const int c_, w_, h_, ax_, ay_;
     const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
+    bool rectPairs_ = false;    // rect_pair applies
+    T** suffixRows_ = nullptr;  // the suffix rows of rect_row
+    int rectLevels_ = 0, rectRest_ = 0;  // the fused rectangle pass (rect_row), when it applies
     T* rows_ = nullptr;
     std::size_t rowStride_ = 0;
     // Per row of a pair: each run's row, its doubling row and the taps.

@@ -5,6 +5,7 @@
 // running sums, and window sums exactly rounded to single precision.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -13,6 +14,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "core/core.h"
 #include "guarded.h"
 #include "random.h"
 #include "reference.h"
@@ -188,6 +190,37 @@ TEST(BoxFilter, EveryEngineOverEveryTail) {
     sweep(Form<Rok64f, Rok64f>{"Box 64f C1 17x4", 1, 1, false, BOX(rokiFilterBox_64f_C1R)}, 17, 4);
 }
 
+// One-channel 8u rows of 32 samples and more, masks up to 56 wide, run split
+// into even and odd samples: window sums from pairs of pixels, 16- or 32-bit
+// column sums. Every mask width 1 to 56 (both ends of the window whole or
+// in part) at widths that end on a block, one past it and just short of the
+// next (the last block then overlaps); every width 32 to 70 for a few masks
+// of each column-sum size; the widest split mask and the next, which is not.
+TEST(BoxFilter, SplitRowsEveryWindow) {
+    const Form<Rok8u, Rok8u> f{"Box 8u C1", 1, 1, false, BOX(rokiFilterBox_8u_C1R)};
+    unsigned seed = 100;
+    for (int mw = 1; mw <= 56; ++mw)
+        for (int mh : {1, 7, 40})
+            for (int w : {32, 33, 63, 64, 70}) {
+                ++seed;
+                check(f, Box{w, 2 + int(seed % 2), mw, mh, int(seed % unsigned(mw)), int(seed % unsigned(mh))}, seed,
+                      seed % 2 ? rokt::Guard::After : rokt::Guard::Before, int(seed % 3));
+            }
+    for (int mw : {11, 17, 24, 31, 33})
+        for (int w = 32; w <= 70; ++w)
+            check(f, Box{w, 3, mw, mw, w % mw, (w * 5) % mw}, unsigned(w),
+                  w % 2 ? rokt::Guard::After : rokt::Guard::Before, w % 3);
+    // Rows of several blocks, each block's windows from two half windows of
+    // its own and the next block's sums (masks of 24 and more), the last
+    // blocks whole.
+    for (int mw = 17; mw <= 56; ++mw)
+        check(f, Box{161 + mw % 3, 2, mw, 3, mw / 2, 1}, unsigned(mw), mw % 2 ? rokt::Guard::After : rokt::Guard::Before,
+              mw % 2);
+    for (int mw : {56, 57})
+        for (int w : {95, 96})
+            check(f, Box{w, 4, mw, 7, mw - 1, 1}, 9, w % 2 ? rokt::Guard::After : rokt::Guard::Before, 1);
+}
+
 // Images past the core's cache take streaming stores for their means, the
 // first and last block of each row stored normally over the aligned ones.
 TEST(BoxFilter, LargeImages) {
@@ -195,6 +228,26 @@ TEST(BoxFilter, LargeImages) {
           rokt::Guard::After, 3);
     check(Form<Rok8u, Rok8u>{"Box 8u C3 3x3", 3, 3, false, BOX(rokiFilterBox_8u_C3R)}, Box{701, 700, 3, 3, 1, 1}, 32,
           rokt::Guard::Before, 1);
+    // Rows of whole 32-byte blocks on 32-byte boundaries (no padding: the
+    // buffer ends on a page), so the one-channel split rows stream every
+    // block, with 16- and with 32-bit column sums.
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 11, 11, 5, 5},
+          33, rokt::Guard::After, 0);
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 16, 16, 15, 0},
+          34, rokt::Guard::Before, 0);
+    // Rows off 32 bytes: 16-bit sums put their means through an aligned row
+    // and copy them out streamed; 32-bit sums store them in place.
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 15x15", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1535, 700, 15, 15, 0, 14},
+          35, rokt::Guard::After, 2);
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1535, 700, 16, 16, 15, 0},
+          36, rokt::Guard::Before, 1);
+    // Means of four times the core's cache and more on rows off 32 bytes:
+    // 16-bit sums put them through an aligned row and copy them out
+    // streamed (every 32nd row starts on 32 bytes and streams in place).
+    const std::size_t l2 = std::size_t(std::max(rok::core::l2_cache_bytes, 1 << 20));
+    const int h = int(4 * l2 / 2047) + 2;
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 7x7", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{2047, h, 7, 7, 3, 6}, 37,
+          rokt::Guard::After, 2);
 }
 
 TEST(BoxFilter, LargeAreasTakeTheDoubleEngine) {
@@ -323,15 +376,16 @@ TEST(BoxFilter, InPlaceEqualsOutOfPlace) {
 }
 
 TEST(BoxFilter, SameResultsAtOneAndTwoThreads) {
-    auto run = [](auto tag, int threads, RokiSize mask) {
+    auto run = [](auto tag, int threads, RokiSize mask, int nc = 3) {
         using T = decltype(tag);
-        GuardedImage<T> src(300 + mask.width - 1, 150 + mask.height - 1, 3);
+        GuardedImage<T> src(300 + mask.width - 1, 150 + mask.height - 1, nc);
         fill_source(src, 4);
-        GuardedImage<T> dst(300, 150, 3);
+        GuardedImage<T> dst(300, 150, nc);
         rokt::WithThreads with(threads);
         RokStatus s;
         if constexpr (std::is_same_v<T, Rok8u>)
-            s = rokiFilterBox_8u_C3R(src.data(), src.step(), dst.data(), dst.step(), {300, 150}, mask, {0, 0});
+            s = (nc == 1 ? rokiFilterBox_8u_C1R : rokiFilterBox_8u_C3R)(src.data(), src.step(), dst.data(), dst.step(),
+                                                                        {300, 150}, mask, {0, 0});
         else
             s = rokiFilterBox_32f_C3R(src.data(), src.step(), dst.data(), dst.step(), {300, 150}, mask, {0, 0});
         EXPECT_EQ(s, rokStatusOk);
@@ -339,6 +393,8 @@ TEST(BoxFilter, SameResultsAtOneAndTwoThreads) {
     };
     EXPECT_EQ(run(Rok8u{}, 1, {11, 11}), run(Rok8u{}, 2, {11, 11}));
     EXPECT_EQ(run(Rok8u{}, 1, {31, 31}), run(Rok8u{}, 2, {31, 31}));
+    EXPECT_EQ(run(Rok8u{}, 1, {11, 11}, 1), run(Rok8u{}, 2, {11, 11}, 1));
+    EXPECT_EQ(run(Rok8u{}, 1, {31, 31}, 1), run(Rok8u{}, 2, {31, 31}, 1));
     EXPECT_EQ(run(Rok32f{}, 1, {7, 9}), run(Rok32f{}, 2, {7, 9}));
 }
 

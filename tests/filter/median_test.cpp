@@ -125,9 +125,13 @@ TEST(FilterMedian, NetworkKernelsAtEveryWidth) {
     // Calls of many rows and an odd last call (pairs of rows, then one).
     check(members<Rok8u>()[0], {45, 67}, {5, 5}, {2, 2}, seed++);
     check(members<Rok8u>()[1], {23, 37}, {5, 5}, {2, 2}, seed++, 0, medt::Guard::Before);
-    // Rows longer than a stage chunk (1024 bytes), AC4 rows longer than one
-    // block of 256 pixels, and rows 4 KiB apart (short strip walks).
+    // Rows longer than a stage chunk (256 bytes) ending at offsets across a
+    // register, one and three channels; AC4 rows longer than one block of
+    // 256 pixels, and rows 4 KiB apart (short strip walks).
     check(members<Rok8u>()[0], {1100, 2}, {5, 5}, {2, 2}, seed++);
+    for (int w = 250; w <= 300; w += 5) check(members<Rok8u>()[0], {w, 4}, {5, 5}, {2, 2}, seed++);
+    for (int w = 84; w <= 100; w += 4) check(members<Rok8u>()[1], {w, 3}, {5, 5}, {2, 2}, seed++, 0, medt::Guard::After);
+    check(members<Rok16u>()[1], {50, 2}, {5, 5}, {2, 2}, seed++);
     check(members<Rok8u>()[0], {70, 9}, {3, 3}, {1, 1}, seed++, 0, medt::Guard::After, 4096 - 72);
     check(members<Rok64f>()[0], {300, 2}, {3, 3}, {1, 1}, seed++);
     check(members<Rok8u>()[3], {300, 2}, {5, 5}, {4, 0}, seed++);

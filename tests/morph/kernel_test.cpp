@@ -126,6 +126,118 @@ void doubling_kernel() {
         }
 }
 
+// The fused rectangle row: every doubling level with every rest the kernel
+// takes, the running extremum written apart, in place over its row or not
+// at all.
+template <class T, Extremum E>
+void rect_kernel() {
+    std::mt19937 rng(17);
+    for (int levels = 1; levels <= (sizeof(T) <= 4 ? 4 : 3); ++levels)
+        for (int rest = 0; rest <= (1 << levels) && rest * int(sizeof(T)) <= 32; ++rest)
+            for (int n : lengths()) {
+                    const int keep = (n + rest) % 3;  // mOut: none, its own row, b itself
+                    const int width = (1 << levels) + rest, samples = n + width - 1;
+                    const Guard g = (n + rest) % 2 ? Guard::After : Guard::Before;
+                    Row<T> a(samples, g, rng), b(samples, g, rng), c(samples, g, rng);
+                    GuardedBuffer mBuf(std::size_t(samples) * sizeof(T), g);
+                    GuardedBuffer out(std::size_t(n) * sizeof(T), g == Guard::After ? Guard::Before : Guard::After);
+                    std::vector<T> m(static_cast<std::size_t>(samples)), col(m.size());
+                    for (int i = 0; i < samples; ++i) {
+                        m[std::size_t(i)] = pick(E, b.data()[i], c.data()[i]);
+                        col[std::size_t(i)] = pick(E, a.data()[i], m[std::size_t(i)]);
+                    }
+                    T* mOut = keep == 0 ? nullptr : keep == 1 ? reinterpret_cast<T*>(mBuf.data()) : b.data();
+                    T* d = reinterpret_cast<T*>(out.data());
+                    rok::kernels::extrema_rect_row<T, E>(a.data(), b.data(), c.data(), mOut, d, n, levels, rest);
+                    for (int i = 0; i < n; ++i) {
+                        T want = col[std::size_t(i)];
+                        for (int t = 1; t < width; ++t) want = pick(E, want, col[std::size_t(i + t)]);
+                        ASSERT_EQ(d[i], want) << "rect, width " << width << " keep " << keep << " n " << n << " i " << i;
+                    }
+                    for (int i = 0; i < samples && mOut != nullptr; ++i)
+                        ASSERT_EQ(mOut[i], m[std::size_t(i)]) << "rect running, width " << width << " n " << n;
+                }
+}
+
+// Two rectangle rows in one pass: row 1's running extremum chained to row
+// 0's or its own, written apart, over row 0's b or over row 1's b, or not.
+template <class T, Extremum E>
+void rect_pair_kernel() {
+    if constexpr (sizeof(T) <= 2) {
+        std::mt19937 rng(23);
+        for (int levels = 1; levels <= 4; ++levels)
+            for (int rest = 0; rest <= (1 << levels) && rest * int(sizeof(T)) <= 16; ++rest) {
+                if ((1 << (levels - 1)) * int(sizeof(T)) > 16) continue;
+                for (int n : lengths()) {
+                    const int width = (1 << levels) + rest, samples = n + width - 1;
+                    const bool chain = (n + rest) % 2 == 0;
+                    const int keep = (n / 2 + rest) % 4;  // mOut: none, its own row, b0, b1
+                    const Guard g = (n + levels) % 2 ? Guard::After : Guard::Before;
+                    std::vector<std::unique_ptr<Row<T>>> rows;
+                    for (int k = 0; k < 6; ++k) rows.push_back(std::make_unique<Row<T>>(samples, g, rng));
+                    T *a0 = rows[0]->data(), *b0 = rows[1]->data(), *c0 = rows[2]->data();
+                    T *a1 = rows[3]->data(), *b1 = rows[4]->data(), *c1 = rows[5]->data();
+                    std::vector<T> col0(static_cast<std::size_t>(samples)), col1(col0.size()), m1(col0.size());
+                    for (std::size_t i = 0; i < col0.size(); ++i) {
+                        const T m0 = pick(E, b0[i], c0[i]);
+                        m1[i] = pick(E, chain ? m0 : b1[i], c1[i]);
+                        col0[i] = pick(E, a0[i], m0);
+                        col1[i] = pick(E, a1[i], m1[i]);
+                    }
+                    GuardedBuffer mBuf(std::size_t(samples) * sizeof(T), g);
+                    GuardedBuffer out0(std::size_t(n) * sizeof(T), g), out1((std::size_t(n) + 1) * sizeof(T), g);
+                    T* mOut = keep == 0 ? nullptr : keep == 1 ? reinterpret_cast<T*>(mBuf.data()) : keep == 2 ? b0 : b1;
+                    T* d0 = reinterpret_cast<T*>(out0.data());
+                    T* d1 = reinterpret_cast<T*>(out1.data()) + 1;
+                    rok::kernels::extrema_rect_pair<T, E>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, levels, rest);
+                    for (int i = 0; i < n; ++i) {
+                        T w0 = col0[std::size_t(i)], w1 = col1[std::size_t(i)];
+                        for (int t = 1; t < width; ++t) {
+                            w0 = pick(E, w0, col0[std::size_t(i + t)]);
+                            w1 = pick(E, w1, col1[std::size_t(i + t)]);
+                        }
+                        ASSERT_EQ(d0[i], w0) << "pair row 0, width " << width << " chain " << chain << " keep " << keep << " n " << n << " i " << i;
+                        ASSERT_EQ(d1[i], w1) << "pair row 1, width " << width << " chain " << chain << " keep " << keep << " n " << n << " i " << i;
+                    }
+                    for (int i = 0; i < samples && mOut != nullptr; ++i)
+                        ASSERT_EQ(mOut[i], m1[std::size_t(i)]) << "pair running, width " << width << " keep " << keep << " n " << n;
+                }
+            }
+    }
+}
+
+// Running extrema up a stack of rows, the results at a shared offset.
+template <class T, Extremum E>
+void suffix_kernel() {
+    std::mt19937 rng(19);
+    constexpr int kLanes = 32 / int(sizeof(T));
+    for (int count : {1, 3, 13})
+        for (int n : lengths()) {
+            const int offset = n % 3 == 0 ? 0 : n % 3 == 1 ? 1 : kLanes - 1;
+            const Guard g = n % 2 ? Guard::After : Guard::Before;
+            std::vector<std::unique_ptr<Row<T>>> rows;
+            std::vector<std::unique_ptr<GuardedBuffer>> outs;
+            std::vector<const T*> src;
+            std::vector<T*> dst;
+            for (int k = 0; k <= count; ++k) {
+                rows.push_back(std::make_unique<Row<T>>(n, g, rng));
+                src.push_back(rows.back()->data());
+            }
+            for (int k = 0; k < count; ++k) {
+                outs.push_back(std::make_unique<GuardedBuffer>((std::size_t(n) + offset) * sizeof(T), g));
+                dst.push_back(reinterpret_cast<T*>(outs.back()->data()) + offset);
+            }
+            rok::kernels::extrema_suffixes<T, E>(src.data(), count, dst.data(), n);
+            for (int i = 0; i < n; ++i) {
+                T want = src[std::size_t(count)][i];
+                for (int k = count - 1; k >= 0; --k) {
+                    want = pick(E, want, src[std::size_t(k)][i]);
+                    ASSERT_EQ(dst[std::size_t(k)][i], want) << "suffix, count " << count << " n " << n << " k " << k;
+                }
+            }
+        }
+}
+
 template <class T>
 T nine(Extremum e, const T* const* r, int i, int s) {
     T v = r[0][i - s];
@@ -173,6 +285,12 @@ void both() {
     square_kernels<T, Extremum::Max>();
     doubling_kernel<T, Extremum::Min>();
     doubling_kernel<T, Extremum::Max>();
+    rect_kernel<T, Extremum::Min>();
+    rect_kernel<T, Extremum::Max>();
+    suffix_kernel<T, Extremum::Min>();
+    suffix_kernel<T, Extremum::Max>();
+    rect_pair_kernel<T, Extremum::Min>();
+    rect_pair_kernel<T, Extremum::Max>();
 }
 
 TEST(ExtremaKernels, EveryTypeLengthOffsetAndDistance) {

@@ -256,6 +256,33 @@ TEST(FilterMinMax, RectanglesAgainstBruteForce) {
     sweep_widths(FORM(Rok32f, "FilterMin 32f AC4", 4, 3, Op::Min, RECT_R(rokiFilterMin_32f_AC4R), nullptr), rect(3, 3, 0, 0));
 }
 
+// One channel under masks tall enough for running extrema in height: widths
+// round every doubling level with every rest, anchors at the corners, ROIs
+// over several blocks of rows and widths over every vector tail.
+TEST(FilterMinMax, TallOneChannelRectangles) {
+    const int sizes[][2] = {{2, 10}, {3, 11}, {4, 12}, {5, 10}, {7, 13}, {8, 10}, {9, 15}, {11, 11}, {12, 14},
+                            {15, 15}, {16, 10}, {17, 12}, {24, 11}, {32, 10}, {33, 12}, {40, 10}, {1, 16}, {15, 40}};
+    std::uint32_t seed = 300;
+    for (const auto& wh : sizes) {
+        const int mw = wh[0], mh = wh[1];
+        for (int corner = 0; corner < 4; ++corner) {
+            const Shape s = rect(mw, mh, corner % 2 ? mw - 1 : 0, corner / 2 ? mh - 1 : 0);
+            const int w = 1 + int(seed * 7 % 70), h = 2 * mh + int(seed % 5);
+            const Guard g = seed % 2 ? Guard::After : Guard::Before;
+            switch (corner) {
+                case 0: check(FORM(Rok8u, "FilterMax 8u C1", 1, 1, Op::Max, RECT_R(rokiFilterMax_8u_C1R), nullptr), w, h, s, seed, g); break;
+                case 1: check(FORM(Rok16u, "FilterMin 16u C1", 1, 1, Op::Min, RECT_R(rokiFilterMin_16u_C1R), nullptr), w, h, s, seed, g); break;
+                case 2: check(FORM(Rok16s, "FilterMax 16s C1", 1, 1, Op::Max, RECT_R(rokiFilterMax_16s_C1R), nullptr), w, h, s, seed, g); break;
+                default: check(FORM(Rok32f, "FilterMin 32f C1", 1, 1, Op::Min, RECT_R(rokiFilterMin_32f_C1R), nullptr), w, h, s, seed, g); break;
+            }
+            ++seed;
+        }
+    }
+    sweep_widths(FORM(Rok32f, "FilterMax 32f C1", 1, 1, Op::Max, RECT_R(rokiFilterMax_32f_C1R), nullptr), rect(15, 11, 14, 3));
+    sweep_widths(FORM(Rok8u, "Dilate 8u C1", 1, 1, Op::Max, MASK_R(rokiDilate_8u_C1R), MASK_IR(rokiDilate_8u_C1IR)),
+                 rect(13, 12, 6, 11));
+}
+
 // Rows wider than the plan's rows have ever been in the sweeps, in place and
 // out of place.
 TEST(Morph, WideRows) {

@@ -37,6 +37,43 @@ void vertical_add(const std::uint16_t* row, int n, bool first, std::int32_t* sum
 void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
                    Rok8u* dst);
 
+// One-channel 8u rows first, for windows of at most kSplitWidest pixels
+// over rows of n >= 32 samples. Each block of 32 samples is held split: the
+// 16 window sums of its even samples, then the 16 of its odd ones; a row
+// that ends inside a block has one more, of its last 32 samples, after the
+// whole ones (split_length(n) sums in all). Pair sums of adjacent bytes (one
+// multiply-add of a shifted load) build the split sums without any shuffle,
+// and the split means interleave back into bytes by shifts. (From about 64
+// pixels on, windows measured as fast as running sums along the row.)
+constexpr int kSplitWidest = 56;
+int split_length(int n);
+void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out);
+// Column sums of split window sums in 16 bits (every box sum fits 16 bits
+// and `Mean` takes the high half of a 16-bit product: split_high), or in 32
+// bits (each block of 32 as four blocks of 8: the even samples of the even
+// half, its odd samples, then the same of the odd half; held as
+// mult * S + 2^(shift-1), for means that are not `wide`). add sets (first)
+// or adds one row; step adds `fresh`, takes `stale` out and writes means
+// (past the cache with `stream` where dst lies on 32 bytes; the caller then
+// ends its rows with a store fence).
+struct Mean;
+bool split_high(const Mean& m);
+void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::uint16_t* sums);
+void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
+                Rok8u* dst, bool stream);
+void split_add(const std::uint16_t* row, int n, bool first, const Mean& m, std::int32_t* sums);
+// row_windows_split of an entering row into `fresh`, then split_step with
+// 16-bit sums, in one pass over each block.
+void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
+               std::uint16_t* sums, Rok8u* dst, bool stream);
+void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
+                Rok8u* dst, bool stream);
+// Two rows of split_step with 32-bit sums in one pass (the sums loaded and
+// stored once).
+void split_step2(const std::uint16_t* fresh1, const std::uint16_t* stale1, const std::uint16_t* fresh2,
+                 const std::uint16_t* stale2, int n, const Mean& m, std::int32_t* sums, Rok8u* dst1, Rok8u* dst2,
+                 bool stream);
+
 // The box mean in fixed point: (mult * S + 2^(shift-1)) >> shift, floored.
 // `wide` when mult * |S| + 2^(shift-1) may reach 2^31 (the products then
 // take 64-bit lanes).

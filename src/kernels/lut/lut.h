@@ -10,8 +10,8 @@
 
 namespace rok::kernels {
 
-// dst[i] = table[src[i]] for n bytes: sixteen 16-entry byte shuffles per 32
-// samples, no gathers.
+// dst[i] = table[src[i]] for n bytes: sixteen 16-entry byte shuffles and a
+// blend tree per 32 samples, no gathers.
 void lut_8u(const Rok8u* src, Rok8u* dst, std::size_t n, const Rok8u* table);
 
 // Four-channel pixels: channels 0..2 through table, dst's channel 3 kept.

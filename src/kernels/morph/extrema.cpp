@@ -2,8 +2,10 @@
 
 #include <immintrin.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <initializer_list>
+#include <type_traits>
 #include <utility>
 
 namespace rok::kernels {
@@ -276,6 +278,40 @@ void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, 
         });
 }
 
+template <class T, Extremum E>
+void extrema_suffixes(const T* const* src, int count, T* const* dst, int n) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes;
+    sweep<L>(
+        dst[0], n, true,
+        [&](int i) {
+            V acc = P::load(src[count] + i);
+            for (int k = count - 1; k >= 0; --k) {
+                acc = P::best(P::load(src[k] + i), acc);
+                P::storeu(dst[k] + i, acc);
+            }
+        },
+        [&](int i) {
+            // Two vectors at once: two chains of dependent extrema.
+            for (int q = 0; q < 4; q += 2) {
+                const int at = i + q * L;
+                V a0 = P::load(src[count] + at), a1 = P::load(src[count] + at + L);
+                for (int k = count - 1; k >= 0; --k) {
+                    const T* s = src[k] + at;
+                    a0 = P::best(P::load(s), a0);
+                    a1 = P::best(P::load(s + L), a1);
+                    P::storeu(dst[k] + at, a0);
+                    P::storeu(dst[k] + at + L, a1);
+                }
+            }
+        },
+        [&](int i) {
+            T acc = src[count][i];
+            for (int k = count - 1; k >= 0; --k) dst[k][i] = acc = better<E>(src[k][i], acc);
+        });
+}
+
 namespace {
 
 // Level k of the doubling at vector m: best(level k-1 at m, the same
@@ -335,6 +371,303 @@ void extrema_doubling(const T* v, T* d, int n, int levels) {
         case 1: return doubling_levels<T, E, 1>(v, d, n);
         case 2: return doubling_levels<T, E, 2>(v, d, n);
         default: return doubling_levels<T, E, 3>(v, d, n);
+    }
+}
+
+namespace {
+
+// Each 16-byte half of the vector S bytes into the halves' streams (x, y),
+// for an S known only at run time, 0 < S <= 16: a byte shuffle of each.
+struct HalfShift {
+    explicit HalfShift(int s) {
+        alignas(32) std::int8_t lo[32], hi[32];
+        for (int i = 0; i < 32; ++i) {
+            const int k = i % 16 + s;
+            lo[i] = k < 16 ? std::int8_t(k) : std::int8_t(-128);
+            hi[i] = k >= 16 ? std::int8_t(k - 16) : std::int8_t(-128);
+        }
+        fromLow = _mm256_load_si256(reinterpret_cast<const __m256i*>(lo));
+        fromHigh = _mm256_load_si256(reinterpret_cast<const __m256i*>(hi));
+    }
+    __m256i operator()(__m256i x, __m256i y) const {
+        return _mm256_or_si256(_mm256_shuffle_epi8(x, fromLow), _mm256_shuffle_epi8(y, fromHigh));
+    }
+    __m256i fromLow, fromHigh;
+};
+
+// The vector S bytes into the stream (x, y) for an S known only at run
+// time, 0 < S <= 32 (kHigh: S >= 16): the halves of the pair that holds it.
+template <bool kHigh>
+struct ByteShift {
+    explicit ByteShift(int bytes) : half(kHigh ? bytes - 16 : bytes) {}
+    template <class V>
+    V operator()(V x, V y) const {
+        const V m = middle(x, y);
+        return as(half(bits(kHigh ? m : x), bits(kHigh ? y : m)), x);
+    }
+    HalfShift half;
+};
+
+// The stream of doubling_levels over column vectors column(j * L) for
+// j * L + L <= readable, with a rest joined at the end (extrema_rect_row).
+// Step j forms column vector j, level k at j - k and, with a rest, the
+// result at j - K - 1 from level K at j - K - 1 and j - K. Stores the whole
+// result vectors it reaches below n; returns how many samples those cover.
+template <class T, Extremum E, int K, bool kRest, class Column, class Shift>
+int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes, B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
+    const int steps = std::min(readable / L, n / L + lag);
+    auto step = [&](int j, const V* last, V* now) {
+        now[0] = column(j * L);
+        [&]<int... k>(std::integer_sequence<int, k...>) {
+            ((now[k + 1] = P::best(last[k], bytes_into<(B << k)>(last[k], now[k]))), ...);
+        }(std::make_integer_sequence<int, K>{});
+    };
+    auto result = [&](int j, const V* last, const V* now) {
+        if constexpr (kRest)
+            P::storeu(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])));
+        else
+            P::storeu(d + (j - lag) * L, now[K]);
+    };
+    V x[K + 1] = {}, y[K + 1];
+    int j = 0;
+    for (; j < lag && j < steps; ++j) {
+        step(j, x, y);
+        for (int k = 0; k <= K; ++k) x[k] = y[k];
+    }
+    // Two steps a turn, the levels alternating between x and y.
+    for (; j + 1 < steps; j += 2) {
+        step(j, x, y);
+        result(j, x, y);
+        step(j + 1, y, x);
+        result(j + 1, y, x);
+    }
+    if (j < steps) {
+        step(j, x, y);
+        result(j, x, y);
+    }
+    return std::max(0, steps - lag) * L;
+}
+
+template <class T, Extremum E, int K, bool kRest, bool kHigh>
+void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int L = P::kLanes, lag = K + (kRest ? 1 : 0);
+    const int readable = n + (1 << K) - 1 + rest;
+    const ByteShift<kHigh> shift(kRest ? rest * int(sizeof(T)) : 16);
+    // The column vector at sample `at`, its running extremum stored on the way.
+    auto column = [&](int at) {
+        const V m = P::best(P::load(b + at), P::load(c + at));
+        if (mOut != nullptr) P::storeu(mOut + at, m);
+        return P::best(P::load(a + at), m);
+    };
+    const int done = rect_stream<T, E, K, kRest>(column, readable, d, n, shift);
+    if (done == n && mOut == nullptr) return;
+    // The rest of the row (fewer than lag + 2 vectors of columns): its
+    // columns copied to the stack, padded, and streamed again, so that every
+    // sample is formed by the same pairs; the running extremum completed on
+    // the way. A column formed twice comes out the same.
+    constexpr int kTail = (2 * lag + 3) * L;
+    alignas(32) T cols[kTail], out[kTail];
+    const int first = std::min(done, std::max(0, readable - L));
+    if (readable >= L) {
+        int at = first;
+        for (; at + L <= readable; at += L) P::storeu(cols + (at - first), column(at));
+        if (at < readable) P::storeu(cols + (readable - L - first), column(readable - L));
+    } else {
+        for (int i = 0; i < readable; ++i) {
+            const T m = better<E>(b[i], c[i]);
+            if (mOut != nullptr) mOut[i] = m;
+            cols[i] = better<E>(a[i], m);
+        }
+    }
+    if (done == n) return;
+    for (int at = readable - first; at + L <= kTail; at += L) P::storeu(cols + at, V{});
+    auto stored = [&](int at) { return P::load(cols + at); };
+    const int left = n - first, vectors = (left + L - 1) / L;
+    rect_stream<T, E, K, kRest>(stored, (vectors + lag) * L, out, vectors * L, shift);
+    for (int i = done - first; i < left; ++i) d[first + i] = out[i];
+}
+
+template <class T, Extremum E, int K>
+void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
+    if (rest * int(sizeof(T)) >= 16)
+        rect_levels<T, E, K, true, true>(a, b, c, mOut, d, n, rest);
+    else if (rest > 0)
+        rect_levels<T, E, K, true, false>(a, b, c, mOut, d, n, rest);
+    else
+        rect_levels<T, E, K, false, true>(a, b, c, mOut, d, n, 0);
+}
+
+}  // namespace
+
+template <class T, Extremum E>
+void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest) {
+    switch (levels) {
+        case 1: return rect_levels<T, E, 1>(a, b, c, mOut, d, n, rest);
+        case 2: return rect_levels<T, E, 2>(a, b, c, mOut, d, n, rest);
+        case 3: return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest);
+        default:
+            if constexpr (sizeof(T) <= 4)
+                return rect_levels<T, E, 4>(a, b, c, mOut, d, n, rest);
+            else
+                return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest);
+    }
+}
+
+namespace {
+
+// The 16-byte halves of the integer types.
+template <class T, Extremum E>
+__m128i best_half(__m128i a, __m128i b) {
+    if constexpr (E == Extremum::Max) {
+        if constexpr (std::is_same_v<T, Rok8u>) return _mm_max_epu8(a, b);
+        else if constexpr (std::is_same_v<T, Rok16u>) return _mm_max_epu16(a, b);
+        else return _mm_max_epi16(a, b);
+    } else {
+        if constexpr (std::is_same_v<T, Rok8u>) return _mm_min_epu8(a, b);
+        else if constexpr (std::is_same_v<T, Rok16u>) return _mm_min_epu16(a, b);
+        else return _mm_min_epi16(a, b);
+    }
+}
+
+inline __m128i load_half(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
+inline void store_half(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+inline __m256i halves(__m128i lo, __m128i hi) { return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1); }
+
+// The 16 bytes S bytes into each half's stream (x, y), 0 < S <= 16.
+template <int S>
+__m256i in_halves(__m256i x, __m256i y) {
+    if constexpr (S == 16)
+        return y;
+    else
+        return _mm256_alignr_epi8(y, x, S);
+}
+
+
+// rect_stream over chunks of H = 16 / sizeof(T) samples of two rows, row 0
+// in the low half; results go to d0 and d1.
+template <class T, Extremum E, int K, bool kRest, class Column>
+void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shift) {
+    using V = __m256i;
+    using P = Pick<T, E>;
+    constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
+    auto step = [&](int j, const V* last, V* now) {
+        now[0] = column(j);
+        [&]<int... k>(std::integer_sequence<int, k...>) {
+            ((now[k + 1] = P::best(last[k], in_halves<(B << k)>(last[k], now[k]))), ...);
+        }(std::make_integer_sequence<int, K>{});
+    };
+    auto result = [&](int j, const V* last, const V* now) {
+        V r;
+        if constexpr (kRest)
+            r = P::best(last[K], shift(last[K], now[K]));
+        else
+            r = now[K];
+        store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(r));
+        store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(r, 1));
+    };
+    V x[K + 1] = {}, y[K + 1];
+    int j = 0;
+    for (; j < lag && j < steps; ++j) {
+        step(j, x, y);
+        for (int k = 0; k <= K; ++k) x[k] = y[k];
+    }
+    for (; j + 1 < steps; j += 2) {
+        step(j, x, y);
+        result(j, x, y);
+        step(j + 1, y, x);
+        result(j + 1, y, x);
+    }
+    if (j < steps) {
+        step(j, x, y);
+        result(j, x, y);
+    }
+}
+
+template <class T, Extremum E, int K, bool kRest>
+void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
+                      T* mOut, T* d0, T* d1, int n, int rest) {
+    constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? 1 : 0);
+    const int readable = n + (1 << K) - 1 + rest;
+    const int steps = std::min(readable / H, n / H + lag);
+    const int done = std::max(0, steps - lag) * H;
+    // Row 1's running extremum may replace a row that row 0 reads, so it is
+    // written only below `first`, where no column is formed again; the
+    // columns from `first` on are formed once more into the stack below.
+    const int first = std::min(done, std::max(0, readable - H)) / H * H;
+    const HalfShift shift(kRest ? rest * int(sizeof(T)) : 16);
+    auto both = [&](int at, __m128i& x0, __m128i& x1, __m128i& m1) {
+        const __m128i m0 = best_half<T, E>(load_half(b0 + at), load_half(c0 + at));
+        m1 = best_half<T, E>(chain ? m0 : load_half(b1 + at), load_half(c1 + at));
+        x0 = best_half<T, E>(load_half(a0 + at), m0);
+        x1 = best_half<T, E>(load_half(a1 + at), m1);
+    };
+    auto column = [&](int j) {
+        __m128i x0, x1, m1;
+        both(j * H, x0, x1, m1);
+        if (mOut != nullptr && (j + 1) * H <= first) store_half(mOut + j * H, m1);
+        return halves(x0, x1);
+    };
+    pair_stream<T, E, K, kRest>(column, steps, d0, d1, shift);
+    if (done == n && (mOut == nullptr || first == readable)) return;
+    constexpr int kTail = (2 * lag + 3) * H;
+    alignas(32) T cols0[kTail], cols1[kTail], m[kTail] = {}, out0[kTail], out1[kTail];
+    const int count = readable - first;
+    if (readable >= H) {
+        auto put = [&](int at) {
+            __m128i x0, x1, m1;
+            both(at, x0, x1, m1);
+            store_half(cols0 + (at - first), x0);
+            store_half(cols1 + (at - first), x1);
+            store_half(m + (at - first), m1);
+        };
+        int at = first;
+        for (; at + H <= readable; at += H) put(at);
+        if (at < readable) put(readable - H);
+    } else {
+        for (int i = 0; i < readable; ++i) {
+            const T m0 = better<E>(b0[i], c0[i]);
+            m[i] = better<E>(chain ? m0 : b1[i], c1[i]);
+            cols0[i] = better<E>(a0[i], m0);
+            cols1[i] = better<E>(a1[i], m[i]);
+        }
+    }
+    if (mOut != nullptr)
+        for (int i = 0; i < count; ++i) mOut[first + i] = m[i];
+    if (done == n) return;
+    for (int i = count; i < kTail; ++i) cols0[i] = cols1[i] = T(0);
+    const int left = n - first, chunks = (left + H - 1) / H;
+    auto stored = [&](int j) { return halves(load_half(cols0 + j * H), load_half(cols1 + j * H)); };
+    pair_stream<T, E, K, kRest>(stored, chunks + lag, out0, out1, shift);
+    for (int i = done - first; i < left; ++i) {
+        d0[first + i] = out0[i];
+        d1[first + i] = out1[i];
+    }
+}
+
+}  // namespace
+
+template <class T, Extremum E>
+void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
+                       T* mOut, T* d0, T* d1, int n, int levels, int rest) {
+    if constexpr (sizeof(T) <= 2) {
+        auto go = [&]<int K>(std::integral_constant<int, K>) {
+            if (rest > 0)
+                rect_pair_levels<T, E, K, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
+            else
+                rect_pair_levels<T, E, K, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, 0);
+        };
+        switch (levels) {
+            case 1: return go(std::integral_constant<int, 1>{});
+            case 2: return go(std::integral_constant<int, 2>{});
+            case 3: return go(std::integral_constant<int, 3>{});
+            default:
+                return go(std::integral_constant<int, 4>{});
+        }
     }
 }
 
@@ -414,6 +747,14 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
                                                         const T* const*, int, T*, T*, int);                      \
     template void extrema_doubling<T, Extremum::Min>(const T*, T*, int, int);                                    \
     template void extrema_doubling<T, Extremum::Max>(const T*, T*, int, int);                                    \
+    template void extrema_suffixes<T, Extremum::Min>(const T* const*, int, T* const*, int);                      \
+    template void extrema_suffixes<T, Extremum::Max>(const T* const*, int, T* const*, int);                      \
+    template void extrema_rect_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
+                                                      T*, T*, T*, int, int, int);                                \
+    template void extrema_rect_pair<T, Extremum::Max>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
+                                                      T*, T*, T*, int, int, int);                                \
+    template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int);         \
+    template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int);         \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3<T, Extremum::Max>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, T*, T*, int, int); \

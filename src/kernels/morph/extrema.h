@@ -48,6 +48,40 @@ void extrema_rows_shared(const T* const* shared, int ns, const T* const* first, 
 template <class T, Extremum E>
 void extrema_doubling(const T* v, T* d, int n, int levels);
 
+// Running extrema from the last source up: dst[k][i] = better(src[k][i],
+// next(k)[i]) for k = count - 1 down to 0, i in 0..n-1, where next(k) is
+// dst[k + 1] and, for the last, src[count] (count >= 1). Each source is read
+// and each result stored once; no destination may overlap a source or
+// another destination, and the destinations share their alignment.
+template <class T, Extremum E>
+void extrema_suffixes(const T* const* src, int count, T* const* dst, int n);
+
+// One channel, the column and row passes of a rectangle fused into one pass
+// over a row, for masks with running extrema in height:
+//     m[i]   = better(b[i], c[i])          (written to mOut when not null)
+//     col[i] = better(a[i], m[i])           i in 0 .. n + width - 2
+//     d[i]   = extremum of col[i .. i + width - 1], i in 0 .. n - 1
+// with width = 2^levels + rest, levels 1 to 3 (to 4 where sizeof(T) <= 4),
+// 0 <= rest <= 2^levels and rest * sizeof(T) <= 32. The run of 2^levels is
+// formed by doubling in registers, the same pairs wherever a sample lies,
+// and a rest joins it as better(run at i, run at i + rest). mOut may be b (a
+// running extremum kept in place: b is read at each sample before it is
+// replaced, and a sample formed twice comes out the same); no other
+// argument may overlap d or mOut.
+template <class T, Extremum E>
+void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest);
+
+// Two rows of extrema_rect_row at once, for samples of one or two bytes:
+// row 0 from a0, b0, c0 and row 1 from a1, (chain ? row 0's m : b1), c1,
+// with row 1's m written to mOut when not null (mOut may be b0 or b1; row
+// 0's m is not written). The two rows share each vector, one in each
+// 16-byte half, so that the doublings shift within the halves. Takes levels
+// with (2^(levels-1) and rest) * sizeof(T) <= 16; the results equal
+// extrema_rect_row's for each row.
+template <class T, Extremum E>
+void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
+                       T* mOut, T* d0, T* d1, int n, int levels, int rest);
+
 // The 3x3 neighbourhood: with col(r, d) = better(r0[i+d], better(r1[i+d], r2[i+d])),
 // dst[i] = better(better(col(-s), col(0)), col(+s)) for i in 0..n-1, where s
 // is the sample distance of horizontal neighbours (the channel count). Reads
