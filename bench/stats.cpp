@@ -166,9 +166,24 @@ RokStatus histogram_range(const Rok32f* s, int ss, RokiSize r, Rok32s* h, const 
     return rokiHistogramRange_32f_C1R(s, ss, r, h, l, n);
 }
 
+// A smooth 8-bit image: a diagonal ramp plus noise of +-4, so that
+// neighbouring samples repeat a few values (the counting's hard case for
+// store-to-load dependencies) unlike uniform random bytes.
+cv::Mat smooth_8u(int w, int h) {
+    cv::Mat m(h, w, CV_8UC1);
+    cv::Mat noise(h, w, CV_8SC1);
+    cv::theRNG().state = 7;
+    cv::randu(noise, cv::Scalar(-4), cv::Scalar(5));
+    for (int y = 0; y < h; ++y)
+        for (int x = 0; x < w; ++x)
+            m.at<std::uint8_t>(y, x) =
+                cv::saturate_cast<std::uint8_t>((x * 255 / w + y * 255 / h) / 2 + noise.at<std::int8_t>(y, x));
+    return m;
+}
+
 template <class T, class Level>
-Case histogram_case(int w, int h, int cvType, int bins) {
-    auto src = std::make_shared<cv::Mat>(random_mat(w, h, cvType, 0, 256));
+Case histogram_case(int w, int h, int cvType, int bins, bool smooth = false) {
+    auto src = std::make_shared<cv::Mat>(smooth ? smooth_8u(w, h) : random_mat(w, h, cvType, 0, 256));
     auto levels = std::make_shared<std::vector<Level>>();
     for (int k = 0; k <= bins; ++k) levels->push_back(Level(k * (256 / bins)));
     auto ours = std::make_shared<std::vector<Rok32s>>(std::size_t(bins));
@@ -194,6 +209,9 @@ Case histogram_case(int w, int h, int cvType, int bins) {
 
 const bool hist8 = rokbench::add("HistogramRange_8u_C1R(256 bins)",
                                  [](int w, int h) { return histogram_case<Rok8u, Rok32s>(w, h, CV_8UC1, 256); });
+const bool hist8smooth = rokbench::add("HistogramRange_8u_C1R(256 bins, smooth)", [](int w, int h) {
+    return histogram_case<Rok8u, Rok32s>(w, h, CV_8UC1, 256, true);
+});
 const bool hist8x16 = rokbench::add("HistogramRange_8u_C1R(16 bins)",
                                     [](int w, int h) { return histogram_case<Rok8u, Rok32s>(w, h, CV_8UC1, 16); });
 const bool hist32 = rokbench::add("HistogramRange_32f_C1R(256 bins)",

@@ -3994,7 +3994,12 @@ ROKI_API RokStatus rokiMaxIndx_32f_AC4R(const Rok32f* pSrc, int srcStep, RokiSiz
 /* Checks, in order: null pointers (-8; the image, the arrays and each */
 /* channel's histogram and levels), ROI size (-6), a step below 1 (-14), */
 /* fewer than 2 levels in a channel (rokStatusBadHistLevels, -107). Counts of */
-/* 2^31 or more wrap. Runs on the calling thread. */
+/* 2^31 or more wrap. 8u images of 262,144 samples or more share their rows */
+/* among the library's threads (the counts do not depend on how many); other */
+/* calls run on the calling thread. In one-channel 8u images, a thread's */
+/* share of 131,072 pixels or more counts adjacent samples in pairs through a */
+/* 128 KB table that each thread allocates once and keeps (without it, the */
+/* share is counted sample by sample: the same counts, no error). */
 ROKI_API RokStatus rokiHistogramRange_8u_C1R(const Rok8u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);
 ROKI_API RokStatus rokiHistogramRange_16s_C1R(const Rok16s* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);
 ROKI_API RokStatus rokiHistogramRange_16u_C1R(const Rok16u* pSrc, int srcStep, RokiSize roiSize, Rok32s* pHist, const Rok32s* pLevels, int nLevels);

@@ -8,6 +8,7 @@
 
 #include "core/core.h"
 #include "frame/image.h"
+#include "frame/parallel.h"
 #include "kernels/stats/histogram.h"
 
 namespace rok::stats {
@@ -69,6 +70,36 @@ void bins_from_ends(const Rok32s* levels, int n, std::int64_t lo, std::int64_t h
     }
 }
 
+// The 8-bit counts share the rows among threads once an image has enough
+// samples to repay the hand-off. Every part adds into its own thread's
+// totals (slots[slot]), which the caller then adds up: integer counts, so
+// the result is the same at any thread count. Returns the slots used, each
+// zeroed before counting.
+constexpr std::int64_t kThreadedSamples8u = std::int64_t(1) << 18;
+constexpr int kMaxCountThreads = 8;
+
+template <class Totals, class Count>
+int count_rows_8u(RokiSize roi, int nc, Totals* slots, Count&& count) {
+    const std::int64_t samples = std::int64_t(roi.width) * roi.height * nc;
+    const int team =
+        samples >= kThreadedSamples8u && roi.height > 1 ? std::min(ownGetNumThreads(), kMaxCountThreads) : 1;
+    std::memset(slots, 0, sizeof(Totals) * std::size_t(team));
+    if (team <= 1) {
+        count(0, roi.height, slots[0]);
+        return 1;
+    }
+    // One band of rows per thread: each call of the counting kernel has a
+    // fixed cost (the pair table's fold) that smaller pieces would repeat.
+    parallel_for(team, team, [&](int begin, int end, int slot) {
+        for (int band = begin; band < end; ++band) {
+            const int y0 = int(std::int64_t(roi.height) * band / team);
+            const int y1 = int(std::int64_t(roi.height) * (band + 1) / team);
+            if (y1 > y0) count(y0, y1 - y0, slots[slot]);
+        }
+    });
+    return team;
+}
+
 // 8-bit images: one pass counts all 256 values of every channel; a single
 // channel with few distinct level ends counts samples at or above each end
 // instead. Both give bin k = the samples from levels[k] to levels[k + 1] - 1
@@ -91,8 +122,13 @@ void count_8u(const Rok8u* src, int step, RokiSize roi, Rok32s* const* hist, con
             else ends[m++] = Rok8u(l);
         }
         if (few) {
-            std::uint64_t atLeast[kernels::kMaxAtLeast8u] = {};
-            kernels::count_at_least_8u(src, step, roi.width, roi.height, ends, m, atLeast);
+            std::uint64_t slots[kMaxCountThreads][kernels::kMaxAtLeast8u];
+            const int used = count_rows_8u(roi, 1, slots, [&](int y, int rows, std::uint64_t* atLeast) {
+                kernels::count_at_least_8u(row(src, step, y), step, roi.width, rows, ends, m, atLeast);
+            });
+            std::uint64_t* atLeast = slots[0];
+            for (int t = 1; t < used; ++t)
+                for (int j = 0; j < m; ++j) atLeast[j] += slots[t][j];
             auto below = [&](std::int64_t t) -> std::uint64_t {
                 if (t <= 0) return 0;
                 if (t >= 256) return pixels;
@@ -102,8 +138,14 @@ void count_8u(const Rok8u* src, int step, RokiSize roi, Rok32s* const* hist, con
             return;
         }
     }
-    std::uint32_t counts[4][256] = {};
-    kernels::histogram_8u(src, step, roi.width, roi.height, nc, outs, counts);
+    std::uint32_t slots[kMaxCountThreads][4][256];
+    const int used = count_rows_8u(roi, nc, slots, [&](int y, int rows, std::uint32_t (*counts)[256]) {
+        kernels::histogram_8u(row(src, step, y), step, roi.width, rows, nc, outs, counts);
+    });
+    auto& counts = slots[0];
+    for (int t = 1; t < used; ++t)
+        for (int c = 0; c < outs; ++c)
+            for (int v = 0; v < 256; ++v) counts[c][v] += slots[t][c][v];
     for (int c = 0; c < outs; ++c) {
         if (L != Layout::C1) prepare(c);
         std::uint64_t under[257];

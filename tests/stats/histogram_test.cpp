@@ -16,6 +16,7 @@
 #include "guarded.h"
 #include "random.h"
 #include "roki.h"
+#include "threads.h"
 #include "stats/histogram.h"
 
 namespace {
@@ -202,6 +203,113 @@ TEST(Histogram, FewLevels8uEveryWidth) {
         ASSERT_EQ(rokiHistogramRange_8u_C1R(packed.data(), packed.step(), {300, 40}, hist, sets[0].data(), 17),
                   rokStatusOk);
         EXPECT_EQ(std::vector<Rok32s>(hist, hist + 16), direct_counts(packed, 0, sets[0])) << fill;
+    }
+}
+
+// The 256-bin counts of every 8-bit layout on images below and above the
+// sizes at which rows are shared among threads and one-channel images are
+// counted in pairs, at 1, 2 and 7 threads, with random, smooth (a ramp plus
+// small noise), flat and run-length (runs of 1 to 80 equal samples)
+// contents, odd steps and guards on both sides. The reference counts each
+// value directly.
+TEST(Histogram, Counts8uLargeImages) {
+    std::vector<Rok32s> levels;
+    for (int v = 0; v <= 256; ++v) levels.push_back(v);
+    struct Size {
+        int w, h;
+    };
+    for (const auto& m : ranges<Rok8u>())
+        for (Size size : {Size{301, 7}, Size{517, 181}, Size{511, 256}, Size{512, 256}, Size{1031, 260}})
+            for (int content = 0; content < 4; ++content) {
+                const int w = size.w, h = size.h;
+                GuardedImage<Rok8u> img(w, h, m.nc, w % 2 + content,
+                                        content == 1 ? rokt::Guard::Before : rokt::Guard::After);
+                std::mt19937 rng(std::uint32_t(w * 3 + content));
+                int run = 0;
+                Rok8u runValue = 0;
+                for (int y = 0; y < h; ++y)
+                    for (int i = 0; i < w * m.nc; ++i) {
+                        const int ramp = (i / m.nc + y) * 255 / (w + h) + int(rng() % 5) - 2;
+                        if (run-- == 0) run = int(rng() % 80), runValue = Rok8u(rng());
+                        img.row(y)[i] = content == 0   ? Rok8u(rng())
+                                        : content == 1 ? Rok8u(std::clamp(ramp, 0, 255))
+                                        : content == 2 ? Rok8u(200)
+                                                       : runValue;
+                    }
+                std::vector<std::vector<Rok32s>> want(std::size_t(m.outs), std::vector<Rok32s>(257, 0));
+                for (int y = 0; y < h; ++y)
+                    for (int x = 0; x < w; ++x)
+                        for (int c = 0; c < m.outs; ++c) ++want[std::size_t(c)][img.at(x, y, c)];
+                for (auto& wc : want) wc[256] = kSentinel;  // one slot past the last bin
+                for (int threads : {1, 2, 7}) {
+                    rokt::WithThreads team(threads);
+                    std::vector<std::vector<Rok32s>> hist(std::size_t(m.outs), std::vector<Rok32s>(257, kSentinel));
+                    Rok32s* hp[4];
+                    const Rok32s* lp[4];
+                    int n[4];
+                    for (int c = 0; c < m.outs; ++c) {
+                        hp[c] = hist[std::size_t(c)].data();
+                        lp[c] = levels.data();
+                        n[c] = 257;
+                    }
+                    ASSERT_EQ(m.fn(img.data(), img.step(), {w, h}, hp, lp, n), rokStatusOk) << m.name;
+                    ASSERT_EQ(hist, want) << m.name << " " << w << "x" << h << " content " << content << " threads "
+                                          << threads;
+                }
+            }
+}
+
+// Large one-channel images count adjacent samples as pairs in 16-bit
+// counters, six pairs then four single samples in every 16. One pair of
+// values recurring twice in each 16 samples, three pairs apart (so that it
+// is not taken for a flat area), 65,535, 65,536 and 65,537 times fills,
+// wraps and passes its counter. Pairs of two values and of one value twice,
+// packed rows and padded ones, and all-random rows of odd width whose blocks
+// end off the group grid.
+TEST(Histogram, Counts8uPairCounterWrap) {
+    std::vector<Rok32s> levels;
+    for (int v = 0; v <= 256; ++v) levels.push_back(v);
+    const int w = 4096, h = 128;  // 512 recurrences per row, 65,536 in all
+    struct Case {
+        Rok8u a, b;
+        int delta, pad;
+    };
+    for (Case k : {Case{7, 201, -1, 0}, Case{7, 201, 0, 0}, Case{7, 201, 1, 3}, Case{90, 90, 0, 5}, Case{90, 90, 1, 0},
+                   Case{250, 3, -1, 1}}) {
+        GuardedImage<Rok8u> img(w, h, 1, k.pad);
+        std::mt19937 rng(std::uint32_t(k.a + k.b + k.delta + 7));
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; x += 2) {
+                const bool recur = x % 16 == 0 || x % 16 == 6;
+                img.at(x, y) = recur ? k.a : Rok8u(rng());
+                img.at(x + 1, y) = recur ? k.b : Rok8u(rng());
+            }
+        if (k.delta < 0) img.at(0, 0) = Rok8u(k.a + 1);           // one recurrence fewer
+        if (k.delta > 0) img.at(2, 0) = k.a, img.at(3, 0) = k.b;  // one more, in the first group
+        std::vector<Rok32s> want(257, 0);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) ++want[img.at(x, y)];
+        want[256] = kSentinel;
+        for (int threads : {1, 2}) {
+            rokt::WithThreads team(threads);
+            std::vector<Rok32s> hist(257, kSentinel);
+            ASSERT_EQ(rokiHistogramRange_8u_C1R(img.data(), img.step(), {w, h}, hist.data(), levels.data(), 257),
+                      rokStatusOk);
+            ASSERT_EQ(hist, want) << int(k.a) << "," << int(k.b) << " " << k.delta << " pad " << k.pad << " threads "
+                                  << threads;
+        }
+    }
+    for (int w2 : {1021, 4099, 8197}) {
+        GuardedImage<Rok8u> img(w2, 200, 1, w2 % 4, rokt::Guard::Before);
+        rokt::fill_random(img, std::uint32_t(w2));
+        std::vector<Rok32s> want(257, 0);
+        for (int y = 0; y < img.height(); ++y)
+            for (int x = 0; x < w2; ++x) ++want[img.at(x, y)];
+        want[256] = kSentinel;
+        std::vector<Rok32s> hist(257, kSentinel);
+        ASSERT_EQ(rokiHistogramRange_8u_C1R(img.data(), img.step(), {w2, 200}, hist.data(), levels.data(), 257),
+                  rokStatusOk);
+        ASSERT_EQ(hist, want) << w2;
     }
 }
 

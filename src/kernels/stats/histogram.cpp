@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
 
 namespace rok::kernels {
@@ -37,20 +38,189 @@ inline std::uint64_t sum_lanes(__m256i v) {
 
 }  // namespace
 
+namespace {
+
+// Pair counting for large one-channel images. The byte counting below is
+// bound by one store per sample; counting two adjacent samples at once in
+// one 16-bit counter per pair of values (65,536 of them, indexed by the two
+// bytes read as one little-endian word) needs one store per two samples.
+// The table is four times the first-level cache, so on random data the
+// pairs wait on cache misses instead: of every 16 samples, the first 12 go
+// as six pairs and the last 4 as bytes, so that the misses of the one and
+// the stores of the other overlap (on random data and on smooth images
+// this beats both all pairs and all bytes). The marginals come back at the
+// end: value a was seen once for every pair with a in the low byte and
+// once for every pair with a in the high byte, so each row and each column
+// of the table adds to one value's total.
+constexpr std::size_t kPairCells = 65536;
+// Samples of one call from which the table's fold (a few microseconds) is
+// repaid.
+constexpr std::size_t kPairMinSamples = std::size_t(1) << 17;
+// Blocks of a run decide alone between pairs and bytes, from their first
+// kPairProbe bytes: where a pair often repeats the next one or the one
+// after (flat or nearly flat areas), the increments of one counter would
+// wait on each other's stores, which the byte counting's eight
+// sub-histograms avoid.
+constexpr std::size_t kPairBlock = 4096;
+constexpr std::size_t kPairProbe = 512;
+constexpr int kPairMaxRepeats = 128;  // of the probe's 512 comparisons
+constexpr std::size_t kMixedGroup = 16, kGroupPairs = 6;
+
+// The table of the calling thread, all zero between calls (the fold clears
+// it); null if it cannot be allocated, in which case bytes are counted.
+std::uint16_t* pair_table() {
+    struct Table {
+        std::uint16_t* cells = nullptr;
+        ~Table() { std::free(cells); }
+    };
+    thread_local Table t;
+    if (!t.cells) {
+        t.cells = static_cast<std::uint16_t*>(std::aligned_alloc(64, kPairCells * sizeof(std::uint16_t)));
+        if (t.cells) std::memset(t.cells, 0, kPairCells * sizeof(std::uint16_t));
+    }
+    return t.cells;
+}
+
+// Whether the kPairProbe bytes at q (readable up to q + kPairProbe + 4)
+// hold few pairs equal to the next pair or the one after.
+bool pairs_vary(const Rok8u* q) {
+    __m256i repeats = _mm256_setzero_si256();
+    for (std::size_t j = 0; j < kPairProbe; j += 32) {
+        const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + j));
+        const __m256i next = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + j + 2));
+        const __m256i after = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(q + j + 4));
+        repeats = _mm256_sub_epi16(repeats, _mm256_cmpeq_epi16(x, next));
+        repeats = _mm256_sub_epi16(repeats, _mm256_cmpeq_epi16(x, after));
+    }
+    const __m256i s = _mm256_madd_epi16(repeats, _mm256_set1_epi16(1));
+    __m128i t = _mm_add_epi32(_mm256_castsi256_si128(s), _mm256_extracti128_si256(s, 1));
+    t = _mm_add_epi32(t, _mm_shuffle_epi32(t, 0x4E));
+    t = _mm_add_epi32(t, _mm_shuffle_epi32(t, 0xB1));
+    return _mm_cvtsi128_si32(t) <= kPairMaxRepeats;
+}
+
+// n (a multiple of kMixedGroup) samples from q, in groups of six pairs and
+// four bytes (the bytes into sub[4 .. 7]). A counter that wraps to zero
+// has seen 65,536 pairs: both of its values get them at once.
+void count_mixed(const Rok8u* q, std::size_t n, std::uint16_t* table, std::uint32_t (*sub)[256],
+                 std::uint32_t* counts) {
+    for (std::size_t k = 0; k < n; k += kMixedGroup) {
+#pragma GCC unroll 6
+        for (std::size_t t = 0; t < kGroupPairs; ++t) {
+            std::uint16_t ix;
+            std::memcpy(&ix, q + k + 2 * t, 2);
+            if (++table[ix] == 0) [[unlikely]] {
+                counts[ix & 0xFF] += 65536;
+                counts[ix >> 8] += 65536;
+            }
+        }
+#pragma GCC unroll 4
+        for (std::size_t t = 2 * kGroupPairs; t < kMixedGroup; ++t) ++sub[t & 7][q[k + t]];
+    }
+}
+
+// Adds row b's sum (pairs with b in the high byte) to counts[b] and column
+// a's (pairs with a in the low byte) to counts[a], and clears the table.
+void fold_pairs(std::uint16_t* table, std::uint32_t* counts) {
+    alignas(32) std::uint32_t columns[256] = {};
+    const __m256i zero = _mm256_setzero_si256();
+    for (int b = 0; b < 256; ++b) {
+        std::uint16_t* row = table + 256 * b;
+        __m256i sum = zero;
+        for (int a = 0; a < 256; a += 16) {
+            __m256i* cells = reinterpret_cast<__m256i*>(row + a);
+            const __m256i x = _mm256_load_si256(cells);
+            _mm256_store_si256(cells, zero);
+            const __m256i lo = _mm256_cvtepu16_epi32(_mm256_castsi256_si128(x));
+            const __m256i hi = _mm256_cvtepu16_epi32(_mm256_extracti128_si256(x, 1));
+            sum = _mm256_add_epi32(sum, _mm256_add_epi32(lo, hi));
+            __m256i* c = reinterpret_cast<__m256i*>(columns + a);
+            _mm256_store_si256(c, _mm256_add_epi32(_mm256_load_si256(c), lo));
+            _mm256_store_si256(c + 1, _mm256_add_epi32(_mm256_load_si256(c + 1), hi));
+        }
+        __m128i t = _mm_add_epi32(_mm256_castsi256_si128(sum), _mm256_extracti128_si256(sum, 1));
+        t = _mm_add_epi32(t, _mm_shuffle_epi32(t, 0x4E));
+        t = _mm_add_epi32(t, _mm_shuffle_epi32(t, 0xB1));
+        counts[b] += std::uint32_t(_mm_cvtsi128_si32(t));
+    }
+    for (int a = 0; a < 256; ++a) counts[a] += columns[a];
+}
+
+// Interleaved pixels of NC samples, the first P of them counted. Four
+// sub-histograms per channel, one per pixel position mod 4, keep a flat
+// image's increments of one counter four pixels apart.
+template <int NC, int P>
+void histogram_pixels_8u(const Rok8u* p, int step, int w, int h, std::uint32_t (*counts)[256]) {
+    alignas(64) std::uint32_t sub[4][P][256] = {};
+    for (int y = 0; y < h; ++y) {
+        const Rok8u* r = row_at(p, step, y);
+        int x = 0;
+        for (; x + 4 <= w; x += 4, r += 4 * NC) {
+#pragma GCC unroll 4
+            for (int j = 0; j < 4; ++j)
+#pragma GCC unroll 4
+                for (int c = 0; c < P; ++c) ++sub[j][c][r[j * NC + c]];
+        }
+        for (; x < w; ++x, r += NC)
+            for (int c = 0; c < P; ++c) ++sub[0][c][r[c]];
+    }
+    for (int c = 0; c < P; ++c)
+        for (int v = 0; v < 256; ++v) counts[c][v] += sub[0][c][v] + sub[1][c][v] + sub[2][c][v] + sub[3][c][v];
+}
+
+}  // namespace
+
 void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed, std::uint32_t (*counts)[256]) {
+    // Counting bytes is bound by the one store per sample that the processor
+    // retires per cycle (hence the pairs above, for large images); what
+    // matters is that every increment is one byte load plus one
+    // read-modify-write at an address known from the load (no shifts or
+    // masks on the way), and that consecutive samples update different
+    // counters so that a run of equal samples never waits for the previous
+    // increment's store. Eight sub-histograms, one per position mod 8.
     if (nc == 1) {
-        // Eight sub-histograms, one per byte of a 64-bit load, so that runs
-        // of equal samples do not wait on one counter's store.
         alignas(64) std::uint32_t sub[8][256] = {};
-        rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
+        auto bytes = [&sub](const Rok8u* r, std::size_t n) {
             std::size_t i = 0;
-            for (; i + 8 <= n; i += 8) {
-                std::uint64_t v;
-                std::memcpy(&v, r + i, 8);
-                for (int b = 0; b < 8; ++b) ++sub[b][(v >> (8 * b)) & 0xFF];
+            for (; i + 16 <= n; i += 16) {
+#pragma GCC unroll 16
+                for (int k = 0; k < 16; ++k) ++sub[k & 7][r[i + k]];
             }
             for (; i < n; ++i) ++sub[i & 7][r[i]];
+        };
+        // Blocks whose pairs repeat: 32 samples equal to their first are one
+        // increment of 32 (flat areas, masks, scanned backgrounds); others
+        // go as bytes.
+        auto runs = [&sub, &bytes](const Rok8u* r, std::size_t n) {
+            std::size_t i = 0;
+            for (; i + 32 <= n; i += 32) {
+                const __m256i x = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r + i));
+                if (_mm256_movemask_epi8(_mm256_cmpeq_epi8(x, _mm256_set1_epi8(char(r[i])))) == -1)
+                    sub[(i >> 5) & 7][r[i]] += 32;
+                else
+                    bytes(r + i, 32);
+            }
+            bytes(r + i, n - i);
+        };
+        std::uint16_t* table = std::size_t(w) * std::size_t(h) >= kPairMinSamples ? pair_table() : nullptr;
+        bool paired = false;  // whether the table needs its fold
+        rows_of(p, step, w, h, 1, [&](const Rok8u* r, std::size_t n) {
+            if (!table) return bytes(r, n);
+            for (std::size_t i = 0; i < n;) {
+                const std::size_t len = std::min(n - i, kPairBlock), whole = len / kMixedGroup * kMixedGroup;
+                if (len < 2 * kPairProbe) {
+                    bytes(r + i, len);
+                } else if (pairs_vary(r + i)) {
+                    count_mixed(r + i, whole, table, sub, counts[0]);
+                    paired = true;
+                    bytes(r + i + whole, len - whole);
+                } else {
+                    runs(r + i, len);
+                }
+                i += len;
+            }
         });
+        if (paired) fold_pairs(table, counts[0]);
         for (int v = 0; v < 256; ++v) {
             std::uint32_t s = 0;
             for (int b = 0; b < 8; ++b) s += sub[b][v];
@@ -58,14 +228,9 @@ void histogram_8u(const Rok8u* p, int step, int w, int h, int nc, int processed,
         }
         return;
     }
-    alignas(64) std::uint32_t sub[2][4][256] = {};  // even and odd pixels
-    for (int y = 0; y < h; ++y) {
-        const Rok8u* r = row_at(p, step, y);
-        for (int x = 0; x < w; ++x, r += nc)
-            for (int c = 0; c < processed; ++c) ++sub[x & 1][c][r[c]];
-    }
-    for (int c = 0; c < processed; ++c)
-        for (int v = 0; v < 256; ++v) counts[c][v] += sub[0][c][v] + sub[1][c][v];
+    if (nc == 3) histogram_pixels_8u<3, 3>(p, step, w, h, counts);
+    else if (processed == 4) histogram_pixels_8u<4, 4>(p, step, w, h, counts);
+    else histogram_pixels_8u<4, 3>(p, step, w, h, counts);
 }
 
 namespace {
