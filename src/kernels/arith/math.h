@@ -7,6 +7,13 @@
 namespace rok::kernels {
 
 // ---- single precision (s may equal d) ----
+// The rows of the ROI that follow a row, for a streamed row to prefetch
+// from once its own samples run out: `count` rows, `src_step` and
+// `dst_step` bytes apart.
+struct RowsAfter {
+    int count = 0;
+    long long src_step = 0, dst_step = 0;
+};
 // `stream`: the whole vectors go to memory past the cache (non-temporal
 // stores), for outputs too large to stay in it, where a store that first
 // reads its line in costs a third of the traffic.
@@ -17,10 +24,10 @@ void sqrt_row(const Rok32f* s, Rok32f* d, int n, bool stream = false);
 // ln(+-0) = -inf, ln(x < 0) = NaN, ln(+inf) = +inf, a NaN stays a NaN.
 // Returns rokStatusLnNegArg when a sample was below 0 (-0.0 is not),
 // else rokStatusLnZeroArg when one was +-0, else rokStatusOk.
-RokStatus ln_row(const Rok32f* s, Rok32f* d, int n, bool stream = false);
-// d = e^s within 0.77 ulp (the largest error over every float), denormal
-// results included; overflow gives +inf, e^-inf = 0, a NaN stays a NaN.
-void exp_row(const Rok32f* s, Rok32f* d, int n, bool stream = false);
+RokStatus ln_row(const Rok32f* s, Rok32f* d, int n, bool stream = false, RowsAfter next = {});
+// d = e^s within 0.99 ulp (the largest error over every float is 0.983),
+// denormal results included; overflow gives +inf, e^-inf = 0, a NaN stays a NaN.
+void exp_row(const Rok32f* s, Rok32f* d, int n, bool stream = false, RowsAfter next = {});
 
 // ---- 8u, 16u, 16s with scale factor (s may equal d) ----
 // d = the integer nearest sqrt(s) * 2^-sf (ties, which only perfect squares
