@@ -408,6 +408,29 @@ struct ByteShift {
     HalfShift half;
 };
 
+// Drives the steps of a stream: the first `lag` steps only fill the levels,
+// then each step is followed by its result, two steps a turn with the
+// levels alternating between x and y (no copies in the loop).
+template <class V, int K, class Step, class Result>
+inline void run_steps(int steps, int lag, Step& step, Result& result) {
+    V x[K + 1] = {}, y[K + 1];
+    int j = 0;
+    for (; j < lag && j < steps; ++j) {
+        step(j, x, y);
+        for (int k = 0; k <= K; ++k) x[k] = y[k];
+    }
+    for (; j + 1 < steps; j += 2) {
+        step(j, x, y);
+        result(j, x, y);
+        step(j + 1, y, x);
+        result(j + 1, y, x);
+    }
+    if (j < steps) {
+        step(j, x, y);
+        result(j, x, y);
+    }
+}
+
 // The stream of doubling_levels over column vectors column(j * L) for
 // j * L + L <= readable, with a rest joined at the end (extrema_rect_row).
 // Step j forms column vector j, level k at j - k and, with a rest, the
@@ -431,23 +454,7 @@ int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift) 
         else
             P::storeu(d + (j - lag) * L, now[K]);
     };
-    V x[K + 1] = {}, y[K + 1];
-    int j = 0;
-    for (; j < lag && j < steps; ++j) {
-        step(j, x, y);
-        for (int k = 0; k <= K; ++k) x[k] = y[k];
-    }
-    // Two steps a turn, the levels alternating between x and y.
-    for (; j + 1 < steps; j += 2) {
-        step(j, x, y);
-        result(j, x, y);
-        step(j + 1, y, x);
-        result(j + 1, y, x);
-    }
-    if (j < steps) {
-        step(j, x, y);
-        result(j, x, y);
-    }
+    run_steps<V, K>(steps, lag, step, result);
     return std::max(0, steps - lag) * L;
 }
 
@@ -570,22 +577,7 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
         store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(r));
         store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(r, 1));
     };
-    V x[K + 1] = {}, y[K + 1];
-    int j = 0;
-    for (; j < lag && j < steps; ++j) {
-        step(j, x, y);
-        for (int k = 0; k <= K; ++k) x[k] = y[k];
-    }
-    for (; j + 1 < steps; j += 2) {
-        step(j, x, y);
-        result(j, x, y);
-        step(j + 1, y, x);
-        result(j + 1, y, x);
-    }
-    if (j < steps) {
-        step(j, x, y);
-        result(j, x, y);
-    }
+    run_steps<V, K>(steps, lag, step, result);
 }
 
 template <class T, Extremum E, int K, bool kRest>
