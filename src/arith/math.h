@@ -23,21 +23,6 @@ inline RokStatus check_unary(const void* s, int ss, const void* d, int ds, RokiS
 // The 32f square root of a row splits over two threads from this length.
 constexpr int kSqrtThreadedLength = 4096;
 
-// 32f results go past the cache (non-temporal stores) from this many
-// destination bytes: with a source of the same size the two no longer fit a
-// last-level cache of the common size (32 MiB), and each line written would
-// first be read in. Measured on such a machine with the streamed loop that
-// prefetches pages ahead: streaming is 1.05-1.25x faster at 14 MiB of
-// output and 1.3-1.5x faster at 32 MiB; at 8 MiB it gains only 5-10% in
-// repeated calls, too little to give up leaving the results in the cache
-// for whatever reads them next.
-constexpr long long kStreamBytes = 12LL << 20;
-
-template <class T, Layout L>
-bool streams(RokiSize roi) {
-    return (long long)roi.width * roi.height * channels(L) * (long long)sizeof(T) >= kStreamBytes;
-}
-
 // The ROI rows after the row at `a` that a streamed row may prefetch from;
 // none for the whole image taken as one row.
 template <class T, Layout L>

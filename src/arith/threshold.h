@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "arith/unary_rows.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
 #include "frame/layout.h"
@@ -42,7 +43,8 @@ RokStatus threshold_rows(bool threaded, const T* s, int ss, T* d, int ds, RokiSi
                          const T* t, const T* v, const T* t2, const T* v2) {
     constexpr int ch = channels(L);
     const ChannelValues<T, L> ct(t), cv(v), ct2(t2), cv2(v2);
-    const kernels::ThresholdParams<T> p{ct.ptr, cv.ptr, ct2.ptr, cv2.ptr, ch};
+    // AC4 rows go through a cached block, so they never stream.
+    const kernels::ThresholdParams<T> p{ct.ptr, cv.ptr, ct2.ptr, cv2.ptr, ch, L != Layout::AC4 && streams<T, L>(roi)};
     const long long samples = static_cast<long long>(roi.width) * ch;
     if constexpr (L == Layout::AC4) {
         return for_rows(threaded, roi.height, [&](int y) {

@@ -98,7 +98,12 @@ void threshold_kind(const T* s, T* d, int n, const ThresholdParams<T>& p) {
         threshold_scalar<T, K>(s, d, 0, i, 0, p);
         const int c = i % p.channels;
         const Period<T> t(p.t, p.channels, c), v(p.v, p.channels, c), t2(p.t2, p.channels, c), v2(p.v2, p.channels, c);
-        auto store = [&](int at, __m256i r) { _mm256_store_si256(reinterpret_cast<__m256i*>(d + at), r); };
+        auto store = [&](int at, __m256i r) {
+            if (p.stream)
+                _mm256_stream_si256(reinterpret_cast<__m256i*>(d + at), r);
+            else
+                _mm256_store_si256(reinterpret_cast<__m256i*>(d + at), r);
+        };
         for (; i + 3 * lanes <= n; i += 3 * lanes) {
             const __m256i r0 = threshold_vector<T, K>(load(s + i), 0, t, v, t2, v2);
             const __m256i r1 = threshold_vector<T, K>(load(s + i + lanes), 1, t, v, t2, v2);
@@ -108,6 +113,7 @@ void threshold_kind(const T* s, T* d, int n, const ThresholdParams<T>& p) {
             store(i + 2 * lanes, r2);
         }
         for (int k = 0; i + lanes <= n; i += lanes, ++k) store(i, threshold_vector<T, K>(load(s + i), k, t, v, t2, v2));
+        if (p.stream) _mm_sfence();  // ordered before the stores that follow, as plain stores are
     }
     threshold_scalar<T, K>(s, d, i, n, i % p.channels, p);
 }

@@ -24,6 +24,9 @@ struct ThresholdParams {
     const T* t2;
     const T* v2;
     int channels;
+    // Whole vectors go past the cache (non-temporal stores, fenced before
+    // the row returns): for results too large to stay cached.
+    bool stream = false;
 };
 
 // n samples of s to d by the rule of `kind`. Floats compare as IEEE does (a
