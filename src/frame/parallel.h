@@ -55,11 +55,13 @@ RokStatus call_part(void* ctx, int begin, int end, int slot) {
 // threads naming the thread's scratch. The first non-zero status in range
 // order is returned, the same status a serial loop returns. Fewer threads
 // than asked may run (never more than the processors); results must not
-// depend on how the range is divided.
+// depend on how the range is divided. `chunksPerThread` sets how finely
+// the range is divided (see pool::run).
 template <class Fn>
-RokStatus parallel_for(int count, int threads, Fn&& part) {
+RokStatus parallel_for(int count, int threads, Fn&& part, int chunksPerThread = pool::kChunksPerThread) {
     using F = std::remove_reference_t<Fn>;
-    return pool::run(count, threads, &detail::call_part<F>, const_cast<void*>(static_cast<const void*>(&part)));
+    return pool::run(count, threads, &detail::call_part<F>, const_cast<void*>(static_cast<const void*>(&part)),
+                     chunksPerThread);
 }
 
 // Shares the rows among ownGetNumThreads() threads, asked afresh by every

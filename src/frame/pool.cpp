@@ -322,7 +322,7 @@ bool set_dynamic(bool on) { return Pool::instance().runnable().set(on); }
 
 bool dynamic_available() { return Pool::instance().runnable().available(); }
 
-RokStatus run(int count, int threads, Part part, void* ctx) {
+RokStatus run(int count, int threads, Part part, void* ctx, int chunksPerThread) {
     Pool& pool = Pool::instance();
     threads = std::min(threads, pool.capacity());
     // Nested calls, and calls while another call owns the pool, run here.
@@ -335,7 +335,7 @@ RokStatus run(int count, int threads, Part part, void* ctx) {
     }
     // A few chunks per thread let the threads that are running take over
     // the share of one that is late.
-    const int chunks = std::min({count, threads * kChunksPerThread, int(kMaxChunks)});
+    const int chunks = std::min({count, threads * std::clamp(chunksPerThread, 1, kMaxChunks), int(kMaxChunks)});
     RokStatus statuses[kMaxChunks];
     const RokStatus s = pool.run(count, threads, chunks, part, ctx, statuses);
     pool.release();

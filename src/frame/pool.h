@@ -35,7 +35,10 @@ bool dynamic_available();
 // calling thread and up to threads - 1 workers; returns the first non-zero
 // chunk status in range order. With one thread, a range of one, a call made
 // from inside a part, or while another call owns the pool, the whole range
-// runs as one part on the calling thread.
-RokStatus run(int count, int threads, Part part, void* ctx);
+// runs as one part on the calling thread. A call makes up to
+// `chunksPerThread` chunks a thread (at most kMaxChunks): more, smaller
+// chunks for work whose items differ in cost, or that a late worker should
+// hold up less.
+RokStatus run(int count, int threads, Part part, void* ctx, int chunksPerThread = kChunksPerThread);
 
 }  // namespace rok::pool

@@ -33,6 +33,9 @@ constexpr int kLanes = fk::kLanes;
 // Blocks of eight complex columns that one column item transforms.
 constexpr int kColumnBlocks = 4;
 
+// Chunks a pass is divided into per thread (items permitting).
+constexpr int kItemChunksPerThread = 64;
+
 // Sizes from which a transform splits its rows and columns among threads.
 constexpr int kRealThreadFrom = 141;
 constexpr int kComplexThreadFrom = 240;
@@ -268,11 +271,18 @@ float* after(float* p, std::size_t bytes) { return p + round64(bytes) / sizeof(f
 
 // Runs fn(item, slot) for every item on up to the record's threads (and no
 // more than the library's thread count now); slot picks the scratch slice.
+// The pool hands the items out a few at a time (one column item, four
+// rows of eight at 4096 wide), so that the threads finish a pass within
+// one small item of each other, and a worker that starts late or is held
+// up elsewhere leaves less for the others to wait on.
 template <class Fn>
 void for_items(int count, int threads, Fn&& fn) {
-    parallel_for(count, std::min(threads, ownGetNumThreads()), [&](int begin, int end, int slot) {
-        for (int i = begin; i < end; ++i) fn(i, slot);
-    });
+    parallel_for(
+        count, std::min(threads, ownGetNumThreads()),
+        [&](int begin, int end, int slot) {
+            for (int i = begin; i < end; ++i) fn(i, slot);
+        },
+        kItemChunksPerThread);
 }
 
 // Rows of a real image, eight at a time per channel: src rows into the
@@ -299,31 +309,45 @@ void real_rows(bool forward, const Record2d* rec, const float* src, int ss, floa
 // im(q) of every row. Items are kColumnBlocks blocks of eight columns, so
 // one sweep down the rows reads and writes the cache lines of all of them;
 // with `interleaved`, column q is the pair at floats first + 2q, first +
-// 2q + 1, and whole items move with vector loads.
-template <class Offsets>
+// 2q + 1, and whole blocks move with vector loads. The first `extra` items
+// run extraItem(item, slot) instead, in the same pass, so that no part of
+// the pass runs on one thread alone.
+template <class Offsets, class Extra>
 void column_blocks(bool forward, const fk::ComplexPlan* plan, int h, int columns, bool interleaved, int first,
                    Offsets offsets, const float* src, int ss, float* dst, int ds, int threads,
-                   const Slices& slices) {
+                   const Slices& slices, int extra, Extra&& extraItem) {
     constexpr int kItem = kColumnBlocks * kLanes;
-    for_items((columns + kItem - 1) / kItem, threads, [&](int item, int t) {
+    const int items = (columns + kItem - 1) / kItem;
+    // A short last item moves lane by lane, slower than the others: it runs
+    // first, so that threads that finish early are not left waiting on it.
+    const bool shortFirst = interleaved && columns % kItem != 0 && items > 1;
+    auto item_at = [&](int i) {
+        if (shortFirst) return i == 0 ? items - 1 + extra : i - 1;
+        return i;
+    };
+    for_items(extra + items, threads, [&](int index, int t) {
+        int item = item_at(index);
+        if (item < extra) {
+            extraItem(item, t);
+            return;
+        }
+        item -= extra;
         float* g = slices.at(t);
         float* work = after(g, kColumnBlocks * h * kComplexPacket);
         const int q0 = item * kItem, blocks = std::min(kColumnBlocks, (columns - q0 + kLanes - 1) / kLanes);
-        const bool whole = interleaved && q0 + kItem <= columns;
+        // Blocks of eight columns that move as vectors.
+        const int whole = interleaved ? std::min(kColumnBlocks, (columns - q0) / kLanes) : 0;
         int re[kColumnBlocks][kLanes], im[kColumnBlocks][kLanes];
         auto packets = [&](int b) { return g + std::ptrdiff_t(b) * h * kComplexFloats; };
-        if (whole) {
-            kernels::fft::gather_pairs(src, ss, h, first + 2 * q0, g, kColumnBlocks);
-        } else {
-            for (int b = 0; b < blocks; ++b) {
-                for (int l = 0; l < kLanes; ++l) {
-                    const int q = q0 + b * kLanes + l;
-                    re[b][l] = q < columns ? offsets(q).first : -1;
-                    im[b][l] = q < columns ? offsets(q).second : -1;
-                }
-                kernels::fft::gather_columns(src, ss, h, re[b], packets(b), kComplexFloats, 0);
-                kernels::fft::gather_columns(src, ss, h, im[b], packets(b), kComplexFloats, kLanes);
+        if (whole) kernels::fft::gather_pairs(src, ss, h, first + 2 * q0, g, whole);
+        for (int b = whole; b < blocks; ++b) {
+            for (int l = 0; l < kLanes; ++l) {
+                const int q = q0 + b * kLanes + l;
+                re[b][l] = q < columns ? offsets(q).first : -1;
+                im[b][l] = q < columns ? offsets(q).second : -1;
             }
+            kernels::fft::gather_columns(src, ss, h, re[b], packets(b), kComplexFloats, 0);
+            kernels::fft::gather_columns(src, ss, h, im[b], packets(b), kComplexFloats, kLanes);
         }
         for (int b = 0; b < blocks; ++b) {
             if (forward)
@@ -331,13 +355,10 @@ void column_blocks(bool forward, const fk::ComplexPlan* plan, int h, int columns
             else
                 fk::complex_inverse(plan, packets(b), kComplexFloats, packets(b), kComplexFloats, work);
         }
-        if (whole) {
-            kernels::fft::scatter_pairs(g, dst, ds, h, first + 2 * q0, kColumnBlocks);
-        } else {
-            for (int b = 0; b < blocks; ++b) {
-                kernels::fft::scatter_columns(packets(b), kComplexFloats, 0, dst, ds, h, re[b]);
-                kernels::fft::scatter_columns(packets(b), kComplexFloats, kLanes, dst, ds, h, im[b]);
-            }
+        if (whole) kernels::fft::scatter_pairs(g, dst, ds, h, first + 2 * q0, whole);
+        for (int b = whole; b < blocks; ++b) {
+            kernels::fft::scatter_columns(packets(b), kComplexFloats, 0, dst, ds, h, re[b]);
+            kernels::fft::scatter_columns(packets(b), kComplexFloats, kLanes, dst, ds, h, im[b]);
         }
     });
 }
@@ -354,21 +375,24 @@ void real_columns(bool forward, const Record2d* rec, const float* src, int ss, f
         lanes[c] = c;
         if (w % 2 == 0) lanes[nc + c] = (w - 1) * stride + c;
     }
-    // Any thread's slice serves: this batch runs before the others start.
-    float* g = slices.at(0);
-    kernels::fft::gather_columns(src, ss, h, lanes, g, kRealFloats, 0);
-    if (forward)
-        fk::real_forward(columnPlan, g, after(g, h * kRealPacket));
-    else
-        fk::real_inverse(columnPlan, g, after(g, h * kRealPacket));
-    kernels::fft::scatter_columns(g, kRealFloats, 0, dst, ds, h, lanes);
+    // The real batch is the pass's first item; the complex columns never
+    // touch its columns.
+    auto realBatch = [&](int, int t) {
+        float* g = slices.at(t);
+        kernels::fft::gather_columns(src, ss, h, lanes, g, kRealFloats, 0);
+        if (forward)
+            fk::real_forward(columnPlan, g, after(g, h * kRealPacket));
+        else
+            fk::real_inverse(columnPlan, g, after(g, h * kRealPacket));
+        kernels::fft::scatter_columns(g, kRealFloats, 0, dst, ds, h, lanes);
+    };
     // Column q is pair u = q / nc + 1 of channel q % nc.
     column_blocks(forward, rec->complex_plan[0], h, (w - 1) / 2 * nc, stride == 1, 1,
                   [&](int q) {
                       const int u = q / nc + 1, c = q % nc;
                       return std::pair{(2 * u - 1) * stride + c, 2 * u * stride + c};
                   },
-                  src, ss, dst, ds, rec->threads, slices);
+                  src, ss, dst, ds, rec->threads, slices, 1, realBatch);
 }
 
 void complex_rows(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds,
@@ -390,7 +414,8 @@ void complex_rows(bool forward, const Record2d* rec, const float* src, int ss, f
 void complex_columns(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds,
                      const Slices& slices) {
     column_blocks(forward, rec->complex_plan[0], rec->height, rec->width, true, 0,
-                  [](int q) { return std::pair{2 * q, 2 * q + 1}; }, src, ss, dst, ds, rec->threads, slices);
+                  [](int q) { return std::pair{2 * q, 2 * q + 1}; }, src, ss, dst, ds, rec->threads, slices, 0,
+                  [](int, int) {});
 }
 
 // The float transform of a real image with a checked record.

@@ -40,25 +40,40 @@ struct Trace {
     void leave() { --running; }
 };
 
+// Also with the chunks per thread a caller may ask for, from one to more
+// than the pool's most chunks.
 TEST(Threading, ParallelForCoversTheRangeOnceInAscendingPartsWithSlotsBelowTheTeam) {
     const int procs = rok::pool::max_threads();
-    for (int threads : {1, 2, 3, 7}) {
-        for (int height : {1, 2, 3, 7, 8, 100, 5000}) {
-            Trace trace(height);
-            rok::parallel_for(height, threads, [&](int begin, int end, int slot) {
-                trace.enter(slot);
-                EXPECT_LT(begin, end);
-                for (int y = begin; y < end; ++y) trace.visits[y]++;
-                // Long enough that the workers have time to take parts.
-                std::this_thread::sleep_for(std::chrono::microseconds(200));
-                trace.leave();
-            });
-            for (int y = 0; y < height; ++y) ASSERT_EQ(trace.visits[y], 1) << threads << " threads, row " << y;
-            for (int slot : trace.slots) EXPECT_TRUE(slot >= 0 && slot < threads) << slot;
-            EXPECT_LE(int(trace.threads.size()), std::min(threads, procs)) << "never more threads than processors";
-            EXPECT_LE(trace.most.load(), std::min(threads, procs));
+    const struct {
+        int chunksPerThread;
+        std::vector<int> heights;
+    } runs[] = {{rok::pool::kChunksPerThread, {1, 2, 3, 7, 8, 100, 5000}}, {1, {3, 100}}, {64, {7, 100, 5000}},
+                {5000, {100, 5000}}};
+    for (const auto& run : runs)
+        for (int threads : {1, 2, 3, 7}) {
+            for (int height : run.heights) {
+                Trace trace(height);
+                std::atomic<int> parts{0};
+                rok::parallel_for(
+                    height, threads,
+                    [&](int begin, int end, int slot) {
+                        trace.enter(slot);
+                        parts++;
+                        EXPECT_LT(begin, end);
+                        for (int y = begin; y < end; ++y) trace.visits[y]++;
+                        // Long enough that the workers have time to take parts.
+                        std::this_thread::sleep_for(std::chrono::microseconds(200));
+                        trace.leave();
+                    },
+                    run.chunksPerThread);
+                const int mostParts = std::min({height, threads * run.chunksPerThread, rok::pool::kMaxChunks});
+                EXPECT_LE(parts.load(), mostParts) << threads << " threads, " << run.chunksPerThread << " a thread";
+                for (int y = 0; y < height; ++y) ASSERT_EQ(trace.visits[y], 1) << threads << " threads, row " << y;
+                for (int slot : trace.slots) EXPECT_TRUE(slot >= 0 && slot < threads) << slot;
+                EXPECT_LE(int(trace.threads.size()), std::min(threads, procs)) << "never more threads than processors";
+                EXPECT_LE(trace.most.load(), std::min(threads, procs));
+            }
         }
-    }
 }
 
 TEST(Threading, WarningIsTheFirstInRowOrderWhateverTheThreadCount) {
