@@ -274,15 +274,27 @@ float* after(float* p, std::size_t bytes) { return p + round64(bytes) / sizeof(f
 // The pool hands the items out a few at a time (one column item, four
 // rows of eight at 4096 wide), so that the threads finish a pass within
 // one small item of each other, and a worker that starts late or is held
-// up elsewhere leaves less for the others to wait on.
+// up elsewhere leaves less for the others to wait on. Every thread
+// computes under the caller's rounding mode, so that the bits do not
+// depend on which thread ran an item.
 template <class Fn>
 void for_items(int count, int threads, Fn&& fn) {
+    const int mode = std::fegetround();
     parallel_for(
         count, std::min(threads, ownGetNumThreads()),
         [&](int begin, int end, int slot) {
+            convert::RoundingGuard callers(mode);
             for (int i = begin; i < end; ++i) fn(i, slot);
         },
         kItemChunksPerThread);
+}
+
+// Runs fn(begin, end) on contiguous ranges of the h rows, on threads as
+// for_items: the conversions of the integer transforms (which set their
+// rounding mode themselves).
+template <class Fn>
+void for_row_ranges(int h, int threads, Fn&& fn) {
+    parallel_for(h, std::min(threads, ownGetNumThreads()), [&](int begin, int end, int) { fn(begin, end); });
 }
 
 // Rows of a real image, eight at a time per channel: src rows into the
@@ -564,22 +576,28 @@ RokStatus integer_forward(const Rok8u* src, int srcStep, Rok32s* dst, int dstSte
         float* image = align_up(reinterpret_cast<float*>(buf), 16);
         const int step = samples * int(sizeof(float));
         Rok8u* floatBuffer = reinterpret_cast<Rok8u*>(image) + rec->image_bytes;
-        for (int y = 0; y < h; ++y) kernels::convert_value(row(src, srcStep, y), row(image, step, y), samples, false);
+        for_row_ranges(h, real->threads, [&](int begin, int end) {
+            for (int y = begin; y < end; ++y)
+                kernels::convert_value(row(src, srcStep, y), row(image, step, y), samples, false);
+        });
         run_real(true, real, image, step, image, step, px, floatBuffer);
-        convert::RoundingGuard nearest(FE_TONEAREST);
-        for (int y = 0; y < h; ++y) {
-            float* from = row(image, step, y);
-            Rok32s* to = row(dst, dstStep, y);
-            if (px.channels == px.stride) {
-                kernels::convert_float_sfs(from, to, samples, 1, scaleFactor);
-            } else {
-                Rok32s* converted = reinterpret_cast<Rok32s*>(from);
-                kernels::convert_float_sfs(from, converted, samples, 1, scaleFactor);
-                ac4_row(to, w, [&](Rok32s* block, int x, int n) {
-                    std::memcpy(block, converted + 4 * x, std::size_t(n) * 4 * sizeof(Rok32s));
-                });
+        // The rounding control is each thread's own.
+        for_row_ranges(h, real->threads, [&](int begin, int end) {
+            convert::RoundingGuard nearest(FE_TONEAREST);
+            for (int y = begin; y < end; ++y) {
+                float* from = row(image, step, y);
+                Rok32s* to = row(dst, dstStep, y);
+                if (px.channels == px.stride) {
+                    kernels::convert_float_sfs(from, to, samples, 1, scaleFactor);
+                } else {
+                    Rok32s* converted = reinterpret_cast<Rok32s*>(from);
+                    kernels::convert_float_sfs(from, converted, samples, 1, scaleFactor);
+                    ac4_row(to, w, [&](Rok32s* block, int x, int n) {
+                        std::memcpy(block, converted + 4 * x, std::size_t(n) * 4 * sizeof(Rok32s));
+                    });
+                }
             }
-        }
+        });
     });
 }
 
@@ -595,19 +613,24 @@ RokStatus integer_inverse(const Rok32s* src, int srcStep, Rok8u* dst, int dstSte
         float* image = align_up(reinterpret_cast<float*>(buf), 16);
         const int step = samples * int(sizeof(float));
         Rok8u* floatBuffer = reinterpret_cast<Rok8u*>(image) + rec->image_bytes;
-        for (int y = 0; y < h; ++y) kernels::convert_value(row(src, srcStep, y), row(image, step, y), samples, false);
+        for_row_ranges(h, real->threads, [&](int begin, int end) {
+            for (int y = begin; y < end; ++y)
+                kernels::convert_value(row(src, srcStep, y), row(image, step, y), samples, false);
+        });
         run_real(false, real, image, step, image, step, px, floatBuffer);
-        convert::RoundingGuard nearest(FE_TONEAREST);
-        for (int y = 0; y < h; ++y) {
-            const float* from = row(image, step, y);
-            Rok8u* to = row(dst, dstStep, y);
-            if (px.channels == px.stride)
-                kernels::convert_float_sfs(from, to, samples, 1, scaleFactor);
-            else
-                ac4_row(to, w, [&](Rok8u* block, int x, int n) {
-                    kernels::convert_float_sfs(from + 4 * x, block, 4 * n, 1, scaleFactor);
-                });
-        }
+        for_row_ranges(h, real->threads, [&](int begin, int end) {
+            convert::RoundingGuard nearest(FE_TONEAREST);
+            for (int y = begin; y < end; ++y) {
+                const float* from = row(image, step, y);
+                Rok8u* to = row(dst, dstStep, y);
+                if (px.channels == px.stride)
+                    kernels::convert_float_sfs(from, to, samples, 1, scaleFactor);
+                else
+                    ac4_row(to, w, [&](Rok8u* block, int x, int n) {
+                        kernels::convert_float_sfs(from + 4 * x, block, 4 * n, 1, scaleFactor);
+                    });
+            }
+        });
     });
 }
 

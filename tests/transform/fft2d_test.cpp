@@ -3,6 +3,7 @@
 // flag, thread counts, guarded images and buffers.
 #include <gtest/gtest.h>
 
+#include <cfenv>
 #include <cmath>
 #include <cstring>
 
@@ -203,30 +204,62 @@ TEST(Fft2d, ComplexMatchesTheDirectDftBothWays) {
 }
 
 // Above the size thresholds a record splits its work among threads; the
-// result is the same bits with one thread, two, or a record made for one.
+// result is the same bits with one thread, two, or a record made for one,
+// also when the caller rounds upward (every thread computes in the
+// caller's mode, and the mode stays the caller's). The integer transforms
+// also convert on every thread.
 TEST(Fft2d, ResultsDoNotDependOnTheThreadCount) {
-    for (Domain domain : {Domain::Real, Domain::Complex}) {
-        const Size2 s = domain == Domain::Real ? Size2{150, 141} : Size2{250, 240};
-        std::vector<std::vector<float>> results;
-        for (int made : {1, 2})
-            for (int run : {1, 2}) {
-                rokt::WithThreads madeWith(made);
-                Spec spec(Kind::Dft, domain, s.w, s.h, rokFftDivFwd);
-                rokt::WithThreads runWith(run);
-                const int nc = domain == Domain::Real ? 1 : 2;
-                GuardedImage<float> src(s.w, s.h, nc), dst(s.w, s.h, nc);
-                rokt::fill_random(src, 11);
-                if (domain == Domain::Real)
-                    ASSERT_EQ(ops(Kind::Dft).fwd[C1](src.data(), src.step(), dst.data(), dst.step(), spec.get(), nullptr), 0);
-                else
-                    ASSERT_EQ(ops(Kind::Dft).cfwd(reinterpret_cast<Rok32fc*>(src.data()), src.step(),
-                                                  reinterpret_cast<Rok32fc*>(dst.data()), dst.step(), spec.get(), nullptr),
-                              0);
-                results.emplace_back();
-                for (int y = 0; y < s.h; ++y) results.back().insert(results.back().end(), dst.row(y), dst.row(y) + s.w * nc);
+    for (Domain domain : {Domain::Real, Domain::Complex, Domain::Integer})
+        for (int mode : {FE_TONEAREST, FE_UPWARD}) {
+            const Size2 s = domain == Domain::Complex ? Size2{250, 240} : Size2{150, 141};
+            const auto& o = ops(Kind::Dft);
+            std::vector<std::vector<float>> results;
+            std::vector<std::vector<Rok8u>> backs;
+            for (int made : {1, 2})
+                for (int run : {1, 2}) {
+                    rokt::WithThreads madeWith(made);
+                    Spec spec(Kind::Dft, domain, s.w, s.h, rokFftDivFwd);
+                    rokt::WithThreads runWith(run);
+                    const int nc = domain == Domain::Complex ? 2 : 1;
+                    GuardedImage<float> src(s.w, s.h, nc), dst(s.w, s.h, nc);
+                    // Scale factor -4: the integer results keep four fraction
+                    // bits, so that a differently rounded float would show.
+                    GuardedImage<Rok8u> in(s.w, s.h, 1), back(s.w, s.h, 1);
+                    GuardedImage<Rok32s> out(s.w, s.h, 1);
+                    rokt::fill_random(src, 11);
+                    rokt::fill_random(in, 11);
+                    std::fesetround(mode);
+                    RokStatus fwd = 0, inv = 0;
+                    if (domain == Domain::Integer) {
+                        fwd = o.intFwd[C1](in.data(), in.step(), out.data(), out.step(), -4, spec.get(), nullptr);
+                        inv = o.intInv[C1](out.data(), out.step(), back.data(), back.step(), -4, spec.get(), nullptr);
+                    } else if (domain == Domain::Real) {
+                        fwd = o.fwd[C1](src.data(), src.step(), dst.data(), dst.step(), spec.get(), nullptr);
+                    } else {
+                        fwd = o.cfwd(reinterpret_cast<Rok32fc*>(src.data()), src.step(),
+                                     reinterpret_cast<Rok32fc*>(dst.data()), dst.step(), spec.get(), nullptr);
+                    }
+                    const int after = std::fegetround();
+                    std::fesetround(FE_TONEAREST);
+                    ASSERT_EQ(fwd, 0);
+                    ASSERT_EQ(inv, 0);
+                    EXPECT_EQ(after, mode);
+                    results.emplace_back();
+                    backs.emplace_back();
+                    for (int y = 0; y < s.h; ++y) {
+                        if (domain == Domain::Integer) {
+                            for (int x = 0; x < s.w; ++x) results.back().push_back(float(out.at(x, y)));
+                            backs.back().insert(backs.back().end(), back.row(y), back.row(y) + s.w);
+                        } else {
+                            results.back().insert(results.back().end(), dst.row(y), dst.row(y) + s.w * nc);
+                        }
+                    }
+                }
+            for (std::size_t i = 1; i < results.size(); ++i) {
+                EXPECT_TRUE(results[i] == results[0]) << "run " << i << ", mode " << mode;
+                EXPECT_TRUE(backs[i] == backs[0]) << "inverse, run " << i << ", mode " << mode;
             }
-        for (std::size_t i = 1; i < results.size(); ++i) EXPECT_TRUE(results[i] == results[0]) << "run " << i;
-    }
+        }
 }
 
 // Images whose last byte touches a protected page, and a caller buffer of
