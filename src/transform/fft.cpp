@@ -269,32 +269,39 @@ constexpr std::ptrdiff_t kComplexFloats = fk::kComplexPacketFloats;
 
 float* after(float* p, std::size_t bytes) { return p + round64(bytes) / sizeof(float); }
 
-// Runs fn(item, slot) for every item on up to the record's threads (and no
-// more than the library's thread count now); slot picks the scratch slice.
-// The pool hands the items out a few at a time (one column item, four
-// rows of eight at 4096 wide), so that the threads finish a pass within
-// one small item of each other, and a worker that starts late or is held
-// up elsewhere leaves less for the others to wait on. Every thread
-// computes under the caller's rounding mode, so that the bits do not
-// depend on which thread ran an item.
+// Shares [0, count) among up to `threads` threads (and no more than the
+// library's thread count now) as part(begin, end, slot); slot picks the
+// scratch slice. Every thread computes in the caller's rounding mode, so
+// that the bits do not depend on which thread ran which part.
 template <class Fn>
-void for_items(int count, int threads, Fn&& fn) {
+void share(int count, int threads, int chunksPerThread, Fn&& part) {
     const int mode = std::fegetround();
     parallel_for(
         count, std::min(threads, ownGetNumThreads()),
         [&](int begin, int end, int slot) {
             convert::RoundingGuard callers(mode);
-            for (int i = begin; i < end; ++i) fn(i, slot);
+            part(begin, end, slot);
         },
-        kItemChunksPerThread);
+        chunksPerThread);
 }
 
-// Runs fn(begin, end) on contiguous ranges of the h rows, on threads as
-// for_items: the conversions of the integer transforms (which set their
-// rounding mode themselves).
+// Runs fn(item, slot) for every item. The pool hands the items out a few at
+// a time (one column item, four rows of eight at 4096 wide), so that the
+// threads finish a pass within one small item of each other, and a worker
+// that starts late or is held up elsewhere leaves less for the others to
+// wait on.
+template <class Fn>
+void for_items(int count, int threads, Fn&& fn) {
+    share(count, threads, kItemChunksPerThread, [&](int begin, int end, int slot) {
+        for (int i = begin; i < end; ++i) fn(i, slot);
+    });
+}
+
+// Runs fn(begin, end) on contiguous ranges of the h rows: the conversions
+// of the integer transforms.
 template <class Fn>
 void for_row_ranges(int h, int threads, Fn&& fn) {
-    parallel_for(h, std::min(threads, ownGetNumThreads()), [&](int begin, int end, int) { fn(begin, end); });
+    share(h, threads, pool::kChunksPerThread, [&](int begin, int end, int) { fn(begin, end); });
 }
 
 // Rows of a real image, eight at a time per channel: src rows into the
