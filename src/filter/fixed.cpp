@@ -24,19 +24,23 @@ std::size_t round64(std::size_t v) { return (v + 63) / 64 * 64; }
 // it (vertical strips narrower than the row would keep more in the level-1
 // cache but break the stream at every row, which costs more). Rows are
 // shared among the pool's threads for ROIs wider and higher than 63 pixels;
-// every row is computed the same way whatever the split.
+// every row is computed the same way whatever the split. Kernels that make
+// rows straight from the source (the 3x3 float ones) take them in pairs,
+// which share all but two of their source rows.
 template <class S, class D>
 RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, Layout layout) {
     kernels::fixed::Strip<S, D> kernel = nullptr;
-    kernels::fixed::select(f, size, kernel);
-    const int mids = kernels::fixed::plan_of(f, size, std::is_floating_point_v<S>).mids;
+    kernels::fixed::Rows<S, D> rowsKernel = nullptr;
+    if constexpr (std::is_same_v<S, Rok32f>) kernels::fixed::select_rows(f, size, rowsKernel);
+    if (rowsKernel == nullptr) kernels::fixed::select(f, size, kernel);
+    const int mids = rowsKernel ? 0 : kernels::fixed::plan_of(f, size, std::is_floating_point_v<S>).mids;
     constexpr int midBytes = kernels::fixed::mid_bytes<S>();
     const int nc = channels(layout), half = size / 2;
     const bool ac4 = layout == Layout::AC4;
 
     const std::size_t midRow = round64((std::size_t(roi.width) + size - 1) * nc * midBytes);
     const std::size_t blockBytes = ac4 ? round64(std::size_t(roi.width) * 4 * sizeof(D)) : 0;
-    const std::size_t slice = midRow * mids + blockBytes;
+    const std::size_t slice = std::max<std::size_t>(midRow * mids + blockBytes, 64);
 
     // Only results too large to stay in the largest cache go past it: a
     // result that the last-level cache holds is read back from there by
@@ -56,7 +60,21 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
 
     auto band = [&](int first, int last, char* mem) {
         D* block = reinterpret_cast<D*>(mem + midRow * mids);
-        const S* rows[kernels::fixed::kMaxRows];
+        const S* rows[kernels::fixed::kMaxRows + 1];
+        if (rowsKernel != nullptr) {
+            // Two rows per pass (one where a band ends on an odd row, and
+            // for AC4, whose rows go through the block).
+            for (int y = first; y < last;) {
+                const int count = !ac4 && y + 1 < last ? 2 : 1;
+                for (int j = 0; j < size + count - 1; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
+                D* out = row(dst, dstStep, y);
+                rowsKernel(rows, roi.width, nc, ac4 ? block : out, count == 2 ? row(dst, dstStep, y + 1) : nullptr, stream);
+                if (ac4) kernels::copy_ac4(block, out, roi.width, sizeof(D));
+                y += count;
+            }
+            if (stream) kernels::store_fence();
+            return;
+        }
         for (int y = first; y < last; ++y) {
             for (int j = 0; j < size; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
             D* out = row(dst, dstStep, y);

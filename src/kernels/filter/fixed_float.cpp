@@ -12,4 +12,28 @@ void select(Fixed f, int size, Strip<Rok32f, Rok32f>& fn) {
     if (fn == nullptr) fn = same_type<Rok32f, Rok32f>(f, size);
 }
 
+// The 3x3 masks: at most four mids at three offsets, each a handful of
+// loads, so forming them in registers beats writing and reading mid rows.
+// The 5x5 masks read up to fifteen mids per result and keep their mid rows.
+void select_rows(Fixed f, int size, Rows<Rok32f, Rok32f>& fn) {
+    fn = nullptr;
+    if (size != 3) return;
+    switch (f) {
+        case Fixed::PrewittVert: fn = fused_of<Fixed::PrewittVert, 3>(); break;
+        case Fixed::PrewittHoriz: fn = fused_of<Fixed::PrewittHoriz, 3>(); break;
+        case Fixed::SobelVert: fn = fused_of<Fixed::SobelVert, 3>(); break;
+        case Fixed::SobelHoriz: fn = fused_of<Fixed::SobelHoriz, 3>(); break;
+        case Fixed::SobelVertSecond: fn = fused_of<Fixed::SobelVertSecond, 3>(); break;
+        case Fixed::SobelHorizSecond: fn = fused_of<Fixed::SobelHorizSecond, 3>(); break;
+        case Fixed::SobelCross: fn = fused_of<Fixed::SobelCross, 3>(); break;
+        case Fixed::ScharrVert: fn = fused_of<Fixed::ScharrVert, 3>(); break;
+        case Fixed::ScharrHoriz: fn = fused_of<Fixed::ScharrHoriz, 3>(); break;
+        case Fixed::Laplace:
+        case Fixed::Hipass: fn = fused_of<Fixed::Laplace, 3>(); break;  // the same mask at 3x3
+        case Fixed::Lowpass: fn = fused_of<Fixed::Lowpass, 3>(); break;
+        case Fixed::Gauss: fn = fused_of<Fixed::Gauss, 3>(); break;
+        case Fixed::Sharpen: fn = fused_of<Fixed::Sharpen, 3>(); break;
+    }
+}
+
 }  // namespace rok::kernels::fixed

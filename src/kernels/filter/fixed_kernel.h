@@ -511,6 +511,175 @@ struct Kernel {
                    });
     }
 
+    // ---- float plans straight from the source rows ----
+    //
+    // Every mid the row stage reads is formed in registers at its column
+    // offset from unaligned loads of the source rows, so no mid row is
+    // written and read back, and two destination rows are made per pass
+    // from the Size + 1 source rows they share. A mid read at two offsets is
+    // formed twice, by the same operations in the same order, so the results
+    // equal the two-stage ones bit for bit.
+
+    // Sum M (a column mid, or the row stage for M < 0) of one vector;
+    // at(src, off) is a term's input vector.
+    template <int M, class At>
+    [[gnu::always_inline]] static __m256 sum_vector(At&& at) {
+        constexpr const Sum& s = sum_at<M>();
+        __m256 acc;
+        unroll<s.n>([&](auto g) ROK_INLINE {
+            constexpr const Group& grp = s.g[g];
+            __m256 part;
+            unroll<grp.n>([&](auto t) ROK_INLINE {
+                constexpr Term term = grp.t[t];
+                const __m256 l = at(std::integral_constant<int, term.src>{}, std::integral_constant<int, term.off>{});
+                if constexpr (t == 0) part = term.sign > 0 ? l : _mm256_xor_ps(l, _mm256_set1_ps(-0.0f));
+                else part = term.sign > 0 ? _mm256_add_ps(part, l) : _mm256_sub_ps(part, l);
+            });
+            if constexpr (grp.w != 1.0) part = _mm256_mul_ps(_mm256_set1_ps(float(grp.w)), part);
+            if constexpr (g == 0) acc = part;
+            else acc = _mm256_add_ps(acc, part);
+        });
+        return acc;
+    }
+
+    [[gnu::always_inline]] static __m256 finish8(__m256 v) {
+        if constexpr (kFinish.kind == Finish::Scale) v = _mm256_mul_ps(v, _mm256_set1_ps(float(kFinish.c)));
+        else if constexpr (kFinish.kind == Finish::Divide) v = _mm256_div_ps(v, _mm256_set1_ps(float(kFinish.c)));
+        return v;
+    }
+
+    // Eight finished results of the destination row whose neighbourhood
+    // starts at source row r[0], from sample x on.
+    [[gnu::always_inline]] static __m256 fused8(const float* const* r, std::ptrdiff_t x, std::ptrdiff_t nc) {
+        return finish8(sum_vector<-1>([&](auto mid, auto off) ROK_INLINE {
+            return sum_vector<decltype(mid)::value>([&](auto src, auto) ROK_INLINE {
+                return _mm256_loadu_ps(r[decltype(src)::value] + x + decltype(off)::value * nc);
+            });
+        }));
+    }
+
+    // One-channel rows: each mid is formed once per block of 8 samples and
+    // its values at the row stage's offsets are taken from two neighbouring
+    // blocks by lane shifts, so a source sample is loaded once per pass and
+    // each mid value summed once (the unaligned loads above form a mid
+    // value again for every offset that reads it).
+    struct MidBlocks {
+        __m256 m[kMaxMids];
+    };
+    [[gnu::always_inline]] static MidBlocks mid_blocks(const float* const* r, std::ptrdiff_t x) {
+        MidBlocks b;
+        unroll<P.mids>([&](auto m) ROK_INLINE {
+            b.m[m] = sum_vector<m>([&](auto src, auto) ROK_INLINE { return _mm256_loadu_ps(r[decltype(src)::value] + x); });
+        });
+        return b;
+    }
+    // Lanes K..K+7 of the sixteen in a then b.
+    template <int K>
+    [[gnu::always_inline]] static __m256 lanes_from(__m256 a, __m256 b) {
+        if constexpr (K == 0) return a;
+        else if constexpr (K == 8) return b;
+        else {
+            const __m256 middle = _mm256_permute2f128_ps(a, b, 0x21);  // lanes 4..11
+            if constexpr (K == 4) return middle;
+            else if constexpr (K < 4)
+                return _mm256_castsi256_ps(_mm256_alignr_epi8(_mm256_castps_si256(middle), _mm256_castps_si256(a), 4 * K));
+            else
+                return _mm256_castsi256_ps(_mm256_alignr_epi8(_mm256_castps_si256(b), _mm256_castps_si256(middle), 4 * (K - 4)));
+        }
+    }
+    [[gnu::always_inline]] static __m256 row_from(const MidBlocks& a, const MidBlocks& b) {
+        return finish8(sum_vector<-1>([&](auto mid, auto off) ROK_INLINE {
+            return lanes_from<decltype(off)::value>(a.m[decltype(mid)::value], b.m[decltype(mid)::value]);
+        }));
+    }
+
+    static float fused1(const float* const* r, int x, int nc) {
+        return finish_float(grouped(P.row,
+                                    [&](const Term& t) {
+                                        return grouped(P.column[t.src],
+                                                       [&](const Term& c) { return r[c.src][x + t.off * nc]; });
+                                    }),
+                            kFinish);
+    }
+
+    // Blocks of 16 samples of one or two rows. When streaming, the blocks
+    // from the first 64-byte boundary of out0 on fill whole cache lines and
+    // bypass the cache (out1 too where it has the same alignment); a block
+    // before that boundary and the last block (which may overlap the others,
+    // recomputing the same values) store normally.
+    template <bool Two>
+    static void fused_rows(const float* const* rows, int n, int nc, float* out0, float* out1, bool stream) {
+        constexpr int kStep = 16;
+        if (n < kStep) {
+            for (int x = 0; x < n; ++x) {
+                out0[x] = fused1(rows, x, nc);
+                if constexpr (Two) out1[x] = fused1(rows + 1, x, nc);
+            }
+            return;
+        }
+        // Local copies of the row pointers, and every result computed before
+        // the first store: the two rows then share their loads (a store
+        // through out0 could otherwise alter what a pointer in `rows` or a
+        // source sample holds, as far as the compiler knows).
+        const float* r[Size + 1];
+        for (int j = 0; j < Size + int(Two); ++j) r[j] = rows[j];
+        const std::uintptr_t at0 = reinterpret_cast<std::uintptr_t>(out0);
+        const bool stream1 = (reinterpret_cast<std::uintptr_t>(out1) - at0) % 64 == 0;
+        auto body = [&](int x, bool s) ROK_INLINE {
+            // The rows that no earlier pass read (the last one or two) come
+            // from memory: asking for them 2 KiB ahead overlaps their
+            // arrival with the sums (a 3840x2160 Sobel took 0.75 of the time
+            // with it). One 64-byte line per row per block.
+            constexpr int kAhead = 512;
+            _mm_prefetch(reinterpret_cast<const char*>(r[Size - 1 + int(Two)] + x + kAhead), _MM_HINT_T0);
+            if constexpr (Two) _mm_prefetch(reinterpret_cast<const char*>(r[Size - 1] + x + kAhead), _MM_HINT_T0);
+            const __m256 a0 = fused8(r, x, nc), a1 = fused8(r, x + 8, nc);
+            if constexpr (Two) {
+                const __m256 b0 = fused8(r + 1, x, nc), b1 = fused8(r + 1, x + 8, nc);
+                put(out1 + x, b0, s && stream1);
+                put(out1 + x + 8, b1, s && stream1);
+            }
+            put(out0 + x, a0, s);
+            put(out0 + x + 8, a1, s);
+        };
+        int x = 0;
+        const bool s = stream && at0 % sizeof(float) == 0;
+        if (s) {
+            x = int((64 - at0 % 64) % 64 / sizeof(float));
+            if (x > 0) body(0, false);
+        }
+        if (nc == 1 && x + 24 <= n + Size - 1) {
+            // Blocks x, x + 8 and x + 16 of each mid make the 16 results
+            // from x; the last reads source samples up to x + 23.
+            MidBlocks t0 = mid_blocks(r, x), u0;
+            if constexpr (Two) u0 = mid_blocks(r + 1, x);
+            for (; x + 24 <= n + Size - 1; x += kStep) {
+                constexpr int kAhead = 512;
+                _mm_prefetch(reinterpret_cast<const char*>(r[Size - 1 + int(Two)] + x + kAhead), _MM_HINT_T0);
+                if constexpr (Two) _mm_prefetch(reinterpret_cast<const char*>(r[Size - 1] + x + kAhead), _MM_HINT_T0);
+                const MidBlocks t1 = mid_blocks(r, x + 8), t2 = mid_blocks(r, x + 16);
+                const __m256 a0 = row_from(t0, t1), a1 = row_from(t1, t2);
+                if constexpr (Two) {
+                    const MidBlocks u1 = mid_blocks(r + 1, x + 8), u2 = mid_blocks(r + 1, x + 16);
+                    put(out1 + x, row_from(u0, u1), s && stream1);
+                    put(out1 + x + 8, row_from(u1, u2), s && stream1);
+                    u0 = u2;
+                }
+                put(out0 + x, a0, s);
+                put(out0 + x + 8, a1, s);
+                t0 = t2;
+            }
+        }
+        for (; x + kStep <= n; x += kStep) body(x, s);
+        if (x < n) body(n - kStep, false);
+    }
+
+    // One destination row (out1 null: rows[0..Size-1]) or two (rows[0..Size]).
+    static void fused(const float* const* rows, int pixels, int nc, float* out0, float* out1, bool stream) {
+        if (out1 != nullptr) fused_rows<true>(rows, pixels * nc, nc, out0, out1, stream);
+        else fused_rows<false>(rows, pixels * nc, nc, out0, nullptr, stream);
+    }
+
     static void strip(const S* const* rows, int pixels, int nc, void* scratch, int midStride, D* out, bool stream) {
         I* mids[kMaxMids];
         for (int m = 0; m < P.mids; ++m) mids[m] = static_cast<I*>(scratch) + std::ptrdiff_t(m) * midStride;
@@ -524,6 +693,11 @@ struct Kernel {
 template <Fixed F, int Size, class S, class D>
 constexpr Strip<S, D> strip_of() {
     return &detail::Kernel<F, Size, S, D>::strip;
+}
+
+template <Fixed F, int Size>
+constexpr Rows<Rok32f, Rok32f> fused_of() {
+    return &detail::Kernel<F, Size, Rok32f, Rok32f>::fused;
 }
 
 // The filters that the 8u, 16s and 32f same-type members share.
