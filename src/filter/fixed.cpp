@@ -25,7 +25,7 @@ std::size_t round64(std::size_t v) { return (v + 63) / 64 * 64; }
 // cache but break the stream at every row, which costs more). Rows are
 // shared among the pool's threads for ROIs wider and higher than 63 pixels;
 // every row is computed the same way whatever the split. Kernels that make
-// rows straight from the source (the 3x3 float ones) take them in pairs,
+// rows straight from the source (the float ones) take them in pairs,
 // which share all but two of their source rows.
 template <class S, class D>
 RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, Layout layout) {

@@ -365,12 +365,15 @@ TEST(FixedFilters, VectorTailsAndOddSteps) {
     sweep(Form<Rok16u, Rok16u>{"Lowpass 16u C1 3x3", F::Lowpass, 3, 1, 1, WITHMASK(rokiFilterLowpass_16u_C1R, 33)});
     sweep(Form<Rok32f, Rok32f>{"Gauss 32f C3 5x5", F::Gauss, 5, 3, 3, WITHMASK(rokiFilterGauss_32f_C3R, 55)});
     sweep(Form<Rok32f, Rok32f>{"Laplace 32f C1 3x3", F::Laplace, 3, 1, 1, WITHMASK(rokiFilterLaplace_32f_C1R, 33)});
-    // The 3x3 float kernels form one-channel mids per block and shift them
-    // (from 22 samples on, vector blocks below), other layouts load them.
+    // The float kernels form one-channel mids per block and shift them (from
+    // 22 samples on at 3x3, 20 at 5x5; vector blocks below), other layouts
+    // load them at each offset.
     sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1", F::SobelVert, 3, 1, 1, NOMASK(rokiFilterSobelVert_32f_C1R)});
     sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1 horizontal", F::SobelHoriz, 3, 1, 1, NOMASK(rokiFilterSobelHoriz_32f_C1R)});
     sweep(Form<Rok32f, Rok32f>{"Lowpass 32f C3 3x3", F::Lowpass, 3, 3, 3, WITHMASK(rokiFilterLowpass_32f_C3R, 33)});
     sweep(Form<Rok32f, Rok32f>{"Sharpen 32f C4", F::Sharpen, 3, 4, 4, NOMASK(rokiFilterSharpen_32f_C4R)});
+    sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1 5x5", F::SobelVert, 5, 1, 1, WITHMASK(rokiFilterSobelVertMask_32f_C1R, 55)});
+    sweep(Form<Rok32f, Rok32f>{"Gauss 32f C1 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_32f_C1R, 55)});
     sweep(Form<Rok16s, Rok16s>{"Roberts 16s C3", F::RobertsUp, 3, 3, 3, NOMASK(rokiFilterRobertsUp_16s_C3R)});
 }
 
