@@ -32,7 +32,7 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
     kernels::fixed::Strip<S, D> kernel = nullptr;
     kernels::fixed::Rows<S, D> rowsKernel = nullptr;
     if constexpr (std::is_same_v<S, Rok32f>) kernels::fixed::select_rows(f, size, rowsKernel);
-    if (rowsKernel == nullptr) kernels::fixed::select(f, size, kernel);
+    else kernels::fixed::select(f, size, kernel);
     const int mids = rowsKernel ? 0 : kernels::fixed::plan_of(f, size, std::is_floating_point_v<S>).mids;
     constexpr int midBytes = kernels::fixed::mid_bytes<S>();
     const int nc = channels(layout), half = size / 2;

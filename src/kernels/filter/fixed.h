@@ -37,10 +37,8 @@ void select(Fixed f, int size, Strip<Rok8u, Rok16s>& fn);
 void select(Fixed f, int size, Strip<Rok8s, Rok16s>& fn);
 void select(Fixed f, int size, Strip<Rok16s, Rok16s>& fn);
 void select(Fixed f, int size, Strip<Rok16u, Rok16u>& fn);
-void select(Fixed f, int size, Strip<Rok32f, Rok32f>& fn);
-
-// The kernel that makes rows of filter f without mid rows, or null where the
-// filter takes the mid rows of its Strip.
+// Float data: the kernel that makes rows of filter f without mid rows, or
+// null where the library has no such member.
 void select_rows(Fixed f, int size, Rows<Rok32f, Rok32f>& fn);
 
 }  // namespace rok::kernels::fixed

@@ -7,11 +7,6 @@
 
 namespace rok::kernels::fixed {
 
-void select(Fixed f, int size, Strip<Rok32f, Rok32f>& fn) {
-    fn = derivative<Rok32f, Rok32f>(f, size);
-    if (fn == nullptr) fn = same_type<Rok32f, Rok32f>(f, size);
-}
-
 // Every float filter makes its rows straight from the source: the
 // one-channel rows form each mid once per block whatever the mask; the
 // others form a mid again for each offset that reads it, which still costs

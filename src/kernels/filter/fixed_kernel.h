@@ -3,7 +3,8 @@
 // its plan over a strip into the mids and the row stage into the
 // destination: 8-bit sources with byte multiply-adds into 16-bit mids and
 // 16-bit sums where the plan's values fit (32-bit where not), 16-bit sources
-// in 32-bit lanes, float data in single precision in the plan's order.
+// in 32-bit lanes. Float data skips the mids (fused): each row is summed
+// in single precision in the plan's order straight from the source rows.
 #pragma once
 
 #include <immintrin.h>
@@ -221,7 +222,6 @@ struct Kernel {
 
     static void column(const S* const* rows, int n, I* const* mids) {
         if constexpr (sizeof(S) == 1) column_bytes(rows, n, mids);
-        else if constexpr (kFloat) column_floats(rows, n, mids);
         else column_words(rows, n, mids);
     }
 
@@ -298,53 +298,18 @@ struct Kernel {
     }
     static constexpr Flat kColumns[kMaxMids] = {flatten(P.column[0]), flatten(P.column[1]), flatten(P.column[2])};
 
-    // kVec vectors of a float sum (mid M of the column stage, or the row
-    // stage for M < 0), groups and terms in order; at(term) points at the
-    // term's input for the block's first sample.
+    // A float sum: mid M of the column stage, or the row stage for M < 0.
     template <int M>
     static constexpr const Sum& sum_at() {
         if constexpr (M < 0) return P.row;
         else return P.column[M];
-    }
-    static constexpr int kVec = 4;
-    template <int M, class At>
-    [[gnu::always_inline]] static void sum_vectors(At&& at, __m256* acc) {
-        constexpr const Sum& s = sum_at<M>();
-        unroll<s.n>([&](auto g) ROK_INLINE {
-            constexpr const Group& grp = s.g[g];
-            __m256 part[kVec];
-            unroll<grp.n>([&](auto t) ROK_INLINE {
-                constexpr Term term = grp.t[t];
-                const float* r = at(term);
-                for (int v = 0; v < kVec; ++v) {
-                    const __m256 l = _mm256_loadu_ps(r + 8 * v);
-                    if constexpr (t == 0) part[v] = term.sign > 0 ? l : _mm256_xor_ps(l, _mm256_set1_ps(-0.0f));
-                    else part[v] = term.sign > 0 ? _mm256_add_ps(part[v], l) : _mm256_sub_ps(part[v], l);
-                }
-            });
-            if constexpr (grp.w != 1.0)
-                for (int v = 0; v < kVec; ++v) part[v] = _mm256_mul_ps(_mm256_set1_ps(float(grp.w)), part[v]);
-            for (int v = 0; v < kVec; ++v) acc[v] = g == 0 ? part[v] : _mm256_add_ps(acc[v], part[v]);
-        });
-    }
-
-    static void column_floats(const float* const* rows, int n, float* const* mids) {
-        unroll<P.mids>([&](auto m) ROK_INLINE {
-            blocks(n, 8 * kVec,
-                   [&](int x) {
-                       __m256 acc[kVec];
-                       sum_vectors<m>([&](const Term& t) { return rows[t.src] + x; }, acc);
-                       for (int v = 0; v < kVec; ++v) _mm256_storeu_ps(mids[m] + x + 8 * v, acc[v]);
-                   },
-                   [&](int x) { mids[m][x] = grouped(P.column[m], [&](const Term& t) { return rows[t.src][x]; }); });
-        });
     }
 
     // ---- row stage ----
 
     static void row(I* const* mids, int nc, int n, D* out, bool stream) {
         if constexpr (kFloat) {
-            row_floats(mids, nc, n, out, stream);
+            static_assert(!kFloat, "float data takes the kernels that make rows from the source (fused)");
         } else {
             const I* p[kRow.n];
             unroll<kRow.n>([&](auto i) ROK_INLINE { p[i] = mids[kRow.src[i]] + kRow.off[i] * nc; });
@@ -489,26 +454,6 @@ struct Kernel {
             return finish32<kFinish, kWide, kPositive>(a);
         };
         out_blocks(out, n, 16, stream, [&](int x, bool s) { store16(out + x, sum8(x), sum8(x + 8), s); }, scalar);
-    }
-
-    static void row_floats(float* const* mids, int nc, int n, Rok32f* out, bool stream) {
-        out_blocks(out, n, 8 * kVec, stream,
-                   [&](int x, bool s) {
-                       __m256 acc[kVec];
-                       sum_vectors<-1>([&](const Term& t) { return mids[t.src] + x + t.off * nc; }, acc);
-                       const __m256 c = _mm256_set1_ps(float(kFinish.c));
-#pragma GCC unroll 4
-                       for (int v = 0; v < kVec; ++v) {
-                           __m256 r = acc[v];
-                           if constexpr (kFinish.kind == Finish::Scale) r = _mm256_mul_ps(r, c);
-                           else if constexpr (kFinish.kind == Finish::Divide) r = _mm256_div_ps(r, c);
-                           put(out + x + 8 * v, r, s);
-                       }
-                   },
-                   [&](int x) {
-                       out[x] = finish_float(grouped(P.row, [&](const Term& t) { return mids[t.src][x + t.off * nc]; }),
-                                             kFinish);
-                   });
     }
 
     // ---- float plans straight from the source rows ----
