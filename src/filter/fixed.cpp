@@ -40,7 +40,8 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
 
     const std::size_t midRow = round64((std::size_t(roi.width) + size - 1) * nc * midBytes);
     const std::size_t blockBytes = ac4 ? round64(std::size_t(roi.width) * 4 * sizeof(D)) : 0;
-    const std::size_t slice = std::max<std::size_t>(midRow * mids + blockBytes, 64);
+    const std::size_t spareBytes = rowsKernel ? round64(std::size_t(roi.width) * nc * sizeof(D)) : 0;
+    const std::size_t slice = midRow * mids + blockBytes + spareBytes;
 
     // Only results too large to stay in the largest cache go past it: a
     // result that the last-level cache holds is read back from there by
@@ -62,15 +63,21 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
         D* block = reinterpret_cast<D*>(mem + midRow * mids);
         const S* rows[kernels::fixed::kMaxRows + 1];
         if (rowsKernel != nullptr) {
-            // Two rows per pass (one where a band ends on an odd row, and
-            // for AC4, whose rows go through the block).
-            for (int y = first; y < last;) {
-                const int count = !ac4 && y + 1 < last ? 2 : 1;
-                for (int j = 0; j < size + count - 1; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
-                D* out = row(dst, dstStep, y);
-                rowsKernel(rows, roi.width, nc, ac4 ? block : out, count == 2 ? row(dst, dstStep, y + 1) : nullptr, stream);
-                if (ac4) kernels::copy_ac4(block, out, roi.width, sizeof(D));
-                y += count;
+            // Rows in pairs. A band's odd last row pairs with a spare row
+            // (made from its last source row repeated, and discarded); AC4
+            // pairs go through the block and the spare row.
+            D* spare = reinterpret_cast<D*>(mem + midRow * mids + blockBytes);
+            for (int y = first; y < last; y += 2) {
+                const bool two = y + 1 < last;
+                for (int j = 0; j < size; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
+                rows[size] = two ? row(src, srcStep, y - half + size) - half * nc : rows[size - 1];
+                D* out0 = row(dst, dstStep, y);
+                D* out1 = two ? row(dst, dstStep, y + 1) : spare;
+                rowsKernel(rows, roi.width, nc, ac4 ? block : out0, ac4 ? spare : out1, stream);
+                if (ac4) {
+                    kernels::copy_ac4(block, out0, roi.width, sizeof(D));
+                    if (two) kernels::copy_ac4(spare, out1, roi.width, sizeof(D));
+                }
             }
             if (stream) kernels::store_fence();
             return;

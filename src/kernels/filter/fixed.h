@@ -19,9 +19,9 @@ namespace rok::kernels::fixed {
 template <class S, class D>
 using Strip = void (*)(const S* const* rows, int pixels, int nc, void* mids, int midStride, D* out, bool stream);
 
-// One or two destination rows straight from the source rows: rows[j] as
-// for Strip, j below size for one row (out1 null), below size + 1 for out0
-// and the row below it, out1. Same `stream` rule as Strip.
+// Two destination rows straight from the source rows: rows[j] as for
+// Strip, j up to size, for out0 and the row below it, out1. Same `stream`
+// rule as Strip.
 template <class S, class D>
 using Rows = void (*)(const S* const* rows, int pixels, int nc, D* out0, D* out1, bool stream);
 

@@ -547,18 +547,18 @@ struct Kernel {
                             kFinish);
     }
 
-    // Blocks of 16 samples of one or two rows. When streaming, the blocks
-    // from the first 64-byte boundary of out0 on fill whole cache lines and
-    // bypass the cache (out1 too where it has the same alignment); a block
-    // before that boundary and the last block (which may overlap the others,
-    // recomputing the same values) store normally.
-    template <bool Two>
-    static void fused_rows(const float* const* rows, int n, int nc, float* out0, float* out1, bool stream) {
+    // Two destination rows (rows[0..Size]) in blocks of 16 samples. When
+    // streaming, the blocks from the first 64-byte boundary of out0 on fill
+    // whole cache lines and bypass the cache (out1 too where it has the same
+    // alignment); a block before that boundary and the last block (which may
+    // overlap the others, recomputing the same values) store normally.
+    static void fused(const float* const* rows, int pixels, int nc, float* out0, float* out1, bool stream) {
         constexpr int kStep = 16;
+        const int n = pixels * nc;
         if (n < kStep) {
             for (int x = 0; x < n; ++x) {
                 out0[x] = fused1(rows, x, nc);
-                if constexpr (Two) out1[x] = fused1(rows + 1, x, nc);
+                out1[x] = fused1(rows + 1, x, nc);
             }
             return;
         }
@@ -567,27 +567,24 @@ struct Kernel {
         // through out0 could otherwise alter what a pointer in `rows` or a
         // source sample holds, as far as the compiler knows).
         const float* r[Size + 1];
-        for (int j = 0; j < Size + int(Two); ++j) r[j] = rows[j];
+        for (int j = 0; j <= Size; ++j) r[j] = rows[j];
         const std::uintptr_t at0 = reinterpret_cast<std::uintptr_t>(out0);
         const bool stream1 = (reinterpret_cast<std::uintptr_t>(out1) - at0) % 64 == 0;
-        // The rows that no earlier pass read (the last one or two) come from
-        // memory: asking for them 4 KiB ahead into the level-2 cache
-        // overlaps their arrival with the sums (a 3840x2160 Sobel took
-        // about 0.75 of the time with it). One 64-byte line per row per 16
-        // samples.
+        // The two rows that no earlier pass read come from memory: asking
+        // for them 4 KiB ahead into the level-2 cache overlaps their arrival
+        // with the sums (a 3840x2160 Sobel took about 0.75 of the time with
+        // it). One 64-byte line per row per 16 samples.
         auto ahead = [&](int x) ROK_INLINE {
             constexpr int kAhead = 1024;
-            _mm_prefetch(reinterpret_cast<const char*>(r[Size - 1 + int(Two)] + x + kAhead), _MM_HINT_T1);
-            if constexpr (Two) _mm_prefetch(reinterpret_cast<const char*>(r[Size - 1] + x + kAhead), _MM_HINT_T1);
+            _mm_prefetch(reinterpret_cast<const char*>(r[Size] + x + kAhead), _MM_HINT_T1);
+            _mm_prefetch(reinterpret_cast<const char*>(r[Size - 1] + x + kAhead), _MM_HINT_T1);
         };
         auto body = [&](int x, bool s) ROK_INLINE {
             ahead(x);
             const __m256 a0 = fused8(r, x, nc), a1 = fused8(r, x + 8, nc);
-            if constexpr (Two) {
-                const __m256 b0 = fused8(r + 1, x, nc), b1 = fused8(r + 1, x + 8, nc);
-                put(out1 + x, b0, s && stream1);
-                put(out1 + x + 8, b1, s && stream1);
-            }
+            const __m256 b0 = fused8(r + 1, x, nc), b1 = fused8(r + 1, x + 8, nc);
+            put(out1 + x, b0, s && stream1);
+            put(out1 + x + 8, b1, s && stream1);
             put(out0 + x, a0, s);
             put(out0 + x + 8, a1, s);
         };
@@ -600,31 +597,22 @@ struct Kernel {
         if (nc == 1 && x + 24 <= n + Size - 1) {
             // Blocks x, x + 8 and x + 16 of each mid make the 16 results
             // from x; the last reads source samples up to x + 23.
-            MidBlocks t0 = mid_blocks(r, x), u0;
-            if constexpr (Two) u0 = mid_blocks(r + 1, x);
+            MidBlocks t0 = mid_blocks(r, x), u0 = mid_blocks(r + 1, x);
             for (; x + 24 <= n + Size - 1; x += kStep) {
                 ahead(x);
                 const MidBlocks t1 = mid_blocks(r, x + 8), t2 = mid_blocks(r, x + 16);
+                const MidBlocks u1 = mid_blocks(r + 1, x + 8), u2 = mid_blocks(r + 1, x + 16);
                 const __m256 a0 = row_from(t0, t1), a1 = row_from(t1, t2);
-                if constexpr (Two) {
-                    const MidBlocks u1 = mid_blocks(r + 1, x + 8), u2 = mid_blocks(r + 1, x + 16);
-                    put(out1 + x, row_from(u0, u1), s && stream1);
-                    put(out1 + x + 8, row_from(u1, u2), s && stream1);
-                    u0 = u2;
-                }
+                put(out1 + x, row_from(u0, u1), s && stream1);
+                put(out1 + x + 8, row_from(u1, u2), s && stream1);
                 put(out0 + x, a0, s);
                 put(out0 + x + 8, a1, s);
                 t0 = t2;
+                u0 = u2;
             }
         }
         for (; x + kStep <= n; x += kStep) body(x, s);
         if (x < n) body(n - kStep, false);
-    }
-
-    // One destination row (out1 null: rows[0..Size-1]) or two (rows[0..Size]).
-    static void fused(const float* const* rows, int pixels, int nc, float* out0, float* out1, bool stream) {
-        if (out1 != nullptr) fused_rows<true>(rows, pixels * nc, nc, out0, out1, stream);
-        else fused_rows<false>(rows, pixels * nc, nc, out0, nullptr, stream);
     }
 
     static void strip(const S* const* rows, int pixels, int nc, void* scratch, int midStride, D* out, bool stream) {
