@@ -461,9 +461,9 @@ struct Kernel {
     // Every mid the row stage reads is formed in registers at its column
     // offset from unaligned loads of the source rows, so no mid row is
     // written and read back, and two destination rows are made per pass
-    // from the Size + 1 source rows they share. A mid read at two offsets is
-    // formed twice, by the same operations in the same order, so the results
-    // equal the two-stage ones bit for bit.
+    // from the Size + 1 source rows they share. Every mid value is formed by
+    // the plan's operations in the plan's order wherever it is formed, so
+    // the results are those of the two stages bit for bit.
 
     // Sum M (a column mid, or the row stage for M < 0) of one vector;
     // at(src, off) is a term's input vector.
