@@ -115,6 +115,36 @@ template <class D, class Body, class Scalar>
     if (x < n) body(n - step, false);
 }
 
+// out_blocks for 32-byte blocks whose streamed part is whole 64-byte lines:
+// no line is written both by ordinary and by streaming stores (a line that
+// the cache holds and a streaming store then writes is flushed first, which
+// cost more than the streaming saved). Ordinary blocks cover the head up to
+// the first line boundary (none where the row starts on one) and the tail
+// after the last whole line (at least one block, or none); blocks within
+// each part may overlap, recomputing the same values.
+template <class D, class Body, class Scalar>
+[[gnu::always_inline]] inline void line_blocks(const D* out, int n, bool stream, Body&& body, Scalar&& scalar) {
+    constexpr int step = 32 / int(sizeof(D)), line = 64 / int(sizeof(D));
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(out);
+    int first = int((64 - at % 64) % 64 / sizeof(D));
+    if (first > 0 && first < step) first += line;
+    if (!stream || at % sizeof(D) != 0 || n < first + line) {
+        blocks(n, step, [&](int x) { body(x, false); }, scalar);
+        return;
+    }
+    int end = first + (n - first) / line * line;
+    if (end < n && n - end < step) end -= line;
+    // [from, to), at least one block long, in ordinary blocks.
+    auto ordinary = [&](int from, int to) {
+        int x = from;
+        for (; x + step <= to; x += step) body(x, false);
+        if (x < to) body(to - step, false);
+    };
+    if (first > 0) ordinary(0, first);
+    for (int x = first; x < end; x += step) body(x, true);
+    if (end < n) ordinary(end, n);
+}
+
 inline void put(void* p, __m256i v, bool stream) {
     if (stream) _mm256_stream_si256(static_cast<__m256i*>(p), v);
     else _mm256_storeu_si256(static_cast<__m256i*>(p), v);
@@ -452,15 +482,15 @@ struct Kernel {
                 else return v;
             };
             if constexpr (std::is_same_v<D, Rok8u>) {
-                out_blocks(out, n, 32, stream, [&](int x, bool s) {
+                line_blocks(out, n, stream, [&](int x, bool s) {
                     const __m256i a = finish(sum16(p, x)), b = finish(sum16(p, x + 16));
                     put(out + x, _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8), s);
                 }, scalar);
             } else {
-                out_blocks(out, n, 16, stream, [&](int x, bool s) { put(out + x, finish(sum16(p, x)), s); }, scalar);
+                line_blocks(out, n, stream, [&](int x, bool s) { put(out + x, finish(sum16(p, x)), s); }, scalar);
             }
         } else if constexpr (std::is_same_v<D, Rok8u>) {
-            out_blocks(out, n, 32, stream, [&](int x, bool s) {
+            line_blocks(out, n, stream, [&](int x, bool s) {
                 __m256i a0, b0, a1, b1;
                 finished16(p, x, a0, b0);
                 finished16(p, x + 16, a1, b1);
@@ -468,7 +498,7 @@ struct Kernel {
                 put(out + x, _mm256_permute4x64_epi64(w, 0xD8), s);
             }, scalar);
         } else {
-            out_blocks(out, n, 16, stream, [&](int x, bool s) {
+            line_blocks(out, n, stream, [&](int x, bool s) {
                 __m256i a, b;
                 finished16(p, x, a, b);
                 put(out + x, _mm256_packs_epi32(a, b), s);
@@ -511,11 +541,29 @@ struct Kernel {
                    });
     }
 
+    // Pixels per chunk of the 8-bit kernels: a multiple of 64, so that on
+    // rows starting on a cache line every chunk does too.
+    static constexpr int kChunk = 1024;
+
     static void strip(const S* const* rows, int pixels, int nc, void* scratch, int midStride, D* out, bool stream) {
         I* mids[kMaxMids];
         for (int m = 0; m < P.mids; ++m) mids[m] = static_cast<I*>(scratch) + std::ptrdiff_t(m) * midStride;
-        column(rows, (pixels + Size - 1) * nc, mids);
-        row(mids, nc, pixels * nc, out, stream);
+        if constexpr (sizeof(S) == 1) {
+            // In chunks, so that the mids of a chunk are still in the level-1
+            // cache when the row stage reads them (whole 4K rows of three
+            // mids and five source rows are not); the chunks recompute the
+            // size - 1 mid columns they share.
+            const S* at[kMaxRows];
+            for (int x = 0; x < pixels; x += kChunk) {
+                const int w = pixels - x < kChunk ? pixels - x : kChunk;
+                for (int j = 0; j < Size; ++j) at[j] = rows[j] + std::ptrdiff_t(x) * nc;
+                column(at, (w + Size - 1) * nc, mids);
+                row(mids, nc, w * nc, out + std::ptrdiff_t(x) * nc, stream);
+            }
+        } else {
+            column(rows, (pixels + Size - 1) * nc, mids);
+            row(mids, nc, pixels * nc, out, stream);
+        }
     }
 };
 
