@@ -247,10 +247,100 @@ struct Kernel {
 
     using I = std::conditional_t<sizeof(S) == 1, std::int16_t, std::conditional_t<kFloat, float, std::int32_t>>;
 
+    // ---- Gauss 5x5 on 8u ----
+    //
+    // The mask's columns 0 and 4, 1 and 3, and 2 as mids M0, M1, M2 (the
+    // plan's), then the nearest integer to (M0 + M0 + M1 + M1 + M2) / 571 at
+    // their column offsets. The sum reaches 145605, beyond 16 bits, so the
+    // row stage forms it in 32-bit lanes with word multiply-adds that also
+    // scale it: q = ((sum + 286) * 14691) >> 23 is the nearest integer to
+    // sum / 571 for every sum from 0 to 145605 (checked exhaustively). To
+    // fit those multiply-adds the mids are stored with biases: M1 - 16320
+    // and M2 - 32640 (each within signed 16 bits), taken up by the
+    // constant 255 paired with source row 2 in the byte multiply-adds; the
+    // row stage pairs the sum of the two M1 with M2, and the sum of the two
+    // M0 with a constant whose product restores the biases and adds the
+    // rounding term.
+    static constexpr bool kGauss5Bytes = F == Fixed::Gauss && Size == 5 && std::is_same_v<S, Rok8u>;
+    static constexpr int kG5Bias[3] = {0, 16320, 32640};
+    static constexpr int kG5Mul = 14691, kG5Shift = 23;
+    static constexpr int kG5K1 = 32764, kG5K2 = 29399;  // K1 * K2 = 65280 * 14691 + 4200356
+    static_assert(kG5K1 * kG5K2 == 65280 * kG5Mul + 4200356, "the constant of the Gauss 5x5 row stage");
+    // Byte weights of the pairs (row 0, row 1), (row 2, 255), (row 3, row 4).
+    static constexpr int kG5W[3][3][2] = {{{2, 7}, {12, 0}, {7, 2}},
+                                          {{7, 31}, {52, -kG5Bias[1] / 255}, {31, 7}},
+                                          {{12, 52}, {127, -kG5Bias[2] / 255}, {52, 12}}};
+
+    static void gauss5_column(const S* const* rows, int n, std::int16_t* const* mids) {
+        const __m256i none = _mm256_setzero_si256(), c255 = _mm256_set1_epi8(char(255));
+        auto body = [&](int x) {
+            const __m256i r0 = load_bytes(rows[0] + x, none), r1 = load_bytes(rows[1] + x, none);
+            const __m256i r2 = load_bytes(rows[2] + x, none), r3 = load_bytes(rows[3] + x, none);
+            const __m256i r4 = load_bytes(rows[4] + x, none);
+            const __m256i lo[3] = {_mm256_unpacklo_epi8(r0, r1), _mm256_unpacklo_epi8(r2, c255),
+                                   _mm256_unpacklo_epi8(r3, r4)};
+            const __m256i hi[3] = {_mm256_unpackhi_epi8(r0, r1), _mm256_unpackhi_epi8(r2, c255),
+                                   _mm256_unpackhi_epi8(r3, r4)};
+            unroll<3>([&](auto m) ROK_INLINE {
+                __m256i l = _mm256_setzero_si256(), h = _mm256_setzero_si256();
+                unroll<3>([&](auto q) ROK_INLINE {
+                    const __m256i w = _mm256_set1_epi16(std::int16_t((kG5W[m][q][1] << 8) | (kG5W[m][q][0] & 0xFF)));
+                    if constexpr (q == 0) {
+                        l = _mm256_maddubs_epi16(lo[q], w);
+                        h = _mm256_maddubs_epi16(hi[q], w);
+                    } else {
+                        l = _mm256_add_epi16(l, _mm256_maddubs_epi16(lo[q], w));
+                        h = _mm256_add_epi16(h, _mm256_maddubs_epi16(hi[q], w));
+                    }
+                });
+                store(mids[m] + x, l);
+                store(mids[m] + x + 16, h);
+            });
+        };
+        auto scalar = [&](int x) {
+            const int a = rows[0][x] + rows[4][x], b = rows[1][x] + rows[3][x], c = rows[2][x];
+            mids[0][x] = std::int16_t(2 * a + 7 * b + 12 * c);
+            mids[1][x] = std::int16_t(7 * a + 31 * b + 52 * c - kG5Bias[1]);
+            mids[2][x] = std::int16_t(12 * a + 52 * b + 127 * c - kG5Bias[2]);
+        };
+        blocks(n, 32, body, scalar);
+    }
+
+    static void gauss5_row(std::int16_t* const* mids, int nc, int n, Rok8u* out, bool stream) {
+        const std::int16_t *a0 = mids[0], *a4 = mids[0] + 4 * nc, *b1 = mids[1] + nc, *b3 = mids[1] + 3 * nc;
+        const std::int16_t* c2 = mids[2] + 2 * nc;
+        const __m256i mm = _mm256_set1_epi32((kG5Mul << 16) | kG5Mul);
+        const __m256i mk = _mm256_set1_epi32((kG5K2 << 16) | kG5Mul), k1 = _mm256_set1_epi16(std::int16_t(kG5K1));
+        // Sixteen results as two vectors of eight in the in-lane order.
+        auto sixteen = [&](int x, __m256i& lo, __m256i& hi) ROK_INLINE {
+            const __m256i u = _mm256_add_epi16(load(a0 + x), load(a4 + x));
+            const __m256i v = _mm256_add_epi16(load(b1 + x), load(b3 + x));
+            const __m256i w = load(c2 + x);
+            lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(v, w), mm),
+                                  _mm256_madd_epi16(_mm256_unpacklo_epi16(u, k1), mk));
+            hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(v, w), mm),
+                                  _mm256_madd_epi16(_mm256_unpackhi_epi16(u, k1), mk));
+            lo = _mm256_srli_epi32(lo, kG5Shift);
+            hi = _mm256_srli_epi32(hi, kG5Shift);
+        };
+        auto scalar = [&](int x) {
+            const std::int64_t sum = a0[x] + a4[x] + b1[x] + b3[x] + c2[x] + 2 * kG5Bias[1] + kG5Bias[2];
+            out[x] = finish_int<Rok8u>(sum, kFinish, kWide);
+        };
+        line_blocks(out, n, stream, [&](int x, bool s) {
+            __m256i a0v, b0v, a1v, b1v;
+            sixteen(x, a0v, b0v);
+            sixteen(x + 16, a1v, b1v);
+            const __m256i w = _mm256_packus_epi16(_mm256_packs_epi32(a0v, b0v), _mm256_packs_epi32(a1v, b1v));
+            put(out + x, _mm256_permute4x64_epi64(w, 0xD8), s);
+        }, scalar);
+    }
+
     // ---- column stage ----
 
     static void column(const S* const* rows, int n, I* const* mids) {
-        if constexpr (sizeof(S) == 1) column_bytes(rows, n, mids);
+        if constexpr (kGauss5Bytes) gauss5_column(rows, n, mids);
+        else if constexpr (sizeof(S) == 1) column_bytes(rows, n, mids);
         else if constexpr (kFloat) column_floats(rows, n, mids);
         else column_words(rows, n, mids);
     }
@@ -373,7 +463,9 @@ struct Kernel {
     // ---- row stage ----
 
     static void row(I* const* mids, int nc, int n, D* out, bool stream) {
-        if constexpr (kFloat) {
+        if constexpr (kGauss5Bytes) {
+            gauss5_row(mids, nc, n, out, stream);
+        } else if constexpr (kFloat) {
             row_floats(mids, nc, n, out, stream);
         } else {
             const I* p[kRow.n];
