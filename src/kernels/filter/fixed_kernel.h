@@ -213,9 +213,13 @@ inline void store16(Rok16u* d, __m256i a, __m256i b, bool stream) {
 }
 
 // 32 bytes with the 8-byte quarters ordered 0 2 1 3, so that the in-lane
-// byte interleave yields samples 0..15 and 16..31 in order.
-inline __m256i load_bytes(const void* p, __m256i flip) {
-    return _mm256_permute4x64_epi64(_mm256_xor_si256(load(p), flip), 0xD8);
+// byte interleave yields samples 0..15 and 16..31 in order; signed bytes
+// biased by 128 into unsigned ones.
+template <bool Flip>
+inline __m256i load_bytes(const void* p) {
+    __m256i v = load(p);
+    if constexpr (Flip) v = _mm256_xor_si256(v, _mm256_set1_epi8(char(0x80)));
+    return _mm256_permute4x64_epi64(v, 0xD8);
 }
 
 // ---- the kernel ----------------------------------------------------------------
@@ -272,11 +276,14 @@ struct Kernel {
                                           {{12, 52}, {127, -kG5Bias[2] / 255}, {52, 12}}};
 
     static void gauss5_column(const S* const* rows, int n, std::int16_t* const* mids) {
-        const __m256i none = _mm256_setzero_si256(), c255 = _mm256_set1_epi8(char(255));
-        auto body = [&](int x) {
-            const __m256i r0 = load_bytes(rows[0] + x, none), r1 = load_bytes(rows[1] + x, none);
-            const __m256i r2 = load_bytes(rows[2] + x, none), r3 = load_bytes(rows[3] + x, none);
-            const __m256i r4 = load_bytes(rows[4] + x, none);
+        const __m256i c255 = _mm256_set1_epi8(char(255));
+        const S *s0 = rows[0], *s1 = rows[1], *s2 = rows[2], *s3 = rows[3], *s4 = rows[4];
+        std::int16_t *m0 = mids[0], *m1 = mids[1], *m2 = mids[2];
+        auto body = [=](int x) ROK_INLINE {
+            std::int16_t* const mid[3] = {m0, m1, m2};
+            const __m256i r0 = load_bytes<false>(s0 + x), r1 = load_bytes<false>(s1 + x);
+            const __m256i r2 = load_bytes<false>(s2 + x), r3 = load_bytes<false>(s3 + x);
+            const __m256i r4 = load_bytes<false>(s4 + x);
             const __m256i lo[3] = {_mm256_unpacklo_epi8(r0, r1), _mm256_unpacklo_epi8(r2, c255),
                                    _mm256_unpacklo_epi8(r3, r4)};
             const __m256i hi[3] = {_mm256_unpackhi_epi8(r0, r1), _mm256_unpackhi_epi8(r2, c255),
@@ -293,8 +300,8 @@ struct Kernel {
                         h = _mm256_add_epi16(h, _mm256_maddubs_epi16(hi[q], w));
                     }
                 });
-                store(mids[m] + x, l);
-                store(mids[m] + x + 16, h);
+                store(mid[m] + x, l);
+                store(mid[m] + x + 16, h);
             });
         };
         auto scalar = [&](int x) {
@@ -312,7 +319,7 @@ struct Kernel {
         const __m256i mm = _mm256_set1_epi32((kG5Mul << 16) | kG5Mul);
         const __m256i mk = _mm256_set1_epi32((kG5K2 << 16) | kG5Mul), k1 = _mm256_set1_epi16(std::int16_t(kG5K1));
         // Sixteen results as two vectors of eight in the in-lane order.
-        auto sixteen = [&](int x, __m256i& lo, __m256i& hi) ROK_INLINE {
+        auto sixteen = [=](int x, __m256i& lo, __m256i& hi) ROK_INLINE {
             const __m256i u = _mm256_add_epi16(load(a0 + x), load(a4 + x));
             const __m256i v = _mm256_add_epi16(load(b1 + x), load(b3 + x));
             const __m256i w = load(c2 + x);
@@ -327,7 +334,7 @@ struct Kernel {
             const std::int64_t sum = a0[x] + a4[x] + b1[x] + b3[x] + c2[x] + 2 * kG5Bias[1] + kG5Bias[2];
             out[x] = finish_int<Rok8u>(sum, kFinish, kWide);
         };
-        line_blocks(out, n, stream, [&](int x, bool s) {
+        line_blocks(out, n, stream, [=](int x, bool s) ROK_INLINE {
             __m256i a0v, b0v, a1v, b1v;
             sixteen(x, a0v, b0v);
             sixteen(x + 16, a1v, b1v);
@@ -347,13 +354,12 @@ struct Kernel {
 
     static void column_bytes(const S* const* rows, int n, std::int16_t* const* mids) {
         constexpr bool kSigned = std::is_signed_v<S>;
-        const __m256i flip = _mm256_set1_epi8(kSigned ? char(0x80) : 0);
         auto body = [&](int x) {
             __m256i lo[kPairs.pairs], hi[kPairs.pairs];
             unroll<kPairs.pairs>([&](auto p) ROK_INLINE {
-                const __m256i a = load_bytes(rows[kPairs.a[p]] + x, flip);
+                const __m256i a = load_bytes<kSigned>(rows[kPairs.a[p]] + x);
                 __m256i b = _mm256_setzero_si256();
-                if constexpr (kPairs.b[p] >= 0) b = load_bytes(rows[kPairs.b[p]] + x, flip);
+                if constexpr (kPairs.b[p] >= 0) b = load_bytes<kSigned>(rows[kPairs.b[p]] + x);
                 lo[p] = _mm256_unpacklo_epi8(a, b);
                 hi[p] = _mm256_unpackhi_epi8(a, b);
             });
