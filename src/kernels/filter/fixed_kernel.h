@@ -275,11 +275,14 @@ struct Kernel {
                                           {{7, 31}, {52, -kG5Bias[1] / 255}, {31, 7}},
                                           {{12, 52}, {127, -kG5Bias[2] / 255}, {52, 12}}};
 
-    static void gauss5_column(const S* const* rows, int n, std::int16_t* const* mids) {
-        const __m256i c255 = _mm256_set1_epi8(char(255));
-        const S *s0 = rows[0], *s1 = rows[1], *s2 = rows[2], *s3 = rows[3], *s4 = rows[4];
-        std::int16_t *m0 = mids[0], *m1 = mids[1], *m2 = mids[2];
-        auto body = [=](int x) ROK_INLINE {
+    // 32 mids of each kind from column x on.
+    struct G5Column {
+        const S *s0, *s1, *s2, *s3, *s4;
+        std::int16_t *m0, *m1, *m2;
+        G5Column(const S* const* rows, std::int16_t* const* mids)
+            : s0(rows[0]), s1(rows[1]), s2(rows[2]), s3(rows[3]), s4(rows[4]), m0(mids[0]), m1(mids[1]), m2(mids[2]) {}
+        [[gnu::always_inline]] void operator()(int x) const {
+            const __m256i c255 = _mm256_set1_epi8(char(255));
             std::int16_t* const mid[3] = {m0, m1, m2};
             const __m256i r0 = load_bytes<false>(s0 + x), r1 = load_bytes<false>(s1 + x);
             const __m256i r2 = load_bytes<false>(s2 + x), r3 = load_bytes<false>(s3 + x);
@@ -303,23 +306,18 @@ struct Kernel {
                 store(mid[m] + x, l);
                 store(mid[m] + x + 16, h);
             });
-        };
-        auto scalar = [&](int x) {
-            const int a = rows[0][x] + rows[4][x], b = rows[1][x] + rows[3][x], c = rows[2][x];
-            mids[0][x] = std::int16_t(2 * a + 7 * b + 12 * c);
-            mids[1][x] = std::int16_t(7 * a + 31 * b + 52 * c - kG5Bias[1]);
-            mids[2][x] = std::int16_t(12 * a + 52 * b + 127 * c - kG5Bias[2]);
-        };
-        blocks(n, 32, body, scalar);
-    }
+        }
+    };
 
-    static void gauss5_row(std::int16_t* const* mids, int nc, int n, Rok8u* out, bool stream) {
-        const std::int16_t *a0 = mids[0], *a4 = mids[0] + 4 * nc, *b1 = mids[1] + nc, *b3 = mids[1] + 3 * nc;
-        const std::int16_t* c2 = mids[2] + 2 * nc;
-        const __m256i mm = _mm256_set1_epi32((kG5Mul << 16) | kG5Mul);
-        const __m256i mk = _mm256_set1_epi32((kG5K2 << 16) | kG5Mul), k1 = _mm256_set1_epi16(std::int16_t(kG5K1));
+    // 32 results from sample x on, in order.
+    struct G5Row {
+        const std::int16_t *a0, *a4, *b1, *b3, *c2;
+        G5Row(std::int16_t* const* mids, int nc)
+            : a0(mids[0]), a4(mids[0] + 4 * nc), b1(mids[1] + nc), b3(mids[1] + 3 * nc), c2(mids[2] + 2 * nc) {}
         // Sixteen results as two vectors of eight in the in-lane order.
-        auto sixteen = [=](int x, __m256i& lo, __m256i& hi) ROK_INLINE {
+        [[gnu::always_inline]] void sixteen(int x, __m256i& lo, __m256i& hi) const {
+            const __m256i mm = _mm256_set1_epi32((kG5Mul << 16) | kG5Mul);
+            const __m256i mk = _mm256_set1_epi32((kG5K2 << 16) | kG5Mul), k1 = _mm256_set1_epi16(std::int16_t(kG5K1));
             const __m256i u = _mm256_add_epi16(load(a0 + x), load(a4 + x));
             const __m256i v = _mm256_add_epi16(load(b1 + x), load(b3 + x));
             const __m256i w = load(c2 + x);
@@ -329,18 +327,35 @@ struct Kernel {
                                   _mm256_madd_epi16(_mm256_unpackhi_epi16(u, k1), mk));
             lo = _mm256_srli_epi32(lo, kG5Shift);
             hi = _mm256_srli_epi32(hi, kG5Shift);
-        };
-        auto scalar = [&](int x) {
-            const std::int64_t sum = a0[x] + a4[x] + b1[x] + b3[x] + c2[x] + 2 * kG5Bias[1] + kG5Bias[2];
-            out[x] = finish_int<Rok8u>(sum, kFinish, kWide);
-        };
-        line_blocks(out, n, stream, [=](int x, bool s) ROK_INLINE {
+        }
+        [[gnu::always_inline]] __m256i operator()(int x) const {
             __m256i a0v, b0v, a1v, b1v;
             sixteen(x, a0v, b0v);
             sixteen(x + 16, a1v, b1v);
             const __m256i w = _mm256_packus_epi16(_mm256_packs_epi32(a0v, b0v), _mm256_packs_epi32(a1v, b1v));
-            put(out + x, _mm256_permute4x64_epi64(w, 0xD8), s);
-        }, scalar);
+            return _mm256_permute4x64_epi64(w, 0xD8);
+        }
+        Rok8u scalar(int x) const {
+            const std::int64_t sum = a0[x] + a4[x] + b1[x] + b3[x] + c2[x] + 2 * kG5Bias[1] + kG5Bias[2];
+            return finish_int<Rok8u>(sum, kFinish, kWide);
+        }
+    };
+
+    static void gauss5_column(const S* const* rows, int n, std::int16_t* const* mids) {
+        const G5Column col(rows, mids);
+        auto scalar = [&](int x) {
+            const int a = rows[0][x] + rows[4][x], b = rows[1][x] + rows[3][x], c = rows[2][x];
+            mids[0][x] = std::int16_t(2 * a + 7 * b + 12 * c);
+            mids[1][x] = std::int16_t(7 * a + 31 * b + 52 * c - kG5Bias[1]);
+            mids[2][x] = std::int16_t(12 * a + 52 * b + 127 * c - kG5Bias[2]);
+        };
+        blocks(n, 32, col, scalar);
+    }
+
+    static void gauss5_row(std::int16_t* const* mids, int nc, int n, Rok8u* out, bool stream) {
+        const G5Row row(mids, nc);
+        line_blocks(out, n, stream, [&](int x, bool s) ROK_INLINE { put(out + x, row(x), s); },
+                    [&](int x) { out[x] = row.scalar(x); });
     }
 
     // ---- column stage ----
