@@ -14,6 +14,7 @@
 #include "frame/layout.h"
 #include "frame/parallel.h"
 #include "kernels/arith/threshold.h"
+#include "kernels/stats/histogram.h"
 #include "frame/generated/roki_types.h"
 
 namespace rok::arith {
@@ -155,8 +156,15 @@ inline RokStatus threshold_otsu(const Rok8u* s, int ss, RokiSize roi, Rok8u* lev
     if (any_null(s, level)) return rokStatusNullPtr;
     if (bad_size(roi)) return rokStatusBadSize;
     if (any_step_below_one(ss)) return rokStatusBadStep;
+    // The histograms' 8u count, in bands of rows small enough that its
+    // 32-bit counters cannot wrap.
     std::uint64_t hist[256] = {};
-    kernels::add_histogram(s, ss, roi.width, roi.height, hist);
+    const int band = int(std::min<long long>(roi.height, std::max(1LL, 0xFFFFFFFFLL / roi.width)));
+    for (int y = 0; y < roi.height; y += band) {
+        std::uint32_t counts[1][256] = {};
+        kernels::histogram_8u(row(s, ss, y), ss, roi.width, std::min(band, roi.height - y), 1, 1, counts);
+        for (int v = 0; v < 256; ++v) hist[v] += counts[0][v];
+    }
     *level = kernels::otsu_level(hist);
     return rokStatusOk;
 }

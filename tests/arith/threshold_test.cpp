@@ -246,7 +246,7 @@ TEST(Threshold, CheckOrder) {
 
 // Otsu by the definition: every split t with both classes non-empty, the
 // variance compared exactly as (N s0 - n0 S)^2 / (n0 (N - n0)) in 128-bit
-// cross products (exact for images up to 2^16 pixels), the lowest t on ties.
+// cross products (exact for images up to 2^18 pixels), the lowest t on ties.
 int otsu_ref(const std::vector<Rok8u>& px) {
     using Wide = __int128;
     Wide hist[256] = {}, n = 0, sum = 0;
@@ -276,6 +276,9 @@ TEST(Threshold, OtsuLevel) {
         {"bimodal", [&](int i) { return i % 4 ? normal(60, 15) : normal(180, 25); }, 301, 7},
         {"narrow", [&](int) { return Rok8u(100 + rng() % 3); }, 71, 2},
         {"one pixel", [](int) { return Rok8u(3); }, 1, 1},
+        // Large enough for the histograms' pair counting, with runs of equal
+        // neighbours and odd widths through it.
+        {"large bimodal", [&](int i) { return i % 7 < 3 ? Rok8u(40 + i / 997 % 5) : normal(170, 30); }, 521, 263},
     };
     for (const Img& im : images) {
         GuardedImage<Rok8u> s(im.w, im.h, 1, 5);

@@ -138,35 +138,6 @@ template void threshold_row<Rok32f>(const Rok32f*, Rok32f*, int, ThresholdKind, 
 
 // ---- Otsu -----------------------------------------------------------------
 
-void add_histogram(const Rok8u* s, int step, int width, int height, std::uint64_t hist[256]) {
-    // Four tables, so that runs of one level do not wait on one counter,
-    // kept over many rows (clearing and adding them up costs as much as a
-    // short row) and added to hist before a 32-bit count could overflow.
-    std::uint32_t part[4][256] = {};
-    std::uint64_t pending = 0;
-    auto flush = [&] {
-        for (int v = 0; v < 256; ++v) {
-            hist[v] += std::uint64_t(part[0][v]) + part[1][v] + part[2][v] + part[3][v];
-            part[0][v] = part[1][v] = part[2][v] = part[3][v] = 0;
-        }
-        pending = 0;
-    };
-    for (int y = 0; y < height; ++y) {
-        if (pending + std::uint64_t(width) > 0xFFFFFFFFu) flush();
-        const Rok8u* r = s + std::ptrdiff_t(step) * y;
-        int i = 0;
-        for (; i + 4 <= width; i += 4) {
-            ++part[0][r[i]];
-            ++part[1][r[i + 1]];
-            ++part[2][r[i + 2]];
-            ++part[3][r[i + 3]];
-        }
-        for (; i < width; ++i) ++part[0][r[i]];
-        pending += std::uint64_t(width);
-    }
-    flush();
-}
-
 Rok8u otsu_level(const std::uint64_t hist[256]) {
     // With n0 samples of sum s0 at or below t, out of N of sum S, the
     // between-class variance is (N s0 - n0 S)^2 / (n0 (N - n0)) / N^2. N s0

@@ -1,4 +1,4 @@
-// Threshold row kernels, and the histogram and level search of Otsu's method.
+// Threshold row kernels, and the level search of Otsu's method.
 #pragma once
 
 #include <cstdint>
@@ -34,9 +34,6 @@ struct ThresholdParams {
 // equal d (in place).
 template <class T>
 void threshold_row(const T* s, T* d, int n, ThresholdKind kind, const ThresholdParams<T>& p);
-
-// Adds the levels of height rows of width samples, step bytes apart, to hist.
-void add_histogram(const Rok8u* s, int step, int width, int height, std::uint64_t hist[256]);
 
 // Otsu's level: the t that maximises the between-class variance of the
 // classes {levels <= t} and {levels > t}, both non-empty, computed in
