@@ -531,7 +531,9 @@ TEST(FixedFilters, IntegerResultsIgnoreTheRoundingControl) {
 namespace {
 
 // Destinations too large for the largest cache take streaming stores
-// between an ordinary first and last block of each row. The heights follow
+// between an ordinary first and last block of each row (8-bit sources:
+// whole lines between ordinary head and tail blocks; the odd steps start
+// the rows at every offset within a line). The heights follow
 // the reported cache so that each form writes just over half of it (at most
 // 24 MiB, so that the test stays short; beyond that the ordinary stores are
 // what is checked).
