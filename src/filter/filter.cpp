@@ -5,8 +5,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include "arith/unary_rows.h"
 #include "core/core.h"
-#include "copy/engine.h"
 #include "frame/ac4.h"
 #include "frame/image.h"
 #include "frame/parallel.h"
@@ -285,10 +285,11 @@ RokStatus run(const FilterCall& s) {
     job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
     job.floatMode = s.rounding ? kernels::FloatFinish(s.mode) : kernels::FloatFinish::NearestEven;
 
-    // Float results that outgrow the core's cache go past it.
-    job.stream = s.dstBytes == 4 && s.accBytes == 0 &&
-                 copy::outgrows_core_cache(std::size_t(dstRow) * std::size_t(s.roi.height),
-                                     std::size_t(dstRow + srcRow) * std::size_t(s.roi.height));
+    // Float results go past the cache from the size at which the library's
+    // one-operand families stream theirs (a result that, with its source,
+    // no longer fits the last-level cache); below it the result stays in
+    // the cache for whatever reads it next.
+    job.stream = s.dstBytes == 4 && s.accBytes == 0 && dstRow * s.roi.height >= arith::detail::kStreamBytes;
 
     job.kw = s.kernelSize.width;
     job.kh = s.kernelSize.height;
@@ -298,8 +299,20 @@ RokStatus run(const FilterCall& s) {
     // narrower blocks than they gain).
     const bool twoRows = s.srcBytes == 4 && s.dstBytes == 4 && s.coef == Coef::F32 && s.accBytes == 0 &&
                          s.kernelSize.width == 1 && s.kernelSize.height > 1;
+    // One-channel float data with a kernel of a common shape has its own
+    // kernels, the taps unrolled and several rows to a pass.
+    const kernels::ShapedRowsFn shaped =
+        s.srcBytes == 4 && s.dstBytes == 4 && s.coef == Coef::F32 && s.accBytes == 0 && s.layout == Layout::C1
+            ? kernels::shaped_rows_kernel(s.kernelSize.width, s.kernelSize.height)
+            : nullptr;
     auto rows = [&](int first, int last, void* acc) {
         int y = first;
+        if (shaped) {
+            const auto* top = reinterpret_cast<const Rok32f*>(static_cast<const char*>(s.src) + offs[0]);
+            shaped(row(top, s.srcStep, first), s.srcStep, static_cast<const float*>(coefs), job.samples,
+                   row(static_cast<Rok32f*>(s.dst), s.dstStep, first), s.dstStep, last - first, job.stream);
+            y = last;
+        }
         if (twoRows)
             for (; y + 1 < last; y += 2) filter_rows2(job, y);
         for (; y < last; ++y) s.row(job, y, acc);

@@ -22,7 +22,9 @@ std::size_t round64(std::size_t v) { return (v + 63) / 64 * 64; }
 // Whole rows, top to bottom: the source streams through in memory order
 // and each row is loaded once, then reused from the cache by the rows below
 // it (vertical strips narrower than the row would keep more in the level-1
-// cache but break the stream at every row, which costs more). Rows are
+// cache but break the stream at every row, which costs more; the 8-bit
+// kernels instead split each row into chunks of 1024 pixels, each through
+// both stages, so that a chunk's mids stay in that cache). Rows are
 // shared among the pool's threads for ROIs wider and higher than 63 pixels;
 // every row is computed the same way whatever the split. Kernels that make
 // rows straight from the source (the float ones) take them in pairs,

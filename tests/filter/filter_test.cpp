@@ -286,6 +286,47 @@ TEST(Filter, FloatData) {
     sweep(Form<Rok64f, Rok64f, Rok64f>{"FilterColumn 64f C1", 1, 1, Shape::Column, false, COL_PLAIN(rokiFilterColumn_64f_C1R)}, one);
 }
 
+// One-channel float data has kernels of its own for 3x3, 5x5 and rows and
+// columns of 3 to 7 taps that form several rows to a pass: heights 1 to 9
+// leave every remainder of rows, widths 1 to 70 every vector tail, and the
+// anchors move the first tap round the neighbourhood. 4x4 and 2x3 take the
+// general path beside them.
+TEST(Filter, FloatShapesEveryTailAndRemainder) {
+    using F = Form<Rok32f, Rok32f, Rok32f>;
+    const F twoD{"Filter 32f C1", 1, 1, Shape::TwoD, false, F2_PLAIN(rokiFilter_32f_C1R)};
+    const F rowF{"FilterRow 32f C1", 1, 1, Shape::Row, false, ROW_PLAIN(rokiFilterRow_32f_C1R)};
+    const F colF{"FilterColumn 32f C1", 1, 1, Shape::Column, false, COL_PLAIN(rokiFilterColumn_32f_C1R)};
+    struct Case {
+        const F* form;
+        int kw, kh;
+    };
+    const Case cases[] = {{&twoD, 3, 3}, {&twoD, 5, 5}, {&twoD, 4, 4}, {&twoD, 2, 3}, {&rowF, 3, 1}, {&rowF, 4, 1},
+                          {&rowF, 5, 1}, {&rowF, 6, 1}, {&rowF, 7, 1}, {&colF, 1, 3}, {&colF, 1, 4}, {&colF, 1, 5},
+                          {&colF, 1, 6}, {&colF, 1, 7}};
+    std::uint32_t seed = 900;
+    for (const Case& k : cases)
+        for (int w = 1; w <= 70; ++w) {
+            const Config c{w, 1 + w % 9, k.kw, k.kh, w % k.kw, (w / 3) % k.kh};
+            check(*k.form, c, seed++, w % 2 ? rokt::Guard::After : rokt::Guard::Before);
+        }
+}
+
+// Results of 12 MiB and more go past the cache: the first row of each pass
+// aligns its stores, the others stream only where they are aligned too
+// (the odd steps make them differ). The same at one and two threads.
+TEST(Filter, FloatShapesStreamed) {
+    using F = Form<Rok32f, Rok32f, Rok32f>;
+    const F twoD{"Filter 32f C1", 1, 1, Shape::TwoD, false, F2_PLAIN(rokiFilter_32f_C1R)};
+    const F colF{"FilterColumn 32f C1", 1, 1, Shape::Column, false, COL_PLAIN(rokiFilterColumn_32f_C1R)};
+    {
+        WithThreads one(1);
+        check(twoD, Config{1795, 1757, 3, 3, 1, 1}, 31);
+    }
+    WithThreads two(2);
+    check(twoD, Config{1797, 1755, 5, 5, 2, 2}, 32);
+    check(colF, Config{1793, 1759, 1, 7, 0, 3}, 33);
+}
+
 TEST(Filter, RoundingModes) {
     const std::vector<int> modes = {0, 1, 2};
     sweep(Form<Rok8u, Rok8u, Rok16s>{"Round16s 8u C1", 1, 1, Shape::TwoD, true, F2_RDIV(rokiFilter_Round16s_8u_C1R),

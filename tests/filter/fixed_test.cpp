@@ -545,7 +545,9 @@ TEST(FixedFilters, IntegerResultsIgnoreTheRoundingControl) {
 namespace {
 
 // Destinations too large for the largest cache take streaming stores
-// between an ordinary first and last block of each row. The heights follow
+// between an ordinary first and last block of each row (8-bit sources:
+// whole lines between ordinary head and tail blocks; the odd steps start
+// the rows at every offset within a line). The heights follow
 // the reported cache so that each form writes just over half of it (at most
 // 24 MiB, so that the test stays short; beyond that the ordinary stores are
 // what is checked).
@@ -568,6 +570,24 @@ TEST(FixedFilters, LargeDestinations) {
           rows(1000, 4), 34, rokt::Guard::After, 8);
     check(Form<Rok32f, Rok32f>{"Sobel 32f C1 horizontal", F::SobelHoriz, 3, 1, 1, NOMASK(rokiFilterSobelHoriz_32f_C1R)},
           1031, rows(1031, 4), 35, rokt::Guard::After, 1);
+    check(Form<Rok8u, Rok8u>{"Gauss 8u 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_8u_C1R, 55)}, 2053,
+          rows(2053, 1), 34, rokt::Guard::After, 1);
+}
+
+// 8-bit sources run their rows in chunks of 1024 pixels: widths on both
+// sides of the chunk seams, in every layout's pixel size.
+TEST(FixedFilters, ChunkSeams) {
+    for (int w : {1023, 1024, 1025, 1029, 2047, 2049, 2050}) {
+        SCOPED_TRACE(w);
+        check(Form<Rok8u, Rok8u>{"Gauss 8u C3 5x5", F::Gauss, 5, 3, 3, WITHMASK(rokiFilterGauss_8u_C3R, 55)}, w, 3,
+              unsigned(w), rokt::Guard::After, w % 3);
+        check(Form<Rok8u, Rok8u>{"Gauss 8u AC4 5x5", F::Gauss, 5, 4, 3, WITHMASK(rokiFilterGauss_8u_AC4R, 55)}, w, 2,
+              unsigned(w) + 1, rokt::Guard::Before, 1);
+        check(Form<Rok8u, Rok8u>{"Hipass 8u C4 5x5", F::Hipass, 5, 4, 4, WITHMASK(rokiFilterHipass_8u_C4R, 55)}, w, 2,
+              unsigned(w) + 2, rokt::Guard::After, 0);
+        check(Form<Rok8u, Rok16s>{"Laplace 8u16s 3x3", F::Laplace, 3, 1, 1, WITHMASK(rokiFilterLaplace_8u16s_C1R, 33)},
+              w, 3, unsigned(w) + 3, rokt::Guard::Before, w % 2);
+    }
 }
 
 }  // namespace

@@ -54,6 +54,17 @@ void filter_sum(const Rok32f* base, const std::ptrdiff_t* offs, const float* coe
 void filter_sum_rows2(const Rok32f* base, std::ptrdiff_t step, const std::ptrdiff_t* offs, const float* coef, int kw,
                       int kh, int n, float* out0, float* out1, bool stream = false);
 
+// One-channel float data with a kernel of a common shape (3x3, 5x5, rows
+// and columns of 3 to 7 taps): `rows` destination rows of n samples, row y
+// at dst + y * dstStep bytes, from the source rows whose top-left tap is
+// src + y * srcStep bytes; coef holds the kw * kh taps in summing order.
+// Every result equals filter_sum's. With `stream`, the stores that can be
+// aligned bypass the cache and the caller ends the rows with
+// kernels::store_fence(). shaped_rows_kernel gives nullptr for other shapes.
+using ShapedRowsFn = void (*)(const float* src, std::ptrdiff_t srcStep, const float* coef, int n, float* dst,
+                              std::ptrdiff_t dstStep, int rows, bool stream);
+ShapedRowsFn shaped_rows_kernel(int kw, int kh);
+
 void filter_sum(const Rok64f* base, const std::ptrdiff_t* offs, const double* coef, int ntaps, int n, double* acc);
 
 }  // namespace rok::kernels
