@@ -365,6 +365,15 @@ TEST(FixedFilters, VectorTailsAndOddSteps) {
     sweep(Form<Rok16u, Rok16u>{"Lowpass 16u C1 3x3", F::Lowpass, 3, 1, 1, WITHMASK(rokiFilterLowpass_16u_C1R, 33)});
     sweep(Form<Rok32f, Rok32f>{"Gauss 32f C3 5x5", F::Gauss, 5, 3, 3, WITHMASK(rokiFilterGauss_32f_C3R, 55)});
     sweep(Form<Rok32f, Rok32f>{"Laplace 32f C1 3x3", F::Laplace, 3, 1, 1, WITHMASK(rokiFilterLaplace_32f_C1R, 33)});
+    // The float kernels form one-channel mids per block and shift them (from
+    // 22 samples on at 3x3, 20 at 5x5; vector blocks below), other layouts
+    // load them at each offset.
+    sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1", F::SobelVert, 3, 1, 1, NOMASK(rokiFilterSobelVert_32f_C1R)});
+    sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1 horizontal", F::SobelHoriz, 3, 1, 1, NOMASK(rokiFilterSobelHoriz_32f_C1R)});
+    sweep(Form<Rok32f, Rok32f>{"Lowpass 32f C3 3x3", F::Lowpass, 3, 3, 3, WITHMASK(rokiFilterLowpass_32f_C3R, 33)});
+    sweep(Form<Rok32f, Rok32f>{"Sharpen 32f C4", F::Sharpen, 3, 4, 4, NOMASK(rokiFilterSharpen_32f_C4R)});
+    sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1 5x5", F::SobelVert, 5, 1, 1, WITHMASK(rokiFilterSobelVertMask_32f_C1R, 55)});
+    sweep(Form<Rok32f, Rok32f>{"Gauss 32f C1 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_32f_C1R, 55)});
     sweep(Form<Rok16s, Rok16s>{"Roberts 16s C3", F::RobertsUp, 3, 3, 3, NOMASK(rokiFilterRobertsUp_16s_C3R)});
 }
 
@@ -385,6 +394,11 @@ TEST(FixedFilters, SameResultsAtOneAndTwoThreads) {
         GuardedImage<Rok32f> img(2102, 69, 3, 1);
         fill_source(img, 4);
         twice(Form<Rok32f, Rok32f>{"Sobel 32f C3", F::SobelHoriz, 3, 3, 3, NOMASK(rokiFilterSobelHoriz_32f_C3R)}, img);
+    }
+    {
+        GuardedImage<Rok32f> img(2102, 69, 1, 1);
+        fill_source(img, 6);
+        twice(Form<Rok32f, Rok32f>{"Sobel 32f C1", F::SobelVert, 3, 1, 1, NOMASK(rokiFilterSobelVert_32f_C1R)}, img);
     }
 }
 
@@ -531,7 +545,9 @@ TEST(FixedFilters, IntegerResultsIgnoreTheRoundingControl) {
 namespace {
 
 // Destinations too large for the largest cache take streaming stores
-// between an ordinary first and last block of each row. The heights follow
+// between an ordinary first and last block of each row (8-bit sources:
+// whole lines between ordinary head and tail blocks; the odd steps start
+// the rows at every offset within a line). The heights follow
 // the reported cache so that each form writes just over half of it (at most
 // 24 MiB, so that the test stays short; beyond that the ordinary stores are
 // what is checked).
@@ -546,6 +562,32 @@ TEST(FixedFilters, LargeDestinations) {
           rows(1031, 4), 32, rokt::Guard::After, 1);
     check(Form<Rok8u, Rok8u>{"Sharpen 8u C3", F::Sharpen, 3, 3, 3, NOMASK(rokiFilterSharpen_8u_C3R)}, 1501,
           rows(1501 * 3, 1), 33, rokt::Guard::After, 2);
+    // Float 3x3 rows made in pairs: rows on 64-byte steps from a start 32
+    // bytes past a line (both rows of a pair stream, after an ordinary first
+    // block), and rows whose alignment alternates (the second row of a pair
+    // stores normally).
+    check(Form<Rok32f, Rok32f>{"Sobel 32f C1", F::SobelVert, 3, 1, 1, NOMASK(rokiFilterSobelVert_32f_C1R)}, 1000,
+          rows(1000, 4), 34, rokt::Guard::After, 8);
+    check(Form<Rok32f, Rok32f>{"Sobel 32f C1 horizontal", F::SobelHoriz, 3, 1, 1, NOMASK(rokiFilterSobelHoriz_32f_C1R)},
+          1031, rows(1031, 4), 35, rokt::Guard::After, 1);
+    check(Form<Rok8u, Rok8u>{"Gauss 8u 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_8u_C1R, 55)}, 2053,
+          rows(2053, 1), 34, rokt::Guard::After, 1);
+}
+
+// 8-bit sources run their rows in chunks of 1024 pixels: widths on both
+// sides of the chunk seams, in every layout's pixel size.
+TEST(FixedFilters, ChunkSeams) {
+    for (int w : {1023, 1024, 1025, 1029, 2047, 2049, 2050}) {
+        SCOPED_TRACE(w);
+        check(Form<Rok8u, Rok8u>{"Gauss 8u C3 5x5", F::Gauss, 5, 3, 3, WITHMASK(rokiFilterGauss_8u_C3R, 55)}, w, 3,
+              unsigned(w), rokt::Guard::After, w % 3);
+        check(Form<Rok8u, Rok8u>{"Gauss 8u AC4 5x5", F::Gauss, 5, 4, 3, WITHMASK(rokiFilterGauss_8u_AC4R, 55)}, w, 2,
+              unsigned(w) + 1, rokt::Guard::Before, 1);
+        check(Form<Rok8u, Rok8u>{"Hipass 8u C4 5x5", F::Hipass, 5, 4, 4, WITHMASK(rokiFilterHipass_8u_C4R, 55)}, w, 2,
+              unsigned(w) + 2, rokt::Guard::After, 0);
+        check(Form<Rok8u, Rok16s>{"Laplace 8u16s 3x3", F::Laplace, 3, 1, 1, WITHMASK(rokiFilterLaplace_8u16s_C1R, 33)},
+              w, 3, unsigned(w) + 3, rokt::Guard::Before, w % 2);
+    }
 }
 
 }  // namespace

@@ -3,7 +3,8 @@
 // its plan over a strip into the mids and the row stage into the
 // destination: 8-bit sources with byte multiply-adds into 16-bit mids and
 // 16-bit sums where the plan's values fit (32-bit where not), 16-bit sources
-// in 32-bit lanes, float data in single precision in the plan's order.
+// in 32-bit lanes. Float data skips the mids (fused): each row is summed
+// in single precision in the plan's order straight from the source rows.
 #pragma once
 
 #include <immintrin.h>
@@ -115,6 +116,36 @@ template <class D, class Body, class Scalar>
     if (x < n) body(n - step, false);
 }
 
+// out_blocks for 32-byte blocks whose streamed part is whole 64-byte lines:
+// no line is written both by ordinary and by streaming stores (a line that
+// the cache holds and a streaming store then writes is flushed first, which
+// cost more than the streaming saved). Ordinary blocks cover the head up to
+// the first line boundary (none where the row starts on one) and the tail
+// after the last whole line (at least one block, or none); blocks within
+// each part may overlap, recomputing the same values.
+template <class D, class Body, class Scalar>
+[[gnu::always_inline]] inline void line_blocks(const D* out, int n, bool stream, Body&& body, Scalar&& scalar) {
+    constexpr int step = 32 / int(sizeof(D)), line = 64 / int(sizeof(D));
+    const std::uintptr_t at = reinterpret_cast<std::uintptr_t>(out);
+    int first = int((64 - at % 64) % 64 / sizeof(D));
+    if (first > 0 && first < step) first += line;
+    if (!stream || at % sizeof(D) != 0 || n < first + line) {
+        blocks(n, step, [&](int x) { body(x, false); }, scalar);
+        return;
+    }
+    int end = first + (n - first) / line * line;
+    if (end < n && n - end < step) end -= line;
+    // [from, to), at least one block long, in ordinary blocks.
+    auto ordinary = [&](int from, int to) {
+        int x = from;
+        for (; x + step <= to; x += step) body(x, false);
+        if (x < to) body(to - step, false);
+    };
+    if (first > 0) ordinary(0, first);
+    for (int x = first; x < end; x += step) body(x, true);
+    if (end < n) ordinary(end, n);
+}
+
 inline void put(void* p, __m256i v, bool stream) {
     if (stream) _mm256_stream_si256(static_cast<__m256i*>(p), v);
     else _mm256_storeu_si256(static_cast<__m256i*>(p), v);
@@ -183,9 +214,13 @@ inline void store16(Rok16u* d, __m256i a, __m256i b, bool stream) {
 }
 
 // 32 bytes with the 8-byte quarters ordered 0 2 1 3, so that the in-lane
-// byte interleave yields samples 0..15 and 16..31 in order.
-inline __m256i load_bytes(const void* p, __m256i flip) {
-    return _mm256_permute4x64_epi64(_mm256_xor_si256(load(p), flip), 0xD8);
+// byte interleave yields samples 0..15 and 16..31 in order; signed bytes
+// biased by 128 into unsigned ones.
+template <bool Flip>
+inline __m256i load_bytes(const void* p) {
+    __m256i v = load(p);
+    if constexpr (Flip) v = _mm256_xor_si256(v, _mm256_set1_epi8(char(0x80)));
+    return _mm256_permute4x64_epi64(v, 0xD8);
 }
 
 // ---- the kernel ----------------------------------------------------------------
@@ -217,23 +252,129 @@ struct Kernel {
 
     using I = std::conditional_t<sizeof(S) == 1, std::int16_t, std::conditional_t<kFloat, float, std::int32_t>>;
 
+    // ---- Gauss 5x5 on 8u ----
+    //
+    // The mask's columns 0 and 4, 1 and 3, and 2 as mids M0, M1, M2 (the
+    // plan's), then the nearest integer to (M0 + M0 + M1 + M1 + M2) / 571 at
+    // their column offsets. The sum reaches 145605, beyond 16 bits, so the
+    // row stage forms it in 32-bit lanes with word multiply-adds that also
+    // scale it: q = ((sum + 286) * 14691) >> 23 is the nearest integer to
+    // sum / 571 for every sum from 0 to 145605 (checked exhaustively). To
+    // fit those multiply-adds the mids are stored with biases: M1 - 16320
+    // and M2 - 32640 (each within signed 16 bits), taken up by the
+    // constant 255 paired with source row 2 in the byte multiply-adds; the
+    // row stage pairs the sum of the two M1 with M2, and the sum of the two
+    // M0 with a constant whose product restores the biases and adds the
+    // rounding term.
+    static constexpr bool kGauss5Bytes = F == Fixed::Gauss && Size == 5 && std::is_same_v<S, Rok8u>;
+    static constexpr int kG5Bias[3] = {0, 16320, 32640};
+    static constexpr int kG5Mul = 14691, kG5Shift = 23;
+    static constexpr int kG5K1 = 32764, kG5K2 = 29399;  // K1 * K2 = 65280 * 14691 + 4200356
+    static_assert(kG5K1 * kG5K2 == 65280 * kG5Mul + 4200356, "the constant of the Gauss 5x5 row stage");
+    // Byte weights of the pairs (row 0, row 1), (row 2, 255), (row 3, row 4).
+    static constexpr int kG5W[3][3][2] = {{{2, 7}, {12, 0}, {7, 2}},
+                                          {{7, 31}, {52, -kG5Bias[1] / 255}, {31, 7}},
+                                          {{12, 52}, {127, -kG5Bias[2] / 255}, {52, 12}}};
+
+    // 32 mids of each kind from column x on.
+    struct G5Column {
+        const S *s0, *s1, *s2, *s3, *s4;
+        std::int16_t *m0, *m1, *m2;
+        G5Column(const S* const* rows, std::int16_t* const* mids)
+            : s0(rows[0]), s1(rows[1]), s2(rows[2]), s3(rows[3]), s4(rows[4]), m0(mids[0]), m1(mids[1]), m2(mids[2]) {}
+        [[gnu::always_inline]] void operator()(int x) const {
+            const __m256i c255 = _mm256_set1_epi8(char(255));
+            std::int16_t* const mid[3] = {m0, m1, m2};
+            const __m256i r0 = load_bytes<false>(s0 + x), r1 = load_bytes<false>(s1 + x);
+            const __m256i r2 = load_bytes<false>(s2 + x), r3 = load_bytes<false>(s3 + x);
+            const __m256i r4 = load_bytes<false>(s4 + x);
+            const __m256i lo[3] = {_mm256_unpacklo_epi8(r0, r1), _mm256_unpacklo_epi8(r2, c255),
+                                   _mm256_unpacklo_epi8(r3, r4)};
+            const __m256i hi[3] = {_mm256_unpackhi_epi8(r0, r1), _mm256_unpackhi_epi8(r2, c255),
+                                   _mm256_unpackhi_epi8(r3, r4)};
+            unroll<3>([&](auto m) ROK_INLINE {
+                __m256i l = _mm256_setzero_si256(), h = _mm256_setzero_si256();
+                unroll<3>([&](auto q) ROK_INLINE {
+                    const __m256i w = _mm256_set1_epi16(std::int16_t((kG5W[m][q][1] << 8) | (kG5W[m][q][0] & 0xFF)));
+                    if constexpr (q == 0) {
+                        l = _mm256_maddubs_epi16(lo[q], w);
+                        h = _mm256_maddubs_epi16(hi[q], w);
+                    } else {
+                        l = _mm256_add_epi16(l, _mm256_maddubs_epi16(lo[q], w));
+                        h = _mm256_add_epi16(h, _mm256_maddubs_epi16(hi[q], w));
+                    }
+                });
+                store(mid[m] + x, l);
+                store(mid[m] + x + 16, h);
+            });
+        }
+    };
+
+    // 32 results from sample x on, in order.
+    struct G5Row {
+        const std::int16_t *a0, *a4, *b1, *b3, *c2;
+        G5Row(std::int16_t* const* mids, int nc)
+            : a0(mids[0]), a4(mids[0] + 4 * nc), b1(mids[1] + nc), b3(mids[1] + 3 * nc), c2(mids[2] + 2 * nc) {}
+        // Sixteen results as two vectors of eight in the in-lane order.
+        [[gnu::always_inline]] void sixteen(int x, __m256i& lo, __m256i& hi) const {
+            const __m256i mm = _mm256_set1_epi32((kG5Mul << 16) | kG5Mul);
+            const __m256i mk = _mm256_set1_epi32((kG5K2 << 16) | kG5Mul), k1 = _mm256_set1_epi16(std::int16_t(kG5K1));
+            const __m256i u = _mm256_add_epi16(load(a0 + x), load(a4 + x));
+            const __m256i v = _mm256_add_epi16(load(b1 + x), load(b3 + x));
+            const __m256i w = load(c2 + x);
+            lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(v, w), mm),
+                                  _mm256_madd_epi16(_mm256_unpacklo_epi16(u, k1), mk));
+            hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(v, w), mm),
+                                  _mm256_madd_epi16(_mm256_unpackhi_epi16(u, k1), mk));
+            lo = _mm256_srli_epi32(lo, kG5Shift);
+            hi = _mm256_srli_epi32(hi, kG5Shift);
+        }
+        [[gnu::always_inline]] __m256i operator()(int x) const {
+            __m256i a0v, b0v, a1v, b1v;
+            sixteen(x, a0v, b0v);
+            sixteen(x + 16, a1v, b1v);
+            const __m256i w = _mm256_packus_epi16(_mm256_packs_epi32(a0v, b0v), _mm256_packs_epi32(a1v, b1v));
+            return _mm256_permute4x64_epi64(w, 0xD8);
+        }
+        Rok8u scalar(int x) const {
+            const std::int64_t sum = a0[x] + a4[x] + b1[x] + b3[x] + c2[x] + 2 * kG5Bias[1] + kG5Bias[2];
+            return finish_int<Rok8u>(sum, kFinish, kWide);
+        }
+    };
+
+    static void gauss5_column(const S* const* rows, int n, std::int16_t* const* mids) {
+        const G5Column col(rows, mids);
+        auto scalar = [&](int x) {
+            const int a = rows[0][x] + rows[4][x], b = rows[1][x] + rows[3][x], c = rows[2][x];
+            mids[0][x] = std::int16_t(2 * a + 7 * b + 12 * c);
+            mids[1][x] = std::int16_t(7 * a + 31 * b + 52 * c - kG5Bias[1]);
+            mids[2][x] = std::int16_t(12 * a + 52 * b + 127 * c - kG5Bias[2]);
+        };
+        blocks(n, 32, col, scalar);
+    }
+
+    static void gauss5_row(std::int16_t* const* mids, int nc, int n, Rok8u* out, bool stream) {
+        const G5Row row(mids, nc);
+        line_blocks(out, n, stream, [&](int x, bool s) ROK_INLINE { put(out + x, row(x), s); },
+                    [&](int x) { out[x] = row.scalar(x); });
+    }
+
     // ---- column stage ----
 
     static void column(const S* const* rows, int n, I* const* mids) {
-        if constexpr (sizeof(S) == 1) column_bytes(rows, n, mids);
-        else if constexpr (kFloat) column_floats(rows, n, mids);
+        if constexpr (kGauss5Bytes) gauss5_column(rows, n, mids);
+        else if constexpr (sizeof(S) == 1) column_bytes(rows, n, mids);
         else column_words(rows, n, mids);
     }
 
     static void column_bytes(const S* const* rows, int n, std::int16_t* const* mids) {
         constexpr bool kSigned = std::is_signed_v<S>;
-        const __m256i flip = _mm256_set1_epi8(kSigned ? char(0x80) : 0);
         auto body = [&](int x) {
             __m256i lo[kPairs.pairs], hi[kPairs.pairs];
             unroll<kPairs.pairs>([&](auto p) ROK_INLINE {
-                const __m256i a = load_bytes(rows[kPairs.a[p]] + x, flip);
+                const __m256i a = load_bytes<kSigned>(rows[kPairs.a[p]] + x);
                 __m256i b = _mm256_setzero_si256();
-                if constexpr (kPairs.b[p] >= 0) b = load_bytes(rows[kPairs.b[p]] + x, flip);
+                if constexpr (kPairs.b[p] >= 0) b = load_bytes<kSigned>(rows[kPairs.b[p]] + x);
                 lo[p] = _mm256_unpacklo_epi8(a, b);
                 hi[p] = _mm256_unpackhi_epi8(a, b);
             });
@@ -298,53 +439,20 @@ struct Kernel {
     }
     static constexpr Flat kColumns[kMaxMids] = {flatten(P.column[0]), flatten(P.column[1]), flatten(P.column[2])};
 
-    // kVec vectors of a float sum (mid M of the column stage, or the row
-    // stage for M < 0), groups and terms in order; at(term) points at the
-    // term's input for the block's first sample.
+    // A float sum: mid M of the column stage, or the row stage for M < 0.
     template <int M>
     static constexpr const Sum& sum_at() {
         if constexpr (M < 0) return P.row;
         else return P.column[M];
     }
-    static constexpr int kVec = 4;
-    template <int M, class At>
-    [[gnu::always_inline]] static void sum_vectors(At&& at, __m256* acc) {
-        constexpr const Sum& s = sum_at<M>();
-        unroll<s.n>([&](auto g) ROK_INLINE {
-            constexpr const Group& grp = s.g[g];
-            __m256 part[kVec];
-            unroll<grp.n>([&](auto t) ROK_INLINE {
-                constexpr Term term = grp.t[t];
-                const float* r = at(term);
-                for (int v = 0; v < kVec; ++v) {
-                    const __m256 l = _mm256_loadu_ps(r + 8 * v);
-                    if constexpr (t == 0) part[v] = term.sign > 0 ? l : _mm256_xor_ps(l, _mm256_set1_ps(-0.0f));
-                    else part[v] = term.sign > 0 ? _mm256_add_ps(part[v], l) : _mm256_sub_ps(part[v], l);
-                }
-            });
-            if constexpr (grp.w != 1.0)
-                for (int v = 0; v < kVec; ++v) part[v] = _mm256_mul_ps(_mm256_set1_ps(float(grp.w)), part[v]);
-            for (int v = 0; v < kVec; ++v) acc[v] = g == 0 ? part[v] : _mm256_add_ps(acc[v], part[v]);
-        });
-    }
-
-    static void column_floats(const float* const* rows, int n, float* const* mids) {
-        unroll<P.mids>([&](auto m) ROK_INLINE {
-            blocks(n, 8 * kVec,
-                   [&](int x) {
-                       __m256 acc[kVec];
-                       sum_vectors<m>([&](const Term& t) { return rows[t.src] + x; }, acc);
-                       for (int v = 0; v < kVec; ++v) _mm256_storeu_ps(mids[m] + x + 8 * v, acc[v]);
-                   },
-                   [&](int x) { mids[m][x] = grouped(P.column[m], [&](const Term& t) { return rows[t.src][x]; }); });
-        });
-    }
 
     // ---- row stage ----
 
     static void row(I* const* mids, int nc, int n, D* out, bool stream) {
-        if constexpr (kFloat) {
-            row_floats(mids, nc, n, out, stream);
+        if constexpr (kGauss5Bytes) {
+            gauss5_row(mids, nc, n, out, stream);
+        } else if constexpr (kFloat) {
+            static_assert(!kFloat, "float data takes the kernels that make rows from the source (fused)");
         } else {
             const I* p[kRow.n];
             unroll<kRow.n>([&](auto i) ROK_INLINE { p[i] = mids[kRow.src[i]] + kRow.off[i] * nc; });
@@ -452,15 +560,15 @@ struct Kernel {
                 else return v;
             };
             if constexpr (std::is_same_v<D, Rok8u>) {
-                out_blocks(out, n, 32, stream, [&](int x, bool s) {
+                line_blocks(out, n, stream, [&](int x, bool s) {
                     const __m256i a = finish(sum16(p, x)), b = finish(sum16(p, x + 16));
                     put(out + x, _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8), s);
                 }, scalar);
             } else {
-                out_blocks(out, n, 16, stream, [&](int x, bool s) { put(out + x, finish(sum16(p, x)), s); }, scalar);
+                line_blocks(out, n, stream, [&](int x, bool s) { put(out + x, finish(sum16(p, x)), s); }, scalar);
             }
         } else if constexpr (std::is_same_v<D, Rok8u>) {
-            out_blocks(out, n, 32, stream, [&](int x, bool s) {
+            line_blocks(out, n, stream, [&](int x, bool s) {
                 __m256i a0, b0, a1, b1;
                 finished16(p, x, a0, b0);
                 finished16(p, x + 16, a1, b1);
@@ -468,7 +576,7 @@ struct Kernel {
                 put(out + x, _mm256_permute4x64_epi64(w, 0xD8), s);
             }, scalar);
         } else {
-            out_blocks(out, n, 16, stream, [&](int x, bool s) {
+            line_blocks(out, n, stream, [&](int x, bool s) {
                 __m256i a, b;
                 finished16(p, x, a, b);
                 put(out + x, _mm256_packs_epi32(a, b), s);
@@ -491,31 +599,202 @@ struct Kernel {
         out_blocks(out, n, 16, stream, [&](int x, bool s) { store16(out + x, sum8(x), sum8(x + 8), s); }, scalar);
     }
 
-    static void row_floats(float* const* mids, int nc, int n, Rok32f* out, bool stream) {
-        out_blocks(out, n, 8 * kVec, stream,
-                   [&](int x, bool s) {
-                       __m256 acc[kVec];
-                       sum_vectors<-1>([&](const Term& t) { return mids[t.src] + x + t.off * nc; }, acc);
-                       const __m256 c = _mm256_set1_ps(float(kFinish.c));
-#pragma GCC unroll 4
-                       for (int v = 0; v < kVec; ++v) {
-                           __m256 r = acc[v];
-                           if constexpr (kFinish.kind == Finish::Scale) r = _mm256_mul_ps(r, c);
-                           else if constexpr (kFinish.kind == Finish::Divide) r = _mm256_div_ps(r, c);
-                           put(out + x + 8 * v, r, s);
-                       }
-                   },
-                   [&](int x) {
-                       out[x] = finish_float(grouped(P.row, [&](const Term& t) { return mids[t.src][x + t.off * nc]; }),
-                                             kFinish);
-                   });
+    // ---- float plans straight from the source rows ----
+    //
+    // Every mid the row stage reads is formed in registers at its column
+    // offset from unaligned loads of the source rows, so no mid row is
+    // written and read back, and two destination rows are made per pass
+    // from the Size + 1 source rows they share. Every mid value is formed by
+    // the plan's operations in the plan's order wherever it is formed, so
+    // the results are those of the two stages bit for bit.
+
+    // Sum M (a column mid, or the row stage for M < 0) of one vector;
+    // at(src, off) is a term's input vector.
+    template <int M, class At>
+    [[gnu::always_inline]] static __m256 sum_vector(At&& at) {
+        constexpr const Sum& s = sum_at<M>();
+        __m256 acc;
+        unroll<s.n>([&](auto g) ROK_INLINE {
+            constexpr const Group& grp = s.g[g];
+            __m256 part;
+            unroll<grp.n>([&](auto t) ROK_INLINE {
+                constexpr Term term = grp.t[t];
+                const __m256 l = at(std::integral_constant<int, term.src>{}, std::integral_constant<int, term.off>{});
+                if constexpr (t == 0) part = term.sign > 0 ? l : _mm256_xor_ps(l, _mm256_set1_ps(-0.0f));
+                else part = term.sign > 0 ? _mm256_add_ps(part, l) : _mm256_sub_ps(part, l);
+            });
+            if constexpr (grp.w != 1.0) part = _mm256_mul_ps(_mm256_set1_ps(float(grp.w)), part);
+            if constexpr (g == 0) acc = part;
+            else acc = _mm256_add_ps(acc, part);
+        });
+        return acc;
     }
+
+    [[gnu::always_inline]] static __m256 finish8(__m256 v) {
+        if constexpr (kFinish.kind == Finish::Scale) v = _mm256_mul_ps(v, _mm256_set1_ps(float(kFinish.c)));
+        else if constexpr (kFinish.kind == Finish::Divide) v = _mm256_div_ps(v, _mm256_set1_ps(float(kFinish.c)));
+        return v;
+    }
+
+    // Eight finished results of the destination row whose neighbourhood
+    // starts at source row r[0], from sample x on.
+    [[gnu::always_inline]] static __m256 fused8(const float* const* r, std::ptrdiff_t x, std::ptrdiff_t nc) {
+        return finish8(sum_vector<-1>([&](auto mid, auto off) ROK_INLINE {
+            return sum_vector<decltype(mid)::value>([&](auto src, auto) ROK_INLINE {
+                return _mm256_loadu_ps(r[decltype(src)::value] + x + decltype(off)::value * nc);
+            });
+        }));
+    }
+
+    // One-channel rows: each mid is formed once per block of 8 samples and
+    // its values at the row stage's offsets are taken from two neighbouring
+    // blocks by lane shifts, so a source sample is loaded once per pass and
+    // each mid value summed once (the unaligned loads above form a mid
+    // value again for every offset that reads it).
+    struct MidBlocks {
+        __m256 m[kMaxMids];
+    };
+    [[gnu::always_inline]] static MidBlocks mid_blocks(const float* const* r, std::ptrdiff_t x) {
+        MidBlocks b;
+        unroll<P.mids>([&](auto m) ROK_INLINE {
+            b.m[m] = sum_vector<m>([&](auto src, auto) ROK_INLINE { return _mm256_loadu_ps(r[decltype(src)::value] + x); });
+        });
+        return b;
+    }
+    // Lanes K..K+7 of the sixteen in a then b.
+    template <int K>
+    [[gnu::always_inline]] static __m256 lanes_from(__m256 a, __m256 b) {
+        if constexpr (K == 0) return a;
+        else if constexpr (K == 8) return b;
+        else {
+            const __m256 middle = _mm256_permute2f128_ps(a, b, 0x21);  // lanes 4..11
+            if constexpr (K == 4) return middle;
+            else if constexpr (K < 4)
+                return _mm256_castsi256_ps(_mm256_alignr_epi8(_mm256_castps_si256(middle), _mm256_castps_si256(a), 4 * K));
+            else
+                return _mm256_castsi256_ps(_mm256_alignr_epi8(_mm256_castps_si256(b), _mm256_castps_si256(middle), 4 * (K - 4)));
+        }
+    }
+    [[gnu::always_inline]] static __m256 row_from(const MidBlocks& a, const MidBlocks& b) {
+        return finish8(sum_vector<-1>([&](auto mid, auto off) ROK_INLINE {
+            return lanes_from<decltype(off)::value>(a.m[decltype(mid)::value], b.m[decltype(mid)::value]);
+        }));
+    }
+
+    static float fused1(const float* const* r, int x, int nc) {
+        return finish_float(grouped(P.row,
+                                    [&](const Term& t) {
+                                        return grouped(P.column[t.src],
+                                                       [&](const Term& c) { return r[c.src][x + t.off * nc]; });
+                                    }),
+                            kFinish);
+    }
+
+    // Two destination rows (rows[0..Size]) in blocks of 16 samples. When
+    // streaming, the blocks from the first 64-byte boundary of out0 on fill
+    // whole cache lines and bypass the cache (out1 too where it has the same
+    // alignment); a block before that boundary and the last block (which may
+    // overlap the others, recomputing the same values) store normally.
+    static void fused(const float* const* rows, int pixels, int nc, float* out0, float* out1, bool stream) {
+        constexpr int kStep = 16;
+        const int n = pixels * nc;
+        if (n < kStep) {
+            for (int x = 0; x < n; ++x) {
+                out0[x] = fused1(rows, x, nc);
+                out1[x] = fused1(rows + 1, x, nc);
+            }
+            return;
+        }
+        // Local copies of the row pointers, and every result computed before
+        // the first store: the two rows then share their loads (a store
+        // through out0 could otherwise alter what a pointer in `rows` or a
+        // source sample holds, as far as the compiler knows).
+        const float* r[Size + 1];
+        for (int j = 0; j <= Size; ++j) r[j] = rows[j];
+        const std::uintptr_t at0 = reinterpret_cast<std::uintptr_t>(out0);
+        const bool stream1 = (reinterpret_cast<std::uintptr_t>(out1) - at0) % 64 == 0;
+        // Each pass reads two source rows that no earlier pass read, from
+        // memory. Asking for the next pass's two (the rows below, one source
+        // step apart) into the level-2 cache while this one computes hides
+        // their arrival from its start (a 3840x2160 Sobel took about 0.75 of
+        // the time asking 4 KiB ahead in its own new rows, 0.85 of that again
+        // with this). Stores that stay in the cache first read their lines:
+        // the next pass's destination lines are asked for the same way (a
+        // 1920x1080 Sobel took 0.85 of the time; asking for them to write,
+        // into level 1, took longer). One 64-byte line per row per 16
+        // samples; a prefetch past the image is dropped, never faults.
+        const std::uintptr_t below = reinterpret_cast<std::uintptr_t>(r[Size]),
+                             step = reinterpret_cast<std::uintptr_t>(r[1]) - reinterpret_cast<std::uintptr_t>(r[0]);
+        const std::uintptr_t outStep = reinterpret_cast<std::uintptr_t>(out1) - at0;
+        auto ahead = [&](int x) ROK_INLINE {
+            const std::uintptr_t at = below + step + sizeof(float) * std::uintptr_t(x);
+            _mm_prefetch(reinterpret_cast<const char*>(at), _MM_HINT_T1);
+            _mm_prefetch(reinterpret_cast<const char*>(at + step), _MM_HINT_T1);
+            if (!stream) {
+                const std::uintptr_t out = at0 + 2 * outStep + sizeof(float) * std::uintptr_t(x);
+                _mm_prefetch(reinterpret_cast<const char*>(out), _MM_HINT_T1);
+                _mm_prefetch(reinterpret_cast<const char*>(out + outStep), _MM_HINT_T1);
+            }
+        };
+        auto body = [&](int x, bool s) ROK_INLINE {
+            ahead(x);
+            const __m256 a0 = fused8(r, x, nc), a1 = fused8(r, x + 8, nc);
+            const __m256 b0 = fused8(r + 1, x, nc), b1 = fused8(r + 1, x + 8, nc);
+            put(out1 + x, b0, s && stream1);
+            put(out1 + x + 8, b1, s && stream1);
+            put(out0 + x, a0, s);
+            put(out0 + x + 8, a1, s);
+        };
+        int x = 0;
+        const bool s = stream && at0 % sizeof(float) == 0;
+        if (s) {
+            x = int((64 - at0 % 64) % 64 / sizeof(float));
+            if (x > 0) body(0, false);
+        }
+        if (nc == 1 && x + 24 <= n + Size - 1) {
+            // Blocks x, x + 8 and x + 16 of each mid make the 16 results
+            // from x; the last reads source samples up to x + 23.
+            MidBlocks t0 = mid_blocks(r, x), u0 = mid_blocks(r + 1, x);
+            for (; x + 24 <= n + Size - 1; x += kStep) {
+                ahead(x);
+                const MidBlocks t1 = mid_blocks(r, x + 8), t2 = mid_blocks(r, x + 16);
+                const MidBlocks u1 = mid_blocks(r + 1, x + 8), u2 = mid_blocks(r + 1, x + 16);
+                const __m256 a0 = row_from(t0, t1), a1 = row_from(t1, t2);
+                put(out1 + x, row_from(u0, u1), s && stream1);
+                put(out1 + x + 8, row_from(u1, u2), s && stream1);
+                put(out0 + x, a0, s);
+                put(out0 + x + 8, a1, s);
+                t0 = t2;
+                u0 = u2;
+            }
+        }
+        for (; x + kStep <= n; x += kStep) body(x, s);
+        if (x < n) body(n - kStep, false);
+    }
+
+    // Pixels per chunk of the 8-bit kernels: a multiple of 64, so that on
+    // rows starting on a cache line every chunk does too.
+    static constexpr int kChunk = 1024;
 
     static void strip(const S* const* rows, int pixels, int nc, void* scratch, int midStride, D* out, bool stream) {
         I* mids[kMaxMids];
         for (int m = 0; m < P.mids; ++m) mids[m] = static_cast<I*>(scratch) + std::ptrdiff_t(m) * midStride;
-        column(rows, (pixels + Size - 1) * nc, mids);
-        row(mids, nc, pixels * nc, out, stream);
+        if constexpr (sizeof(S) == 1) {
+            // In chunks, so that the mids of a chunk are still in the level-1
+            // cache when the row stage reads them (whole 4K rows of three
+            // mids and five source rows are not); the chunks recompute the
+            // size - 1 mid columns they share.
+            const S* at[kMaxRows];
+            for (int x = 0; x < pixels; x += kChunk) {
+                const int w = pixels - x < kChunk ? pixels - x : kChunk;
+                for (int j = 0; j < Size; ++j) at[j] = rows[j] + std::ptrdiff_t(x) * nc;
+                column(at, (w + Size - 1) * nc, mids);
+                row(mids, nc, w * nc, out + std::ptrdiff_t(x) * nc, stream);
+            }
+        } else {
+            column(rows, (pixels + Size - 1) * nc, mids);
+            row(mids, nc, pixels * nc, out, stream);
+        }
     }
 };
 
@@ -524,6 +803,11 @@ struct Kernel {
 template <Fixed F, int Size, class S, class D>
 constexpr Strip<S, D> strip_of() {
     return &detail::Kernel<F, Size, S, D>::strip;
+}
+
+template <Fixed F, int Size>
+constexpr Rows<Rok32f, Rok32f> fused_of() {
+    return &detail::Kernel<F, Size, Rok32f, Rok32f>::fused;
 }
 
 // The filters that the 8u, 16s and 32f same-type members share.

@@ -96,6 +96,10 @@ constexpr Plan kSobelCross3{3, 1, {kColumnBelowMinusAbove3}, kRowRightMinusLeft3
 // 8 * centre minus the eight neighbours: mids above+below, column sum, centre.
 constexpr Plan kLaplace3{3, 3, {S({G(1, {R(0), R(2)})}), kColumnSum3, S({G(1, {R(1)})})},
                          S({G(8, {M(2, 1)}), G(1, {M(1, 0, -1), M(0, 1, -1), M(1, 2, -1)})})};
+// Integer data: the same mask as 9 * centre minus the nine-pixel sum (mids
+// column sum and centre), one mid fewer.
+constexpr Plan kLaplace3Int{3, 2, {kColumnSum3, S({G(1, {R(1)})})},
+                            S({G(9, {M(1, 1)}), G(1, {M(0, 0, -1), M(0, 1, -1), M(0, 2, -1)})})};
 constexpr Plan kLowpass3{3, 1, {kColumnSum3}, kRowSum3};
 constexpr Plan kGauss3{3, 1, {kColumnSmooth3}, kRowSmooth3};
 // 17 * centre minus the nine-pixel sum: mids column sum and centre.
@@ -155,8 +159,8 @@ constexpr const Plan& plan_of(Fixed f, int size, bool floatData) {
         case Fixed::SobelCross: return five ? kSobelCross5 : kSobelCross3;
         case Fixed::ScharrVert: return kScharrVert3;
         case Fixed::ScharrHoriz: return kScharrHoriz3;
-        case Fixed::Laplace: return five ? kLaplace5 : kLaplace3;
-        case Fixed::Hipass: return five ? kHipass5 : kLaplace3;
+        case Fixed::Laplace: return five ? kLaplace5 : floatData ? kLaplace3 : kLaplace3Int;
+        case Fixed::Hipass: return five ? kHipass5 : floatData ? kLaplace3 : kLaplace3Int;
         case Fixed::Lowpass: return five ? kLowpass5 : kLowpass3;
         case Fixed::Gauss: return five ? (floatData ? kGauss5Float : kGauss5) : kGauss3;
         case Fixed::Sharpen: return kSharpen3;
