@@ -340,17 +340,26 @@ void column_blocks(bool forward, const fk::ComplexPlan* plan, int h, int columns
     // A short last item moves lane by lane, slower than the others: it runs
     // first, so that threads that finish early are not left waiting on it.
     const bool shortFirst = interleaved && columns % kItem != 0 && items > 1;
-    auto item_at = [&](int i) {
-        if (shortFirst) return i == 0 ? items - 1 + extra : i - 1;
-        return i;
-    };
-    for_items(extra + items, threads, [&](int index, int t) {
-        int item = item_at(index);
-        if (item < extra) {
-            extraItem(item, t);
+    const int lead = int(shortFirst) + extra;
+    // The other items go out in bands, one a thread, taken in turn: items
+    // that run at the same time lie far apart. Neighbouring items share a
+    // cache line in every row, and two threads sweeping down neighbours
+    // side by side pass it back and forth (the pass took twice as long).
+    const int full = items - int(shortFirst);
+    const int bands = std::max(1, std::min({threads, ownGetNumThreads(), full}));
+    const int perBand = (full + bands - 1) / bands;
+    for_items(lead + bands * perBand, threads, [&](int index, int t) {
+        int item;
+        if (shortFirst && index == 0) {
+            item = items - 1;
+        } else if (index < lead) {
+            extraItem(index - int(shortFirst), t);
             return;
+        } else {
+            const int p = index - lead;
+            item = p % bands * perBand + p / bands;
+            if (item >= full) return;
         }
-        item -= extra;
         float* g = slices.at(t);
         float* work = after(g, kColumnBlocks * h * kComplexPacket);
         const int q0 = item * kItem, blocks = std::min(kColumnBlocks, (columns - q0 + kLanes - 1) / kLanes);
