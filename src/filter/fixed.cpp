@@ -26,19 +26,24 @@ std::size_t round64(std::size_t v) { return (v + 63) / 64 * 64; }
 // kernels instead split each row into chunks of 1024 pixels, each through
 // both stages, so that a chunk's mids stay in that cache). Rows are
 // shared among the pool's threads for ROIs wider and higher than 63 pixels;
-// every row is computed the same way whatever the split.
+// every row is computed the same way whatever the split. Kernels that make
+// rows straight from the source (the float ones) take them in pairs,
+// which share all but two of their source rows.
 template <class S, class D>
 RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int dstStep, RokiSize roi, Layout layout) {
     kernels::fixed::Strip<S, D> kernel = nullptr;
-    kernels::fixed::select(f, size, kernel);
-    const int mids = kernels::fixed::plan_of(f, size, std::is_floating_point_v<S>).mids;
+    kernels::fixed::Rows<S, D> rowsKernel = nullptr;
+    if constexpr (std::is_same_v<S, Rok32f>) kernels::fixed::select_rows(f, size, rowsKernel);
+    else kernels::fixed::select(f, size, kernel);
+    const int mids = rowsKernel ? 0 : kernels::fixed::plan_of(f, size, std::is_floating_point_v<S>).mids;
     constexpr int midBytes = kernels::fixed::mid_bytes<S>();
     const int nc = channels(layout), half = size / 2;
     const bool ac4 = layout == Layout::AC4;
 
     const std::size_t midRow = round64((std::size_t(roi.width) + size - 1) * nc * midBytes);
     const std::size_t blockBytes = ac4 ? round64(std::size_t(roi.width) * 4 * sizeof(D)) : 0;
-    const std::size_t slice = midRow * mids + blockBytes;
+    const std::size_t spareBytes = rowsKernel ? round64(std::size_t(roi.width) * nc * sizeof(D)) : 0;
+    const std::size_t slice = midRow * mids + blockBytes + spareBytes;
 
     // Only results too large to stay in the largest cache go past it: a
     // result that the last-level cache holds is read back from there by
@@ -58,7 +63,27 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
 
     auto band = [&](int first, int last, char* mem) {
         D* block = reinterpret_cast<D*>(mem + midRow * mids);
-        const S* rows[kernels::fixed::kMaxRows];
+        const S* rows[kernels::fixed::kMaxRows + 1];
+        if (rowsKernel != nullptr) {
+            // Rows in pairs. A band's odd last row pairs with a spare row
+            // (made from its last source row repeated, and discarded); AC4
+            // pairs go through the block and the spare row.
+            D* spare = reinterpret_cast<D*>(mem + midRow * mids + blockBytes);
+            for (int y = first; y < last; y += 2) {
+                const bool two = y + 1 < last;
+                for (int j = 0; j < size; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
+                rows[size] = two ? row(src, srcStep, y - half + size) - half * nc : rows[size - 1];
+                D* out0 = row(dst, dstStep, y);
+                D* out1 = two ? row(dst, dstStep, y + 1) : spare;
+                rowsKernel(rows, roi.width, nc, ac4 ? block : out0, ac4 ? spare : out1, stream);
+                if (ac4) {
+                    kernels::copy_ac4(block, out0, roi.width, sizeof(D));
+                    if (two) kernels::copy_ac4(spare, out1, roi.width, sizeof(D));
+                }
+            }
+            if (stream) kernels::store_fence();
+            return;
+        }
         for (int y = first; y < last; ++y) {
             for (int j = 0; j < size; ++j) rows[j] = row(src, srcStep, y - half + j) - half * nc;
             D* out = row(dst, dstStep, y);

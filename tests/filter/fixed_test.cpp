@@ -365,6 +365,15 @@ TEST(FixedFilters, VectorTailsAndOddSteps) {
     sweep(Form<Rok16u, Rok16u>{"Lowpass 16u C1 3x3", F::Lowpass, 3, 1, 1, WITHMASK(rokiFilterLowpass_16u_C1R, 33)});
     sweep(Form<Rok32f, Rok32f>{"Gauss 32f C3 5x5", F::Gauss, 5, 3, 3, WITHMASK(rokiFilterGauss_32f_C3R, 55)});
     sweep(Form<Rok32f, Rok32f>{"Laplace 32f C1 3x3", F::Laplace, 3, 1, 1, WITHMASK(rokiFilterLaplace_32f_C1R, 33)});
+    // The float kernels form one-channel mids per block and shift them (from
+    // 22 samples on at 3x3, 20 at 5x5; vector blocks below), other layouts
+    // load them at each offset.
+    sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1", F::SobelVert, 3, 1, 1, NOMASK(rokiFilterSobelVert_32f_C1R)});
+    sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1 horizontal", F::SobelHoriz, 3, 1, 1, NOMASK(rokiFilterSobelHoriz_32f_C1R)});
+    sweep(Form<Rok32f, Rok32f>{"Lowpass 32f C3 3x3", F::Lowpass, 3, 3, 3, WITHMASK(rokiFilterLowpass_32f_C3R, 33)});
+    sweep(Form<Rok32f, Rok32f>{"Sharpen 32f C4", F::Sharpen, 3, 4, 4, NOMASK(rokiFilterSharpen_32f_C4R)});
+    sweep(Form<Rok32f, Rok32f>{"Sobel 32f C1 5x5", F::SobelVert, 5, 1, 1, WITHMASK(rokiFilterSobelVertMask_32f_C1R, 55)});
+    sweep(Form<Rok32f, Rok32f>{"Gauss 32f C1 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_32f_C1R, 55)});
     sweep(Form<Rok16s, Rok16s>{"Roberts 16s C3", F::RobertsUp, 3, 3, 3, NOMASK(rokiFilterRobertsUp_16s_C3R)});
 }
 
@@ -385,6 +394,11 @@ TEST(FixedFilters, SameResultsAtOneAndTwoThreads) {
         GuardedImage<Rok32f> img(2102, 69, 3, 1);
         fill_source(img, 4);
         twice(Form<Rok32f, Rok32f>{"Sobel 32f C3", F::SobelHoriz, 3, 3, 3, NOMASK(rokiFilterSobelHoriz_32f_C3R)}, img);
+    }
+    {
+        GuardedImage<Rok32f> img(2102, 69, 1, 1);
+        fill_source(img, 6);
+        twice(Form<Rok32f, Rok32f>{"Sobel 32f C1", F::SobelVert, 3, 1, 1, NOMASK(rokiFilterSobelVert_32f_C1R)}, img);
     }
 }
 
@@ -562,6 +576,14 @@ TEST(FixedFilters, LargeDestinations) {
           rows(1031, 4), 32, rokt::Guard::After, 1);
     check(Form<Rok8u, Rok8u>{"Sharpen 8u C3", F::Sharpen, 3, 3, 3, NOMASK(rokiFilterSharpen_8u_C3R)}, 1501,
           rows(1501 * 3, 1), 33, rokt::Guard::After, 2);
+    // Float 3x3 rows made in pairs: rows on 64-byte steps from a start 32
+    // bytes past a line (both rows of a pair stream, after an ordinary first
+    // block), and rows whose alignment alternates (the second row of a pair
+    // stores normally).
+    check(Form<Rok32f, Rok32f>{"Sobel 32f C1", F::SobelVert, 3, 1, 1, NOMASK(rokiFilterSobelVert_32f_C1R)}, 1000,
+          rows(1000, 4), 34, rokt::Guard::After, 8);
+    check(Form<Rok32f, Rok32f>{"Sobel 32f C1 horizontal", F::SobelHoriz, 3, 1, 1, NOMASK(rokiFilterSobelHoriz_32f_C1R)},
+          1031, rows(1031, 4), 35, rokt::Guard::After, 1);
     check(Form<Rok8u, Rok8u>{"Gauss 8u 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_8u_C1R, 55)}, 2053,
           rows(2053, 1), 34, rokt::Guard::After, 1);
 }

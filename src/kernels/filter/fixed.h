@@ -19,6 +19,12 @@ namespace rok::kernels::fixed {
 template <class S, class D>
 using Strip = void (*)(const S* const* rows, int pixels, int nc, void* mids, int midStride, D* out, bool stream);
 
+// Two destination rows straight from the source rows: rows[j] as for
+// Strip, j up to size, for out0 and the row below it, out1. Same `stream`
+// rule as Strip.
+template <class S, class D>
+using Rows = void (*)(const S* const* rows, int pixels, int nc, D* out0, D* out1, bool stream);
+
 template <class S>
 constexpr int mid_bytes() {
     return sizeof(S) == 1 ? 2 : 4;
@@ -31,6 +37,8 @@ void select(Fixed f, int size, Strip<Rok8u, Rok16s>& fn);
 void select(Fixed f, int size, Strip<Rok8s, Rok16s>& fn);
 void select(Fixed f, int size, Strip<Rok16s, Rok16s>& fn);
 void select(Fixed f, int size, Strip<Rok16u, Rok16u>& fn);
-void select(Fixed f, int size, Strip<Rok32f, Rok32f>& fn);
+// Float data: the kernel that makes rows of filter f without mid rows, or
+// null where the library has no such member.
+void select_rows(Fixed f, int size, Rows<Rok32f, Rok32f>& fn);
 
 }  // namespace rok::kernels::fixed
