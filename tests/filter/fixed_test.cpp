@@ -434,6 +434,20 @@ TEST(FixedFilters, ConstantImages) {
     }
 }
 
+// The 8u Gauss 5x5 sums reach 18 bits (571 * 255): constant images whose
+// sums fall on either side of 65536 and 131072, on the vector path.
+TEST(FixedFilters, Gauss5ConstantsAcrossSixteenBits) {
+    GuardedImage<Rok8u> src(44, 6, 1);
+    GuardedImage<Rok8u> dst(40, 2, 1);
+    for (int c : {0, 1, 114, 115, 229, 230, 254, 255}) {
+        src.fill_bytes(Rok8u(c));
+        dst.fill_bytes(Rok8u(c ^ 0x55));
+        ASSERT_EQ(rokiFilterGauss_8u_C1R(&src.at(2, 2), src.step(), dst.data(), dst.step(), {40, 2}, 55), rokStatusOk);
+        for (int y = 0; y < 2; ++y)
+            for (int x = 0; x < 40; ++x) ASSERT_EQ(dst.at(x, y), c) << "at " << x << "," << y;
+    }
+}
+
 // Dark-to-bright from left to right: Sobel and Prewitt answer negative,
 // Scharr positive; Hipass 33 and Laplace 33 agree.
 TEST(FixedFilters, SignsOfTheVerticalMasks) {

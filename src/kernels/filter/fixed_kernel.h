@@ -256,25 +256,26 @@ struct Kernel {
     //
     // The mask's columns 0 and 4, 1 and 3, and 2 as mids M0, M1, M2 (the
     // plan's), then the nearest integer to (M0 + M0 + M1 + M1 + M2) / 571 at
-    // their column offsets. The sum reaches 145605, beyond 16 bits, so the
-    // row stage forms it in 32-bit lanes with word multiply-adds that also
-    // scale it: q = ((sum + 286) * 14691) >> 23 is the nearest integer to
-    // sum / 571 for every sum from 0 to 145605 (checked exhaustively). To
-    // fit those multiply-adds the mids are stored with biases: M1 - 16320
-    // and M2 - 32640 (each within signed 16 bits), taken up by the
-    // constant 255 paired with source row 2 in the byte multiply-adds; the
-    // row stage pairs the sum of the two M1 with M2, and the sum of the two
-    // M0 with a constant whose product restores the biases and adds the
-    // rounding term.
+    // their column offsets. With T = sum + 286, q = (T * 14691) >> 23 is that
+    // nearest integer for every sum from 0 to 145605 (checked exhaustively).
+    // T reaches 145891, beyond 16 bits, but the row stage works in 16-bit
+    // lanes all the same (16 results per operation instead of 8): the
+    // wrapping adds give T modulo 65536, the carries out of the two adds that
+    // can overflow give the high part h (0 to 2), and
+    //   (T * 14691) >> 23 == (h * 14691 + ((T mod 65536) * 14691 >> 16)) >> 7
+    // exactly (the dropped low half is a fraction below one of an integer
+    // that is then floored again), with every term within unsigned 16 bits.
+    // The mids are unsigned 16-bit values; M2 carries the 286, folded into
+    // the byte multiply-adds by pairing source row 2 with the constant 26
+    // (26 * 11 = 286).
     static constexpr bool kGauss5Bytes = F == Fixed::Gauss && Size == 5 && std::is_same_v<S, Rok8u>;
-    static constexpr int kG5Bias[3] = {0, 16320, 32640};
-    static constexpr int kG5Mul = 14691, kG5Shift = 23;
-    static constexpr int kG5K1 = 32764, kG5K2 = 29399;  // K1 * K2 = 65280 * 14691 + 4200356
-    static_assert(kG5K1 * kG5K2 == 65280 * kG5Mul + 4200356, "the constant of the Gauss 5x5 row stage");
-    // Byte weights of the pairs (row 0, row 1), (row 2, 255), (row 3, row 4).
+    static constexpr int kG5Round = 286, kG5Mul = 14691, kG5Shift = 23;
+    static constexpr int kG5Const = 26, kG5ConstW = 11;
+    static_assert(kG5Const * kG5ConstW == kG5Round, "the rounding term of the Gauss 5x5 row stage");
+    // Byte weights of the pairs (row 0, row 1), (row 2, the constant), (row 3, row 4).
     static constexpr int kG5W[3][3][2] = {{{2, 7}, {12, 0}, {7, 2}},
-                                          {{7, 31}, {52, -kG5Bias[1] / 255}, {31, 7}},
-                                          {{12, 52}, {127, -kG5Bias[2] / 255}, {52, 12}}};
+                                          {{7, 31}, {52, 0}, {31, 7}},
+                                          {{12, 52}, {127, kG5ConstW}, {52, 12}}};
 
     // 32 mids of each kind from column x on.
     struct G5Column {
@@ -283,18 +284,20 @@ struct Kernel {
         G5Column(const S* const* rows, std::int16_t* const* mids)
             : s0(rows[0]), s1(rows[1]), s2(rows[2]), s3(rows[3]), s4(rows[4]), m0(mids[0]), m1(mids[1]), m2(mids[2]) {}
         [[gnu::always_inline]] void operator()(int x) const {
-            const __m256i c255 = _mm256_set1_epi8(char(255));
+            const __m256i ck = _mm256_set1_epi8(char(kG5Const));
             std::int16_t* const mid[3] = {m0, m1, m2};
             const __m256i r0 = load_bytes<false>(s0 + x), r1 = load_bytes<false>(s1 + x);
             const __m256i r2 = load_bytes<false>(s2 + x), r3 = load_bytes<false>(s3 + x);
             const __m256i r4 = load_bytes<false>(s4 + x);
-            const __m256i lo[3] = {_mm256_unpacklo_epi8(r0, r1), _mm256_unpacklo_epi8(r2, c255),
+            const __m256i lo[3] = {_mm256_unpacklo_epi8(r0, r1), _mm256_unpacklo_epi8(r2, ck),
                                    _mm256_unpacklo_epi8(r3, r4)};
-            const __m256i hi[3] = {_mm256_unpackhi_epi8(r0, r1), _mm256_unpackhi_epi8(r2, c255),
+            const __m256i hi[3] = {_mm256_unpackhi_epi8(r0, r1), _mm256_unpackhi_epi8(r2, ck),
                                    _mm256_unpackhi_epi8(r3, r4)};
             unroll<3>([&](auto m) ROK_INLINE {
                 __m256i l = _mm256_setzero_si256(), h = _mm256_setzero_si256();
                 unroll<3>([&](auto q) ROK_INLINE {
+                    // Each product pair stays within signed 16 bits (at most
+                    // 127 * 255 + 286); their sum wraps into the unsigned mid.
                     const __m256i w = _mm256_set1_epi16(std::int16_t((kG5W[m][q][1] << 8) | (kG5W[m][q][0] & 0xFF)));
                     if constexpr (q == 0) {
                         l = _mm256_maddubs_epi16(lo[q], w);
@@ -315,29 +318,27 @@ struct Kernel {
         const std::int16_t *a0, *a4, *b1, *b3, *c2;
         G5Row(std::int16_t* const* mids, int nc)
             : a0(mids[0]), a4(mids[0] + 4 * nc), b1(mids[1] + nc), b3(mids[1] + 3 * nc), c2(mids[2] + 2 * nc) {}
-        // Sixteen results as two vectors of eight in the in-lane order.
-        [[gnu::always_inline]] void sixteen(int x, __m256i& lo, __m256i& hi) const {
-            const __m256i mm = _mm256_set1_epi32((kG5Mul << 16) | kG5Mul);
-            const __m256i mk = _mm256_set1_epi32((kG5K2 << 16) | kG5Mul), k1 = _mm256_set1_epi16(std::int16_t(kG5K1));
-            const __m256i u = _mm256_add_epi16(load(a0 + x), load(a4 + x));
-            const __m256i v = _mm256_add_epi16(load(b1 + x), load(b3 + x));
-            const __m256i w = load(c2 + x);
-            lo = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpacklo_epi16(v, w), mm),
-                                  _mm256_madd_epi16(_mm256_unpacklo_epi16(u, k1), mk));
-            hi = _mm256_add_epi32(_mm256_madd_epi16(_mm256_unpackhi_epi16(v, w), mm),
-                                  _mm256_madd_epi16(_mm256_unpackhi_epi16(u, k1), mk));
-            lo = _mm256_srli_epi32(lo, kG5Shift);
-            hi = _mm256_srli_epi32(hi, kG5Shift);
+        // Sixteen results in order, in 16-bit lanes.
+        [[gnu::always_inline]] __m256i sixteen(int x) const {
+            const __m256i k = _mm256_set1_epi16(std::int16_t(kG5Mul)), one = _mm256_set1_epi16(1);
+            const __m256i u = _mm256_add_epi16(load(a0 + x), load(a4 + x));  // at most 15300
+            const __m256i v = _mm256_add_epi16(load(b1 + x), load(b3 + x));  // at most 65280
+            const __m256i s = _mm256_add_epi16(u, v);
+            const __m256i t = _mm256_add_epi16(s, load(c2 + x));
+            // A wrapped unsigned sum is below either addend (by 65536 less the
+            // other, never zero); subtracting with saturation leaves 0 where
+            // it did not wrap.
+            const __m256i carry1 = _mm256_min_epu16(_mm256_subs_epu16(u, s), one);
+            const __m256i carry2 = _mm256_min_epu16(_mm256_subs_epu16(s, t), one);
+            const __m256i high = _mm256_mullo_epi16(_mm256_add_epi16(carry1, carry2), k);
+            return _mm256_srli_epi16(_mm256_add_epi16(high, _mm256_mulhi_epu16(t, k)), kG5Shift - 16);
         }
         [[gnu::always_inline]] __m256i operator()(int x) const {
-            __m256i a0v, b0v, a1v, b1v;
-            sixteen(x, a0v, b0v);
-            sixteen(x + 16, a1v, b1v);
-            const __m256i w = _mm256_packus_epi16(_mm256_packs_epi32(a0v, b0v), _mm256_packs_epi32(a1v, b1v));
-            return _mm256_permute4x64_epi64(w, 0xD8);
+            return _mm256_permute4x64_epi64(_mm256_packus_epi16(sixteen(x), sixteen(x + 16)), 0xD8);
         }
         Rok8u scalar(int x) const {
-            const std::int64_t sum = a0[x] + a4[x] + b1[x] + b3[x] + c2[x] + 2 * kG5Bias[1] + kG5Bias[2];
+            auto at = [](const std::int16_t* p, int i) { return std::int64_t(std::uint16_t(p[i])); };
+            const std::int64_t sum = at(a0, x) + at(a4, x) + at(b1, x) + at(b3, x) + at(c2, x) - kG5Round;
             return finish_int<Rok8u>(sum, kFinish, kWide);
         }
     };
@@ -347,8 +348,8 @@ struct Kernel {
         auto scalar = [&](int x) {
             const int a = rows[0][x] + rows[4][x], b = rows[1][x] + rows[3][x], c = rows[2][x];
             mids[0][x] = std::int16_t(2 * a + 7 * b + 12 * c);
-            mids[1][x] = std::int16_t(7 * a + 31 * b + 52 * c - kG5Bias[1]);
-            mids[2][x] = std::int16_t(12 * a + 52 * b + 127 * c - kG5Bias[2]);
+            mids[1][x] = std::int16_t(7 * a + 31 * b + 52 * c);
+            mids[2][x] = std::int16_t(std::uint16_t(12 * a + 52 * b + 127 * c + kG5Round));
         };
         blocks(n, 32, col, scalar);
     }
