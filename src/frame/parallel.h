@@ -55,8 +55,9 @@ RokStatus call_part(void* ctx, int begin, int end, int slot) {
 // threads naming the thread's scratch. The first non-zero status in range
 // order is returned, the same status a serial loop returns. Fewer threads
 // than asked may run (never more than the processors); results must not
-// depend on how the range is divided. `chunksPerThread` sets how finely
-// the range is divided (see pool::run).
+// depend on how the range is divided. Every part runs in the caller's
+// floating-point controls (rounding, flush-to-zero, denormals-are-zero).
+// `chunksPerThread` sets how finely the range is divided (see pool::run).
 template <class Fn>
 RokStatus parallel_for(int count, int threads, Fn&& part, int chunksPerThread = pool::kChunksPerThread) {
     using F = std::remove_reference_t<Fn>;

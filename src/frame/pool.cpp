@@ -140,6 +140,30 @@ private:
     int last_ = -1, previous_ = -1;
 };
 
+// The status flags of MXCSR; the rest (rounding, flush-to-zero,
+// denormals-are-zero, exception masks) is the control a thread computes in.
+constexpr unsigned kCsrFlags = 0x3F;
+
+// A thread's floating-point controls: MXCSR less its flags for SSE and AVX
+// code, and the x87 control word, which is where the C library reads the
+// rounding mode back from.
+struct FpControls {
+    unsigned csr = 0;
+    std::uint16_t x87 = 0;
+
+    static FpControls now() {
+        FpControls c;
+        c.csr = _mm_getcsr() & ~kCsrFlags;
+        asm volatile("fnstcw %0" : "=m"(c.x87));
+        return c;
+    }
+    bool operator==(const FpControls&) const = default;
+    void set() const {
+        _mm_setcsr(csr | (_mm_getcsr() & kCsrFlags));
+        asm volatile("fldcw %0" : : "m"(x87));
+    }
+};
+
 class Pool {
 public:
     static Pool& instance() {
@@ -196,6 +220,7 @@ private:
     // The current call, written by its owner before the ticket is published.
     alignas(64) Part part_ = nullptr;
     void* ctx_ = nullptr;
+    FpControls control_;  // the caller's
     RokStatus* statuses_ = nullptr;
     int count_ = 0;
 };
@@ -209,15 +234,27 @@ void Pool::start_workers() {
     });
 }
 
+
 void Pool::take_chunks(std::uint32_t generation, unsigned slot) {
     std::uint64_t raw = ticket_.load(std::memory_order_acquire);
+    // A worker computes its chunks in the caller's rounding and denormal
+    // modes, so that the bits of a float result never depend on which
+    // thread ran which rows; its own controls come back when it is done.
+    FpControls own;
+    bool switched = false, checked = slot == 0;
     for (;;) {
         Ticket t = Ticket::unpack(raw);
-        if (t.generation != generation || t.next >= t.chunks) return;
+        if (t.generation != generation || t.next >= t.chunks) break;
         Ticket taken = t;
         taken.next++;
         if (!ticket_.compare_exchange_weak(raw, taken.pack(), std::memory_order_acq_rel, std::memory_order_acquire))
             continue;
+        if (!checked) {
+            checked = true;
+            own = FpControls::now();
+            switched = !(own == control_);
+            if (switched) control_.set();
+        }
         // The call cannot end before this chunk is counted done, so its
         // description stays valid while the chunk runs.
         const int begin = int((std::int64_t(count_) * t.next) / t.chunks);
@@ -227,6 +264,7 @@ void Pool::take_chunks(std::uint32_t generation, unsigned slot) {
         if (finished == t.chunks && owner_sleeps_.load(std::memory_order_seq_cst)) futex_wake_all(done_);
         raw = ticket_.load(std::memory_order_acquire);
     }
+    if (switched) own.set();
 }
 
 void Pool::worker(unsigned index, std::uint32_t seen) {
@@ -256,6 +294,7 @@ RokStatus Pool::run(int count, int threads, int chunks, Part part, void* ctx, Ro
     start_workers();
     part_ = part;
     ctx_ = ctx;
+    control_ = FpControls::now();
     statuses_ = statuses;
     count_ = count;
     done_.store(0, std::memory_order_relaxed);

@@ -271,18 +271,11 @@ float* after(float* p, std::size_t bytes) { return p + round64(bytes) / sizeof(f
 
 // Shares [0, count) among up to `threads` threads (and no more than the
 // library's thread count now) as part(begin, end, slot); slot picks the
-// scratch slice. Every thread computes in the caller's rounding mode, so
-// that the bits do not depend on which thread ran which part.
+// scratch slice. (Every thread computes in the caller's rounding mode: the
+// pool sees to that.)
 template <class Fn>
 void share(int count, int threads, int chunksPerThread, Fn&& part) {
-    const int mode = std::fegetround();
-    parallel_for(
-        count, std::min(threads, ownGetNumThreads()),
-        [&](int begin, int end, int slot) {
-            convert::RoundingGuard callers(mode);
-            part(begin, end, slot);
-        },
-        chunksPerThread);
+    parallel_for(count, std::min(threads, ownGetNumThreads()), part, chunksPerThread);
 }
 
 // Runs fn(item, slot) for every item. The pool hands the items out a few at

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include <immintrin.h>
+
 #include "core/core.h"
 #include "frame/parallel.h"
 #include "threads.h"
@@ -188,6 +190,36 @@ TEST(Threading, EveryCallAsksTheThreadCountAfresh) {
 }
 
 // A call made from inside a part runs on that thread, whole.
+// Workers compute in the caller's floating-point controls (rounding,
+// flush-to-zero, denormals-are-zero) and get their own back afterwards: a
+// float result must not depend on which thread ran its rows.
+TEST(Threading, PartsRunInTheCallersFloatingPointControls) {
+    WithThreads with(2);
+    constexpr unsigned kFlags = 0x3F, kRounding = 0x6000, kFtzDaz = 0x8040;
+    const unsigned initial = _mm_getcsr();
+    const unsigned controls[] = {(initial & ~kRounding) | 0x4000 /* up */, (initial & ~kRounding) | 0x6000 /* to zero */,
+                                 initial | kFtzDaz, initial & ~kFlags};
+    for (unsigned control : controls) {
+        for (unsigned want : {control & ~kFlags, initial & ~kFlags}) {  // then the workers' own again
+            _mm_setcsr(want);
+            std::mutex m;
+            std::set<unsigned> seen;
+            std::set<std::thread::id> threads;
+            rok::parallel_for(16, 2, [&](int, int, int) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                std::lock_guard<std::mutex> lock(m);
+                seen.insert(_mm_getcsr() & ~kFlags);
+                threads.insert(std::this_thread::get_id());
+            });
+            _mm_setcsr(initial);
+            EXPECT_EQ(seen, std::set<unsigned>{want}) << std::hex << want;
+            if (rok::pool::max_threads() > 1) {
+                EXPECT_EQ(threads.size(), 2u) << std::hex << want;
+            }
+        }
+    }
+}
+
 TEST(Threading, NestedCallsRunOnTheirThread) {
     WithThreads with(4);
     std::atomic<int> rows{0}, foreign{0};
