@@ -27,13 +27,31 @@ inline float* down(float* p, std::ptrdiff_t bytes) {
     return reinterpret_cast<float*>(reinterpret_cast<char*>(p) + bytes);
 }
 
+// acc + sample * coefficient with the operands in a fixed order. Where two
+// NaNs meet, the result is the first operand's, and the compiler may swap
+// the operands of a plain multiply or add differently in every
+// instantiation; the order is pinned so that a NaN's payload does not
+// depend on which kernel (and so which thread split) made the sample.
+inline __m256 mul_add(__m256 acc, __m256 sample, __m256 coefficient) {
+    __m256 p;
+    asm("vmulps %2, %1, %0" : "=x"(p) : "x"(sample), "x"(coefficient));
+    asm("vaddps %2, %1, %0" : "=x"(acc) : "x"(acc), "x"(p));
+    return acc;
+}
+inline float mul_add(float acc, float sample, float coefficient) {
+    float p;
+    asm("vmulss %2, %1, %0" : "=x"(p) : "x"(sample), "x"(coefficient));
+    asm("vaddss %2, %1, %0" : "=x"(acc) : "x"(acc), "x"(p));
+    return acc;
+}
+
 // The rule for one sample: kernel rows top to bottom, each left to right.
 template <int KW, int KH>
 inline float one(const float* src, std::ptrdiff_t step, const float* coef, int x) {
     float s = 0.0f;
     for (int j = 0; j < KH; ++j) {
         const float* r = down(src, j * step) + x;
-        for (int i = 0; i < KW; ++i) s = s + coef[j * KW + i] * r[i];
+        for (int i = 0; i < KW; ++i) s = mul_add(s, r[i], coef[j * KW + i]);
     }
     return s;
 }
@@ -73,13 +91,10 @@ inline void block(const float* const* rows, const __m256* c, const float* coef, 
             }
 #pragma GCC unroll 8
             for (int v = 0; v < V; ++v) {
-                __m256 s = _mm256_loadu_ps(rows[r] + x + i + kLanes * v);
-                // One load for every row it serves (the compiler would fold
-                // a load into each multiply).
-                if constexpr (R > 1) asm("" : "+x"(s));
+                const __m256 s = _mm256_loadu_ps(rows[r] + x + i + kLanes * v);  // one load for every row it serves
 #pragma GCC unroll 8
                 for (int o = 0; o < R; ++o)
-                    if (r - o >= 0 && r - o < KH) a[o][v] = _mm256_add_ps(a[o][v], _mm256_mul_ps(s, k[o]));
+                    if (r - o >= 0 && r - o < KH) a[o][v] = mul_add(a[o][v], s, k[o]);
             }
         }
 #pragma GCC unroll 8
