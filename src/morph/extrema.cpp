@@ -327,7 +327,7 @@ public:
                 rectLevels_ = levels;
                 rectRest_ = rest;
                 // Two rows a pass where every shift stays within 16 bytes.
-                rectPairs_ = sizeof(T) <= 2 && (1 << (levels - 1)) * int(sizeof(T)) <= 16 && rest * int(sizeof(T)) <= 16;
+                rectPairs_ = sizeof(T) <= 4 && (1 << (levels - 1)) * int(sizeof(T)) <= 16 && rest * int(sizeof(T)) <= 16;
             } else if (p.runs[0].span > 1) {
                 rectLevels_ = levels;
                 rectRest_ = -1;

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
+#include <limits>
 #include <memory>
 #include <random>
 #include <vector>
@@ -163,7 +165,7 @@ void rect_kernel() {
 // 0's or its own, written apart, over row 0's b or over row 1's b, or not.
 template <class T, Extremum E>
 void rect_pair_kernel() {
-    if constexpr (sizeof(T) <= 2) {
+    if constexpr (sizeof(T) <= 4) {
         std::mt19937 rng(23);
         for (int levels = 1; levels <= 4; ++levels)
             for (int rest = 0; rest <= (1 << levels) && rest * int(sizeof(T)) <= 16; ++rest) {
@@ -204,6 +206,42 @@ void rect_pair_kernel() {
                 }
             }
     }
+}
+
+// Float pairs against two passes of the one-row kernel, bit for bit, over
+// samples full of NaNs of both signs and zeros of both signs: the pair must
+// resolve them by the same pairs in the same operand order.
+template <Extremum E>
+void rect_pair_matches_rows() {
+    std::mt19937 rng(29);
+    const float pool[] = {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(), 0.0f, -0.0f,
+                          1.0f, -1.0f};
+    for (int levels = 1; levels <= 3; ++levels)
+        for (int rest = 0; rest <= 4 && rest <= (1 << levels); ++rest)
+            for (int n : lengths())
+                for (bool chain : {false, true}) {
+                    const int width = (1 << levels) + rest, samples = n + width - 1;
+                    std::vector<std::vector<float>> r(6, std::vector<float>(std::size_t(samples)));
+                    for (auto& row : r)
+                        for (float& v : row) v = pool[rng() % 6];
+                    std::vector<float> pairM(r[1]), rowM(r[1]), d0(static_cast<std::size_t>(n)), d1(d0), e0(d0), e1(d0);
+                    // Row 1 extends row 0's running extremum (kept in place in
+                    // b0's copy), or reads a b of its own with nothing kept.
+                    rok::kernels::extrema_rect_pair<Rok32f, E>(r[0].data(), chain ? pairM.data() : r[1].data(), r[2].data(),
+                                                              r[3].data(), r[4].data(), r[5].data(), chain,
+                                                              chain ? pairM.data() : nullptr, d0.data(), d1.data(), n,
+                                                              levels, rest);
+                    float* keep = chain ? rowM.data() : nullptr;
+                    rok::kernels::extrema_rect_row<Rok32f, E>(r[0].data(), chain ? rowM.data() : r[1].data(), r[2].data(),
+                                                             keep, e0.data(), n, levels, rest);
+                    rok::kernels::extrema_rect_row<Rok32f, E>(r[3].data(), chain ? rowM.data() : r[4].data(), r[5].data(),
+                                                             keep, e1.data(), n, levels, rest);
+                    const auto same = [](const std::vector<float>& a, const std::vector<float>& b) {
+                        return std::memcmp(a.data(), b.data(), a.size() * sizeof(float)) == 0;
+                    };
+                    ASSERT_TRUE(same(d0, e0) && same(d1, e1) && same(pairM, rowM))
+                        << "levels " << levels << " rest " << rest << " n " << n << " chain " << chain;
+                }
 }
 
 // Running extrema up a stack of rows, the results at a shared offset.
@@ -299,6 +337,8 @@ TEST(ExtremaKernels, EveryTypeLengthOffsetAndDistance) {
     both<Rok16s>();
     both<Rok32f>();
     both<Rok64f>();
+    rect_pair_matches_rows<Extremum::Min>();
+    rect_pair_matches_rows<Extremum::Max>();
 }
 
 }  // namespace

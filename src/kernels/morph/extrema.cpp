@@ -527,10 +527,13 @@ void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, 
 
 namespace {
 
-// The 16-byte halves of the integer types.
+// The 16-byte halves, with the operand order of Pick::best.
 template <class T, Extremum E>
 __m128i best_half(__m128i a, __m128i b) {
-    if constexpr (E == Extremum::Max) {
+    if constexpr (std::is_same_v<T, Rok32f>) {
+        const __m128 x = _mm_castsi128_ps(a), y = _mm_castsi128_ps(b);
+        return _mm_castps_si128(E == Extremum::Max ? _mm_max_ps(x, y) : _mm_min_ps(x, y));
+    } else if constexpr (E == Extremum::Max) {
         if constexpr (std::is_same_v<T, Rok8u>) return _mm_max_epu8(a, b);
         else if constexpr (std::is_same_v<T, Rok16u>) return _mm_max_epu16(a, b);
         else return _mm_max_epi16(a, b);
@@ -559,23 +562,23 @@ __m256i in_halves(__m256i x, __m256i y) {
 // in the low half; results go to d0 and d1.
 template <class T, Extremum E, int K, bool kRest, class Column>
 void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shift) {
-    using V = __m256i;
     using P = Pick<T, E>;
+    using V = typename P::V;
     constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
     auto step = [&](int j, const V* last, V* now) {
-        now[0] = column(j);
+        now[0] = as(column(j), V{});
         [&]<int... k>(std::integer_sequence<int, k...>) {
-            ((now[k + 1] = P::best(last[k], in_halves<(B << k)>(last[k], now[k]))), ...);
+            ((now[k + 1] = P::best(last[k], as(in_halves<(B << k)>(bits(last[k]), bits(now[k])), V{}))), ...);
         }(std::make_integer_sequence<int, K>{});
     };
     auto result = [&](int j, const V* last, const V* now) {
         V r;
         if constexpr (kRest)
-            r = P::best(last[K], shift(last[K], now[K]));
+            r = P::best(last[K], as(shift(bits(last[K]), bits(now[K])), V{}));
         else
             r = now[K];
-        store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(r));
-        store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(r, 1));
+        store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(bits(r)));
+        store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(bits(r), 1));
     };
     run_steps<V, K>(steps, lag, step, result);
 }
@@ -646,12 +649,14 @@ void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const 
 template <class T, Extremum E>
 void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
                        T* mOut, T* d0, T* d1, int n, int levels, int rest) {
-    if constexpr (sizeof(T) <= 2) {
+    if constexpr (sizeof(T) <= 4) {
         auto go = [&]<int K>(std::integral_constant<int, K>) {
-            if (rest > 0)
-                rect_pair_levels<T, E, K, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
-            else
-                rect_pair_levels<T, E, K, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, 0);
+            if constexpr ((1 << (K - 1)) * sizeof(T) <= 16) {
+                if (rest > 0)
+                    rect_pair_levels<T, E, K, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
+                else
+                    rect_pair_levels<T, E, K, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, 0);
+            }
         };
         switch (levels) {
             case 1: return go(std::integral_constant<int, 1>{});
