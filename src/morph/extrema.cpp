@@ -326,8 +326,9 @@ public:
             if (levels > 0 && rest <= (1 << levels) && rest * int(sizeof(T)) <= 32) {
                 rectLevels_ = levels;
                 rectRest_ = rest;
-                // Two rows a pass where every shift stays within 16 bytes.
-                rectPairs_ = sizeof(T) <= 4 && (1 << (levels - 1)) * int(sizeof(T)) <= 16 && rest * int(sizeof(T)) <= 16;
+                // Two rows a pass where every doubling shifts within 16 bytes
+                // (the rest may reach 32).
+                rectPairs_ = sizeof(T) <= 4 && (1 << (levels - 1)) * int(sizeof(T)) <= 16;
             } else if (p.runs[0].span > 1) {
                 rectLevels_ = levels;
                 rectRest_ = -1;

@@ -168,7 +168,7 @@ void rect_pair_kernel() {
     if constexpr (sizeof(T) <= 4) {
         std::mt19937 rng(23);
         for (int levels = 1; levels <= 4; ++levels)
-            for (int rest = 0; rest <= (1 << levels) && rest * int(sizeof(T)) <= 16; ++rest) {
+            for (int rest = 0; rest <= (1 << levels); ++rest) {
                 if ((1 << (levels - 1)) * int(sizeof(T)) > 16) continue;
                 for (int n : lengths()) {
                     const int width = (1 << levels) + rest, samples = n + width - 1;
@@ -217,7 +217,7 @@ void rect_pair_matches_rows() {
     const float pool[] = {std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::quiet_NaN(), 0.0f, -0.0f,
                           1.0f, -1.0f};
     for (int levels = 1; levels <= 3; ++levels)
-        for (int rest = 0; rest <= 4 && rest <= (1 << levels); ++rest)
+        for (int rest = 0; rest <= (1 << levels); ++rest)
             for (int n : lengths())
                 for (bool chain : {false, true}) {
                     const int width = (1 << levels) + rest, samples = n + width - 1;

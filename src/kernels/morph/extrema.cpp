@@ -559,34 +559,40 @@ __m256i in_halves(__m256i x, __m256i y) {
 
 
 // rect_stream over chunks of H = 16 / sizeof(T) samples of two rows, row 0
-// in the low half; results go to d0 and d1.
-template <class T, Extremum E, int K, bool kRest, class Column>
+// in the low half; results go to d0 and d1. With kHigh the rest reaches
+// past the next chunk (rest * sizeof(T) > 16): the result then joins the
+// run at a chunk with the one rest samples on, which spans the two chunks
+// after it, so the run two chunks back is kept in one more slot.
+template <class T, Extremum E, int K, bool kRest, bool kHigh, class Column>
 void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shift) {
     using P = Pick<T, E>;
     using V = typename P::V;
-    constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
+    constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
     auto step = [&](int j, const V* last, V* now) {
         now[0] = as(column(j), V{});
         [&]<int... k>(std::integer_sequence<int, k...>) {
             ((now[k + 1] = P::best(last[k], as(in_halves<(B << k)>(bits(last[k]), bits(now[k])), V{}))), ...);
         }(std::make_integer_sequence<int, K>{});
+        if constexpr (kHigh) now[K + 1] = last[K];
     };
     auto result = [&](int j, const V* last, const V* now) {
         V r;
-        if constexpr (kRest)
+        if constexpr (kHigh)
+            r = P::best(last[K + 1], as(shift(bits(now[K + 1]), bits(now[K])), V{}));
+        else if constexpr (kRest)
             r = P::best(last[K], as(shift(bits(last[K]), bits(now[K])), V{}));
         else
             r = now[K];
         store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(bits(r)));
         store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(bits(r), 1));
     };
-    run_steps<V, K>(steps, lag, step, result);
+    run_steps<V, K + (kHigh ? 1 : 0)>(steps, lag, step, result);
 }
 
-template <class T, Extremum E, int K, bool kRest>
+template <class T, Extremum E, int K, bool kRest, bool kHigh>
 void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
                       T* mOut, T* d0, T* d1, int n, int rest) {
-    constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? 1 : 0);
+    constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
     const int readable = n + (1 << K) - 1 + rest;
     const int steps = std::min(readable / H, n / H + lag);
     const int done = std::max(0, steps - lag) * H;
@@ -594,7 +600,7 @@ void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const 
     // written only below `first`, where no column is formed again; the
     // columns from `first` on are formed once more into the stack below.
     const int first = std::min(done, std::max(0, readable - H)) / H * H;
-    const HalfShift shift(kRest ? rest * int(sizeof(T)) : 16);
+    const HalfShift shift(kRest ? rest * int(sizeof(T)) - (kHigh ? 16 : 0) : 16);
     auto both = [&](int at, __m128i& x0, __m128i& x1, __m128i& m1) {
         const __m128i m0 = best_half<T, E>(load_half(b0 + at), load_half(c0 + at));
         m1 = best_half<T, E>(chain ? m0 : load_half(b1 + at), load_half(c1 + at));
@@ -607,7 +613,7 @@ void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const 
         if (mOut != nullptr && (j + 1) * H <= first) store_half(mOut + j * H, m1);
         return halves(x0, x1);
     };
-    pair_stream<T, E, K, kRest>(column, steps, d0, d1, shift);
+    pair_stream<T, E, K, kRest, kHigh>(column, steps, d0, d1, shift);
     if (done == n && (mOut == nullptr || first == readable)) return;
     constexpr int kTail = (2 * lag + 3) * H;
     alignas(32) T cols0[kTail], cols1[kTail], m[kTail] = {}, out0[kTail], out1[kTail];
@@ -637,7 +643,7 @@ void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const 
     for (int i = count; i < kTail; ++i) cols0[i] = cols1[i] = T(0);
     const int left = n - first, chunks = (left + H - 1) / H;
     auto stored = [&](int j) { return halves(load_half(cols0 + j * H), load_half(cols1 + j * H)); };
-    pair_stream<T, E, K, kRest>(stored, chunks + lag, out0, out1, shift);
+    pair_stream<T, E, K, kRest, kHigh>(stored, chunks + lag, out0, out1, shift);
     for (int i = done - first; i < left; ++i) {
         d0[first + i] = out0[i];
         d1[first + i] = out1[i];
@@ -652,10 +658,16 @@ void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const
     if constexpr (sizeof(T) <= 4) {
         auto go = [&]<int K>(std::integral_constant<int, K>) {
             if constexpr ((1 << (K - 1)) * sizeof(T) <= 16) {
+                // A rest past 16 bytes arises only where 2^K samples fill 32.
+                constexpr bool kHighRest = (1 << K) * sizeof(T) > 16;
+                if constexpr (kHighRest) {
+                    if (rest * int(sizeof(T)) > 16)
+                        return rect_pair_levels<T, E, K, true, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
+                }
                 if (rest > 0)
-                    rect_pair_levels<T, E, K, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
+                    rect_pair_levels<T, E, K, true, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
                 else
-                    rect_pair_levels<T, E, K, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, 0);
+                    rect_pair_levels<T, E, K, false, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, 0);
             }
         };
         switch (levels) {

@@ -76,9 +76,10 @@ void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, 
 // with row 1's m written to mOut when not null (mOut may be b0 or b1; row
 // 0's m is not written). The two rows share each vector, one in each
 // 16-byte half, so that the doublings shift within the halves. Takes levels
-// with (2^(levels-1) and rest) * sizeof(T) <= 16; the results equal
-// extrema_rect_row's for each row, bit for bit (the same pairs in the same
-// operand order, so a NaN or a signed-zero tie is resolved alike).
+// with 2^(levels-1) * sizeof(T) <= 16 (and any rest up to 2^levels); the
+// results equal extrema_rect_row's for each row, bit for bit (the same pairs
+// in the same operand order, so a NaN or a signed-zero tie is resolved
+// alike).
 template <class T, Extremum E>
 void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
                        T* mOut, T* d0, T* d1, int n, int levels, int rest);
