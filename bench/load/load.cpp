@@ -280,20 +280,25 @@ int main(int argc, char** argv) {
                 BusyProcesses busy(cond.busy);
                 std::function<void()> between;
                 if (cond.opencv) between = [&] { opencv(); };
-                std::vector<std::unique_ptr<Work>> work;
-                for (int i = 0; i < cond.callers; ++i) work.push_back(c.make(sz.w, sz.h));
-                for (auto& wk : work) wk->call();  // warm
+                const int counts[2] = {1, procs};
+                // Each thread count has works of its own, made while it is in
+                // force (buffers and records are sized for it).
+                std::vector<std::unique_ptr<Work>> work[2];
+                for (int i = 0; i < 2; ++i) {
+                    rokSetNumThreads(counts[i]);
+                    for (int k = 0; k < cond.callers; ++k) work[i].push_back(c.make(sz.w, sz.h));
+                    for (auto& wk : work[i]) wk->call();  // warm
+                }
                 // The calls at one thread and at every processor go in turns
                 // (1, N, N, 1, ...), a quarter of them a turn, so that a change
                 // in the machine's other load while the case runs weighs on
                 // both means alike.
                 std::vector<double> us[2];
                 int maxThreads = 0;
-                const int counts[2] = {1, procs};
                 for (int turn = 0; turn < 8; ++turn) {
                     const int i = (turn + turn / 2) % 2;
                     rokSetNumThreads(counts[i]);
-                    run_callers(work, (calls + 3) / 4, between, maxThreads, us[i]);
+                    run_callers(work[i], (calls + 3) / 4, between, maxThreads, us[i]);
                 }
                 Stats st[2] = {summarise(us[0]), summarise(us[1])};
                 char size[16];
