@@ -173,21 +173,33 @@ void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::ui
 
 namespace {
 
-// The 16-bit column sums of one split block and its 32 means: the mean from
-// the high half of mult * S (as mean_uint16 in box.cpp takes it). The one-channel multipliers
-// never take a box of 255s past 255, so the odd means shift into the high
-// bytes with nothing to clamp.
+// mult * 2^(15 - shift) where that is a whole number below 2^15, else 0.
+std::int64_t round_mult(const Mean& m) {
+    std::int64_t r = 0;
+    if (m.shift <= 15) r = m.mult << (15 - m.shift);
+    else if (m.shift - 15 < 32 && m.mult % (std::int64_t(1) << (m.shift - 15)) == 0) r = m.mult >> (m.shift - 15);
+    return r < 32768 ? r : 0;
+}
+
+// The 16-bit column sums of one split block and its 32 means. High: the
+// mean from the high half of mult * S (as mean_uint16 in box.cpp takes it).
+// Round (box sums below 2^15): (mult * S + 2^(shift-1)) >> shift is
+// (S * r + 2^14) >> 15 with r = mult * 2^(15 - shift), one rounding
+// multiply. The one-channel multipliers never take a box of 255s past 255,
+// so the odd means shift into the high bytes with nothing to clamp.
+template <bool Round>
 struct Means16 {
     __m256i mult, bias;
     __m128i shift;
     explicit Means16(const Mean& m)
-        : mult(_mm256_set1_epi16(std::int16_t(m.mult))),
-          bias(_mm256_set1_epi16(std::int16_t(1 << (m.shift - 17)))),
-          shift(_mm_cvtsi32_si128(m.shift - 16)) {}
+        : mult(_mm256_set1_epi16(std::int16_t(Round ? round_mult(m) : m.mult))),
+          bias(_mm256_set1_epi16(std::int16_t(Round ? 0 : 1 << (m.shift - 17)))),
+          shift(_mm_cvtsi32_si128(Round ? 0 : m.shift - 16)) {}
     __m256i half(std::uint16_t* sums, __m256i fresh, const std::uint16_t* stale) const {
         const __m256i s = _mm256_sub_epi16(_mm256_add_epi16(load(sums), fresh), load(stale));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums), s);
-        return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult), bias), shift);
+        if constexpr (Round) return _mm256_mulhrs_epi16(s, mult);
+        else return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult), bias), shift);
     }
     __m256i block(std::uint16_t* sums, __m256i e, __m256i o, const std::uint16_t* stale) const {
         return _mm256_or_si256(half(sums, e, stale), _mm256_slli_epi16(half(sums + 16, o, stale + 16), 8));
@@ -202,11 +214,11 @@ inline void store32(Rok8u* d, __m256i v) {
 
 // One entering row's split window sums (into fresh) with the column sums
 // and the means in the same pass over each block.
-template <int R, bool Stream>
+template <int R, bool Stream, bool Round>
 void row_step16(const Rok8u* row, int n, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
                 std::uint16_t* sums, Rok8u* dst) {
     const Weights w;
-    const Means16 mm(m);
+    const Means16<Round> mm(m);
     const int whole = n / 32;
     each_block<R>(row, n, [&](int x, __m256i e, __m256i o) {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + x), e);
@@ -227,18 +239,20 @@ void row_step16(const Rok8u* row, int n, const std::uint16_t* stale, std::uint16
 
 using RowStep16 = void (*)(const Rok8u*, int, const std::uint16_t*, std::uint16_t*, const Mean&, std::uint16_t*,
                            Rok8u*);
-template <bool Stream, int... R>
+template <bool Stream, bool Round, int... R>
 constexpr std::array<RowStep16, sizeof...(R)> row_step16_table(std::integer_sequence<int, R...>) {
-    return {&row_step16<R, Stream>...};
+    return {&row_step16<R, Stream, Round>...};
 }
-constexpr auto kRowStep16 = row_step16_table<false>(std::make_integer_sequence<int, kSplitWidest + 1>{});
-constexpr auto kRowStep16Stream = row_step16_table<true>(std::make_integer_sequence<int, kSplitWidest + 1>{});
+constexpr auto kRowStep16 = row_step16_table<false, false>(std::make_integer_sequence<int, kSplitWidest + 1>{});
+constexpr auto kRowStep16Stream = row_step16_table<true, false>(std::make_integer_sequence<int, kSplitWidest + 1>{});
+constexpr auto kRowRound16 = row_step16_table<false, true>(std::make_integer_sequence<int, kSplitRoundWidest + 1>{});
+constexpr auto kRowRound16Stream =
+    row_step16_table<true, true>(std::make_integer_sequence<int, kSplitRoundWidest + 1>{});
 
-}  // namespace
-
-void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
-                Rok8u* dst, bool stream) {
-    const Means16 mm(m);
+template <bool Round>
+void step16(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
+            Rok8u* dst, bool stream) {
+    const Means16<Round> mm(m);
     const int whole = n / 32;
     const bool streamed = stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0;
     for (int x = 0; x < 32 * whole; x += 32) {
@@ -250,10 +264,24 @@ void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, c
     if (n % 32 != 0) store32<false>(dst + n - 32, mm.block(sums + x, load(fresh + x), load(fresh + x + 16), stale + x));
 }
 
+}  // namespace
+
+bool split_round(const Mean& m, long long area, int width) {
+    return !m.wide && area * 255 < 32768 && width <= kSplitRoundWidest && round_mult(m) != 0;
+}
+
+void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
+                Rok8u* dst, bool stream) {
+    if (split_high(m)) step16<false>(fresh, stale, n, m, sums, dst, stream);
+    else step16<true>(fresh, stale, n, m, sums, dst, stream);
+}
+
 void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
                std::uint16_t* sums, Rok8u* dst, bool stream) {
     const bool streamed = stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0;
-    (streamed ? kRowStep16Stream : kRowStep16)[std::size_t(width)](row, n, stale, fresh, m, sums, dst);
+    const RowStep16* table = split_high(m) ? (streamed ? kRowStep16Stream : kRowStep16).data()
+                                           : (streamed ? kRowRound16Stream : kRowRound16).data();
+    table[std::size_t(width)](row, n, stale, fresh, m, sums, dst);
 }
 
 namespace {
