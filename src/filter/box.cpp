@@ -138,7 +138,8 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                 // the means in one pass (the sums in the kernel's order).
                 auto form = [&](int r) {
                     if constexpr (O == Order::Split)
-                        kernels::box::row_windows_split(source(r), n, g.mw, windows_of(r));
+                        kernels::box::row_windows_split(source(r), n, g.mw, windows_of(r),
+                                                        reinterpret_cast<std::uint16_t*>(prefix));
                     else
                         kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
                                                   windows_of(r));

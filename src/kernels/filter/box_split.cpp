@@ -147,12 +147,84 @@ constexpr std::array<BlocksSplit, sizeof...(R)> blocks_table(std::integer_sequen
 }
 constexpr auto kBlocksSplit = blocks_table(std::make_integer_sequence<int, kSplitWidest + 1>{});
 
+// Running sums of the words of v within each 128-bit half (modulo 2^16).
+inline __m256i running_halves(__m256i v) {
+    v = _mm256_add_epi16(v, _mm256_slli_si256(v, 2));
+    v = _mm256_add_epi16(v, _mm256_slli_si256(v, 4));
+    return _mm256_add_epi16(v, _mm256_slli_si256(v, 8));
+}
+
+// The split window sums of the whole blocks of a row of n samples from the
+// running sum of its pairs: pe[j] = row[0] + ... + row[2j - 1] (modulo
+// 2^16; the window sums, below 2^16, come out exact as differences), so
+// each block costs the same whatever the width. With w = 2h or 2h + 1, the
+// window at 2i is pe[i + h] - pe[i], plus row[2i + w - 1] for odd w; the
+// one at 2i + 1 is that less row[2i], plus row[2i + w] (even w; from odd w,
+// pe[i + h + 1] - pe[i] less row[2i] instead). Reads row[0 .. n + w - 2];
+// pe holds n / 2 + w / 2 + 48 words.
+void windows_running(const Rok8u* row, int n, int width, std::uint16_t* pe) {
+    const Weights w;
+    const int h = width / 2;
+    // pe[0 .. 16 * whole + h] (pe[j] reads row[0 .. 2j - 1]).
+    const int words = 16 * (n / 32) + h + 1;
+    const int readable = n + width - 1;  // bytes of the row that may be read
+    // Word 7 of each half to all of that half.
+    const __m256i word7 = _mm256_set1_epi16(0x0F0E);
+    __m256i carry = _mm256_setzero_si256();
+    pe[0] = 0;
+    for (int c = 0; 16 * c + 1 < words; ++c) {
+        __m256i v;
+        if (32 * c + 32 <= readable) {
+            v = load(row + 32 * c);
+        } else {
+            alignas(32) Rok8u part[32] = {};
+            std::memcpy(part, row + 32 * c, std::size_t(std::min(32, readable - 32 * c)));
+            v = load(part);
+        }
+        // The halves' running sums, the low half's total added to the high
+        // half and the carry to both; the carry then takes both totals.
+        const __m256i run = running_halves(_mm256_maddubs_epi16(v, w.both));
+        const __m256i totals = _mm256_shuffle_epi8(run, word7);
+        const __m256i low = _mm256_permute2x128_si256(totals, totals, 0x08);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(pe + 16 * c + 1),
+                            _mm256_add_epi16(_mm256_add_epi16(run, low), carry));
+        carry = _mm256_add_epi16(
+            carry, _mm256_add_epi16(totals, _mm256_permute2x128_si256(totals, totals, 0x01)));
+    }
+}
+
+template <bool Odd>
+void blocks_running(const Rok8u* row, int n, int width, const std::uint16_t* pe, std::uint16_t* out) {
+    const Weights w;
+    const int h = width / 2;
+    for (int x = 0; x + 32 <= n; x += 32) {
+        const std::uint16_t* p = pe + x / 2;
+        const __m256i start = load(p), first = _mm256_maddubs_epi16(load(row + x), w.first);
+        const __m256i end = load(row + x + width - 1);
+        __m256i e = _mm256_sub_epi16(load(p + h), start), o;
+        if constexpr (Odd) {
+            e = _mm256_add_epi16(e, _mm256_maddubs_epi16(end, w.first));
+            o = _mm256_sub_epi16(load(p + h + 1), _mm256_add_epi16(start, first));
+        } else {
+            o = _mm256_add_epi16(e, _mm256_sub_epi16(_mm256_maddubs_epi16(end, w.second), first));
+        }
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), e);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x + 16), o);
+    }
+}
+
 }  // namespace
 
 int split_length(int n) { return (n + 31) / 32 * 32; }
 
-void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out) {
-    kBlocksSplit[std::size_t(width)](row, n, out);
+void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out, std::uint16_t* scratch) {
+    if (width >= kSplitRunningFrom) {
+        windows_running(row, n, width, scratch);
+        if (width % 2) blocks_running<true>(row, n, width, scratch, out);
+        else blocks_running<false>(row, n, width, scratch, out);
+    } else {
+        kBlocksSplit[std::size_t(width)](row, n, out);
+    }
     if (n % 32 != 0) {
         // One more block of the row's last 32 samples, from a copy of the
         // pixels its windows read (the loads run past them into padding).
