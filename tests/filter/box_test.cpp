@@ -222,6 +222,34 @@ TEST(BoxFilter, SplitRowsEveryWindow) {
             check(f, Box{w, 4, mw, 7, mw - 1, 1}, 9, w % 2 ? rokt::Guard::After : rokt::Guard::Before, 1);
 }
 
+// Split rows with 32-bit column sums at every shift their areas take (20 to
+// 24: areas 258 to 8100): the source steps from about 0 to about 255 below
+// the first box, so the means run over the whole range of bytes as the box
+// passes the step (sums from a table of running sums of the source).
+TEST(BoxFilter, SplitRowsTallMasksEveryShift) {
+    for (const auto& [mw, mh] : std::vector<std::pair<int, int>>{{43, 6}, {56, 10}, {24, 40}, {31, 31}, {56, 144}, {1, 8100}}) {
+        const int w = 33 + mw % 32, h = mh + 2, cols = w + mw - 1, rows = h + mh - 1;
+        GuardedImage<Rok8u> src(cols, rows, 1, 0, rokt::Guard::After);
+        std::vector<long long> run(std::size_t(cols + 1) * (rows + 1), 0);  // sums of src above and left
+        auto at = [&](int x, int y) -> long long& { return run[std::size_t(y) * (cols + 1) + x]; };
+        for (int y = 0; y < rows; ++y)
+            for (int x = 0; x < cols; ++x) {
+                src.at(x, y) = Rok8u(y < mh ? (x * 5 + y) % 3 : 255 - (x + y * 3) % 4);
+                at(x + 1, y + 1) = src.at(x, y) + at(x, y + 1) + at(x + 1, y) - at(x, y);
+            }
+        GuardedImage<Rok8u> dst(w, h, 1, 0, rokt::Guard::After);
+        ASSERT_EQ(rokiFilterBox_8u_C1R(src.data(), src.step(), dst.data(), dst.step(), {w, h}, {mw, mh}, {0, 0}),
+                  rokStatusOk);
+        const Multiplier m = multiplier((long long)mw * mh, true);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const long long sum = at(x + mw, y + mh) - at(x, y + mh) - at(x + mw, y) + at(x, y);
+                ASSERT_EQ(dst.at(x, y), std::min(255ll, (m.mult * sum + (1ll << (m.shift - 1))) >> m.shift))
+                    << "mask " << mw << "x" << mh << " at " << x << "," << y;
+            }
+    }
+}
+
 // Images past the core's cache take streaming stores for their means, the
 // first and last block of each row stored normally over the aligned ones.
 TEST(BoxFilter, LargeImages) {

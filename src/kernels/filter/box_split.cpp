@@ -358,6 +358,24 @@ void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, s
 
 namespace {
 
+// The 32 means of one split block from its four blocks of 32-bit sums, held
+// as mult * S + 2^(shift-1) with shift from 16 to 24 (box sums past 16 bits,
+// areas up to 8100): lane l of the four holds samples 4l, 4l + 2, 4l + 1,
+// 4l + 3. The high halves of the first two side by side are the even
+// samples' sums >> 16 in order, of the last two the odd samples'; the means
+// (at most 255, as in split_step) shift down into the low bytes and up into
+// the high bytes.
+struct Means32 {
+    __m128i down, up;
+    __m256i high = _mm256_set1_epi16(std::int16_t(0xFF00));
+    explicit Means32(const Mean& m) : down(_mm_cvtsi32_si128(m.shift - 16)), up(_mm_cvtsi32_si128(24 - m.shift)) {}
+    __m256i operator()(const __m256i s[4]) const {
+        const __m256i even = _mm256_blend_epi16(_mm256_srli_epi32(s[0], 16), s[1], 0xAA);
+        const __m256i odd = _mm256_blend_epi16(_mm256_srli_epi32(s[2], 16), s[3], 0xAA);
+        return _mm256_or_si256(_mm256_srl_epi16(even, down), _mm256_and_si256(_mm256_sll_epi16(odd, up), high));
+    }
+};
+
 // The four blocks of 8 column sums of one split block take its even and odd
 // halves' sums as signed 16-bit pairs: weights (mult, 0) pick the even of
 // each pair, (0, mult) the odd.
@@ -370,7 +388,7 @@ void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool
     const std::int32_t mult = std::int32_t(m.mult);
     const __m256i even = _mm256_set1_epi32(mult), odd = _mm256_set1_epi32(mult << 16);
     const __m256i bias = _mm256_set1_epi32(std::int32_t(1) << (m.shift - 1));
-    const __m128i shift = _mm_cvtsi32_si128(m.shift);
+    const Means32 means(m);
     // The sums of one block, and (Step) its 32 means.
     auto block = [&](int x) {
         __m256i d[2];
@@ -385,12 +403,7 @@ void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x + 8 * i), s[i]);
         }
         if constexpr (!Step) return _mm256_setzero_si256();
-        // Lane l of the four blocks: samples 4l, 4l + 2, 4l + 1, 4l + 3
-        // (means of at most 255, as in split_step).
-        __m256i v[4];
-        for (int i = 0; i < 4; ++i) v[i] = _mm256_sra_epi32(s[i], shift);
-        return _mm256_or_si256(_mm256_or_si256(v[0], _mm256_slli_epi32(v[2], 8)),
-                               _mm256_or_si256(_mm256_slli_epi32(v[1], 16), _mm256_slli_epi32(v[3], 24)));
+        return means(s);
     };
     const int whole = n / 32;
     if constexpr (!Step) {
@@ -414,7 +427,7 @@ void split_step2(const std::uint16_t* fresh1, const std::uint16_t* stale1, const
                  const std::uint16_t* stale2, int n, const Mean& m, std::int32_t* sums, Rok8u* dst1, Rok8u* dst2,
                  bool stream) {
     const __m256i even = _mm256_set1_epi32(std::int32_t(m.mult)), odd = _mm256_set1_epi32(std::int32_t(m.mult) << 16);
-    const __m128i shift = _mm_cvtsi32_si128(m.shift);
+    const Means32 means(m);
     // The sums of one block carried through both rows in registers.
     auto block = [&](int x, Rok8u* d1, Rok8u* d2, auto streamed) {
         __m256i s[4];
@@ -426,11 +439,7 @@ void split_step2(const std::uint16_t* fresh1, const std::uint16_t* stale1, const
             s[1] = _mm256_add_epi32(s[1], _mm256_madd_epi16(de, odd));
             s[2] = _mm256_add_epi32(s[2], _mm256_madd_epi16(dO, even));
             s[3] = _mm256_add_epi32(s[3], _mm256_madd_epi16(dO, odd));
-            __m256i v[4];
-            for (int i = 0; i < 4; ++i) v[i] = _mm256_sra_epi32(s[i], shift);
-            store32<decltype(streamed)::value>(
-                d, _mm256_or_si256(_mm256_or_si256(v[0], _mm256_slli_epi32(v[2], 8)),
-                                   _mm256_or_si256(_mm256_slli_epi32(v[1], 16), _mm256_slli_epi32(v[3], 24))));
+            store32<decltype(streamed)::value>(d, means(s));
         };
         row(fresh1, stale1, d1);
         row(fresh2, stale2, d2);
