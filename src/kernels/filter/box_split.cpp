@@ -159,9 +159,8 @@ inline __m256i running_halves(__m256i v) {
 // 2^16; the window sums, below 2^16, come out exact as differences), so
 // each block costs the same whatever the width. With w = 2h or 2h + 1, the
 // window at 2i is pe[i + h] - pe[i], plus row[2i + w - 1] for odd w; the
-// one at 2i + 1 is that less row[2i], plus row[2i + w] (even w; from odd w,
-// pe[i + h + 1] - pe[i] less row[2i] instead). Reads row[0 .. n + w - 2];
-// pe holds n / 2 + w / 2 + 48 words.
+// one at 2i + 1 is that less row[2i], plus row[2i + w]. Reads
+// row[0 .. n + w - 2]; pe holds n / 2 + w / 2 + 48 words.
 void windows_running(const Rok8u* row, int n, int width, std::uint16_t* pe) {
     const Weights w;
     const int h = width / 2;
@@ -201,13 +200,9 @@ void blocks_running(const Rok8u* row, int n, int width, const std::uint16_t* pe,
         const std::uint16_t* p = pe + x / 2;
         const __m256i start = load(p), first = _mm256_maddubs_epi16(load(row + x), w.first);
         const __m256i end = load(row + x + width - 1);
-        __m256i e = _mm256_sub_epi16(load(p + h), start), o;
-        if constexpr (Odd) {
-            e = _mm256_add_epi16(e, _mm256_maddubs_epi16(end, w.first));
-            o = _mm256_sub_epi16(load(p + h + 1), _mm256_add_epi16(start, first));
-        } else {
-            o = _mm256_add_epi16(e, _mm256_sub_epi16(_mm256_maddubs_epi16(end, w.second), first));
-        }
+        __m256i e = _mm256_sub_epi16(load(p + h), start);
+        if constexpr (Odd) e = _mm256_add_epi16(e, _mm256_maddubs_epi16(end, w.first));
+        const __m256i o = _mm256_add_epi16(e, _mm256_sub_epi16(_mm256_maddubs_epi16(end, w.second), first));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), e);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x + 16), o);
     }
