@@ -423,6 +423,7 @@ TEST(BoxFilter, SameResultsAtOneAndTwoThreads) {
     };
     EXPECT_EQ(run(Rok8u{}, 1, {11, 11}), run(Rok8u{}, 2, {11, 11}));
     EXPECT_EQ(run(Rok8u{}, 1, {31, 31}), run(Rok8u{}, 2, {31, 31}));
+    EXPECT_EQ(run(Rok8u{}, 1, {3, 3}, 1), run(Rok8u{}, 2, {3, 3}, 1));
     EXPECT_EQ(run(Rok8u{}, 1, {11, 11}, 1), run(Rok8u{}, 2, {11, 11}, 1));
     EXPECT_EQ(run(Rok8u{}, 1, {31, 31}, 1), run(Rok8u{}, 2, {31, 31}, 1));
     EXPECT_EQ(run(Rok32f{}, 1, {7, 9}), run(Rok32f{}, 2, {7, 9}));
