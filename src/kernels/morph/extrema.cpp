@@ -459,7 +459,7 @@ int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift) 
 }
 
 template <class T, Extremum E, int K, bool kRest, bool kHigh>
-void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
+[[gnu::flatten]] void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes, lag = K + (kRest ? 1 : 0);
@@ -590,7 +590,7 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
 }
 
 template <class T, Extremum E, int K, bool kRest, bool kHigh>
-void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
+[[gnu::flatten]] void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
                       T* mOut, T* d0, T* d1, int n, int rest) {
     constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
     const int readable = n + (1 << K) - 1 + rest;
