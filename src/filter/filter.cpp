@@ -186,16 +186,17 @@ bool prepare_taps(const FilterCall& s, std::ptrdiff_t* offs, void* coefs) {
 // starts at byte offs[p] with weights[p] = (second << 8) | first; an odd
 // kernel width ends with the last tap paired with a zero weight on its left.
 // Returns the number of pairs, or 0 where this does not apply.
-int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest) {
+int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest, int* highest) {
     const int kw = s.kernelSize.width, kh = s.kernelSize.height;
     if (!s.packable || s.layout != Layout::C1 || kw < 2) return 0;
     const long long ntaps = (long long)kw * kh;
-    long long magnitude = 0, negative = 0;
+    long long magnitude = 0, negative = 0, positive = 0;
     for (long long t = 0; t < ntaps; ++t) {
         const std::int32_t v = int_coef(s, t);
         if (v < -127 || v > 127) return 0;
         magnitude += v < 0 ? -v : v;
         negative += v < 0 ? v : 0;
+        positive += v > 0 ? v : 0;
     }
     if (255 * magnitude > 65535) return 0;
     // Neighbourhood pixel (i, j) from the top left takes the coefficient
@@ -213,7 +214,25 @@ int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* 
             weights[pairs++] = std::int16_t((b << 8) | (a & 0xFF));
         }
     *lowest = int(255 * negative);
+    *highest = int(255 * positive);
     return pairs;
+}
+
+// The weights of the shaped byte-pair kernels: every kernel row of the
+// neighbourhood in (kw + 1) / 2 pairs from columns 0, 2, ..., an odd
+// width's last pair at kw - 2 with a zero first weight; pairs whose weights
+// are both zero are kept. Applies wherever prepare_byte_pairs does (the same
+// pairs, the zero ones aside).
+void prepare_shaped_pairs(const FilterCall& s, std::int16_t* weights) {
+    const int kw = s.kernelSize.width, kh = s.kernelSize.height, np = (kw + 1) / 2;
+    const long long ntaps = (long long)kw * kh;
+    auto w = [&](int j, int i) { return int_coef(s, ntaps - 1 - ((long long)j * kw + i)); };
+    for (int j = 0; j < kh; ++j)
+        for (int p = 0; p < np; ++p) {
+            const bool last = 2 * p + 1 >= kw;
+            const int a = last ? 0 : w(j, 2 * p), b = last ? w(j, kw - 1) : w(j, 2 * p + 1);
+            weights[j * np + p] = std::int16_t((b << 8) | (a & 0xFF));
+        }
 }
 
 }  // namespace
@@ -278,7 +297,8 @@ RokStatus run(const FilterCall& s) {
     job.offs = offs;
     job.coefs = coefs;
     job.ntaps = int(ntaps);
-    const int pairs = prepare_byte_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest);
+    int highest = 0;
+    const int pairs = prepare_byte_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest, &highest);
     job.bytes = pairs > 0;
     if (job.bytes) job.ntaps = pairs;
     else job.packed = prepare_taps(s, offs, coefs);
@@ -305,8 +325,36 @@ RokStatus run(const FilterCall& s) {
         s.srcBytes == 4 && s.dstBytes == 4 && s.coef == Coef::F32 && s.accBytes == 0 && s.layout == Layout::C1
             ? kernels::shaped_rows_kernel(s.kernelSize.width, s.kernelSize.height)
             : nullptr;
+    // One-channel 8u data with a kernel of a common shape whose taps pair in
+    // bytes: sums kept in registers and finished straight into the
+    // destination, several rows a pass. The fixed-point finish is looked for
+    // (an exhaustive check over the reachable sums) only where the image
+    // outweighs that check.
+    kernels::BytePairRowsFn bytePairs = nullptr;
+    kernels::BytesFinish bytesFinish;
+    std::int16_t shapedWeights[15];
+    const Rok8u* shapedTop = nullptr;
+    if (job.bytes && !s.rounding && s.dstBytes == 1 && samples >= 32 && s.kernelSize.width <= 5 &&
+        s.kernelSize.height <= 5) {
+        bytePairs = kernels::byte_pair_rows_kernel(s.kernelSize.width, s.kernelSize.height);
+        if (bytePairs) {
+            prepare_shaped_pairs(s, shapedWeights);
+            const long long left = s.kernelSize.width - 1 - (long long)s.anchor.x;
+            const long long up = s.kernelSize.height - 1 - (long long)s.anchor.y;
+            shapedTop = static_cast<const Rok8u*>(s.src) - up * s.srcStep - left;
+            const bool search = samples * s.roi.height >= 8LL * (highest - job.lowest);
+            bytesFinish = search ? kernels::byte_pair_finish(job.intRule, job.lowest, highest) : kernels::BytesFinish{};
+            bytesFinish.rule = job.intRule;
+            bytesFinish.lowest = job.lowest;
+        }
+    }
     auto rows = [&](int first, int last, void* acc) {
         int y = first;
+        if (bytePairs) {
+            bytePairs(row(shapedTop, s.srcStep, first), s.srcStep, shapedWeights, job.samples,
+                      row(static_cast<Rok8u*>(s.dst), s.dstStep, first), s.dstStep, last - first, bytesFinish);
+            y = last;
+        }
         if (shaped) {
             const auto* top = reinterpret_cast<const Rok32f*>(static_cast<const char*>(s.src) + offs[0]);
             shaped(row(top, s.srcStep, first), s.srcStep, static_cast<const float*>(coefs), job.samples,

@@ -5,6 +5,7 @@
 // out in exact integer or double arithmetic.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 
 #include <cmath>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "guarded.h"
+#include "kernels/filter/filter_sum.h"
 #include "random.h"
 #include "reference.h"
 #include "rokcore.h"
@@ -117,6 +119,7 @@ struct Config {
     int divisor = 1;
     int mode = 1;
     int coefLo = -9, coefHi = 9;
+    std::vector<int> kernel = {};  // integer coefficients as stored; random from coefLo..coefHi when empty
 };
 
 template <class S>
@@ -132,6 +135,7 @@ void fill_source(GuardedImage<S>& img, std::uint32_t seed) {
 
 template <class K>
 std::vector<K> make_kernel(int n, const Config& c, std::uint32_t seed) {
+    if (!c.kernel.empty()) return std::vector<K>(c.kernel.begin(), c.kernel.end());
     std::mt19937 rng(seed);
     std::vector<K> k(std::size_t(n) > 0 ? std::size_t(n) : 1);
     for (K& v : k) {
@@ -422,6 +426,105 @@ TEST(FilterRules, FlipAndAnchor) {
     ASSERT_EQ(rokiFilter_8u_C1R(src + 6, 5, dst, 3, {3, 3}, k, {3, 3}, {1, 1}, 1), rokStatusOk);
     for (int y = 0; y < 3; ++y)
         for (int x = 0; x < 3; ++x) EXPECT_EQ(dst[y * 3 + x], src[(y + 2) * 5 + (x + 2)]) << x << "," << y;
+}
+
+// ---- one-channel 8u kernels of 3x3 and 5x5 in byte pairs ---------------------
+
+// Binomial rows' outer product with one coefficient raised, as a smoothing
+// kernel would be: 3x3 sums to 17, 5x5 to 257 (the largest magnitude whose
+// sums still fit 16 bits).
+std::vector<int> smoothing(int n) {
+    const std::vector<int> row = n == 3 ? std::vector<int>{1, 2, 1} : std::vector<int>{1, 4, 6, 4, 1};
+    std::vector<int> k;
+    for (int j = 0; j < n; ++j)
+        for (int i = 0; i < n; ++i) k.push_back(row[std::size_t(i)] * row[std::size_t(j)] + (i == n - 1 && j == 0));
+    return k;
+}
+
+// Widths that reach every tail of the 32-sample blocks, every anchor in the
+// kernel and some outside, odd heights (a last pass of one row), kernels at
+// the ends of the byte-pair range and just past them (which take the other
+// paths), and images large enough for the fixed-point finish, at one and two
+// threads.
+TEST(Filter, BytePairShapes8u) {
+    const Form<Rok8u, Rok8u, Rok32s> f{"Filter 8u C1", 1, 1, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C1R)};
+    std::uint32_t seed = 100;
+    for (int n : {3, 5}) {
+        for (int w = 1; w <= 70; ++w) {
+            const int a = w % (n * n);
+            check(f, Config{w, 3, n, n, a % n, a / n, kDivisors[std::size_t(w) % kDivisors.size()]}, seed++,
+                  w % 2 ? rokt::Guard::After : rokt::Guard::Before);
+        }
+        for (int ax : {-2, n}) check(f, Config{45, 4, n, n, ax, n - 1 - ax, 7}, seed++, rokt::Guard::Before);
+    }
+    // Stored kernels; the flip puts the last stored coefficient at the
+    // neighbourhood's top left, so the pairs are formed from the stored rows
+    // read right to left.
+    std::vector<int> pair128(9, 0), pair129(9, 0), ends(9, 0), big(9, 0), wide(smoothing(5));
+    pair128[1] = 64, pair128[2] = 64, pair128[8] = -1;  // a pair of 64 + 64, one negative
+    pair129 = pair128, pair129[1] = 65;                    // one past the pair bound
+    ends[0] = 127, ends[4] = -127, ends[8] = 3;            // the byte range's ends
+    big = ends, big[4] = -128;                             // one past it
+    wide[12] += 1;                                         // magnitudes summing to 258
+    struct Case {
+        int w, h, n;
+        std::vector<int> kernel;
+        int divisor;
+    };
+    const Case cases[] = {
+        {40, 5, 3, pair128, 3},      {40, 5, 3, pair129, 3},    {40, 5, 3, ends, 5},   {40, 5, 3, big, 5},
+        {40, 5, 5, smoothing(5), 257}, {40, 5, 5, wide, 258},   {33, 6, 5, smoothing(5), 1},
+        {33, 6, 3, smoothing(3), 16},
+        // Large enough for the fixed-point finish: sums of 0..4590, of
+        // -255..32640 and of 0..65535.
+        {200, 200, 3, smoothing(3), 17}, {213, 190, 3, smoothing(3), 3}, {600, 450, 3, pair128, 3},
+        {600, 450, 3, pair128, 45},      {1024, 520, 5, smoothing(5), 257}, {1024, 520, 5, smoothing(5), 255},
+        {1024, 520, 5, smoothing(5), 10}, {1024, 520, 5, smoothing(5), -3},
+    };
+    for (const Case& c : cases)
+        for (int threads : {1, 2}) {
+            WithThreads with(threads);
+            Config cfg{c.w, c.h, c.n, c.n, c.n / 2, c.n / 2, c.divisor};
+            cfg.kernel = c.kernel;
+            check(f, cfg, seed++, threads == 1 ? rokt::Guard::After : rokt::Guard::Before);
+        }
+}
+
+// The fixed-point finish, wherever it is offered, equals the reciprocal rule
+// for every sum it may meet; and it is offered for the common smoothing
+// divisors.
+TEST(FilterRules, BytePairFixedFinish) {
+    struct Range {
+        int lowest, highest;
+    };
+    const Range ranges[] = {{0, 4590}, {0, 65535}, {-255, 32640}, {-65535, 0}, {-30000, 35535}, {-10, 10}};
+    int offered = 0;
+    for (int d : {3, 5, 7, 17, 45, 100, 255, 257, 1000, 32767, 65535, 65537, 100000, -3, -17, 10, 6})
+        for (const Range& r : ranges) {
+            rok::kernels::IntRule rule;
+            rule.kind = rok::kernels::IntFinish::Reciprocal;
+            rule.divisor = d;
+            rule.reciprocal = 1.0f / float(d);
+            const auto f = rok::kernels::byte_pair_finish(rule, r.lowest, r.highest);
+            if (!f.fixed) continue;
+            ++offered;
+            for (int s = r.lowest; s <= r.highest; ++s) {
+                unsigned u = unsigned(s - r.lowest);
+                u = std::min(std::max(u, unsigned(f.lo)), unsigned(f.hi));
+                u = (u + f.add) & 0xFFFFu;
+                const int q = int(((u * f.mul) >> 16) >> f.shift) - f.sub;
+                const int got = q < 0 ? 0 : q > 255 ? 255 : q;
+                ASSERT_EQ(got, finish_int<Rok8u>(s, d, -1)) << "divisor " << d << " sum " << s;
+            }
+        }
+    EXPECT_GT(offered, 20);
+    for (int d : {17, 257}) {
+        rok::kernels::IntRule rule;
+        rule.kind = rok::kernels::IntFinish::Reciprocal;
+        rule.divisor = d;
+        rule.reciprocal = 1.0f / float(d);
+        EXPECT_TRUE(rok::kernels::byte_pair_finish(rule, 0, 255 * d).fixed) << d;
+    }
 }
 
 // ---- threads, checks, buffer sizes, decimation ----------------------------

@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "frame/generated/roki_types.h"
+#include "kernels/filter/filter_finish.h"
 
 namespace rok::kernels {
 
@@ -29,6 +30,35 @@ void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::
 // so 16-bit lanes that wrap hold it exactly; acc gets the 32-bit sums.
 void filter_sum_bytes(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs,
                       int lowest, int n, std::int32_t* acc);
+
+// How the byte-pair row kernels finish their 16-bit sums u = sum - lowest
+// (0 .. highest - lowest). With `fixed`, in 16-bit lanes:
+//     result = ((min(max(u, lo), hi) + add) * mul >> 16 >> shift) - sub,
+// a form that byte_pair_finish has checked against `rule` for every
+// reachable sum; otherwise `rule` on the 32-bit sum, as filter_finish does.
+struct BytesFinish {
+    IntRule rule;
+    int lowest = 0;
+    bool fixed = false;
+    std::uint16_t lo = 0, hi = 0, add = 0, mul = 0;
+    int shift = 0;
+    std::int16_t sub = 0;
+};
+// The finish for sums lowest .. highest under `rule`: the fixed-point form
+// where one equals the rule (the reciprocal rule of a divisor of 2 and
+// more, checked exhaustively), else the rule itself.
+BytesFinish byte_pair_finish(const IntRule& rule, int lowest, int highest);
+
+// One-channel 8u data and a kernel of a common shape (3x3, 5x5) whose taps
+// pair as filter_sum_bytes requires: `rows` destination rows of n >= 32
+// samples each. src is the top-left pixel of the first output's
+// neighbourhood; weights hold, row after row of the neighbourhood,
+// (kw + 1) / 2 pairs starting at columns 0, 2, ... (an odd width's last
+// pair starts at kw - 2 with a zero first weight). Each result equals
+// filter_sum_bytes then filter_finish. nullptr for other shapes.
+using BytePairRowsFn = void (*)(const Rok8u* src, std::ptrdiff_t srcStep, const std::int16_t* weights, int n,
+                                Rok8u* dst, std::ptrdiff_t dstStep, int rows, const BytesFinish& finish);
+BytePairRowsFn byte_pair_rows_kernel(int kw, int kh);
 
 void filter_sum(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
                 std::int32_t* acc);
