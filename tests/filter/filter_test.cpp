@@ -510,7 +510,7 @@ TEST(FilterRules, BytePairFixedFinish) {
             ++offered;
             for (int s = r.lowest; s <= r.highest; ++s) {
                 unsigned u = unsigned(s - r.lowest);
-                u = std::min(std::max(u, unsigned(f.lo)), unsigned(f.hi));
+                u = std::min(u, unsigned(f.hi));
                 u = (u + f.add) & 0xFFFFu;
                 const int q = int(((u * f.mul) >> 16) >> f.shift) - f.sub;
                 const int got = q < 0 ? 0 : q > 255 ? 255 : q;

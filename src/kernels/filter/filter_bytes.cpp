@@ -54,7 +54,7 @@ inline __m256i finish16_wide(__m256i u, const BytesFinish& f) {
 
 // The fixed-point form: clamp, offset, multiply-high, shift, subtract.
 inline __m256i finish16_fixed(__m256i u, const BytesFinish& f) {
-    u = _mm256_min_epu16(_mm256_max_epu16(u, _mm256_set1_epi16(std::int16_t(f.lo))), _mm256_set1_epi16(std::int16_t(f.hi)));
+    u = _mm256_min_epu16(u, _mm256_set1_epi16(std::int16_t(f.hi)));
     u = _mm256_add_epi16(u, _mm256_set1_epi16(std::int16_t(f.add)));
     u = _mm256_srl_epi16(_mm256_mulhi_epu16(u, _mm256_set1_epi16(std::int16_t(f.mul))), _mm_cvtsi32_si128(f.shift));
     return _mm256_sub_epi16(u, _mm256_set1_epi16(f.sub));
@@ -84,6 +84,9 @@ inline void block(const Rok8u* const* rows, const __m256i* w, int x, Rok8u* cons
     __m256i e[R], o[R];
 #pragma GCC unroll 8
     for (int d = 0; d < R; ++d) e[d] = o[d] = _mm256_setzero_si256();
+    // The rows that the next pass reads first are fetched one pass ahead.
+#pragma GCC unroll 8
+    for (int d = 0; d < R; ++d) _mm_prefetch(reinterpret_cast<const char*>(rows[R + KH - 1 + d] + x), _MM_HINT_T0);
 #pragma GCC unroll 16
     for (int r = 0; r < R + KH - 1; ++r)
 #pragma GCC unroll 8
@@ -109,8 +112,8 @@ inline void block(const Rok8u* const* rows, const __m256i* w, int x, Rok8u* cons
 template <int KW, int KH, int R, bool Fixed>
 inline void pass(const Rok8u* src, std::ptrdiff_t srcStep, const __m256i* w, int n, Rok8u* dst, std::ptrdiff_t dstStep,
                  const BytesFinish& f) {
-    const Rok8u* rows[R + KH - 1];
-    for (int r = 0; r < R + KH - 1; ++r) rows[r] = down(src, r * srcStep);
+    const Rok8u* rows[2 * R + KH - 1];
+    for (int r = 0; r < 2 * R + KH - 1; ++r) rows[r] = down(src, r * srcStep);
     Rok8u* out[R];
     for (int d = 0; d < R; ++d) out[d] = dst + d * dstStep;
     int x = 0;
@@ -148,14 +151,16 @@ int reciprocal_rule(int s, float reciprocal) {
 
 // The fixed-point form on one offset sum, 16-bit lanes emulated.
 int fixed_rule(unsigned u, const BytesFinish& f) {
-    u = std::min(std::max(u, unsigned(f.lo)), unsigned(f.hi));
+    u = std::min(u, unsigned(f.hi));
     u = (u + f.add) & 0xFFFFu;
     u = ((u * f.mul) >> 16) >> f.shift;
-    return std::int16_t(std::uint16_t(u - std::uint16_t(f.sub)));
+    const int r = std::int16_t(std::uint16_t(u - std::uint16_t(f.sub)));
+    return std::min(std::max(r, 0), 255);
 }
 
-// Whether the fixed-point form equals the reciprocal rule for every offset
-// sum 0..span: sixteen sums a step, both rules as the vector lanes form them.
+// Whether the fixed-point form, saturated to 0..255, equals the reciprocal
+// rule for every offset sum 0..span: sixteen sums a step, both rules as the
+// vector lanes form them.
 bool fixed_matches(const BytesFinish& f, int span) {
     const __m256i step = _mm256_set1_epi16(16);
     const __m256i low = _mm256_set1_epi32(f.lowest);
@@ -166,7 +171,8 @@ bool fixed_matches(const BytesFinish& f, int span) {
         const __m256i a = finish8(_mm256_add_epi32(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(u)), low), f.rule);
         const __m256i b = finish8(_mm256_add_epi32(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(u, 1)), low), f.rule);
         const __m256i want = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8);
-        bad = _mm256_or_si256(bad, _mm256_xor_si256(want, finish16_fixed(u, f)));
+        const __m256i got = finish16_fixed(u, f);  // saturated to bytes as the stores do
+        bad = _mm256_or_si256(bad, _mm256_xor_si256(_mm256_packus_epi16(want, want), _mm256_packus_epi16(got, got)));
     }
     if (!_mm256_testz_si256(bad, bad)) return false;
     for (; v <= span; ++v)
@@ -176,9 +182,11 @@ bool fixed_matches(const BytesFinish& f, int span) {
 
 }  // namespace
 
+// Rows per pass, chosen by timing on one core: 3x3 forms two (its six
+// weights and four sums stay in registers), 5x5 three.
 BytePairRowsFn byte_pair_rows_kernel(int kw, int kh) {
     if (kw == 3 && kh == 3) return &rows_any<3, 3, 2>;
-    if (kw == 5 && kh == 5) return &rows_any<5, 5, 2>;
+    if (kw == 5 && kh == 5) return &rows_any<5, 5, 3>;
     return nullptr;
 }
 
@@ -192,29 +200,19 @@ BytesFinish search_finish(const IntRule& rule, int lowest, int highest) {
     if (rule.kind != IntFinish::Reciprocal || rule.divisor < 2 || span < 0 || span > 65535) return f;
     const float rc = rule.reciprocal;
     auto want = [&](int u) { return reciprocal_rule(u + lowest, rc); };
-    // The rule does not fall as the sum grows: every sum up to the last one
-    // giving 0 gives 0 and every sum from the first one giving 255 gives
-    // 255, so the sums are first held between those two.
-    int lo = 0, hi = span;
-    {
-        int a = 0, b = span;  // last u with want(u) == want(0)
-        if (want(0) == 0) {
-            while (a < b) {
-                const int m = a + (b - a + 1) / 2;
-                if (want(m) == 0) a = m;
-                else b = m - 1;
-            }
-            lo = a;
+    // The rule does not fall as the sum grows, so every sum from the first
+    // one giving 255 gives 255: the sums are held below that one, which
+    // keeps the offset sums within 16 bits. Results below 0 saturate to 0
+    // when stored, and the check compares saturated results.
+    int hi = span;
+    if (want(span) == 255) {
+        int a = 0, b = span;
+        while (a < b) {
+            const int m = a + (b - a) / 2;
+            if (want(m) == 255) b = m;
+            else a = m + 1;
         }
-        a = lo, b = span;  // first u with want(u) == 255
-        if (want(span) == 255) {
-            while (a < b) {
-                const int m = a + (b - a) / 2;
-                if (want(m) == 255) b = m;
-                else a = m + 1;
-            }
-            hi = a;
-        }
+        hi = a;
     }
     // Rounded to nearest: floor((s + h) / d) with h = (d - 1) / 2, that is
     // floor((u + add) / d) - sub, add = (lowest + h) mod d; the quotient
@@ -238,7 +236,6 @@ BytesFinish search_finish(const IntRule& rule, int lowest, int highest) {
         const int add = add0 + (up ? 0 : 1);
         if ((long long)hi + add > 65535) continue;
         BytesFinish c = f;
-        c.lo = std::uint16_t(lo);
         c.hi = std::uint16_t(hi);
         c.add = std::uint16_t(add);
         c.mul = std::uint16_t(m);

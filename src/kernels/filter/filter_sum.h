@@ -33,14 +33,15 @@ void filter_sum_bytes(const Rok8u* base, const std::ptrdiff_t* offs, const std::
 
 // How the byte-pair row kernels finish their 16-bit sums u = sum - lowest
 // (0 .. highest - lowest). With `fixed`, in 16-bit lanes:
-//     result = ((min(max(u, lo), hi) + add) * mul >> 16 >> shift) - sub,
-// a form that byte_pair_finish has checked against `rule` for every
-// reachable sum; otherwise `rule` on the 32-bit sum, as filter_finish does.
+//     result = ((min(u, hi) + add) * mul >> 16 >> shift) - sub,
+// saturated to 0..255, a form that byte_pair_finish has checked against
+// `rule` for every reachable sum; otherwise `rule` on the 32-bit sum, as
+// filter_finish does.
 struct BytesFinish {
     IntRule rule;
     int lowest = 0;
     bool fixed = false;
-    std::uint16_t lo = 0, hi = 0, add = 0, mul = 0;
+    std::uint16_t hi = 0, add = 0, mul = 0;
     int shift = 0;
     std::int16_t sub = 0;
 };
