@@ -444,7 +444,7 @@ std::vector<int> smoothing(int n) {
 // Widths that reach every tail of the 32-sample blocks, every anchor in the
 // kernel and some outside, odd heights (a last pass of one row), kernels at
 // the ends of the byte-pair range and just past them (which take the other
-// paths), and images large enough for the fixed-point finish, at one and two
+// paths), and images large enough for the 16-bit finishes, at one and two
 // threads.
 TEST(Filter, BytePairShapes8u) {
     const Form<Rok8u, Rok8u, Rok32s> f{"Filter 8u C1", 1, 1, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C1R)};
@@ -466,6 +466,7 @@ TEST(Filter, BytePairShapes8u) {
     ends[0] = 127, ends[4] = -127, ends[8] = 3;            // the byte range's ends
     big = ends, big[4] = -128;                             // one past it
     wide[12] += 1;                                         // magnitudes summing to 258
+    const std::vector<int> sharpen = {0, -1, 0, -1, 5, -1, 0, -1, 0};
     struct Case {
         int w, h, n;
         std::vector<int> kernel;
@@ -475,11 +476,13 @@ TEST(Filter, BytePairShapes8u) {
         {40, 5, 3, pair128, 3},      {40, 5, 3, pair129, 3},    {40, 5, 3, ends, 5},   {40, 5, 3, big, 5},
         {40, 5, 5, smoothing(5), 257}, {40, 5, 5, wide, 258},   {33, 6, 5, smoothing(5), 1},
         {33, 6, 3, smoothing(3), 16},
-        // Large enough for the fixed-point finish: sums of 0..4590, of
-        // -255..32640 and of 0..65535.
+        // Large enough for the 16-bit finishes: sums of 0..4590, of
+        // -255..32640, of 0..65535 and of -1020..1275.
         {200, 200, 3, smoothing(3), 17}, {213, 190, 3, smoothing(3), 3}, {600, 450, 3, pair128, 3},
         {600, 450, 3, pair128, 45},      {1024, 520, 5, smoothing(5), 257}, {1024, 520, 5, smoothing(5), 255},
-        {1024, 520, 5, smoothing(5), 10}, {1024, 520, 5, smoothing(5), -3},
+        {1024, 520, 5, smoothing(5), 10}, {1024, 520, 5, smoothing(5), -3}, {1024, 520, 5, smoothing(5), 256},
+        {1024, 520, 5, smoothing(5), 1},  {400, 300, 3, sharpen, 1},        {400, 300, 3, sharpen, 2},
+        {400, 300, 3, pair128, 16},
     };
     for (const Case& c : cases)
         for (int threads : {1, 2}) {
@@ -490,41 +493,52 @@ TEST(Filter, BytePairShapes8u) {
         }
 }
 
-// The fixed-point finish, wherever it is offered, equals the reciprocal rule
-// for every sum it may meet; and it is offered for the common smoothing
-// divisors.
+// The 16-bit finishes, wherever they are offered, equal the rule for every
+// sum they may meet; and they are offered for the common smoothing divisors.
 TEST(FilterRules, BytePairFixedFinish) {
+    using rok::kernels::Form16;
+    auto rule_for = [](int d) {
+        rok::kernels::IntRule rule;
+        rule.divisor = d;
+        if (d == 1) {
+            rule.kind = rok::kernels::IntFinish::Saturate;
+        } else if (power_of_two(d)) {
+            rule.kind = rok::kernels::IntFinish::ShiftEven;
+            rule.shift = __builtin_ctz(unsigned(d));
+        } else {
+            rule.kind = rok::kernels::IntFinish::Reciprocal;
+            rule.reciprocal = 1.0f / float(d);
+        }
+        return rule;
+    };
     struct Range {
         int lowest, highest;
     };
-    const Range ranges[] = {{0, 4590}, {0, 65535}, {-255, 32640}, {-65535, 0}, {-30000, 35535}, {-10, 10}};
-    int offered = 0;
-    for (int d : {3, 5, 7, 17, 45, 100, 255, 257, 1000, 32767, 65535, 65537, 100000, -3, -17, 10, 6})
+    const Range ranges[] = {{0, 4590},      {0, 65535}, {-255, 32640}, {-65535, 0},
+                            {-30000, 35535}, {-10, 10},  {-1020, 2040}, {-4080, 8160}};
+    int offered[3] = {};
+    for (int d : {1, 2, 4, 16, 256, 1024, 32768, 3, 5, 7, 17, 45, 100, 255, 257, 1000, 32767, 65535, 65537, 100000,
+                  -3, -17, -16, 10, 6})
         for (const Range& r : ranges) {
-            rok::kernels::IntRule rule;
-            rule.kind = rok::kernels::IntFinish::Reciprocal;
-            rule.divisor = d;
-            rule.reciprocal = 1.0f / float(d);
-            const auto f = rok::kernels::byte_pair_finish(rule, r.lowest, r.highest);
-            if (!f.fixed) continue;
-            ++offered;
+            const auto f = rok::kernels::byte_pair_finish(rule_for(d), r.lowest, r.highest);
+            if (f.form == Form16::None) continue;
+            ++offered[int(f.form)];
             for (int s = r.lowest; s <= r.highest; ++s) {
-                unsigned u = unsigned(s - r.lowest);
-                u = std::min(u, unsigned(f.hi));
-                u = (u + f.add) & 0xFFFFu;
-                const int q = int(((u * f.mul) >> 16) >> f.shift) - f.sub;
-                const int got = q < 0 ? 0 : q > 255 ? 255 : q;
+                const unsigned v = std::min(unsigned(s - r.lowest), unsigned(f.hi));
+                unsigned q;
+                if (f.form == Form16::Multiply)
+                    q = (((v + f.add) & 0xFFFFu) * f.mul >> 16) >> f.shift;
+                else
+                    q = ((v + f.add + (((v >> f.shift) ^ f.parity) & f.odd)) & 0xFFFFu) >> f.shift;
+                const int r16 = std::int16_t(std::uint16_t(q - std::uint16_t(f.sub)));
+                const int got = r16 < 0 ? 0 : r16 > 255 ? 255 : r16;
                 ASSERT_EQ(got, finish_int<Rok8u>(s, d, -1)) << "divisor " << d << " sum " << s;
             }
         }
-    EXPECT_GT(offered, 20);
-    for (int d : {17, 257}) {
-        rok::kernels::IntRule rule;
-        rule.kind = rok::kernels::IntFinish::Reciprocal;
-        rule.divisor = d;
-        rule.reciprocal = 1.0f / float(d);
-        EXPECT_TRUE(rok::kernels::byte_pair_finish(rule, 0, 255 * d).fixed) << d;
-    }
+    EXPECT_GT(offered[int(Form16::Multiply)], 20);
+    EXPECT_GT(offered[int(Form16::Shift)], 20);
+    for (int d : {1, 16, 17, 256, 257})
+        EXPECT_NE(rok::kernels::byte_pair_finish(rule_for(d), 0, 255 * std::min(d, 257)).form, Form16::None) << d;
 }
 
 // ---- threads, checks, buffer sizes, decimation ----------------------------

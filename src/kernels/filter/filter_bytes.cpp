@@ -52,12 +52,27 @@ inline __m256i finish16_wide(__m256i u, const BytesFinish& f) {
     return _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8);
 }
 
-// The fixed-point form: clamp, offset, multiply-high, shift, subtract.
-inline __m256i finish16_fixed(__m256i u, const BytesFinish& f) {
+// The 16-bit forms: bound, offset, then a multiply-high and a shift, or a
+// shift with ties to even, then subtract.
+template <Form16 F>
+inline __m256i finish16_form(__m256i u, const BytesFinish& f) {
+    const __m128i k = _mm_cvtsi32_si128(f.shift);
     u = _mm256_min_epu16(u, _mm256_set1_epi16(std::int16_t(f.hi)));
-    u = _mm256_add_epi16(u, _mm256_set1_epi16(std::int16_t(f.add)));
-    u = _mm256_srl_epi16(_mm256_mulhi_epu16(u, _mm256_set1_epi16(std::int16_t(f.mul))), _mm_cvtsi32_si128(f.shift));
+    if constexpr (F == Form16::Multiply) {
+        u = _mm256_add_epi16(u, _mm256_set1_epi16(std::int16_t(f.add)));
+        u = _mm256_srl_epi16(_mm256_mulhi_epu16(u, _mm256_set1_epi16(std::int16_t(f.mul))), k);
+    } else {
+        const __m256i odd = _mm256_and_si256(_mm256_xor_si256(_mm256_srl_epi16(u, k), _mm256_set1_epi16(std::int16_t(f.parity))),
+                                             _mm256_set1_epi16(std::int16_t(f.odd)));
+        u = _mm256_srl_epi16(_mm256_add_epi16(_mm256_add_epi16(u, _mm256_set1_epi16(std::int16_t(f.add))), odd), k);
+    }
     return _mm256_sub_epi16(u, _mm256_set1_epi16(f.sub));
+}
+
+template <Form16 F>
+inline __m256i finish16(__m256i u, const BytesFinish& f) {
+    if constexpr (F == Form16::None) return finish16_wide(u, f);
+    else return finish16_form<F>(u, f);
 }
 
 // Even outputs (x, x+2, ...) and odd ones (x+1, x+3, ...) as 16-bit results
@@ -77,7 +92,7 @@ constexpr int pair_start(int p) {
 
 // R destination rows, 32 samples each at column x. Source row r serves
 // kernel row r - o of destination row o.
-template <int KW, int KH, int R, bool Fixed>
+template <int KW, int KH, int R, Form16 F>
 inline void block(const Rok8u* const* rows, const __m256i* w, int x, Rok8u* const* out, const BytesFinish& f) {
     constexpr int NP = (KW + 1) / 2;
     const __m256i low = _mm256_set1_epi16(std::int16_t(f.lowest));
@@ -104,12 +119,11 @@ inline void block(const Rok8u* const* rows, const __m256i* w, int x, Rok8u* cons
 #pragma GCC unroll 8
     for (int d = 0; d < R; ++d) {
         const __m256i ue = _mm256_sub_epi16(e[d], low), uo = _mm256_sub_epi16(o[d], low);
-        if constexpr (Fixed) put(out[d] + x, finish16_fixed(ue, f), finish16_fixed(uo, f));
-        else put(out[d] + x, finish16_wide(ue, f), finish16_wide(uo, f));
+        put(out[d] + x, finish16<F>(ue, f), finish16<F>(uo, f));
     }
 }
 
-template <int KW, int KH, int R, bool Fixed>
+template <int KW, int KH, int R, Form16 F>
 inline void pass(const Rok8u* src, std::ptrdiff_t srcStep, const __m256i* w, int n, Rok8u* dst, std::ptrdiff_t dstStep,
                  const BytesFinish& f) {
     const Rok8u* rows[2 * R + KH - 1];
@@ -117,11 +131,11 @@ inline void pass(const Rok8u* src, std::ptrdiff_t srcStep, const __m256i* w, int
     Rok8u* out[R];
     for (int d = 0; d < R; ++d) out[d] = dst + d * dstStep;
     int x = 0;
-    for (; x + 32 <= n; x += 32) block<KW, KH, R, Fixed>(rows, w, x, out, f);
-    if (x < n) block<KW, KH, R, Fixed>(rows, w, n - 32, out, f);  // the last outputs again, to the same values
+    for (; x + 32 <= n; x += 32) block<KW, KH, R, F>(rows, w, x, out, f);
+    if (x < n) block<KW, KH, R, F>(rows, w, n - 32, out, f);  // the last outputs again, to the same values
 }
 
-template <int KW, int KH, int R, bool Fixed>
+template <int KW, int KH, int R, Form16 F>
 void rows_of(const Rok8u* src, std::ptrdiff_t srcStep, const std::int16_t* weights, int n, Rok8u* dst,
              std::ptrdiff_t dstStep, int rows, const BytesFinish& f) {
     constexpr int NP = (KW + 1) / 2;
@@ -129,55 +143,45 @@ void rows_of(const Rok8u* src, std::ptrdiff_t srcStep, const std::int16_t* weigh
     for (int t = 0; t < KH * NP; ++t) w[t] = _mm256_set1_epi16(weights[t]);
     int y = 0;
     for (; y + R <= rows; y += R)
-        pass<KW, KH, R, Fixed>(down(src, y * srcStep), srcStep, w, n, dst + y * dstStep, dstStep, f);
+        pass<KW, KH, R, F>(down(src, y * srcStep), srcStep, w, n, dst + y * dstStep, dstStep, f);
     if constexpr (R > 1)
-        for (; y < rows; ++y) pass<KW, KH, 1, Fixed>(down(src, y * srcStep), srcStep, w, n, dst + y * dstStep, dstStep, f);
+        for (; y < rows; ++y) pass<KW, KH, 1, F>(down(src, y * srcStep), srcStep, w, n, dst + y * dstStep, dstStep, f);
 }
 
 template <int KW, int KH, int R>
 void rows_any(const Rok8u* src, std::ptrdiff_t srcStep, const std::int16_t* weights, int n, Rok8u* dst,
               std::ptrdiff_t dstStep, int rows, const BytesFinish& f) {
-    if (f.fixed) rows_of<KW, KH, R, true>(src, srcStep, weights, n, dst, dstStep, rows, f);
-    else rows_of<KW, KH, R, false>(src, srcStep, weights, n, dst, dstStep, rows, f);
+    switch (f.form) {
+        case Form16::Multiply: return rows_of<KW, KH, R, Form16::Multiply>(src, srcStep, weights, n, dst, dstStep, rows, f);
+        case Form16::Shift: return rows_of<KW, KH, R, Form16::Shift>(src, srcStep, weights, n, dst, dstStep, rows, f);
+        default: return rows_of<KW, KH, R, Form16::None>(src, srcStep, weights, n, dst, dstStep, rows, f);
+    }
 }
 
-// The reciprocal rule on one sum: the single-precision product rounded
-// (in the current rounding mode, as the vector conversion does) and held
-// within 0..255.
-int reciprocal_rule(int s, float reciprocal) {
-    const float p = std::min(std::max(float(s) * reciprocal, 0.0f), 255.0f);
-    return int(std::nearbyint(p));
-}
-
-// The fixed-point form on one offset sum, 16-bit lanes emulated.
-int fixed_rule(unsigned u, const BytesFinish& f) {
-    u = std::min(u, unsigned(f.hi));
-    u = (u + f.add) & 0xFFFFu;
-    u = ((u * f.mul) >> 16) >> f.shift;
-    const int r = std::int16_t(std::uint16_t(u - std::uint16_t(f.sub)));
-    return std::min(std::max(r, 0), 255);
-}
-
-// Whether the fixed-point form, saturated to 0..255, equals the reciprocal
-// rule for every offset sum 0..span: sixteen sums a step, both rules as the
-// vector lanes form them.
-bool fixed_matches(const BytesFinish& f, int span) {
-    const __m256i step = _mm256_set1_epi16(16);
+// Whether the 16-bit form equals the rule for every offset sum 0..span,
+// both as the vector lanes form them and saturated to bytes as the stores
+// do: sixteen sums a step, the last step's lanes past span held at span.
+template <Form16 F>
+bool form_matches(const BytesFinish& f, int span) {
+    const __m256i step = _mm256_set1_epi16(16), last = _mm256_set1_epi16(std::int16_t(span));
     const __m256i low = _mm256_set1_epi32(f.lowest);
-    __m256i u = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
+    __m256i first = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
     __m256i bad = _mm256_setzero_si256();
-    int v = 0;
-    for (; v + 16 <= span + 1; v += 16, u = _mm256_add_epi16(u, step)) {
+    for (int v = 0; v <= span; v += 16, first = _mm256_add_epi16(first, step)) {
+        const __m256i u = v + 15 <= span ? first : _mm256_min_epu16(first, last);
         const __m256i a = finish8(_mm256_add_epi32(_mm256_cvtepu16_epi32(_mm256_castsi256_si128(u)), low), f.rule);
         const __m256i b = finish8(_mm256_add_epi32(_mm256_cvtepu16_epi32(_mm256_extracti128_si256(u, 1)), low), f.rule);
         const __m256i want = _mm256_permute4x64_epi64(_mm256_packs_epi32(a, b), 0xD8);
-        const __m256i got = finish16_fixed(u, f);  // saturated to bytes as the stores do
+        const __m256i got = finish16_form<F>(u, f);
         bad = _mm256_or_si256(bad, _mm256_xor_si256(_mm256_packus_epi16(want, want), _mm256_packus_epi16(got, got)));
     }
-    if (!_mm256_testz_si256(bad, bad)) return false;
-    for (; v <= span; ++v)
-        if (fixed_rule(unsigned(v), f) != reciprocal_rule(v + f.lowest, f.rule.reciprocal)) return false;
-    return true;
+    return _mm256_testz_si256(bad, bad);
+}
+
+// The rule on one sum (the 32-bit lanes' arithmetic), saturated to bytes.
+int rule_of(int s, const IntRule& r) {
+    const __m256i v = finish8(_mm256_set1_epi32(s), r);
+    return std::min(std::max(_mm256_cvtsi256_si32(v), 0), 255);
 }
 
 }  // namespace
@@ -197,31 +201,53 @@ BytesFinish search_finish(const IntRule& rule, int lowest, int highest) {
     f.rule = rule;
     f.lowest = lowest;
     const int span = highest - lowest;
-    if (rule.kind != IntFinish::Reciprocal || rule.divisor < 2 || span < 0 || span > 65535) return f;
-    const float rc = rule.reciprocal;
-    auto want = [&](int u) { return reciprocal_rule(u + lowest, rc); };
-    // The rule does not fall as the sum grows, so every sum from the first
-    // one giving 255 gives 255: the sums are held below that one, which
-    // keeps the offset sums within 16 bits. Results below 0 saturate to 0
-    // when stored, and the check compares saturated results.
+    if (span < 0 || span > 65535) return f;
+    // Every rule here does not fall as the sum grows, so every sum from the
+    // first one giving 255 gives 255: the sums are held below that one,
+    // which keeps the offset sums within 16 bits. Results below 0 saturate
+    // to 0 when stored.
     int hi = span;
-    if (want(span) == 255) {
+    if (rule_of(highest, rule) == 255) {
         int a = 0, b = span;
         while (a < b) {
             const int m = a + (b - a) / 2;
-            if (want(m) == 255) b = m;
+            if (rule_of(m + lowest, rule) == 255) b = m;
             else a = m + 1;
         }
         hi = a;
     }
+    f.hi = std::uint16_t(hi);
+    auto floor_div = [](long long a, long long d) { return a >= 0 ? a / d : -((-a + d - 1) / d); };
+
+    if (rule.kind == IntFinish::Saturate || rule.kind == IntFinish::ShiftEven) {
+        // s >> k with ties to even is (s + 2^(k-1) - 1 + ((s >> k) & 1)) >> k.
+        // With lowest a multiple of 2^k, s >> k is (u >> k) + (lowest >> k):
+        // the parity of the second term flips that of the first, and it is
+        // subtracted at the end. The saturating rule is the case k = 0.
+        const int k = rule.kind == IntFinish::Saturate ? 0 : rule.shift;
+        if (k > 15 || lowest % (1 << k) != 0) return f;
+        const long long q = floor_div(lowest, 1LL << k);
+        if (-q < -32768 || -q > 32767 || (long long)hi + (k ? (1 << (k - 1)) : 0) > 65535) return f;
+        BytesFinish c = f;
+        c.form = Form16::Shift;
+        c.shift = k;
+        c.add = std::uint16_t(k ? (1 << (k - 1)) - 1 : 0);
+        c.odd = std::uint16_t(k ? 1 : 0);
+        c.parity = std::uint16_t(q & 1);
+        c.sub = std::int16_t(-q);
+        return form_matches<Form16::Shift>(c, span) ? c : f;
+    }
+    if (rule.kind != IntFinish::Reciprocal || rule.divisor < 2) return f;
     // Rounded to nearest: floor((s + h) / d) with h = (d - 1) / 2, that is
     // floor((u + add) / d) - sub, add = (lowest + h) mod d; the quotient
     // by a multiply-high and a shift, the multiplier rounded either way
-    // (rounded down it needs the dividend one larger).
+    // (rounded down it needs the dividend one larger). Even divisors meet
+    // ties, which this rounds up: the check turns them away.
     const int d = rule.divisor, h = (d - 1) / 2;
     const long long base = (long long)lowest + h;
-    const long long fl = base >= 0 ? base / d : -((-base + d - 1) / d);
+    const long long fl = floor_div(base, d);
     const int add0 = int(base - fl * d);
+    if (-fl < -32768 || -fl > 32767) return f;
     // The widest multiplier that fits 16 bits is the most exact; where it is
     // rounded up and misses, rounded down it may still hold, with the next
     // shift too.
@@ -232,18 +258,15 @@ BytesFinish search_finish(const IntRule& rule, int lowest, int highest) {
         const int k = t[0], up = t[1];
         const long long scaled = 1LL << (16 + k);
         const long long m = up ? (scaled + d - 1) / d : scaled / d;
-        if (k > 15 || m < 1 || m > 65535) continue;
         const int add = add0 + (up ? 0 : 1);
-        if ((long long)hi + add > 65535) continue;
+        if (k > 15 || m < 1 || m > 65535 || (long long)hi + add > 65535) continue;
         BytesFinish c = f;
-        c.hi = std::uint16_t(hi);
+        c.form = Form16::Multiply;
         c.add = std::uint16_t(add);
         c.mul = std::uint16_t(m);
         c.shift = k;
-        if (-fl < -32768 || -fl > 32767) continue;
         c.sub = std::int16_t(-fl);
-        c.fixed = true;
-        if (fixed_matches(c, span)) return c;
+        if (form_matches<Form16::Multiply>(c, span)) return c;
     }
     return f;
 }

@@ -32,22 +32,25 @@ void filter_sum_bytes(const Rok8u* base, const std::ptrdiff_t* offs, const std::
                       int lowest, int n, std::int32_t* acc);
 
 // How the byte-pair row kernels finish their 16-bit sums u = sum - lowest
-// (0 .. highest - lowest). With `fixed`, in 16-bit lanes:
-//     result = ((min(u, hi) + add) * mul >> 16 >> shift) - sub,
-// saturated to 0..255, a form that byte_pair_finish has checked against
-// `rule` for every reachable sum; otherwise `rule` on the 32-bit sum, as
+// (0 .. highest - lowest): in 16-bit lanes with v = min(u, hi), where
+// byte_pair_finish has checked the form against `rule` for every reachable
+// sum (results saturated to 0..255), else `rule` on the 32-bit sum as
 // filter_finish does.
+//     Multiply: ((v + add) * mul >> 16 >> shift) - sub
+//     Shift:    ((v + add + (((v >> shift) ^ parity) & odd)) >> shift) - sub
+enum class Form16 { None, Multiply, Shift };
 struct BytesFinish {
     IntRule rule;
     int lowest = 0;
-    bool fixed = false;
-    std::uint16_t hi = 0, add = 0, mul = 0;
+    Form16 form = Form16::None;
+    std::uint16_t hi = 0, add = 0, mul = 0, parity = 0, odd = 0;
     int shift = 0;
     std::int16_t sub = 0;
 };
-// The finish for sums lowest .. highest under `rule`: the fixed-point form
-// where one equals the rule (the reciprocal rule of a divisor of 2 and
-// more, checked exhaustively), else the rule itself.
+// The finish for sums lowest .. highest under `rule` (a rule of the forms
+// without a rounding mode): the reciprocal rule of a divisor of 2 and more
+// as a multiply-high, the power-of-two and saturating rules as a shift,
+// each where it holds for every sum, else the rule itself.
 BytesFinish byte_pair_finish(const IntRule& rule, int lowest, int highest);
 
 // One-channel 8u data and a kernel of a common shape (3x3, 5x5) whose taps
