@@ -91,7 +91,7 @@ constexpr int pair_start(int p) {
 }
 
 // R destination rows, 32 samples each at column x. Source row r serves
-// kernel row r - o of destination row o.
+// kernel row r - d of destination row d.
 template <int KW, int KH, int R, Form16 F>
 inline void block(const Rok8u* const* rows, const __m256i* w, int x, Rok8u* const* out, const BytesFinish& f) {
     constexpr int NP = (KW + 1) / 2;
@@ -140,8 +140,11 @@ inline void pass(const Rok8u* src, std::ptrdiff_t srcStep, const __m256i* w, int
 
 template <int KW, int KH, int R, Form16 F>
 void rows_of(const Rok8u* src, std::ptrdiff_t srcStep, const std::int16_t* weights, int n, Rok8u* dst,
-             std::ptrdiff_t dstStep, int rows, const BytesFinish& f) {
+             std::ptrdiff_t dstStep, int rows, const BytesFinish& finish) {
     constexpr int NP = (KW + 1) / 2;
+    // A copy of the finish that no store to the destination can reach, so
+    // that its constants stay in registers.
+    const BytesFinish f = finish;
     __m256i w[KH * NP];
     for (int t = 0; t < KH * NP; ++t) w[t] = _mm256_set1_epi16(weights[t]);
     int y = 0;
