@@ -31,6 +31,8 @@ struct RowJob {
     bool packed;
     bool bytes;  // horizontal byte pairs (ntaps pairs, sums from `lowest`)
     int lowest;
+    bool bytesRow;  // ... finished straight into an 8u row by bytesFinish
+    kernels::BytesFinish bytesFinish;
     bool stream;  // float sums written straight to a destination too large to cache
     int kw, kh;
     kernels::IntRule intRule;
@@ -52,6 +54,13 @@ void filter_row(const RowJob& job, int y, void* scratch) {
         if (job.ac4) kernels::copy_ac4(acc, out, job.width, sizeof(D));
     } else {
         A* acc = static_cast<A*>(scratch);
+        if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>) {
+            if (job.bytesRow) {
+                kernels::byte_pair_row(base, job.offs, static_cast<const std::int16_t*>(job.coefs), job.ntaps,
+                                       job.samples, out, job.bytesFinish);
+                return;
+            }
+        }
         if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<A, std::int32_t>) {
             if (job.bytes) {
                 kernels::filter_sum_bytes(base, job.offs, static_cast<const std::int16_t*>(job.coefs), job.ntaps,
@@ -325,34 +334,34 @@ RokStatus run(const FilterCall& s) {
         s.srcBytes == 4 && s.dstBytes == 4 && s.coef == Coef::F32 && s.accBytes == 0 && s.layout == Layout::C1
             ? kernels::shaped_rows_kernel(s.kernelSize.width, s.kernelSize.height)
             : nullptr;
-    // One-channel 8u data with a kernel of a common shape whose taps pair in
-    // bytes: sums kept in registers and finished straight into the
-    // destination, several rows a pass. The fixed-point finish is looked for
-    // (an exhaustive check over the reachable sums) only where the image
-    // outweighs that check.
+    // One-channel 8u data whose taps pair in bytes: the 16-bit sums are
+    // finished straight into the destination (a 16-bit form of the rule
+    // where one holds, looked for with an exhaustive check over the
+    // reachable sums only where the image outweighs that check); kernels of
+    // a common shape keep their sums in registers, several rows a pass.
     kernels::BytePairRowsFn bytePairs = nullptr;
-    kernels::BytesFinish bytesFinish;
     std::int16_t shapedWeights[15];
     const Rok8u* shapedTop = nullptr;
-    if (job.bytes && !s.rounding && s.dstBytes == 1 && samples >= 32 && s.kernelSize.width <= 5 &&
-        s.kernelSize.height <= 5) {
-        bytePairs = kernels::byte_pair_rows_kernel(s.kernelSize.width, s.kernelSize.height);
+    job.bytesRow = job.bytes && !s.rounding && s.dstBytes == 1 && samples >= 32;
+    if (job.bytesRow) {
+        const bool search = samples * s.roi.height >= 8LL * (highest - job.lowest);
+        job.bytesFinish = search ? kernels::byte_pair_finish(job.intRule, job.lowest, highest) : kernels::BytesFinish{};
+        job.bytesFinish.rule = job.intRule;
+        job.bytesFinish.lowest = job.lowest;
+        if (s.kernelSize.width <= 5 && s.kernelSize.height <= 5)
+            bytePairs = kernels::byte_pair_rows_kernel(s.kernelSize.width, s.kernelSize.height);
         if (bytePairs) {
             prepare_shaped_pairs(s, shapedWeights);
             const long long left = s.kernelSize.width - 1 - (long long)s.anchor.x;
             const long long up = s.kernelSize.height - 1 - (long long)s.anchor.y;
             shapedTop = static_cast<const Rok8u*>(s.src) - up * s.srcStep - left;
-            const bool search = samples * s.roi.height >= 8LL * (highest - job.lowest);
-            bytesFinish = search ? kernels::byte_pair_finish(job.intRule, job.lowest, highest) : kernels::BytesFinish{};
-            bytesFinish.rule = job.intRule;
-            bytesFinish.lowest = job.lowest;
         }
     }
     auto rows = [&](int first, int last, void* acc) {
         int y = first;
         if (bytePairs) {
             bytePairs(row(shapedTop, s.srcStep, first), s.srcStep, shapedWeights, job.samples,
-                      row(static_cast<Rok8u*>(s.dst), s.dstStep, first), s.dstStep, last - first, bytesFinish);
+                      row(static_cast<Rok8u*>(s.dst), s.dstStep, first), s.dstStep, last - first, job.bytesFinish);
             y = last;
         }
         if (shaped) {

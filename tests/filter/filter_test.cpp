@@ -441,11 +441,11 @@ std::vector<int> smoothing(int n) {
     return k;
 }
 
-// Widths that reach every tail of the 32-sample blocks, every anchor in the
-// kernel and some outside, odd heights (a last pass of one row), kernels at
-// the ends of the byte-pair range and just past them (which take the other
-// paths), and images large enough for the 16-bit finishes, at one and two
-// threads.
+// 3x3 and 5x5: widths that reach every tail of the 32-sample blocks, every
+// anchor in the kernel and some outside, heights that leave passes of fewer
+// rows, kernels at the ends of the byte-pair range and just past them (which
+// take the other paths), and images large enough for the 16-bit finishes,
+// at one and two threads.
 TEST(Filter, BytePairShapes8u) {
     const Form<Rok8u, Rok8u, Rok32s> f{"Filter 8u C1", 1, 1, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C1R)};
     std::uint32_t seed = 100;
@@ -491,6 +491,18 @@ TEST(Filter, BytePairShapes8u) {
             cfg.kernel = c.kernel;
             check(f, cfg, seed++, threads == 1 ? rokt::Guard::After : rokt::Guard::Before);
         }
+    // Other shapes finish each row of pair sums straight into the
+    // destination the same way (images large enough for the 16-bit forms,
+    // and one too small for them).
+    struct Other {
+        int w, h, kw, kh, lo, hi, divisor;
+    };
+    const Other others[] = {{400, 300, 7, 7, 1, 1, 49}, {300, 300, 4, 3, 0, 3, 16},  {520, 480, 2, 2, -20, 30, 1},
+                            {70, 9, 7, 7, -2, 2, -7},   {500, 340, 9, 1, 0, 9, 45},  {33, 40, 6, 2, -9, 9, 8}};
+    for (const Other& o : others) {
+        Config cfg{o.w, o.h, o.kw, o.kh, o.kw / 2, o.kh / 2, o.divisor, 1, o.lo, o.hi};
+        check(f, cfg, seed++, o.w % 2 ? rokt::Guard::After : rokt::Guard::Before);
+    }
 }
 
 // The 16-bit finishes, wherever they are offered, equal the rule for every

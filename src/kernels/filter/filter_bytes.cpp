@@ -190,7 +190,38 @@ int rule_of(int s, const IntRule& r) {
     return std::min(std::max(_mm256_cvtsi256_si32(v), 0), 255);
 }
 
+// One row of any kernel shape, the pairs at runtime offsets: 32 outputs a
+// step, the last step ending at n.
+template <Form16 F>
+void row_of(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs, int n, Rok8u* dst,
+            const BytesFinish& finish) {
+    const BytesFinish f = finish;
+    const __m256i low = _mm256_set1_epi16(std::int16_t(f.lowest));
+    auto block = [&](int x) {
+        __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
+        for (int p = 0; p < pairs; ++p) {
+            const Rok8u* at = base + offs[p] + x;
+            const __m256i w = _mm256_set1_epi16(weights[p]);
+            e = _mm256_add_epi16(e, _mm256_maddubs_epi16(load(at), w));
+            o = _mm256_add_epi16(o, _mm256_maddubs_epi16(load(at + 1), w));
+        }
+        put(dst + x, finish16<F>(_mm256_sub_epi16(e, low), f), finish16<F>(_mm256_sub_epi16(o, low), f));
+    };
+    int x = 0;
+    for (; x + 32 <= n; x += 32) block(x);
+    if (x < n) block(n - 32);  // the last outputs again, to the same values
+}
+
 }  // namespace
+
+void byte_pair_row(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs, int n,
+                   Rok8u* dst, const BytesFinish& f) {
+    switch (f.form) {
+        case Form16::Multiply: return row_of<Form16::Multiply>(base, offs, weights, pairs, n, dst, f);
+        case Form16::Shift: return row_of<Form16::Shift>(base, offs, weights, pairs, n, dst, f);
+        default: return row_of<Form16::None>(base, offs, weights, pairs, n, dst, f);
+    }
+}
 
 // Rows per pass, chosen by timing on one core (1 to 4 rows): 3x3 forms
 // three, 5x5 four.

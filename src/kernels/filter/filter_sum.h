@@ -64,6 +64,11 @@ using BytePairRowsFn = void (*)(const Rok8u* src, std::ptrdiff_t srcStep, const 
                                 Rok8u* dst, std::ptrdiff_t dstStep, int rows, const BytesFinish& finish);
 BytePairRowsFn byte_pair_rows_kernel(int kw, int kh);
 
+// One row of the byte pairs of filter_sum_bytes (any kernel shape), n >= 32
+// samples, finished into the destination as filter_finish would.
+void byte_pair_row(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs, int n,
+                   Rok8u* dst, const BytesFinish& finish);
+
 void filter_sum(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
                 std::int32_t* acc);
 void filter_sum(const Rok16s* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
