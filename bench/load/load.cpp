@@ -4,7 +4,8 @@
 // between calls in the same process; and 2 or 4 application threads calling
 // at once. It prints per condition the mean and the worst call at every
 // processor against the mean at one thread under the same condition, and the
-// most threads the process held.
+// most threads the process held. The two thread counts take turns, a
+// quarter of the calls at a time, so that both see the same machine.
 //
 // Usage: rokload [calls per measurement, default 200] [case name filter]
 #include <dirent.h>
@@ -210,12 +211,11 @@ struct OpenCvBetween {
     void operator()() { cv::GaussianBlur(src, dst, cv::Size(5, 5), 0); }
 };
 
-// Calls from `callers` application threads at once; every call's time.
-std::vector<double> run_callers(const CaseDef& c, int w, int h, int callers, int calls,
-                                const std::function<void()>& between, int& maxThreads) {
-    std::vector<std::unique_ptr<Work>> work;
-    for (int i = 0; i < callers; ++i) work.push_back(c.make(w, h));
-    for (auto& wk : work) wk->call();  // warm
+// Calls from as many application threads at once as there are works, one
+// work each; every call's time is added to `all`.
+void run_callers(std::vector<std::unique_ptr<Work>>& work, int calls, const std::function<void()>& between,
+                 int& maxThreads, std::vector<double>& all) {
+    const int callers = int(work.size());
     std::vector<std::vector<double>> times(callers);
     std::atomic<int> ready{0};
     std::atomic<bool> go{false};
@@ -243,9 +243,7 @@ std::vector<double> run_callers(const CaseDef& c, int w, int h, int callers, int
     for (auto& t : threads) t.join();
     done = true;
     watch.join();
-    std::vector<double> all;
     for (auto& v : times) all.insert(all.end(), v.begin(), v.end());
-    return all;
 }
 
 }  // namespace
@@ -282,14 +280,27 @@ int main(int argc, char** argv) {
                 BusyProcesses busy(cond.busy);
                 std::function<void()> between;
                 if (cond.opencv) between = [&] { opencv(); };
-                Stats st[2];
-                int maxThreads = 0;
                 const int counts[2] = {1, procs};
+                // Each thread count has works of its own, made while it is in
+                // force (buffers and records are sized for it).
+                std::vector<std::unique_ptr<Work>> work[2];
                 for (int i = 0; i < 2; ++i) {
                     rokSetNumThreads(counts[i]);
-                    auto us = run_callers(c, sz.w, sz.h, cond.callers, calls, between, maxThreads);
-                    st[i] = summarise(us);
+                    for (int k = 0; k < cond.callers; ++k) work[i].push_back(c.make(sz.w, sz.h));
+                    for (auto& wk : work[i]) wk->call();  // warm
                 }
+                // The calls at one thread and at every processor go in turns
+                // (1, N, N, 1, ...), a quarter of them a turn, so that a change
+                // in the machine's other load while the case runs weighs on
+                // both means alike.
+                std::vector<double> us[2];
+                int maxThreads = 0;
+                for (int turn = 0; turn < 8; ++turn) {
+                    const int i = (turn + turn / 2) % 2;
+                    rokSetNumThreads(counts[i]);
+                    run_callers(work[i], (calls + 3) / 4, between, maxThreads, us[i]);
+                }
+                Stats st[2] = {summarise(us[0]), summarise(us[1])};
                 char size[16];
                 std::snprintf(size, sizeof size, "%dx%d", sz.w, sz.h);
                 std::printf("%-20s %-10s %-12s %9.1f %9.1f %9.1f %9.1f %7.2f %7.2f %8d\n", c.name.c_str(), size,
