@@ -31,7 +31,9 @@ struct RowJob {
     bool packed;
     bool bytes;  // horizontal byte pairs (ntaps pairs, sums from `lowest`)
     int lowest;
-    bool bytesRow;  // ... finished straight into an 8u row by bytesFinish
+    bool anyPairs;  // 8u taps in pairs of any two (ntaps pairs, fullPairs with a second tap)
+    int fullPairs;
+    bool bytesRow;  // byte pairs finished straight into an 8u row by bytesFinish
     kernels::BytesFinish bytesFinish;
     bool stream;  // float sums written straight to a destination too large to cache
     int kw, kh;
@@ -56,8 +58,12 @@ void filter_row(const RowJob& job, int y, void* scratch) {
         A* acc = static_cast<A*>(scratch);
         if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>) {
             if (job.bytesRow) {
-                kernels::byte_pair_row(base, job.offs, static_cast<const std::int16_t*>(job.coefs), job.ntaps,
-                                       job.samples, out, job.bytesFinish);
+                const auto* weights = static_cast<const std::int16_t*>(job.coefs);
+                if (job.anyPairs)
+                    kernels::byte_pair_any_row(base, job.offs, weights, job.ntaps, job.fullPairs, job.samples, out,
+                                               job.bytesFinish);
+                else
+                    kernels::byte_pair_row(base, job.offs, weights, job.ntaps, job.samples, out, job.bytesFinish);
                 return;
             }
         }
@@ -227,6 +233,53 @@ int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* 
     return pairs;
 }
 
+// 8u data of C1 (where horizontal pairs do not apply: one-column kernels),
+// C3 or C4 with small coefficients: the nonzero taps in summing order, two
+// at a time (any two taps, the bytes interleaved by the kernel), within the
+// bounds of prepare_byte_pairs. Pair p reads offs[p] (low weight byte) and,
+// for p < *full, offs[pairs + p] (high byte); an odd last tap stands alone.
+// Returns the number of pairs, or 0 where this does not apply.
+int prepare_any_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest, int* highest,
+                      int* full) {
+    if (!s.packable || s.layout == Layout::AC4) return 0;
+    const int kw = s.kernelSize.width, kh = s.kernelSize.height;
+    const long long ntaps = (long long)kw * kh;
+    long long magnitude = 0, negative = 0, positive = 0, nonzero = 0;
+    for (long long t = 0; t < ntaps; ++t) {
+        const std::int32_t v = int_coef(s, t);
+        if (v < -127 || v > 127) return 0;
+        magnitude += v < 0 ? -v : v;
+        negative += v < 0 ? v : 0;
+        positive += v > 0 ? v : 0;
+        nonzero += v != 0;
+    }
+    if (nonzero == 0 || 255 * magnitude > 65535) return 0;
+    const int pairs = int((nonzero + 1) / 2);
+    const std::ptrdiff_t pixelBytes = channels(s.layout);
+    const long long left = kw - 1 - (long long)s.anchor.x, up = kh - 1 - (long long)s.anchor.y;
+    int q = 0, first = 0;
+    for (int j = 0; j < kh; ++j)
+        for (int i = 0; i < kw; ++i) {
+            const int v = int_coef(s, ntaps - 1 - ((long long)j * kw + i));
+            if (v == 0) continue;
+            const std::ptrdiff_t off = std::ptrdiff_t(j - up) * s.srcStep + std::ptrdiff_t(i - left) * pixelBytes;
+            if (q % 2 == 0) {
+                offs[q / 2] = off;
+                first = v;
+                weights[q / 2] = std::int16_t(v & 0xFF);
+            } else {
+                if ((first < 0 ? -first : first) + (v < 0 ? -v : v) > 128) return 0;
+                offs[pairs + q / 2] = off;
+                weights[q / 2] = std::int16_t((v << 8) | (first & 0xFF));
+            }
+            ++q;
+        }
+    *lowest = int(255 * negative);
+    *highest = int(255 * positive);
+    *full = int(nonzero / 2);
+    return pairs;
+}
+
 // The weights of the shaped byte-pair kernels: every kernel row of the
 // neighbourhood in (kw + 1) / 2 pairs from columns 0, 2, ..., an odd
 // width's last pair at kw - 2 with a zero first weight; pairs whose weights
@@ -309,7 +362,12 @@ RokStatus run(const FilterCall& s) {
     int highest = 0;
     const int pairs = prepare_byte_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest, &highest);
     job.bytes = pairs > 0;
+    int anyPairs = 0;
+    if (!job.bytes && !s.rounding && s.dstBytes == 1 && samples >= 32)
+        anyPairs = prepare_any_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest, &highest, &job.fullPairs);
+    job.anyPairs = anyPairs > 0;
     if (job.bytes) job.ntaps = pairs;
+    else if (job.anyPairs) job.ntaps = anyPairs;
     else job.packed = prepare_taps(s, offs, coefs);
     job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
     job.floatMode = s.rounding ? kernels::FloatFinish(s.mode) : kernels::FloatFinish::NearestEven;
@@ -342,13 +400,13 @@ RokStatus run(const FilterCall& s) {
     kernels::BytePairRowsFn bytePairs = nullptr;
     std::int16_t shapedWeights[15];
     const Rok8u* shapedTop = nullptr;
-    job.bytesRow = job.bytes && !s.rounding && s.dstBytes == 1 && samples >= 32;
+    job.bytesRow = (job.bytes || job.anyPairs) && !s.rounding && s.dstBytes == 1 && samples >= 32;
     if (job.bytesRow) {
         const bool search = samples * s.roi.height >= 8LL * (highest - job.lowest);
         job.bytesFinish = search ? kernels::byte_pair_finish(job.intRule, job.lowest, highest) : kernels::BytesFinish{};
         job.bytesFinish.rule = job.intRule;
         job.bytesFinish.lowest = job.lowest;
-        if (s.kernelSize.width <= 5 && s.kernelSize.height <= 5)
+        if (job.bytes && s.kernelSize.width <= 5 && s.kernelSize.height <= 5)
             bytePairs = kernels::byte_pair_rows_kernel(s.kernelSize.width, s.kernelSize.height);
         if (bytePairs) {
             prepare_shaped_pairs(s, shapedWeights);

@@ -505,6 +505,50 @@ TEST(Filter, BytePairShapes8u) {
     }
 }
 
+// One-column kernels on C1 and every kernel on C3 and C4 pair their taps in
+// summing order, any two (the bytes interleaved): every tail, anchors,
+// lone last taps, the pair bound and one past it, and images large enough
+// for the 16-bit finishes.
+TEST(Filter, AnyBytePairs8u) {
+    using F = Form<Rok8u, Rok8u, Rok32s>;
+    const F col{"FilterColumn 8u C1", 1, 1, Shape::Column, false, COL_DIV(rokiFilterColumn_8u_C1R)};
+    const F c3{"Filter 8u C3", 3, 3, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C3R)};
+    const F c4{"Filter 8u C4", 4, 4, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C4R)};
+    const F row3{"FilterRow 8u C3", 3, 3, Shape::Row, false, ROW_DIV(rokiFilterRow_8u_C3R)};
+    std::uint32_t seed = 700;
+    for (int w = 1; w <= 70; ++w) {
+        const int divisor = kDivisors[std::size_t(w) % kDivisors.size()];
+        const rokt::Guard g = w % 2 ? rokt::Guard::After : rokt::Guard::Before;
+        check(col, Config{w, 2, 1, 3 + w % 3, 0, w % 5, divisor}, seed++, g);
+        check(c3, Config{w, 2, 3, 3, w % 3, (w / 3) % 3, divisor}, seed++, g);
+        check(c4, Config{w, 2, 2 + w % 4, 2, w % 2, 1, divisor}, seed++, g);
+        check(row3, Config{w, 2, 4 + w % 2, 1, w % 4, 0, divisor}, seed++, g);
+    }
+    // The first taps summed are the last stored.
+    std::vector<int> limit(9, 0), past(9, 0);
+    limit[8] = 64, limit[7] = 64, limit[0] = -1;  // a pair of 64 + 64
+    past = limit, past[7] = 65;                   // one past the bound
+    struct Case {
+        const F* form;
+        int w, h, kw, kh;
+        std::vector<int> kernel;
+        int divisor;
+    };
+    const std::vector<int> column5 = {1, 4, 6, 4, 1};
+    const Case cases[] = {
+        {&c3, 40, 4, 3, 3, limit, 3},           {&c3, 40, 4, 3, 3, past, 3},
+        {&c3, 400, 300, 3, 3, smoothing(3), 17}, {&c4, 600, 250, 5, 5, smoothing(5), 257},
+        {&col, 300, 200, 1, 5, column5, 16},     {&c3, 300, 200, 3, 3, limit, 1},
+    };
+    for (const Case& c : cases)
+        for (int threads : {1, 2}) {
+            WithThreads with(threads);
+            Config cfg{c.w, c.h, c.kw, c.kh, c.kw / 2, c.kh / 2, c.divisor};
+            cfg.kernel = c.kernel;
+            check(*c.form, cfg, seed++, threads == 1 ? rokt::Guard::After : rokt::Guard::Before);
+        }
+}
+
 // The 16-bit finishes, wherever they are offered, equal the rule for every
 // sum they may meet; and they are offered for the common smoothing divisors.
 TEST(FilterRules, BytePairFixedFinish) {

@@ -212,7 +212,42 @@ void row_of(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* w
     if (x < n) block(n - 32);  // the last outputs again, to the same values
 }
 
+// Any two taps of any layout: the pair's samples interleaved byte by byte,
+// so that each 16-bit lane holds one output's two samples. The low half of
+// the interleave gives samples 0-7 and 16-23 of the block, the high half
+// 8-15 and 24-31, which the final pack puts back in order.
+template <Form16 F>
+void any_of(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs, int full, int n,
+            Rok8u* dst, const BytesFinish& finish) {
+    const BytesFinish f = finish;
+    const __m256i low = _mm256_set1_epi16(std::int16_t(f.lowest));
+    auto block = [&](int x) {
+        __m256i lo = _mm256_setzero_si256(), hi = _mm256_setzero_si256();
+        for (int p = 0; p < pairs; ++p) {
+            const __m256i a = load(base + offs[p] + x);
+            const __m256i b = p < full ? load(base + offs[pairs + p] + x) : a;  // a lone tap: second weight 0
+            const __m256i w = _mm256_set1_epi16(weights[p]);
+            lo = _mm256_add_epi16(lo, _mm256_maddubs_epi16(_mm256_unpacklo_epi8(a, b), w));
+            hi = _mm256_add_epi16(hi, _mm256_maddubs_epi16(_mm256_unpackhi_epi8(a, b), w));
+        }
+        const __m256i l = finish16<F>(_mm256_sub_epi16(lo, low), f), h = finish16<F>(_mm256_sub_epi16(hi, low), f);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + x), _mm256_packus_epi16(l, h));
+    };
+    int x = 0;
+    for (; x + 32 <= n; x += 32) block(x);
+    if (x < n) block(n - 32);  // the last outputs again, to the same values
+}
+
 }  // namespace
+
+void byte_pair_any_row(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs, int full,
+                       int n, Rok8u* dst, const BytesFinish& f) {
+    switch (f.form) {
+        case Form16::Multiply: return any_of<Form16::Multiply>(base, offs, weights, pairs, full, n, dst, f);
+        case Form16::Shift: return any_of<Form16::Shift>(base, offs, weights, pairs, full, n, dst, f);
+        default: return any_of<Form16::None>(base, offs, weights, pairs, full, n, dst, f);
+    }
+}
 
 void byte_pair_row(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs, int n,
                    Rok8u* dst, const BytesFinish& f) {
