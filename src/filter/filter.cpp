@@ -59,7 +59,14 @@ void filter_row(const RowJob& job, int y, void* scratch) {
         if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>) {
             if (job.bytesRow) {
                 const auto* weights = static_cast<const std::int16_t*>(job.coefs);
-                if (job.anyPairs)
+                if (job.ac4) {
+                    // All four channels into the scratch row, then the three
+                    // that are written.
+                    auto* all = static_cast<Rok8u*>(scratch);
+                    kernels::byte_pair_any_row(base, job.offs, weights, job.ntaps, job.fullPairs, job.samples, all,
+                                               job.bytesFinish);
+                    kernels::copy_ac4(all, out, job.width, 1);
+                } else if (job.anyPairs)
                     kernels::byte_pair_any_row(base, job.offs, weights, job.ntaps, job.fullPairs, job.samples, out,
                                                job.bytesFinish);
                 else
@@ -234,14 +241,14 @@ int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* 
 }
 
 // 8u data of C1 (where horizontal pairs do not apply: one-column kernels),
-// C3 or C4 with small coefficients: the nonzero taps in summing order, two
+// C3, C4 or AC4 (all four channels formed) with small coefficients: the nonzero taps in summing order, two
 // at a time (any two taps, the bytes interleaved by the kernel), within the
 // bounds of prepare_byte_pairs. Pair p reads offs[p] (low weight byte) and,
 // for p < *full, offs[pairs + p] (high byte); an odd last tap stands alone.
 // Returns the number of pairs, or 0 where this does not apply.
 int prepare_any_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest, int* highest,
                       int* full) {
-    if (!s.packable || s.layout == Layout::AC4) return 0;
+    if (!s.packable) return 0;
     const int kw = s.kernelSize.width, kh = s.kernelSize.height;
     const long long ntaps = (long long)kw * kh;
     long long magnitude = 0, negative = 0, positive = 0, nonzero = 0;

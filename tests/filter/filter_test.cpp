@@ -505,16 +505,17 @@ TEST(Filter, BytePairShapes8u) {
     }
 }
 
-// One-column kernels on C1 and every kernel on C3 and C4 pair their taps in
-// summing order, any two (the bytes interleaved): every tail, anchors,
-// lone last taps, the pair bound and one past it, and images large enough
-// for the 16-bit finishes.
+// One-column kernels on C1 and every kernel on C3, C4 and AC4 pair their
+// taps in summing order, any two (the bytes interleaved): every tail,
+// anchors, lone last taps, the pair bound and one past it, and images large
+// enough for the 16-bit finishes.
 TEST(Filter, AnyBytePairs8u) {
     using F = Form<Rok8u, Rok8u, Rok32s>;
     const F col{"FilterColumn 8u C1", 1, 1, Shape::Column, false, COL_DIV(rokiFilterColumn_8u_C1R)};
     const F c3{"Filter 8u C3", 3, 3, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C3R)};
     const F c4{"Filter 8u C4", 4, 4, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C4R)};
     const F row3{"FilterRow 8u C3", 3, 3, Shape::Row, false, ROW_DIV(rokiFilterRow_8u_C3R)};
+    const F ac4{"Filter 8u AC4", 4, 3, Shape::TwoD, false, F2_DIV(rokiFilter_8u_AC4R)};
     std::uint32_t seed = 700;
     for (int w = 1; w <= 70; ++w) {
         const int divisor = kDivisors[std::size_t(w) % kDivisors.size()];
@@ -523,6 +524,7 @@ TEST(Filter, AnyBytePairs8u) {
         check(c3, Config{w, 2, 3, 3, w % 3, (w / 3) % 3, divisor}, seed++, g);
         check(c4, Config{w, 2, 2 + w % 4, 2, w % 2, 1, divisor}, seed++, g);
         check(row3, Config{w, 2, 4 + w % 2, 1, w % 4, 0, divisor}, seed++, g);
+        check(ac4, Config{w, 2, 3, 2, w % 3, w % 2, divisor}, seed++, g);
     }
     // The first taps summed are the last stored.
     std::vector<int> limit(9, 0), past(9, 0);
@@ -539,6 +541,7 @@ TEST(Filter, AnyBytePairs8u) {
         {&c3, 40, 4, 3, 3, limit, 3},           {&c3, 40, 4, 3, 3, past, 3},
         {&c3, 400, 300, 3, 3, smoothing(3), 17}, {&c4, 600, 250, 5, 5, smoothing(5), 257},
         {&col, 300, 200, 1, 5, column5, 16},     {&c3, 300, 200, 3, 3, limit, 1},
+        {&ac4, 300, 200, 3, 3, smoothing(3), 17}, {&ac4, 45, 5, 3, 3, past, 5},
     };
     for (const Case& c : cases)
         for (int threads : {1, 2}) {

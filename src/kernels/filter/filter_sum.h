@@ -69,7 +69,7 @@ BytePairRowsFn byte_pair_rows_kernel(int kw, int kh);
 void byte_pair_row(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs, int n,
                    Rok8u* dst, const BytesFinish& finish);
 
-// 8u data of any layout (AC4 aside) whose taps pair in any order: pair p
+// 8u data of any layout whose taps pair in any order: pair p
 // reads offs[p] with the low byte of weights[p] and, for p < full,
 // offs[pairs + p] with the high byte (pairs past `full` are lone taps, their
 // high byte zero). The weights and sums keep the bounds of
