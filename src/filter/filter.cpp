@@ -366,17 +366,34 @@ RokStatus run(const FilterCall& s) {
     job.offs = offs;
     job.coefs = coefs;
     job.ntaps = int(ntaps);
+    job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
+    // 8u data whose taps pair in bytes (horizontal neighbours on C1, else
+    // any two): the 16-bit sums are finished straight into an 8u
+    // destination, by a 16-bit form of the rule where one holds (looked for
+    // with an exhaustive check over the reachable sums, only where the image
+    // outweighs that check: the rounding-mode rules check against their
+    // scalar statement, which costs more), else by the rule on 32-bit lanes
+    // (not offered for the rounding-mode rules: those then take the other
+    // paths).
     int highest = 0;
     const int pairs = prepare_byte_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest, &highest);
     job.bytes = pairs > 0;
+    const bool direct = s.dstBytes == 1 && samples >= 32;
     int anyPairs = 0;
-    if (!job.bytes && !s.rounding && s.dstBytes == 1 && samples >= 32)
+    if (!job.bytes && direct)
         anyPairs = prepare_any_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest, &highest, &job.fullPairs);
-    job.anyPairs = anyPairs > 0;
+    if ((job.bytes || anyPairs > 0) && direct) {
+        const long long weight = s.rounding ? 64 : 8;
+        const bool search = samples * s.roi.height >= weight * (highest - job.lowest);
+        job.bytesFinish = search ? kernels::byte_pair_finish(job.intRule, job.lowest, highest) : kernels::BytesFinish{};
+        job.bytesFinish.rule = job.intRule;
+        job.bytesFinish.lowest = job.lowest;
+        job.bytesRow = !s.rounding || job.bytesFinish.form != kernels::Form16::None;
+    }
+    job.anyPairs = anyPairs > 0 && job.bytesRow;
     if (job.bytes) job.ntaps = pairs;
     else if (job.anyPairs) job.ntaps = anyPairs;
     else job.packed = prepare_taps(s, offs, coefs);
-    job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
     job.floatMode = s.rounding ? kernels::FloatFinish(s.mode) : kernels::FloatFinish::NearestEven;
 
     // Float results go past the cache from the size at which the library's
@@ -399,20 +416,12 @@ RokStatus run(const FilterCall& s) {
         s.srcBytes == 4 && s.dstBytes == 4 && s.coef == Coef::F32 && s.accBytes == 0 && s.layout == Layout::C1
             ? kernels::shaped_rows_kernel(s.kernelSize.width, s.kernelSize.height)
             : nullptr;
-    // One-channel 8u data whose taps pair in bytes: the 16-bit sums are
-    // finished straight into the destination (a 16-bit form of the rule
-    // where one holds, looked for with an exhaustive check over the
-    // reachable sums only where the image outweighs that check); kernels of
-    // a common shape keep their sums in registers, several rows a pass.
+    // One-channel kernels of a common shape in horizontal byte pairs keep
+    // their sums in registers, several rows a pass.
     kernels::BytePairRowsFn bytePairs = nullptr;
     std::int16_t shapedWeights[15];
     const Rok8u* shapedTop = nullptr;
-    job.bytesRow = (job.bytes || job.anyPairs) && !s.rounding && s.dstBytes == 1 && samples >= 32;
     if (job.bytesRow) {
-        const bool search = samples * s.roi.height >= 8LL * (highest - job.lowest);
-        job.bytesFinish = search ? kernels::byte_pair_finish(job.intRule, job.lowest, highest) : kernels::BytesFinish{};
-        job.bytesFinish.rule = job.intRule;
-        job.bytesFinish.lowest = job.lowest;
         if (job.bytes && s.kernelSize.width <= 5 && s.kernelSize.height <= 5)
             bytePairs = kernels::byte_pair_rows_kernel(s.kernelSize.width, s.kernelSize.height);
         if (bytePairs) {

@@ -552,20 +552,50 @@ TEST(Filter, AnyBytePairs8u) {
         }
 }
 
+// The rounding-mode forms take the byte-pair paths where a 16-bit finish
+// holds (toward zero and ties away always, ties to even with odd divisors)
+// and the other paths elsewhere: every mode at divisors 1, 16, 17 and 10
+// on images large enough for the check.
+TEST(Filter, BytePairRoundingModes8u) {
+    using F = Form<Rok8u, Rok8u, Rok16s>;
+    const F c1{"Round16s 8u C1", 1, 1, Shape::TwoD, true, F2_RDIV(rokiFilter_Round16s_8u_C1R),
+               rokiFilterRoundGetBufSize16s_8u_C1R};
+    const F c3{"Round16s 8u C3", 3, 3, Shape::TwoD, true, F2_RDIV(rokiFilter_Round16s_8u_C3R),
+               rokiFilterRoundGetBufSize16s_8u_C3R};
+    const F ac4{"Round16s 8u AC4", 4, 3, Shape::TwoD, true, F2_RDIV(rokiFilter_Round16s_8u_AC4R),
+                rokiFilterRoundGetBufSize16s_8u_AC4R};
+    std::uint32_t seed = 800;
+    for (int mode : {0, 1, 2})
+        for (int divisor : {1, 16, 17, 10}) {
+            Config cfg{600, 500, 3, 3, 1, 1, divisor, mode};
+            cfg.kernel = smoothing(3);
+            check(c1, cfg, seed++);
+            cfg.w = 350, cfg.h = 300;
+            check(c3, cfg, seed++, rokt::Guard::Before);
+            cfg.w = 300, cfg.h = 250;
+            check(ac4, cfg, seed++);
+        }
+}
+
 // The 16-bit finishes, wherever they are offered, equal the rule for every
 // sum they may meet; and they are offered for the common smoothing divisors.
 TEST(FilterRules, BytePairFixedFinish) {
     using rok::kernels::Form16;
-    auto rule_for = [](int d) {
+    using rok::kernels::IntFinish;
+    // The rule of divisor d and mode (-1: the plain filter's).
+    auto rule_for = [](int d, int mode = -1) {
         rok::kernels::IntRule rule;
         rule.divisor = d;
         if (d == 1) {
-            rule.kind = rok::kernels::IntFinish::Saturate;
+            rule.kind = IntFinish::Saturate;
         } else if (power_of_two(d)) {
-            rule.kind = rok::kernels::IntFinish::ShiftEven;
             rule.shift = __builtin_ctz(unsigned(d));
+            rule.kind = mode == 0 ? IntFinish::TruncShift : mode == 2 ? IntFinish::HalfAwayShift : IntFinish::ShiftEven;
         } else {
-            rule.kind = rok::kernels::IntFinish::Reciprocal;
+            rule.kind = mode < 0    ? IntFinish::Reciprocal
+                        : mode == 0 ? IntFinish::TruncDivide
+                        : mode == 1 ? IntFinish::DoubleEven
+                                    : IntFinish::HalfAwayDivide;
             rule.reciprocal = 1.0f / float(d);
         }
         return rule;
@@ -576,26 +606,27 @@ TEST(FilterRules, BytePairFixedFinish) {
     const Range ranges[] = {{0, 4590},      {0, 65535}, {-255, 32640}, {-65535, 0},
                             {-30000, 35535}, {-10, 10},  {-1020, 2040}, {-4080, 8160}};
     int offered[3] = {};
-    for (int d : {1, 2, 4, 16, 256, 1024, 32768, 3, 5, 7, 17, 45, 100, 255, 257, 1000, 32767, 65535, 65537, 100000,
-                  -3, -17, -16, 10, 6})
-        for (const Range& r : ranges) {
-            const auto f = rok::kernels::byte_pair_finish(rule_for(d), r.lowest, r.highest);
-            if (f.form == Form16::None) continue;
-            ++offered[int(f.form)];
-            for (int s = r.lowest; s <= r.highest; ++s) {
-                const unsigned v = std::min(unsigned(s - r.lowest), unsigned(f.hi));
-                unsigned q;
-                if (f.form == Form16::Multiply)
-                    q = (((v + f.add) & 0xFFFFu) * f.mul >> 16) >> f.shift;
-                else
-                    q = ((v + f.add + (((v >> f.shift) ^ f.parity) & f.odd)) & 0xFFFFu) >> f.shift;
-                const int r16 = std::int16_t(std::uint16_t(q - std::uint16_t(f.sub)));
-                const int got = r16 < 0 ? 0 : r16 > 255 ? 255 : r16;
-                ASSERT_EQ(got, finish_int<Rok8u>(s, d, -1)) << "divisor " << d << " sum " << s;
+    for (int mode : {-1, 0, 1, 2})
+        for (int d : {1, 2, 4, 16, 256, 1024, 32768, 3, 5, 7, 17, 45, 100, 255, 257, 1000, 32767, 65535, 65537, 100000,
+                      -3, -17, -16, 10, 6})
+            for (const Range& r : ranges) {
+                const auto f = rok::kernels::byte_pair_finish(rule_for(d, mode), r.lowest, r.highest);
+                if (f.form == Form16::None) continue;
+                ++offered[int(f.form)];
+                for (int s = r.lowest; s <= r.highest; ++s) {
+                    const unsigned v = std::min(unsigned(s - r.lowest), unsigned(f.hi));
+                    unsigned q;
+                    if (f.form == Form16::Multiply)
+                        q = (((v + f.add) & 0xFFFFu) * f.mul >> 16) >> f.shift;
+                    else
+                        q = ((v + f.add + (((v >> f.shift) ^ f.parity) & f.odd)) & 0xFFFFu) >> f.shift;
+                    const int r16 = std::int16_t(std::uint16_t(q - std::uint16_t(f.sub)));
+                    const int got = r16 < 0 ? 0 : r16 > 255 ? 255 : r16;
+                    ASSERT_EQ(got, finish_int<Rok8u>(s, d, mode)) << "divisor " << d << " mode " << mode << " sum " << s;
+                }
             }
-        }
-    EXPECT_GT(offered[int(Form16::Multiply)], 20);
-    EXPECT_GT(offered[int(Form16::Shift)], 20);
+    EXPECT_GT(offered[int(Form16::Multiply)], 80);
+    EXPECT_GT(offered[int(Form16::Shift)], 80);
     for (int d : {1, 16, 17, 256, 257})
         EXPECT_NE(rok::kernels::byte_pair_finish(rule_for(d), 0, 255 * std::min(d, 257)).form, Form16::None) << d;
 }

@@ -169,6 +169,28 @@ void rows_any(const Rok8u* src, std::ptrdiff_t srcStep, const std::int16_t* weig
 // do: sixteen sums a step, the last step's lanes past span held at span.
 template <Form16 F>
 bool form_matches(const BytesFinish& f, int span) {
+    const IntFinish kind = f.rule.kind;
+    if (kind != IntFinish::Saturate && kind != IntFinish::ShiftEven && kind != IntFinish::Reciprocal) {
+        // The rounding-mode rules: filter_finish itself, 1024 sums at a time.
+        alignas(32) std::int32_t sums[1024];
+        Rok8u want[1024], got[1024 + 16];
+        for (int v0 = 0; v0 <= span; v0 += 1024) {
+            const int m = std::min(1024, span + 1 - v0);
+            for (int i = 0; i < m; ++i) sums[i] = f.lowest + v0 + i;
+            filter_finish(sums, m, f.rule, want);
+            const __m256i last = _mm256_set1_epi16(std::int16_t(span));
+            for (int i = 0; i < m; i += 16) {
+                const __m256i first = _mm256_add_epi16(_mm256_set1_epi16(std::int16_t(v0 + i)),
+                                                       _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
+                const __m256i u = v0 + i + 15 <= span ? first : _mm256_min_epu16(first, last);
+                const __m256i g = finish16_form<F>(u, f);
+                _mm_storeu_si128(reinterpret_cast<__m128i*>(got + i),
+                                 _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packus_epi16(g, g), 0xD8)));
+            }
+            if (!std::equal(want, want + m, got)) return false;
+        }
+        return true;
+    }
     const __m256i step = _mm256_set1_epi16(16), last = _mm256_set1_epi16(std::int16_t(span));
     const __m256i low = _mm256_set1_epi32(f.lowest);
     __m256i first = _mm256_setr_epi16(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
@@ -184,10 +206,11 @@ bool form_matches(const BytesFinish& f, int span) {
     return _mm256_testz_si256(bad, bad);
 }
 
-// The rule on one sum (the 32-bit lanes' arithmetic), saturated to bytes.
+// The rule on one sum.
 int rule_of(int s, const IntRule& r) {
-    const __m256i v = finish8(_mm256_set1_epi32(s), r);
-    return std::min(std::max(_mm256_cvtsi256_si32(v), 0), 255);
+    Rok8u out;
+    filter_finish(&s, 1, r, &out);
+    return out;
 }
 
 // One row of any kernel shape, the pairs at runtime offsets: 32 outputs a
@@ -291,31 +314,40 @@ BytesFinish search_finish(const IntRule& rule, int lowest, int highest) {
     f.hi = std::uint16_t(hi);
     auto floor_div = [](long long a, long long d) { return a >= 0 ? a / d : -((-a + d - 1) / d); };
 
-    if (rule.kind == IntFinish::Saturate || rule.kind == IntFinish::ShiftEven) {
-        // s >> k with ties to even is (s + 2^(k-1) - 1 + ((s >> k) & 1)) >> k.
-        // With lowest a multiple of 2^k, s >> k is (u >> k) + (lowest >> k):
-        // the parity of the second term flips that of the first, and it is
-        // subtracted at the end. The saturating rule is the case k = 0.
-        const int k = rule.kind == IntFinish::Saturate ? 0 : rule.shift;
+    const IntFinish kind = rule.kind;
+    const bool shifts = kind == IntFinish::Saturate || kind == IntFinish::ShiftEven || kind == IntFinish::TruncShift ||
+                        kind == IntFinish::HalfAwayShift;
+    if (shifts) {
+        // s >> k with ties to even is (s + 2^(k-1) - 1 + ((s >> k) & 1)) >> k,
+        // with ties away (s + 2^(k-1)) >> k, toward zero s >> k (negative
+        // sums give 0 after saturation either way). With lowest a multiple
+        // of 2^k, s >> k is (u >> k) + (lowest >> k): the parity of the
+        // second term flips that of the first, and it is subtracted at the
+        // end. The saturating rule is the case k = 0.
+        const int k = kind == IntFinish::Saturate ? 0 : rule.shift;
         if (k > 15 || lowest % (1 << k) != 0) return f;
         const long long q = floor_div(lowest, 1LL << k);
-        if (-q < -32768 || -q > 32767 || (long long)hi + (k ? (1 << (k - 1)) : 0) > 65535) return f;
+        const int half = k ? 1 << (k - 1) : 0;
         BytesFinish c = f;
         c.form = Form16::Shift;
         c.shift = k;
-        c.add = std::uint16_t(k ? (1 << (k - 1)) - 1 : 0);
-        c.odd = std::uint16_t(k ? 1 : 0);
+        c.add = std::uint16_t(kind == IntFinish::ShiftEven ? half - 1 : kind == IntFinish::HalfAwayShift ? half : 0);
+        c.odd = std::uint16_t(kind == IntFinish::ShiftEven ? 1 : 0);
         c.parity = std::uint16_t(q & 1);
         c.sub = std::int16_t(-q);
+        if (-q < -32768 || -q > 32767 || (long long)hi + c.add + c.odd > 65535) return f;
         return form_matches<Form16::Shift>(c, span) ? c : f;
     }
-    if (rule.kind != IntFinish::Reciprocal || rule.divisor < 2) return f;
-    // Rounded to nearest: floor((s + h) / d) with h = (d - 1) / 2, that is
-    // floor((u + add) / d) - sub, add = (lowest + h) mod d; the quotient
-    // by a multiply-high and a shift, the multiplier rounded either way
-    // (rounded down it needs the dividend one larger). Even divisors meet
-    // ties, which this rounds up: the check turns them away.
-    const int d = rule.divisor, h = (d - 1) / 2;
+    if (rule.divisor < 2) return f;
+    // Rounded to nearest: floor((s + h) / d) with h = (d - 1) / 2 (ties
+    // away: h = d / 2; toward zero, where only sums of 0 and more matter
+    // after saturation: h = 0), that is floor((u + add) / d) - sub,
+    // add = (lowest + h) mod d; the quotient by a multiply-high and a shift,
+    // the multiplier rounded either way (rounded down it needs the dividend
+    // one larger). Ties to even with an even divisor round differently from
+    // every such form: the check turns them away.
+    const int d = rule.divisor;
+    const int h = kind == IntFinish::TruncDivide ? 0 : kind == IntFinish::HalfAwayDivide ? d / 2 : (d - 1) / 2;
     const long long base = (long long)lowest + h;
     const long long fl = floor_div(base, d);
     const int add0 = int(base - fl * d);

@@ -47,10 +47,11 @@ struct BytesFinish {
     int shift = 0;
     std::int16_t sub = 0;
 };
-// The finish for sums lowest .. highest under `rule` (a rule of the forms
-// without a rounding mode): the reciprocal rule of a divisor of 2 and more
-// as a multiply-high, the power-of-two and saturating rules as a shift,
-// each where it holds for every sum, else the rule itself.
+// The finish for sums lowest .. highest under `rule`: the rules of
+// divisors of 2 and more (rounded to nearest, away or toward zero) as a
+// multiply-high, the power-of-two and saturating rules as a shift, each
+// where it holds for every sum, else the rule itself (form None; on 32-bit
+// lanes the row kernels know only the rules without a rounding mode).
 BytesFinish byte_pair_finish(const IntRule& rule, int lowest, int highest);
 
 // One-channel 8u data and a kernel of a common shape (3x3, 5x5) whose taps
