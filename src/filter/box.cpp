@@ -138,7 +138,8 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                 // the means in one pass (the sums in the kernel's order).
                 auto form = [&](int r) {
                     if constexpr (O == Order::Split)
-                        kernels::box::row_windows_split(source(r), n, g.mw, windows_of(r));
+                        kernels::box::row_windows_split(source(r), n, g.mw, windows_of(r),
+                                                        reinterpret_cast<std::uint16_t*>(prefix));
                     else
                         kernels::box::row_windows(source(r), n, nc, g.mw, reinterpret_cast<std::uint16_t*>(prefix),
                                                   windows_of(r));
@@ -247,10 +248,12 @@ RokStatus run_box(const T* src, int srcStep, D* dst, int dstStep, RokiSize roi, 
             if constexpr (std::is_same_v<T, Rok8u> && std::is_same_v<D, Rok8u>) {
                 // One channel rows first, split, on rows of 32 samples and
                 // more: 16-bit column sums while every box sum fits them and
-                // the mean takes the high half of a 16-bit product, else
+                // the mean takes the high half of a 16-bit product or one
+                // rounding multiply (3x3 and 5x5 among them), else
                 // 32-bit ones while the mean is not wide.
                 if (g.nc == 1 && roi.width >= 32 && mask.width <= kernels::box::kSplitWidest) {
-                    if (area * 255 <= 65535 && kernels::box::split_high(mean))
+                    if (area * 255 <= 65535 &&
+                        (kernels::box::split_high(mean) || kernels::box::split_round(mean, area, mask.width)))
                         return run_lanes<std::uint16_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);
                     if (area * 255 > 65535 && !mean.wide)
                         return run_lanes<std::int32_t, T, D, Order::Split>(src, srcStep, dst, dstStep, g, mean);

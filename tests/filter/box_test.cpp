@@ -176,6 +176,7 @@ void sweep(const Form<T, D>& f, int mw, int mh) {
 TEST(BoxFilter, EveryEngineOverEveryTail) {
     sweep(Form<Rok8u, Rok8u>{"Box 8u C1", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, 3, 3);
     sweep(Form<Rok8u, Rok8u>{"Box 8u C4", 4, 4, false, BOX(rokiFilterBox_8u_C4R)}, 5, 5);
+    sweep(Form<Rok8u, Rok8u>{"Box 8u C1 5x5", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, 5, 5);
     sweep(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, 11, 11);
     sweep(Form<Rok8u, Rok8u>{"Box 8u C3 31x2", 3, 3, false, BOX(rokiFilterBox_8u_C3R)}, 31, 2);
     sweep(Form<Rok8u, Rok8u>{"Box 8u C1 20x15", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, 20, 15);
@@ -219,6 +220,34 @@ TEST(BoxFilter, SplitRowsEveryWindow) {
     for (int mw : {56, 57})
         for (int w : {95, 96})
             check(f, Box{w, 4, mw, 7, mw - 1, 1}, 9, w % 2 ? rokt::Guard::After : rokt::Guard::Before, 1);
+}
+
+// Split rows with 32-bit column sums at every shift their areas take (20 to
+// 24: areas 258 to 8100): the source steps from about 0 to about 255 below
+// the first box, so the means run over the whole range of bytes as the box
+// passes the step (sums from a table of running sums of the source).
+TEST(BoxFilter, SplitRowsTallMasksEveryShift) {
+    for (const auto& [mw, mh] : std::vector<std::pair<int, int>>{{43, 6}, {56, 10}, {24, 40}, {31, 31}, {56, 144}, {1, 8100}}) {
+        const int w = 33 + mw % 32, h = mh + 2, cols = w + mw - 1, rows = h + mh - 1;
+        GuardedImage<Rok8u> src(cols, rows, 1, 0, rokt::Guard::After);
+        std::vector<long long> run(std::size_t(cols + 1) * (rows + 1), 0);  // sums of src above and left
+        auto at = [&](int x, int y) -> long long& { return run[std::size_t(y) * (cols + 1) + x]; };
+        for (int y = 0; y < rows; ++y)
+            for (int x = 0; x < cols; ++x) {
+                src.at(x, y) = Rok8u(y < mh ? (x * 5 + y) % 3 : 255 - (x + y * 3) % 4);
+                at(x + 1, y + 1) = src.at(x, y) + at(x, y + 1) + at(x + 1, y) - at(x, y);
+            }
+        GuardedImage<Rok8u> dst(w, h, 1, 0, rokt::Guard::After);
+        ASSERT_EQ(rokiFilterBox_8u_C1R(src.data(), src.step(), dst.data(), dst.step(), {w, h}, {mw, mh}, {0, 0}),
+                  rokStatusOk);
+        const Multiplier m = multiplier((long long)mw * mh, true);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const long long sum = at(x + mw, y + mh) - at(x, y + mh) - at(x + mw, y) + at(x, y);
+                ASSERT_EQ(dst.at(x, y), std::min(255ll, (m.mult * sum + (1ll << (m.shift - 1))) >> m.shift))
+                    << "mask " << mw << "x" << mh << " at " << x << "," << y;
+            }
+    }
 }
 
 // Images past the core's cache take streaming stores for their means, the
@@ -280,8 +309,9 @@ TEST(BoxFilter, EngineByArea) {
 // Every window sum an 8u row box of 1 to 257 pixels can take, at every
 // vector position: the source rises by one every `w` pixels, so consecutive
 // windows sum to consecutive integers up to 255 w. Areas of 32 and more
-// take the mean from the high half of a 16-bit product; any slip at a
-// rounding boundary of the fixed point shows here.
+// take the mean from the high half of a 16-bit product, most smaller ones
+// from one rounding multiply; any slip at a rounding boundary of the fixed
+// point shows here.
 TEST(BoxFilter, EverySumOfNarrowAreas) {
     std::vector<Rok8u> src, dst;
     for (int w = 1; w <= 257; ++w) {
@@ -393,6 +423,7 @@ TEST(BoxFilter, SameResultsAtOneAndTwoThreads) {
     };
     EXPECT_EQ(run(Rok8u{}, 1, {11, 11}), run(Rok8u{}, 2, {11, 11}));
     EXPECT_EQ(run(Rok8u{}, 1, {31, 31}), run(Rok8u{}, 2, {31, 31}));
+    EXPECT_EQ(run(Rok8u{}, 1, {3, 3}, 1), run(Rok8u{}, 2, {3, 3}, 1));
     EXPECT_EQ(run(Rok8u{}, 1, {11, 11}, 1), run(Rok8u{}, 2, {11, 11}, 1));
     EXPECT_EQ(run(Rok8u{}, 1, {31, 31}, 1), run(Rok8u{}, 2, {31, 31}, 1));
     EXPECT_EQ(run(Rok32f{}, 1, {7, 9}), run(Rok32f{}, 2, {7, 9}));

@@ -45,11 +45,18 @@ void vertical_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n
 // multiply-add of a shifted load) build the split sums without any shuffle,
 // and the split means interleave back into bytes by shifts. (From about 64
 // pixels on, windows measured as fast as running sums along the row.)
+// From kSplitRunningFrom pixels on, the windows of the whole blocks come
+// from running sums of the row's pairs (`scratch` holds n / 2 + width / 2 +
+// 48 words), at a cost that no longer grows with the width.
 constexpr int kSplitWidest = 56;
+constexpr int kSplitRunningFrom = 24;
 int split_length(int n);
-void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out);
+void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out, std::uint16_t* scratch);
 // Column sums of split window sums in 16 bits (every box sum fits 16 bits
-// and `Mean` takes the high half of a 16-bit product: split_high), or in 32
+// and `Mean` takes the high half of a 16-bit product: split_high; or, masks
+// of at most kSplitRoundWidest pixels whose box sums stay below 2^15 and
+// whose multiplier is a whole number at a shift of 15: split_round, the
+// mean one rounding multiply), or in 32
 // bits (each block of 32 as four blocks of 8: the even samples of the even
 // half, its odd samples, then the same of the odd half; held as
 // mult * S + 2^(shift-1), for means that are not `wide`). add sets (first)
@@ -58,6 +65,8 @@ void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out);
 // ends its rows with a store fence).
 struct Mean;
 bool split_high(const Mean& m);
+constexpr int kSplitRoundWidest = 32;
+bool split_round(const Mean& m, long long area, int width);
 void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::uint16_t* sums);
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
                 Rok8u* dst, bool stream);

@@ -147,12 +147,79 @@ constexpr std::array<BlocksSplit, sizeof...(R)> blocks_table(std::integer_sequen
 }
 constexpr auto kBlocksSplit = blocks_table(std::make_integer_sequence<int, kSplitWidest + 1>{});
 
+// Running sums of the words of v within each 128-bit half (modulo 2^16).
+inline __m256i running_halves(__m256i v) {
+    v = _mm256_add_epi16(v, _mm256_slli_si256(v, 2));
+    v = _mm256_add_epi16(v, _mm256_slli_si256(v, 4));
+    return _mm256_add_epi16(v, _mm256_slli_si256(v, 8));
+}
+
+// The split window sums of the whole blocks of a row of n samples from the
+// running sum of its pairs: pe[j] = row[0] + ... + row[2j - 1] (modulo
+// 2^16; the window sums, below 2^16, come out exact as differences), so
+// each block costs the same whatever the width. With w = 2h or 2h + 1, the
+// window at 2i is pe[i + h] - pe[i], plus row[2i + w - 1] for odd w; the
+// one at 2i + 1 is that less row[2i], plus row[2i + w]. Reads
+// row[0 .. n + w - 2]; pe holds n / 2 + w / 2 + 48 words.
+void windows_running(const Rok8u* row, int n, int width, std::uint16_t* pe) {
+    const Weights w;
+    const int h = width / 2;
+    // pe[0 .. 16 * whole + h] (pe[j] reads row[0 .. 2j - 1]).
+    const int words = 16 * (n / 32) + h + 1;
+    const int readable = n + width - 1;  // bytes of the row that may be read
+    // Word 7 of each half to all of that half.
+    const __m256i word7 = _mm256_set1_epi16(0x0F0E);
+    __m256i carry = _mm256_setzero_si256();
+    pe[0] = 0;
+    for (int c = 0; 16 * c + 1 < words; ++c) {
+        __m256i v;
+        if (32 * c + 32 <= readable) {
+            v = load(row + 32 * c);
+        } else {
+            alignas(32) Rok8u part[32] = {};
+            std::memcpy(part, row + 32 * c, std::size_t(std::min(32, readable - 32 * c)));
+            v = load(part);
+        }
+        // The halves' running sums, the low half's total added to the high
+        // half and the carry to both; the carry then takes both totals.
+        const __m256i run = running_halves(_mm256_maddubs_epi16(v, w.both));
+        const __m256i totals = _mm256_shuffle_epi8(run, word7);
+        const __m256i low = _mm256_permute2x128_si256(totals, totals, 0x08);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(pe + 16 * c + 1),
+                            _mm256_add_epi16(_mm256_add_epi16(run, low), carry));
+        carry = _mm256_add_epi16(
+            carry, _mm256_add_epi16(totals, _mm256_permute2x128_si256(totals, totals, 0x01)));
+    }
+}
+
+template <bool Odd>
+void blocks_running(const Rok8u* row, int n, int width, const std::uint16_t* pe, std::uint16_t* out) {
+    const Weights w;
+    const int h = width / 2;
+    for (int x = 0; x + 32 <= n; x += 32) {
+        const std::uint16_t* p = pe + x / 2;
+        const __m256i start = load(p), first = _mm256_maddubs_epi16(load(row + x), w.first);
+        const __m256i end = load(row + x + width - 1);
+        __m256i e = _mm256_sub_epi16(load(p + h), start);
+        if constexpr (Odd) e = _mm256_add_epi16(e, _mm256_maddubs_epi16(end, w.first));
+        const __m256i o = _mm256_add_epi16(e, _mm256_sub_epi16(_mm256_maddubs_epi16(end, w.second), first));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x), e);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out + x + 16), o);
+    }
+}
+
 }  // namespace
 
 int split_length(int n) { return (n + 31) / 32 * 32; }
 
-void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out) {
-    kBlocksSplit[std::size_t(width)](row, n, out);
+void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out, std::uint16_t* scratch) {
+    if (width >= kSplitRunningFrom) {
+        windows_running(row, n, width, scratch);
+        if (width % 2) blocks_running<true>(row, n, width, scratch, out);
+        else blocks_running<false>(row, n, width, scratch, out);
+    } else {
+        kBlocksSplit[std::size_t(width)](row, n, out);
+    }
     if (n % 32 != 0) {
         // One more block of the row's last 32 samples, from a copy of the
         // pixels its windows read (the loads run past them into padding).
@@ -173,21 +240,33 @@ void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::ui
 
 namespace {
 
-// The 16-bit column sums of one split block and its 32 means: the mean from
-// the high half of mult * S (as mean_uint16 in box.cpp takes it). The one-channel multipliers
-// never take a box of 255s past 255, so the odd means shift into the high
-// bytes with nothing to clamp.
+// mult * 2^(15 - shift) where that is a whole number below 2^15, else 0.
+std::int64_t round_mult(const Mean& m) {
+    std::int64_t r = 0;
+    if (m.shift <= 15) r = m.mult << (15 - m.shift);
+    else if (m.shift - 15 < 32 && m.mult % (std::int64_t(1) << (m.shift - 15)) == 0) r = m.mult >> (m.shift - 15);
+    return r < 32768 ? r : 0;
+}
+
+// The 16-bit column sums of one split block and its 32 means. High: the
+// mean from the high half of mult * S (as mean_uint16 in box.cpp takes it).
+// Round (box sums below 2^15): (mult * S + 2^(shift-1)) >> shift is
+// (S * r + 2^14) >> 15 with r = mult * 2^(15 - shift), one rounding
+// multiply. The one-channel multipliers never take a box of 255s past 255,
+// so the odd means shift into the high bytes with nothing to clamp.
+template <bool Round>
 struct Means16 {
     __m256i mult, bias;
     __m128i shift;
     explicit Means16(const Mean& m)
-        : mult(_mm256_set1_epi16(std::int16_t(m.mult))),
-          bias(_mm256_set1_epi16(std::int16_t(1 << (m.shift - 17)))),
-          shift(_mm_cvtsi32_si128(m.shift - 16)) {}
+        : mult(_mm256_set1_epi16(std::int16_t(Round ? round_mult(m) : m.mult))),
+          bias(_mm256_set1_epi16(std::int16_t(Round ? 0 : 1 << (m.shift - 17)))),
+          shift(_mm_cvtsi32_si128(Round ? 0 : m.shift - 16)) {}
     __m256i half(std::uint16_t* sums, __m256i fresh, const std::uint16_t* stale) const {
         const __m256i s = _mm256_sub_epi16(_mm256_add_epi16(load(sums), fresh), load(stale));
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums), s);
-        return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult), bias), shift);
+        if constexpr (Round) return _mm256_mulhrs_epi16(s, mult);
+        else return _mm256_srl_epi16(_mm256_add_epi16(_mm256_mulhi_epu16(s, mult), bias), shift);
     }
     __m256i block(std::uint16_t* sums, __m256i e, __m256i o, const std::uint16_t* stale) const {
         return _mm256_or_si256(half(sums, e, stale), _mm256_slli_epi16(half(sums + 16, o, stale + 16), 8));
@@ -202,11 +281,11 @@ inline void store32(Rok8u* d, __m256i v) {
 
 // One entering row's split window sums (into fresh) with the column sums
 // and the means in the same pass over each block.
-template <int R, bool Stream>
+template <int R, bool Stream, bool Round>
 void row_step16(const Rok8u* row, int n, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
                 std::uint16_t* sums, Rok8u* dst) {
     const Weights w;
-    const Means16 mm(m);
+    const Means16<Round> mm(m);
     const int whole = n / 32;
     each_block<R>(row, n, [&](int x, __m256i e, __m256i o) {
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(fresh + x), e);
@@ -227,18 +306,20 @@ void row_step16(const Rok8u* row, int n, const std::uint16_t* stale, std::uint16
 
 using RowStep16 = void (*)(const Rok8u*, int, const std::uint16_t*, std::uint16_t*, const Mean&, std::uint16_t*,
                            Rok8u*);
-template <bool Stream, int... R>
+template <bool Stream, bool Round, int... R>
 constexpr std::array<RowStep16, sizeof...(R)> row_step16_table(std::integer_sequence<int, R...>) {
-    return {&row_step16<R, Stream>...};
+    return {&row_step16<R, Stream, Round>...};
 }
-constexpr auto kRowStep16 = row_step16_table<false>(std::make_integer_sequence<int, kSplitWidest + 1>{});
-constexpr auto kRowStep16Stream = row_step16_table<true>(std::make_integer_sequence<int, kSplitWidest + 1>{});
+constexpr auto kRowStep16 = row_step16_table<false, false>(std::make_integer_sequence<int, kSplitWidest + 1>{});
+constexpr auto kRowStep16Stream = row_step16_table<true, false>(std::make_integer_sequence<int, kSplitWidest + 1>{});
+constexpr auto kRowRound16 = row_step16_table<false, true>(std::make_integer_sequence<int, kSplitRoundWidest + 1>{});
+constexpr auto kRowRound16Stream =
+    row_step16_table<true, true>(std::make_integer_sequence<int, kSplitRoundWidest + 1>{});
 
-}  // namespace
-
-void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
-                Rok8u* dst, bool stream) {
-    const Means16 mm(m);
+template <bool Round>
+void step16(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
+            Rok8u* dst, bool stream) {
+    const Means16<Round> mm(m);
     const int whole = n / 32;
     const bool streamed = stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0;
     for (int x = 0; x < 32 * whole; x += 32) {
@@ -250,13 +331,45 @@ void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, c
     if (n % 32 != 0) store32<false>(dst + n - 32, mm.block(sums + x, load(fresh + x), load(fresh + x + 16), stale + x));
 }
 
+}  // namespace
+
+bool split_round(const Mean& m, long long area, int width) {
+    return !m.wide && area * 255 < 32768 && width <= kSplitRoundWidest && round_mult(m) != 0;
+}
+
+void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
+                Rok8u* dst, bool stream) {
+    if (split_high(m)) step16<false>(fresh, stale, n, m, sums, dst, stream);
+    else step16<true>(fresh, stale, n, m, sums, dst, stream);
+}
+
 void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
                std::uint16_t* sums, Rok8u* dst, bool stream) {
     const bool streamed = stream && reinterpret_cast<std::uintptr_t>(dst) % 32 == 0;
-    (streamed ? kRowStep16Stream : kRowStep16)[std::size_t(width)](row, n, stale, fresh, m, sums, dst);
+    const RowStep16* table = split_high(m) ? (streamed ? kRowStep16Stream : kRowStep16).data()
+                                           : (streamed ? kRowRound16Stream : kRowRound16).data();
+    table[std::size_t(width)](row, n, stale, fresh, m, sums, dst);
 }
 
 namespace {
+
+// The 32 means of one split block from its four blocks of 32-bit sums, held
+// as mult * S + 2^(shift-1) with shift from 16 to 24 (box sums past 16 bits,
+// areas up to 8100): lane l of the four holds samples 4l, 4l + 2, 4l + 1,
+// 4l + 3. The high halves of the first two side by side are the even
+// samples' sums >> 16 in order, of the last two the odd samples'; the means
+// (at most 255, as in split_step) shift down into the low bytes and up into
+// the high bytes.
+struct Means32 {
+    __m128i down, up;
+    __m256i high = _mm256_set1_epi16(std::int16_t(0xFF00));
+    explicit Means32(const Mean& m) : down(_mm_cvtsi32_si128(m.shift - 16)), up(_mm_cvtsi32_si128(24 - m.shift)) {}
+    __m256i operator()(const __m256i s[4]) const {
+        const __m256i even = _mm256_blend_epi16(_mm256_srli_epi32(s[0], 16), s[1], 0xAA);
+        const __m256i odd = _mm256_blend_epi16(_mm256_srli_epi32(s[2], 16), s[3], 0xAA);
+        return _mm256_or_si256(_mm256_srl_epi16(even, down), _mm256_and_si256(_mm256_sll_epi16(odd, up), high));
+    }
+};
 
 // The four blocks of 8 column sums of one split block take its even and odd
 // halves' sums as signed 16-bit pairs: weights (mult, 0) pick the even of
@@ -270,7 +383,7 @@ void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool
     const std::int32_t mult = std::int32_t(m.mult);
     const __m256i even = _mm256_set1_epi32(mult), odd = _mm256_set1_epi32(mult << 16);
     const __m256i bias = _mm256_set1_epi32(std::int32_t(1) << (m.shift - 1));
-    const __m128i shift = _mm_cvtsi32_si128(m.shift);
+    const Means32 means(m);
     // The sums of one block, and (Step) its 32 means.
     auto block = [&](int x) {
         __m256i d[2];
@@ -285,12 +398,7 @@ void split32(const std::uint16_t* fresh, const std::uint16_t* stale, int n, bool
             _mm256_storeu_si256(reinterpret_cast<__m256i*>(sums + x + 8 * i), s[i]);
         }
         if constexpr (!Step) return _mm256_setzero_si256();
-        // Lane l of the four blocks: samples 4l, 4l + 2, 4l + 1, 4l + 3
-        // (means of at most 255, as in split_step).
-        __m256i v[4];
-        for (int i = 0; i < 4; ++i) v[i] = _mm256_sra_epi32(s[i], shift);
-        return _mm256_or_si256(_mm256_or_si256(v[0], _mm256_slli_epi32(v[2], 8)),
-                               _mm256_or_si256(_mm256_slli_epi32(v[1], 16), _mm256_slli_epi32(v[3], 24)));
+        return means(s);
     };
     const int whole = n / 32;
     if constexpr (!Step) {
@@ -314,7 +422,7 @@ void split_step2(const std::uint16_t* fresh1, const std::uint16_t* stale1, const
                  const std::uint16_t* stale2, int n, const Mean& m, std::int32_t* sums, Rok8u* dst1, Rok8u* dst2,
                  bool stream) {
     const __m256i even = _mm256_set1_epi32(std::int32_t(m.mult)), odd = _mm256_set1_epi32(std::int32_t(m.mult) << 16);
-    const __m128i shift = _mm_cvtsi32_si128(m.shift);
+    const Means32 means(m);
     // The sums of one block carried through both rows in registers.
     auto block = [&](int x, Rok8u* d1, Rok8u* d2, auto streamed) {
         __m256i s[4];
@@ -326,11 +434,7 @@ void split_step2(const std::uint16_t* fresh1, const std::uint16_t* stale1, const
             s[1] = _mm256_add_epi32(s[1], _mm256_madd_epi16(de, odd));
             s[2] = _mm256_add_epi32(s[2], _mm256_madd_epi16(dO, even));
             s[3] = _mm256_add_epi32(s[3], _mm256_madd_epi16(dO, odd));
-            __m256i v[4];
-            for (int i = 0; i < 4; ++i) v[i] = _mm256_sra_epi32(s[i], shift);
-            store32<decltype(streamed)::value>(
-                d, _mm256_or_si256(_mm256_or_si256(v[0], _mm256_slli_epi32(v[2], 8)),
-                                   _mm256_or_si256(_mm256_slli_epi32(v[1], 16), _mm256_slli_epi32(v[3], 24))));
+            store32<decltype(streamed)::value>(d, means(s));
         };
         row(fresh1, stale1, d1);
         row(fresh2, stale2, d2);
