@@ -31,6 +31,10 @@ struct RowJob {
     bool packed;
     bool bytes;  // horizontal byte pairs (ntaps pairs, sums from `lowest`)
     int lowest;
+    bool anyPairs;  // 8u taps in pairs of any two (ntaps pairs, fullPairs with a second tap)
+    int fullPairs;
+    bool bytesRow;  // byte pairs finished straight into an 8u row by bytesFinish
+    kernels::BytesFinish bytesFinish;
     bool stream;  // float sums written straight to a destination too large to cache
     int kw, kh;
     kernels::IntRule intRule;
@@ -52,6 +56,24 @@ void filter_row(const RowJob& job, int y, void* scratch) {
         if (job.ac4) kernels::copy_ac4(acc, out, job.width, sizeof(D));
     } else {
         A* acc = static_cast<A*>(scratch);
+        if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>) {
+            if (job.bytesRow) {
+                const auto* weights = static_cast<const std::int16_t*>(job.coefs);
+                if (job.ac4) {
+                    // All four channels into the scratch row, then the three
+                    // that are written.
+                    auto* all = static_cast<Rok8u*>(scratch);
+                    kernels::byte_pair_any_row(base, job.offs, weights, job.ntaps, job.fullPairs, job.samples, all,
+                                               job.bytesFinish);
+                    kernels::copy_ac4(all, out, job.width, 1);
+                } else if (job.anyPairs)
+                    kernels::byte_pair_any_row(base, job.offs, weights, job.ntaps, job.fullPairs, job.samples, out,
+                                               job.bytesFinish);
+                else
+                    kernels::byte_pair_row(base, job.offs, weights, job.ntaps, job.samples, out, job.bytesFinish);
+                return;
+            }
+        }
         if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<A, std::int32_t>) {
             if (job.bytes) {
                 kernels::filter_sum_bytes(base, job.offs, static_cast<const std::int16_t*>(job.coefs), job.ntaps,
@@ -186,16 +208,17 @@ bool prepare_taps(const FilterCall& s, std::ptrdiff_t* offs, void* coefs) {
 // starts at byte offs[p] with weights[p] = (second << 8) | first; an odd
 // kernel width ends with the last tap paired with a zero weight on its left.
 // Returns the number of pairs, or 0 where this does not apply.
-int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest) {
+int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest, int* highest) {
     const int kw = s.kernelSize.width, kh = s.kernelSize.height;
     if (!s.packable || s.layout != Layout::C1 || kw < 2) return 0;
     const long long ntaps = (long long)kw * kh;
-    long long magnitude = 0, negative = 0;
+    long long magnitude = 0, negative = 0, positive = 0;
     for (long long t = 0; t < ntaps; ++t) {
         const std::int32_t v = int_coef(s, t);
         if (v < -127 || v > 127) return 0;
         magnitude += v < 0 ? -v : v;
         negative += v < 0 ? v : 0;
+        positive += v > 0 ? v : 0;
     }
     if (255 * magnitude > 65535) return 0;
     // Neighbourhood pixel (i, j) from the top left takes the coefficient
@@ -213,7 +236,72 @@ int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* 
             weights[pairs++] = std::int16_t((b << 8) | (a & 0xFF));
         }
     *lowest = int(255 * negative);
+    *highest = int(255 * positive);
     return pairs;
+}
+
+// 8u data of C1 (where horizontal pairs do not apply: one-column kernels),
+// C3, C4 or AC4 (all four channels formed) with small coefficients: the nonzero taps in summing order, two
+// at a time (any two taps, the bytes interleaved by the kernel), within the
+// bounds of prepare_byte_pairs. Pair p reads offs[p] (low weight byte) and,
+// for p < *full, offs[pairs + p] (high byte); an odd last tap stands alone.
+// Returns the number of pairs, or 0 where this does not apply.
+int prepare_any_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest, int* highest,
+                      int* full) {
+    if (!s.packable) return 0;
+    const int kw = s.kernelSize.width, kh = s.kernelSize.height;
+    const long long ntaps = (long long)kw * kh;
+    long long magnitude = 0, negative = 0, positive = 0, nonzero = 0;
+    for (long long t = 0; t < ntaps; ++t) {
+        const std::int32_t v = int_coef(s, t);
+        if (v < -127 || v > 127) return 0;
+        magnitude += v < 0 ? -v : v;
+        negative += v < 0 ? v : 0;
+        positive += v > 0 ? v : 0;
+        nonzero += v != 0;
+    }
+    if (nonzero == 0 || 255 * magnitude > 65535) return 0;
+    const int pairs = int((nonzero + 1) / 2);
+    const std::ptrdiff_t pixelBytes = channels(s.layout);
+    const long long left = kw - 1 - (long long)s.anchor.x, up = kh - 1 - (long long)s.anchor.y;
+    int q = 0, first = 0;
+    for (int j = 0; j < kh; ++j)
+        for (int i = 0; i < kw; ++i) {
+            const int v = int_coef(s, ntaps - 1 - ((long long)j * kw + i));
+            if (v == 0) continue;
+            const std::ptrdiff_t off = std::ptrdiff_t(j - up) * s.srcStep + std::ptrdiff_t(i - left) * pixelBytes;
+            if (q % 2 == 0) {
+                offs[q / 2] = off;
+                first = v;
+                weights[q / 2] = std::int16_t(v & 0xFF);
+            } else {
+                if ((first < 0 ? -first : first) + (v < 0 ? -v : v) > 128) return 0;
+                offs[pairs + q / 2] = off;
+                weights[q / 2] = std::int16_t((v << 8) | (first & 0xFF));
+            }
+            ++q;
+        }
+    *lowest = int(255 * negative);
+    *highest = int(255 * positive);
+    *full = int(nonzero / 2);
+    return pairs;
+}
+
+// The weights of the shaped byte-pair kernels: every kernel row of the
+// neighbourhood in (kw + 1) / 2 pairs from columns 0, 2, ..., an odd
+// width's last pair at kw - 2 with a zero first weight; pairs whose weights
+// are both zero are kept. Applies wherever prepare_byte_pairs does (the same
+// pairs, the zero ones aside).
+void prepare_shaped_pairs(const FilterCall& s, std::int16_t* weights) {
+    const int kw = s.kernelSize.width, kh = s.kernelSize.height, np = (kw + 1) / 2;
+    const long long ntaps = (long long)kw * kh;
+    auto w = [&](int j, int i) { return int_coef(s, ntaps - 1 - ((long long)j * kw + i)); };
+    for (int j = 0; j < kh; ++j)
+        for (int p = 0; p < np; ++p) {
+            const bool last = 2 * p + 1 >= kw;
+            const int a = last ? 0 : w(j, 2 * p), b = last ? w(j, kw - 1) : w(j, 2 * p + 1);
+            weights[j * np + p] = std::int16_t((b << 8) | (a & 0xFF));
+        }
 }
 
 }  // namespace
@@ -278,11 +366,34 @@ RokStatus run(const FilterCall& s) {
     job.offs = offs;
     job.coefs = coefs;
     job.ntaps = int(ntaps);
-    const int pairs = prepare_byte_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest);
-    job.bytes = pairs > 0;
-    if (job.bytes) job.ntaps = pairs;
-    else job.packed = prepare_taps(s, offs, coefs);
     job.intRule = int_rule(s.divisor, s.rounding ? s.mode : -1);
+    // 8u data whose taps pair in bytes (horizontal neighbours on C1, else
+    // any two): the 16-bit sums are finished straight into an 8u
+    // destination, by a 16-bit form of the rule where one holds (looked for
+    // with an exhaustive check over the reachable sums, only where the image
+    // outweighs that check: the rounding-mode rules check against their
+    // scalar statement, which costs more), else by the rule on 32-bit lanes
+    // (not offered for the rounding-mode rules: those then take the other
+    // paths).
+    int highest = 0;
+    const int pairs = prepare_byte_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest, &highest);
+    job.bytes = pairs > 0;
+    const bool direct = s.dstBytes == 1 && samples >= 32;
+    int anyPairs = 0;
+    if (!job.bytes && direct)
+        anyPairs = prepare_any_pairs(s, offs, static_cast<std::int16_t*>(coefs), &job.lowest, &highest, &job.fullPairs);
+    if ((job.bytes || anyPairs > 0) && direct) {
+        const long long weight = s.rounding ? 64 : 8;
+        const bool search = samples * s.roi.height >= weight * (highest - job.lowest);
+        job.bytesFinish = search ? kernels::byte_pair_finish(job.intRule, job.lowest, highest) : kernels::BytesFinish{};
+        job.bytesFinish.rule = job.intRule;
+        job.bytesFinish.lowest = job.lowest;
+        job.bytesRow = !s.rounding || job.bytesFinish.form != kernels::Form16::None;
+    }
+    job.anyPairs = anyPairs > 0 && job.bytesRow;
+    if (job.bytes) job.ntaps = pairs;
+    else if (job.anyPairs) job.ntaps = anyPairs;
+    else job.packed = prepare_taps(s, offs, coefs);
     job.floatMode = s.rounding ? kernels::FloatFinish(s.mode) : kernels::FloatFinish::NearestEven;
 
     // Float results go past the cache from the size at which the library's
@@ -305,8 +416,28 @@ RokStatus run(const FilterCall& s) {
         s.srcBytes == 4 && s.dstBytes == 4 && s.coef == Coef::F32 && s.accBytes == 0 && s.layout == Layout::C1
             ? kernels::shaped_rows_kernel(s.kernelSize.width, s.kernelSize.height)
             : nullptr;
+    // One-channel kernels of a common shape in horizontal byte pairs keep
+    // their sums in registers, several rows a pass.
+    kernels::BytePairRowsFn bytePairs = nullptr;
+    std::int16_t shapedWeights[15];
+    const Rok8u* shapedTop = nullptr;
+    if (job.bytesRow) {
+        if (job.bytes && s.kernelSize.width <= 5 && s.kernelSize.height <= 5)
+            bytePairs = kernels::byte_pair_rows_kernel(s.kernelSize.width, s.kernelSize.height);
+        if (bytePairs) {
+            prepare_shaped_pairs(s, shapedWeights);
+            const long long left = s.kernelSize.width - 1 - (long long)s.anchor.x;
+            const long long up = s.kernelSize.height - 1 - (long long)s.anchor.y;
+            shapedTop = static_cast<const Rok8u*>(s.src) - up * s.srcStep - left;
+        }
+    }
     auto rows = [&](int first, int last, void* acc) {
         int y = first;
+        if (bytePairs) {
+            bytePairs(row(shapedTop, s.srcStep, first), s.srcStep, shapedWeights, job.samples,
+                      row(static_cast<Rok8u*>(s.dst), s.dstStep, first), s.dstStep, last - first, job.bytesFinish);
+            y = last;
+        }
         if (shaped) {
             const auto* top = reinterpret_cast<const Rok32f*>(static_cast<const char*>(s.src) + offs[0]);
             shaped(row(top, s.srcStep, first), s.srcStep, static_cast<const float*>(coefs), job.samples,

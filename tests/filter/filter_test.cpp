@@ -5,6 +5,7 @@
 // out in exact integer or double arithmetic.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 
 #include <cmath>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "guarded.h"
+#include "kernels/filter/filter_sum.h"
 #include "random.h"
 #include "reference.h"
 #include "rokcore.h"
@@ -117,6 +119,7 @@ struct Config {
     int divisor = 1;
     int mode = 1;
     int coefLo = -9, coefHi = 9;
+    std::vector<int> kernel = {};  // integer coefficients as stored; random from coefLo..coefHi when empty
 };
 
 template <class S>
@@ -132,6 +135,7 @@ void fill_source(GuardedImage<S>& img, std::uint32_t seed) {
 
 template <class K>
 std::vector<K> make_kernel(int n, const Config& c, std::uint32_t seed) {
+    if (!c.kernel.empty()) return std::vector<K>(c.kernel.begin(), c.kernel.end());
     std::mt19937 rng(seed);
     std::vector<K> k(std::size_t(n) > 0 ? std::size_t(n) : 1);
     for (K& v : k) {
@@ -422,6 +426,209 @@ TEST(FilterRules, FlipAndAnchor) {
     ASSERT_EQ(rokiFilter_8u_C1R(src + 6, 5, dst, 3, {3, 3}, k, {3, 3}, {1, 1}, 1), rokStatusOk);
     for (int y = 0; y < 3; ++y)
         for (int x = 0; x < 3; ++x) EXPECT_EQ(dst[y * 3 + x], src[(y + 2) * 5 + (x + 2)]) << x << "," << y;
+}
+
+// ---- one-channel 8u kernels of 3x3 and 5x5 in byte pairs ---------------------
+
+// Binomial rows' outer product with one coefficient raised, as a smoothing
+// kernel would be: 3x3 sums to 17, 5x5 to 257 (the largest magnitude whose
+// sums still fit 16 bits).
+std::vector<int> smoothing(int n) {
+    const std::vector<int> row = n == 3 ? std::vector<int>{1, 2, 1} : std::vector<int>{1, 4, 6, 4, 1};
+    std::vector<int> k;
+    for (int j = 0; j < n; ++j)
+        for (int i = 0; i < n; ++i) k.push_back(row[std::size_t(i)] * row[std::size_t(j)] + (i == n - 1 && j == 0));
+    return k;
+}
+
+// 3x3 and 5x5: widths that reach every tail of the 32-sample blocks, every
+// anchor in the kernel and some outside, heights that leave passes of fewer
+// rows, kernels at the ends of the byte-pair range and just past them (which
+// take the other paths), and images large enough for the 16-bit finishes,
+// at one and two threads.
+TEST(Filter, BytePairShapes8u) {
+    const Form<Rok8u, Rok8u, Rok32s> f{"Filter 8u C1", 1, 1, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C1R)};
+    std::uint32_t seed = 100;
+    for (int n : {3, 5}) {
+        for (int w = 1; w <= 70; ++w) {
+            const int a = w % (n * n);
+            check(f, Config{w, 3, n, n, a % n, a / n, kDivisors[std::size_t(w) % kDivisors.size()]}, seed++,
+                  w % 2 ? rokt::Guard::After : rokt::Guard::Before);
+        }
+        for (int ax : {-2, n}) check(f, Config{45, 4, n, n, ax, n - 1 - ax, 7}, seed++, rokt::Guard::Before);
+    }
+    // Stored kernels; the flip puts the last stored coefficient at the
+    // neighbourhood's top left, so the pairs are formed from the stored rows
+    // read right to left.
+    std::vector<int> pair128(9, 0), pair129(9, 0), ends(9, 0), big(9, 0), wide(smoothing(5));
+    pair128[1] = 64, pair128[2] = 64, pair128[8] = -1;  // a pair of 64 + 64, one negative
+    pair129 = pair128, pair129[1] = 65;                    // one past the pair bound
+    ends[0] = 127, ends[4] = -127, ends[8] = 3;            // the byte range's ends
+    big = ends, big[4] = -128;                             // one past it
+    wide[12] += 1;                                         // magnitudes summing to 258
+    const std::vector<int> sharpen = {0, -1, 0, -1, 5, -1, 0, -1, 0};
+    struct Case {
+        int w, h, n;
+        std::vector<int> kernel;
+        int divisor;
+    };
+    const Case cases[] = {
+        {40, 5, 3, pair128, 3},      {40, 5, 3, pair129, 3},    {40, 5, 3, ends, 5},   {40, 5, 3, big, 5},
+        {40, 5, 5, smoothing(5), 257}, {40, 5, 5, wide, 258},   {33, 6, 5, smoothing(5), 1},
+        {33, 6, 3, smoothing(3), 16},
+        // Large enough for the 16-bit finishes: sums of 0..4590, of
+        // -255..32640, of 0..65535 and of -1020..1275.
+        {200, 200, 3, smoothing(3), 17}, {213, 190, 3, smoothing(3), 3}, {600, 450, 3, pair128, 3},
+        {600, 450, 3, pair128, 45},      {1024, 520, 5, smoothing(5), 257}, {1024, 520, 5, smoothing(5), 255},
+        {1024, 520, 5, smoothing(5), 10}, {1024, 520, 5, smoothing(5), -3}, {1024, 520, 5, smoothing(5), 256},
+        {1024, 520, 5, smoothing(5), 1},  {400, 300, 3, sharpen, 1},        {400, 300, 3, sharpen, 2},
+        {400, 300, 3, pair128, 16},
+    };
+    for (const Case& c : cases)
+        for (int threads : {1, 2}) {
+            WithThreads with(threads);
+            Config cfg{c.w, c.h, c.n, c.n, c.n / 2, c.n / 2, c.divisor};
+            cfg.kernel = c.kernel;
+            check(f, cfg, seed++, threads == 1 ? rokt::Guard::After : rokt::Guard::Before);
+        }
+    // Other shapes finish each row of pair sums straight into the
+    // destination the same way (images large enough for the 16-bit forms,
+    // and one too small for them).
+    struct Other {
+        int w, h, kw, kh, lo, hi, divisor;
+    };
+    const Other others[] = {{400, 300, 7, 7, 1, 1, 49}, {300, 300, 4, 3, 0, 3, 16},  {520, 480, 2, 2, -20, 30, 1},
+                            {70, 9, 7, 7, -2, 2, -7},   {500, 340, 9, 1, 0, 9, 45},  {33, 40, 6, 2, -9, 9, 8}};
+    for (const Other& o : others) {
+        Config cfg{o.w, o.h, o.kw, o.kh, o.kw / 2, o.kh / 2, o.divisor, 1, o.lo, o.hi};
+        check(f, cfg, seed++, o.w % 2 ? rokt::Guard::After : rokt::Guard::Before);
+    }
+}
+
+// One-column kernels on C1 and every kernel on C3, C4 and AC4 pair their
+// taps in summing order, any two (the bytes interleaved): every tail,
+// anchors, lone last taps, the pair bound and one past it, and images large
+// enough for the 16-bit finishes.
+TEST(Filter, AnyBytePairs8u) {
+    using F = Form<Rok8u, Rok8u, Rok32s>;
+    const F col{"FilterColumn 8u C1", 1, 1, Shape::Column, false, COL_DIV(rokiFilterColumn_8u_C1R)};
+    const F c3{"Filter 8u C3", 3, 3, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C3R)};
+    const F c4{"Filter 8u C4", 4, 4, Shape::TwoD, false, F2_DIV(rokiFilter_8u_C4R)};
+    const F row3{"FilterRow 8u C3", 3, 3, Shape::Row, false, ROW_DIV(rokiFilterRow_8u_C3R)};
+    const F ac4{"Filter 8u AC4", 4, 3, Shape::TwoD, false, F2_DIV(rokiFilter_8u_AC4R)};
+    std::uint32_t seed = 700;
+    for (int w = 1; w <= 70; ++w) {
+        const int divisor = kDivisors[std::size_t(w) % kDivisors.size()];
+        const rokt::Guard g = w % 2 ? rokt::Guard::After : rokt::Guard::Before;
+        check(col, Config{w, 2, 1, 3 + w % 3, 0, w % 5, divisor}, seed++, g);
+        check(c3, Config{w, 2, 3, 3, w % 3, (w / 3) % 3, divisor}, seed++, g);
+        check(c4, Config{w, 2, 2 + w % 4, 2, w % 2, 1, divisor}, seed++, g);
+        check(row3, Config{w, 2, 4 + w % 2, 1, w % 4, 0, divisor}, seed++, g);
+        check(ac4, Config{w, 2, 3, 2, w % 3, w % 2, divisor}, seed++, g);
+    }
+    // The first taps summed are the last stored.
+    std::vector<int> limit(9, 0), past(9, 0);
+    limit[8] = 64, limit[7] = 64, limit[0] = -1;  // a pair of 64 + 64
+    past = limit, past[7] = 65;                   // one past the bound
+    struct Case {
+        const F* form;
+        int w, h, kw, kh;
+        std::vector<int> kernel;
+        int divisor;
+    };
+    const std::vector<int> column5 = {1, 4, 6, 4, 1};
+    const Case cases[] = {
+        {&c3, 40, 4, 3, 3, limit, 3},           {&c3, 40, 4, 3, 3, past, 3},
+        {&c3, 400, 300, 3, 3, smoothing(3), 17}, {&c4, 600, 250, 5, 5, smoothing(5), 257},
+        {&col, 300, 200, 1, 5, column5, 16},     {&c3, 300, 200, 3, 3, limit, 1},
+        {&ac4, 300, 200, 3, 3, smoothing(3), 17}, {&ac4, 45, 5, 3, 3, past, 5},
+    };
+    for (const Case& c : cases)
+        for (int threads : {1, 2}) {
+            WithThreads with(threads);
+            Config cfg{c.w, c.h, c.kw, c.kh, c.kw / 2, c.kh / 2, c.divisor};
+            cfg.kernel = c.kernel;
+            check(*c.form, cfg, seed++, threads == 1 ? rokt::Guard::After : rokt::Guard::Before);
+        }
+}
+
+// The rounding-mode forms take the byte-pair paths where a 16-bit finish
+// holds (toward zero and ties away always, ties to even with odd divisors)
+// and the other paths elsewhere: every mode at divisors 1, 16, 17 and 10
+// on images large enough for the check.
+TEST(Filter, BytePairRoundingModes8u) {
+    using F = Form<Rok8u, Rok8u, Rok16s>;
+    const F c1{"Round16s 8u C1", 1, 1, Shape::TwoD, true, F2_RDIV(rokiFilter_Round16s_8u_C1R),
+               rokiFilterRoundGetBufSize16s_8u_C1R};
+    const F c3{"Round16s 8u C3", 3, 3, Shape::TwoD, true, F2_RDIV(rokiFilter_Round16s_8u_C3R),
+               rokiFilterRoundGetBufSize16s_8u_C3R};
+    const F ac4{"Round16s 8u AC4", 4, 3, Shape::TwoD, true, F2_RDIV(rokiFilter_Round16s_8u_AC4R),
+                rokiFilterRoundGetBufSize16s_8u_AC4R};
+    std::uint32_t seed = 800;
+    for (int mode : {0, 1, 2})
+        for (int divisor : {1, 16, 17, 10}) {
+            Config cfg{600, 500, 3, 3, 1, 1, divisor, mode};
+            cfg.kernel = smoothing(3);
+            check(c1, cfg, seed++);
+            cfg.w = 350, cfg.h = 300;
+            check(c3, cfg, seed++, rokt::Guard::Before);
+            cfg.w = 300, cfg.h = 250;
+            check(ac4, cfg, seed++);
+        }
+}
+
+// The 16-bit finishes, wherever they are offered, equal the rule for every
+// sum they may meet; and they are offered for the common smoothing divisors.
+TEST(FilterRules, BytePairFixedFinish) {
+    using rok::kernels::Form16;
+    using rok::kernels::IntFinish;
+    // The rule of divisor d and mode (-1: the plain filter's).
+    auto rule_for = [](int d, int mode = -1) {
+        rok::kernels::IntRule rule;
+        rule.divisor = d;
+        if (d == 1) {
+            rule.kind = IntFinish::Saturate;
+        } else if (power_of_two(d)) {
+            rule.shift = __builtin_ctz(unsigned(d));
+            rule.kind = mode == 0 ? IntFinish::TruncShift : mode == 2 ? IntFinish::HalfAwayShift : IntFinish::ShiftEven;
+        } else {
+            rule.kind = mode < 0    ? IntFinish::Reciprocal
+                        : mode == 0 ? IntFinish::TruncDivide
+                        : mode == 1 ? IntFinish::DoubleEven
+                                    : IntFinish::HalfAwayDivide;
+            rule.reciprocal = 1.0f / float(d);
+        }
+        return rule;
+    };
+    struct Range {
+        int lowest, highest;
+    };
+    const Range ranges[] = {{0, 4590},      {0, 65535}, {-255, 32640}, {-65535, 0},
+                            {-30000, 35535}, {-10, 10},  {-1020, 2040}, {-4080, 8160}};
+    int offered[3] = {};
+    for (int mode : {-1, 0, 1, 2})
+        for (int d : {1, 2, 4, 16, 256, 1024, 32768, 3, 5, 7, 17, 45, 100, 255, 257, 1000, 32767, 65535, 65537, 100000,
+                      -3, -17, -16, 10, 6})
+            for (const Range& r : ranges) {
+                const auto f = rok::kernels::byte_pair_finish(rule_for(d, mode), r.lowest, r.highest);
+                if (f.form == Form16::None) continue;
+                ++offered[int(f.form)];
+                for (int s = r.lowest; s <= r.highest; ++s) {
+                    const unsigned v = std::min(unsigned(s - r.lowest), unsigned(f.hi));
+                    unsigned q;
+                    if (f.form == Form16::Multiply)
+                        q = (((v + f.add) & 0xFFFFu) * f.mul >> 16) >> f.shift;
+                    else
+                        q = ((v + f.add + (((v >> f.shift) ^ f.parity) & f.odd)) & 0xFFFFu) >> f.shift;
+                    const int r16 = std::int16_t(std::uint16_t(q - std::uint16_t(f.sub)));
+                    const int got = r16 < 0 ? 0 : r16 > 255 ? 255 : r16;
+                    ASSERT_EQ(got, finish_int<Rok8u>(s, d, mode)) << "divisor " << d << " mode " << mode << " sum " << s;
+                }
+            }
+    EXPECT_GT(offered[int(Form16::Multiply)], 80);
+    EXPECT_GT(offered[int(Form16::Shift)], 80);
+    for (int d : {1, 16, 17, 256, 257})
+        EXPECT_NE(rok::kernels::byte_pair_finish(rule_for(d), 0, 255 * std::min(d, 257)).form, Form16::None) << d;
 }
 
 // ---- threads, checks, buffer sizes, decimation ----------------------------

@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "frame/generated/roki_types.h"
+#include "kernels/filter/filter_finish.h"
 
 namespace rok::kernels {
 
@@ -29,6 +30,54 @@ void filter_sum_pairs(const Rok8u* base, const std::ptrdiff_t* offs, const std::
 // so 16-bit lanes that wrap hold it exactly; acc gets the 32-bit sums.
 void filter_sum_bytes(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs,
                       int lowest, int n, std::int32_t* acc);
+
+// How the byte-pair row kernels finish their 16-bit sums u = sum - lowest
+// (0 .. highest - lowest): in 16-bit lanes with v = min(u, hi), where
+// byte_pair_finish has checked the form against `rule` for every reachable
+// sum (results saturated to 0..255), else `rule` on the 32-bit sum as
+// filter_finish does.
+//     Multiply: ((v + add) * mul >> 16 >> shift) - sub
+//     Shift:    ((v + add + (((v >> shift) ^ parity) & odd)) >> shift) - sub
+enum class Form16 { None, Multiply, Shift };
+struct BytesFinish {
+    IntRule rule;
+    int lowest = 0;
+    Form16 form = Form16::None;
+    std::uint16_t hi = 0, add = 0, mul = 0, parity = 0, odd = 0;
+    int shift = 0;
+    std::int16_t sub = 0;
+};
+// The finish for sums lowest .. highest under `rule`: the rules of
+// divisors of 2 and more (rounded to nearest, away or toward zero) as a
+// multiply-high, the power-of-two and saturating rules as a shift, each
+// where it holds for every sum, else the rule itself (form None; on 32-bit
+// lanes the row kernels know only the rules without a rounding mode).
+BytesFinish byte_pair_finish(const IntRule& rule, int lowest, int highest);
+
+// One-channel 8u data and a kernel of a common shape (3x3, 5x5) whose taps
+// pair as filter_sum_bytes requires: `rows` destination rows of n >= 32
+// samples each. src is the top-left pixel of the first output's
+// neighbourhood; weights hold, row after row of the neighbourhood,
+// (kw + 1) / 2 pairs starting at columns 0, 2, ... (an odd width's last
+// pair starts at kw - 2 with a zero first weight). Each result equals
+// filter_sum_bytes then filter_finish. nullptr for other shapes.
+using BytePairRowsFn = void (*)(const Rok8u* src, std::ptrdiff_t srcStep, const std::int16_t* weights, int n,
+                                Rok8u* dst, std::ptrdiff_t dstStep, int rows, const BytesFinish& finish);
+BytePairRowsFn byte_pair_rows_kernel(int kw, int kh);
+
+// One row of the byte pairs of filter_sum_bytes (any kernel shape), n >= 32
+// samples, finished into the destination as filter_finish would.
+void byte_pair_row(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs, int n,
+                   Rok8u* dst, const BytesFinish& finish);
+
+// 8u data of any layout whose taps pair in any order: pair p
+// reads offs[p] with the low byte of weights[p] and, for p < full,
+// offs[pairs + p] with the high byte (pairs past `full` are lone taps, their
+// high byte zero). The weights and sums keep the bounds of
+// filter_sum_bytes. One row of n >= 32 samples, finished into the
+// destination as filter_finish would.
+void byte_pair_any_row(const Rok8u* base, const std::ptrdiff_t* offs, const std::int16_t* weights, int pairs,
+                       int full, int n, Rok8u* dst, const BytesFinish& finish);
 
 void filter_sum(const Rok8u* base, const std::ptrdiff_t* offs, const std::int32_t* coef, int ntaps, int n,
                 std::int32_t* acc);
