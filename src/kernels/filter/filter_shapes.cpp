@@ -149,13 +149,14 @@ void shaped_rows(const float* src, std::ptrdiff_t srcStep, const float* coef, in
 // Rows and vectors per pass, chosen by timing on one core (the least of 60
 // calls at 1920x1080 and 3840x2160): 3x3 keeps its nine coefficients and
 // six sums in registers (three rows of two vectors); 5x5 shares each source
-// vector among four rows of two vectors (eight sums and the four rows'
-// coefficients in registers: 11% less time than two rows of four at
-// 1920x1080, 13% at 3840x2160); columns share theirs among four rows; rows
-// have nothing to share and take four vectors of one row.
+// vector among three rows of two vectors (13% less time than two rows of
+// four at 1920x1080, 8% at 3840x2160; four rows of two gain 5% more at
+// 3840x2160 but take one compiler minutes to instrument); columns share
+// theirs among four rows; rows have nothing to share and take four vectors
+// of one row.
 ShapedRowsFn shaped_rows_kernel(int kw, int kh) {
     if (kw == 3 && kh == 3) return &shaped_rows<3, 3, 3, 2>;
-    if (kw == 5 && kh == 5) return &shaped_rows<5, 5, 4, 2>;
+    if (kw == 5 && kh == 5) return &shaped_rows<5, 5, 3, 2>;
     if (kh == 1) switch (kw) {
             case 3: return &shaped_rows<3, 1, 1, 4>;
             case 4: return &shaped_rows<4, 1, 1, 4>;
