@@ -208,19 +208,30 @@ bool prepare_taps(const FilterCall& s, std::ptrdiff_t* offs, void* coefs) {
 // starts at byte offs[p] with weights[p] = (second << 8) | first; an odd
 // kernel width ends with the last tap paired with a zero weight on its left.
 // Returns the number of pairs, or 0 where this does not apply.
+// The sums of a kernel's coefficients that bound the byte-pair paths' 16-bit
+// sums; false where a coefficient does not fit a signed byte or 255 times
+// the sum of magnitudes exceeds 65535.
+struct ByteTaps {
+    long long negative = 0, positive = 0, nonzero = 0;
+};
+bool byte_taps(const FilterCall& s, ByteTaps& b) {
+    const long long ntaps = (long long)s.kernelSize.width * s.kernelSize.height;
+    for (long long t = 0; t < ntaps; ++t) {
+        const std::int32_t v = int_coef(s, t);
+        if (v < -127 || v > 127) return false;
+        b.negative += v < 0 ? v : 0;
+        b.positive += v > 0 ? v : 0;
+        b.nonzero += v != 0;
+    }
+    return 255 * (b.positive - b.negative) <= 65535;
+}
+
 int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* weights, int* lowest, int* highest) {
     const int kw = s.kernelSize.width, kh = s.kernelSize.height;
     if (!s.packable || s.layout != Layout::C1 || kw < 2) return 0;
     const long long ntaps = (long long)kw * kh;
-    long long magnitude = 0, negative = 0, positive = 0;
-    for (long long t = 0; t < ntaps; ++t) {
-        const std::int32_t v = int_coef(s, t);
-        if (v < -127 || v > 127) return 0;
-        magnitude += v < 0 ? -v : v;
-        negative += v < 0 ? v : 0;
-        positive += v > 0 ? v : 0;
-    }
-    if (255 * magnitude > 65535) return 0;
+    ByteTaps taps;
+    if (!byte_taps(s, taps)) return 0;
     // Neighbourhood pixel (i, j) from the top left takes the coefficient
     // stored at (kh-1-j, kw-1-i): the kernel is applied flipped.
     auto w = [&](int j, int i) { return i < 0 ? 0 : int_coef(s, ntaps - 1 - ((long long)j * kw + i)); };
@@ -235,8 +246,8 @@ int prepare_byte_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* 
             offs[pairs] = std::ptrdiff_t(j - up) * s.srcStep + std::ptrdiff_t(first - left);
             weights[pairs++] = std::int16_t((b << 8) | (a & 0xFF));
         }
-    *lowest = int(255 * negative);
-    *highest = int(255 * positive);
+    *lowest = int(255 * taps.negative);
+    *highest = int(255 * taps.positive);
     return pairs;
 }
 
@@ -251,17 +262,9 @@ int prepare_any_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* w
     if (!s.packable) return 0;
     const int kw = s.kernelSize.width, kh = s.kernelSize.height;
     const long long ntaps = (long long)kw * kh;
-    long long magnitude = 0, negative = 0, positive = 0, nonzero = 0;
-    for (long long t = 0; t < ntaps; ++t) {
-        const std::int32_t v = int_coef(s, t);
-        if (v < -127 || v > 127) return 0;
-        magnitude += v < 0 ? -v : v;
-        negative += v < 0 ? v : 0;
-        positive += v > 0 ? v : 0;
-        nonzero += v != 0;
-    }
-    if (nonzero == 0 || 255 * magnitude > 65535) return 0;
-    const int pairs = int((nonzero + 1) / 2);
+    ByteTaps taps;
+    if (!byte_taps(s, taps) || taps.nonzero == 0) return 0;
+    const int pairs = int((taps.nonzero + 1) / 2);
     const std::ptrdiff_t pixelBytes = channels(s.layout);
     const long long left = kw - 1 - (long long)s.anchor.x, up = kh - 1 - (long long)s.anchor.y;
     int q = 0, first = 0;
@@ -281,9 +284,9 @@ int prepare_any_pairs(const FilterCall& s, std::ptrdiff_t* offs, std::int16_t* w
             }
             ++q;
         }
-    *lowest = int(255 * negative);
-    *highest = int(255 * positive);
-    *full = int(nonzero / 2);
+    *lowest = int(255 * taps.negative);
+    *highest = int(255 * taps.positive);
+    *full = int(taps.nonzero / 2);
     return pairs;
 }
 
