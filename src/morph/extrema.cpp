@@ -339,6 +339,15 @@ public:
     RokStatus run(bool threaded) {
         const bool inPlace = f_.src == f_.dst && f_.srcStep == f_.dstStep;
         const int slots = inPlace ? std::max(0, ay_ - p_.top) + 2 : 0;
+        // Where source and destination together outgrow the largest cache
+        // and a sample takes four bytes or more, memory bounds the fused
+        // passes: their results reach the destination by streaming stores,
+        // so that its lines are not read from memory before they are
+        // written. (Smaller samples cost more work per byte; there the
+        // ordinary stores measured as fast.)
+        const double imageBytes = (double(h_) + p_.bottom - p_.top) * (double(ext_) + w_) * c_ * double(sizeof(T));
+        stream_ = !inPlace && !f_.ac4 && c_ == 1 && sizeof(T) >= 4 && (p_.fused || rectLevels_ > 0) &&
+                  imageBytes > double(core::max_cache_bytes());
         // Scratch: the plan's rows, the ring of delayed result rows, and
         // the row pointers of the combining calls.
         const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
@@ -382,6 +391,7 @@ public:
         else
             for (int y = 0; y < h_; y += 2)
                 general_pair(y, row(dst(), f_.dstStep, y), y + 1 < h_ ? row(dst(), f_.dstStep, y + 1) : nullptr, f_.ac4);
+        if (stream_) kernels::store_fence();
         rokFree(scratch);
         return rokStatusOk;
     }
@@ -418,7 +428,7 @@ private:
 
     void fused_two(int y, T* out0, T* out1, bool ac4) const {
         const T *r0 = centre(y, 0), *r1 = centre(y, 1), *r2 = centre(y, 2), *r3 = centre(y + 1, 2);
-        if (!ac4) return kernels::extrema_3x3_pair<T, E>(r0, r1, r2, r3, out0, out1, w_ * c_, c_);
+        if (!ac4) return kernels::extrema_3x3_pair<T, E>(r0, r1, r2, r3, out0, out1, w_ * c_, c_, stream_);
         ac4_row_pair(out0, out1, w_, [&](T* b0, T* b1, int x, int n) {
             const std::ptrdiff_t o = 4 * std::ptrdiff_t(x);
             kernels::extrema_3x3_pair<T, E>(r0 + o, r1 + o, r2 + o, r3 + o, b0, b1, 4 * n, 4);
@@ -439,6 +449,9 @@ private:
         for_rows(threaded, (h_ + 1) / 2, [&](int pair) {
             const int y = 2 * pair;
             fused_pair(pair, row(dst(), f_.dstStep, y), y + 1 < h_ ? row(dst(), f_.dstStep, y + 1) : nullptr, f_.ac4);
+            // Each thread's streaming stores are complete before it reports
+            // its rows done.
+            if (stream_) kernels::store_fence();
         });
     }
 
@@ -512,7 +525,8 @@ private:
     void rect_row(int y, T* out) {
         const Run& run = p_.runs[0];
         const auto [a, b, c, running] = rect_inputs(y);
-        if (rectRest_ >= 0) return kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_);
+        if (rectRest_ >= 0)
+            return kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_, stream_);
         // The doubling row of span 2^rectLevels_, doubled on to the largest
         // power of two within the width (one of the run's two pairs of
         // doubling rows serves), then the two spans that cover the width.
@@ -525,8 +539,11 @@ private:
             into = scratch_row(into == scratch_row(first) ? first + 1 : first);
             combine(from, from + span, into, ext_ - 2 * span + 1);
         }
-        if (span == width) return kernels::copy_bytes(into, out, std::size_t(w_) * sizeof(T));
-        combine(into, into + (width - span), out, w_);
+        if (span == width)
+            return stream_ ? kernels::copy_bytes_streaming(into, out, std::size_t(w_) * sizeof(T))
+                           : kernels::copy_bytes(into, out, std::size_t(w_) * sizeof(T));
+        const T* in[2] = {into, into + (width - span)};
+        kernels::extrema_rows<T, E>(in, 2, out, w_, stream_);
     }
 
     // Forms every run's row for output row y (slot 0) and, with `pair`, row
@@ -655,7 +672,7 @@ private:
             const bool chain = y % p_.runs[0].len > 0;
             const RectInputs r1 = rect_inputs(y + 1);
             return kernels::extrema_rect_pair<T, E>(r0.a, r0.b, r0.c, r1.a, r1.b, r1.c, chain, r1.running, out0, out1, w_,
-                                                    rectLevels_, rectRest_);
+                                                    rectLevels_, rectRest_, stream_);
         }
         if (rectLevels_ > 0) {
             rect_row(y, out0);
@@ -717,6 +734,7 @@ private:
     const Plan& p_;
     const int c_, w_, h_, ax_, ay_;
     const int ext_;  // pixels of a plan row: the ROI width plus the bounding box's extra columns
+    bool stream_ = false;  // the fused passes write the destination by streaming stores
     bool rectPairs_ = false;    // rect_pair applies
     T** suffixRows_ = nullptr;  // the suffix rows of rect_row
     int rectLevels_ = 0, rectRest_ = 0;  // the fused rectangle pass (rect_row), when it applies

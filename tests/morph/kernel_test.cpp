@@ -52,7 +52,8 @@ void rows_kernel() {
                 }
                 GuardedBuffer out((std::size_t(n) + offset) * sizeof(T), g);
                 T* dst = reinterpret_cast<T*>(out.data()) + offset;
-                rok::kernels::extrema_rows<T, E>(src.data(), count, dst, n);
+                // Streaming stores (count 2) on aligned and unaligned rows.
+                rok::kernels::extrema_rows<T, E>(src.data(), count, dst, n, offset != 1);
                 for (int i = 0; i < n; ++i) {
                     T want = src[0][i];
                     for (int k = 1; k < count; ++k) want = pick(E, want, src[std::size_t(k)][i]);
@@ -150,11 +151,13 @@ void rect_kernel() {
                     }
                     T* mOut = keep == 0 ? nullptr : keep == 1 ? reinterpret_cast<T*>(mBuf.data()) : b.data();
                     T* d = reinterpret_cast<T*>(out.data());
-                    rok::kernels::extrema_rect_row<T, E>(a.data(), b.data(), c.data(), mOut, d, n, levels, rest);
+                    const bool stream = n % 4 < 2;
+                    rok::kernels::extrema_rect_row<T, E>(a.data(), b.data(), c.data(), mOut, d, n, levels, rest, stream);
                     for (int i = 0; i < n; ++i) {
                         T want = col[std::size_t(i)];
                         for (int t = 1; t < width; ++t) want = pick(E, want, col[std::size_t(i + t)]);
-                        ASSERT_EQ(d[i], want) << "rect, width " << width << " keep " << keep << " n " << n << " i " << i;
+                        ASSERT_EQ(d[i], want) << "rect, width " << width << " keep " << keep << " stream " << stream
+                                              << " n " << n << " i " << i;
                     }
                     for (int i = 0; i < samples && mOut != nullptr; ++i)
                         ASSERT_EQ(mOut[i], m[std::size_t(i)]) << "rect running, width " << width << " n " << n;
@@ -190,15 +193,20 @@ void rect_pair_kernel() {
                     GuardedBuffer out0(std::size_t(n) * sizeof(T), g), out1((std::size_t(n) + 1) * sizeof(T), g);
                     T* mOut = keep == 0 ? nullptr : keep == 1 ? reinterpret_cast<T*>(mBuf.data()) : keep == 2 ? b0 : b1;
                     T* d0 = reinterpret_cast<T*>(out0.data());
-                    T* d1 = reinterpret_cast<T*>(out1.data()) + 1;
-                    rok::kernels::extrema_rect_pair<T, E>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, levels, rest);
+                    // Streaming stores where the rows are aligned for them: row 1
+                    // one sample off, or row 0 as well.
+                    const bool stream = n % 4 < 2;
+                    T* d1 = reinterpret_cast<T*>(out1.data()) + (n % 8 < 4 ? 1 : 0);
+                    rok::kernels::extrema_rect_pair<T, E>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, levels, rest,
+                                                          stream);
                     for (int i = 0; i < n; ++i) {
                         T w0 = col0[std::size_t(i)], w1 = col1[std::size_t(i)];
                         for (int t = 1; t < width; ++t) {
                             w0 = pick(E, w0, col0[std::size_t(i + t)]);
                             w1 = pick(E, w1, col1[std::size_t(i + t)]);
                         }
-                        ASSERT_EQ(d0[i], w0) << "pair row 0, width " << width << " chain " << chain << " keep " << keep << " n " << n << " i " << i;
+                        ASSERT_EQ(d0[i], w0) << "pair row 0, width " << width << " chain " << chain << " keep " << keep
+                                             << " stream " << stream << " n " << n << " i " << i;
                         ASSERT_EQ(d1[i], w1) << "pair row 1, width " << width << " chain " << chain << " keep " << keep << " n " << n << " i " << i;
                     }
                     for (int i = 0; i < samples && mOut != nullptr; ++i)
@@ -306,7 +314,9 @@ void square_kernels() {
                 rok::kernels::extrema_3x3<T, E>(r[0], r[1], r[2], d0, samples, s);
                 for (int i = 0; i < samples; ++i)
                     ASSERT_EQ(d0[i], nine(E, r, i, s)) << "single, distance " << s << " n " << n << " i " << i;
-                rok::kernels::extrema_3x3_pair<T, E>(r[0], r[1], r[2], r[3], d0, d1, samples, s);
+                // Streaming stores where both rows are aligned for them.
+                if (offset != 1) d1 -= 1;
+                rok::kernels::extrema_3x3_pair<T, E>(r[0], r[1], r[2], r[3], d0, d1, samples, s, n % 2 == 0);
                 for (int i = 0; i < samples; ++i) {
                     ASSERT_EQ(d0[i], nine(E, r, i, s)) << "pair top, distance " << s << " n " << n << " i " << i;
                     ASSERT_EQ(d1[i], nine(E, r + 1, i, s)) << "pair bottom, distance " << s << " n " << n << " i " << i;

@@ -296,6 +296,54 @@ TEST(Morph, WideRows) {
           masks()[4], 24);
 }
 
+// Images larger than the last-level cache of the usual machine (70 MB of
+// floats between source and destination), where the rectangle passes and
+// the 3x3 block write the destination by streaming stores: the result
+// equals the in-place one (formed through a ring of rows by ordinary
+// stores) and, on a few rows, the brute-force extremum; at one and two
+// threads.
+TEST(Morph, ImagesBeyondTheCaches) {
+    const int w = 4096, h = 2100;
+    std::mt19937 rng(31);
+    std::uniform_real_distribution<float> value(-100.0f, 100.0f);
+    struct Case {
+        int mask;
+        Op op;
+        RokStatus (*fn)(const Rok32f*, int, Rok32f*, int, RokiSize, RokiSize, RokiPoint);
+    };
+    // 3x3: the fused block; 15: two rows a pass; 31: the pass leaves a
+    // doubling row, and the last combination streams.
+    for (const Case& c : {Case{3, Op::Min, rokiFilterMin_32f_C1R}, Case{15, Op::Max, rokiFilterMax_32f_C1R},
+                          Case{31, Op::Min, rokiFilterMin_32f_C1R}}) {
+        const int bw = w + c.mask - 1, bh = h + c.mask - 1, a = c.mask / 2, step = bw * 4;
+        std::vector<Rok32f> big(std::size_t(bw) * bh);
+        for (Rok32f& v : big) v = value(rng);
+        std::vector<Rok32f> inPlace(big);
+        const RokiSize roi{w, h}, mask{c.mask, c.mask};
+        const RokiPoint anchor{a, a};
+        Rok32f* at = inPlace.data() + std::size_t(a) * bw + a;
+        ASSERT_EQ(c.fn(at, step, at, step, roi, mask, anchor), rokStatusOk);
+        for (int t : {1, 2}) {
+            rokt::WithThreads with(t);
+            std::vector<Rok32f> out(std::size_t(w) * h, -1.0f);
+            ASSERT_EQ(c.fn(big.data() + std::size_t(a) * bw + a, step, out.data(), w * 4, roi, mask, anchor), rokStatusOk);
+            for (int y = 0; y < h; ++y)
+                ASSERT_EQ(std::memcmp(&out[std::size_t(y) * w], at + std::size_t(y) * bw, std::size_t(w) * 4), 0)
+                    << c.mask << "x" << c.mask << ", " << t << " threads, row " << y;
+            for (int y : {0, 1, h / 2 + 1, h - 1})
+                for (int x = 0; x < w; ++x) {
+                    Rok32f want = big[std::size_t(y) * bw + x];
+                    for (int j = 0; j < c.mask; ++j)
+                        for (int i = 0; i < c.mask; ++i) {
+                            const Rok32f v = big[std::size_t(y + j) * bw + x + i];
+                            want = c.op == Op::Max ? std::max(want, v) : std::min(want, v);
+                        }
+                    ASSERT_EQ(out[std::size_t(y) * w + x], want) << c.mask << "x" << c.mask << " at " << x << "," << y;
+                }
+        }
+    }
+}
+
 // ---- every member --------------------------------------------------------------
 
 enum class Kind { Square, Mask, Rect };

@@ -23,6 +23,7 @@ struct Lanes<Rok8u> {
     using V = __m256i;
     static V load(const Rok8u* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
     static void storeu(Rok8u* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
+    static void stream(Rok8u* p, V v) { _mm256_stream_si256(reinterpret_cast<V*>(p), v); }
     static V max(V a, V b) { return _mm256_max_epu8(a, b); }
     static V min(V a, V b) { return _mm256_min_epu8(a, b); }
 };
@@ -32,6 +33,7 @@ struct Lanes<Rok16u> {
     using V = __m256i;
     static V load(const Rok16u* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
     static void storeu(Rok16u* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
+    static void stream(Rok16u* p, V v) { _mm256_stream_si256(reinterpret_cast<V*>(p), v); }
     static V max(V a, V b) { return _mm256_max_epu16(a, b); }
     static V min(V a, V b) { return _mm256_min_epu16(a, b); }
 };
@@ -41,6 +43,7 @@ struct Lanes<Rok16s> {
     using V = __m256i;
     static V load(const Rok16s* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); }
     static void storeu(Rok16s* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); }
+    static void stream(Rok16s* p, V v) { _mm256_stream_si256(reinterpret_cast<V*>(p), v); }
     static V max(V a, V b) { return _mm256_max_epi16(a, b); }
     static V min(V a, V b) { return _mm256_min_epi16(a, b); }
 };
@@ -50,6 +53,7 @@ struct Lanes<Rok32f> {
     using V = __m256;
     static V load(const Rok32f* p) { return _mm256_loadu_ps(p); }
     static void storeu(Rok32f* p, V v) { _mm256_storeu_ps(p, v); }
+    static void stream(Rok32f* p, V v) { _mm256_stream_ps(p, v); }
     static V max(V a, V b) { return _mm256_max_ps(a, b); }
     static V min(V a, V b) { return _mm256_min_ps(a, b); }
 };
@@ -59,6 +63,7 @@ struct Lanes<Rok64f> {
     using V = __m256d;
     static V load(const Rok64f* p) { return _mm256_loadu_pd(p); }
     static void storeu(Rok64f* p, V v) { _mm256_storeu_pd(p, v); }
+    static void stream(Rok64f* p, V v) { _mm256_stream_pd(p, v); }
     static V max(V a, V b) { return _mm256_max_pd(a, b); }
     static V min(V a, V b) { return _mm256_min_pd(a, b); }
 };
@@ -72,6 +77,15 @@ struct Pick : Lanes<T> {
             return Lanes<T>::max(a, b);
         else
             return Lanes<T>::min(a, b);
+    }
+    // A result vector stored by a streaming store where the caller asks for
+    // one and p is aligned for it (the body of an aligned row), otherwise by
+    // an ordinary store.
+    static void put(T* p, V v, bool stream) {
+        if (stream && (reinterpret_cast<std::uintptr_t>(p) & 31) == 0)
+            Lanes<T>::stream(p, v);
+        else
+            Lanes<T>::storeu(p, v);
     }
 };
 
@@ -184,7 +198,7 @@ T nine_at(const T* r0, const T* r1, const T* r2, int i, int s) {
 }  // namespace
 
 template <class T, Extremum E>
-void extrema_rows(const T* const* src, int count, T* dst, int n) {
+void extrema_rows(const T* const* src, int count, T* dst, int n, bool stream) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes;
@@ -196,8 +210,8 @@ void extrema_rows(const T* const* src, int count, T* dst, int n) {
             return sweep<L>(dst, n, recompute, [&](int i) { P::storeu(dst + i, P::load(src[0] + i)); }, scalar);
         case 2: {
             const T *a = src[0], *b = src[1];
-            return sweep<L>(dst, n, recompute, [&](int i) { P::storeu(dst + i, P::best(P::load(a + i), P::load(b + i))); },
-                            scalar);
+            return sweep<L>(
+                dst, n, recompute, [&](int i) { P::put(dst + i, P::best(P::load(a + i), P::load(b + i)), stream); }, scalar);
         }
         case 3: {
             const T *a = src[0], *b = src[1], *c = src[2];
@@ -437,7 +451,7 @@ inline void run_steps(int steps, int lag, Step& step, Result& result) {
 // result at j - K - 1 from level K at j - K - 1 and j - K. Stores the whole
 // result vectors it reaches below n; returns how many samples those cover.
 template <class T, Extremum E, int K, bool kRest, class Column, class Shift>
-int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift) {
+int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift, bool stream) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes, B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
@@ -450,16 +464,16 @@ int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift) 
     };
     auto result = [&](int j, const V* last, const V* now) {
         if constexpr (kRest)
-            P::storeu(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])));
+            P::put(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])), stream);
         else
-            P::storeu(d + (j - lag) * L, now[K]);
+            P::put(d + (j - lag) * L, now[K], stream);
     };
     run_steps<V, K>(steps, lag, step, result);
     return std::max(0, steps - lag) * L;
 }
 
 template <class T, Extremum E, int K, bool kRest, bool kHigh>
-[[gnu::flatten]] void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
+[[gnu::flatten]] void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest, bool stream) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes, lag = K + (kRest ? 1 : 0);
@@ -471,7 +485,7 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
         if (mOut != nullptr) P::storeu(mOut + at, m);
         return P::best(P::load(a + at), m);
     };
-    const int done = rect_stream<T, E, K, kRest>(column, readable, d, n, shift);
+    const int done = rect_stream<T, E, K, kRest>(column, readable, d, n, shift, stream);
     if (done == n && mOut == nullptr) return;
     // The rest of the row (fewer than lag + 2 vectors of columns): its
     // columns copied to the stack, padded, and streamed again, so that every
@@ -495,33 +509,33 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
     for (int at = readable - first; at + L <= kTail; at += L) P::storeu(cols + at, V{});
     auto stored = [&](int at) { return P::load(cols + at); };
     const int left = n - first, vectors = (left + L - 1) / L;
-    rect_stream<T, E, K, kRest>(stored, (vectors + lag) * L, out, vectors * L, shift);
+    rect_stream<T, E, K, kRest>(stored, (vectors + lag) * L, out, vectors * L, shift, false);
     for (int i = done - first; i < left; ++i) d[first + i] = out[i];
 }
 
 template <class T, Extremum E, int K>
-void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest) {
+void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest, bool stream) {
     if (rest * int(sizeof(T)) >= 16)
-        rect_levels<T, E, K, true, true>(a, b, c, mOut, d, n, rest);
+        rect_levels<T, E, K, true, true>(a, b, c, mOut, d, n, rest, stream);
     else if (rest > 0)
-        rect_levels<T, E, K, true, false>(a, b, c, mOut, d, n, rest);
+        rect_levels<T, E, K, true, false>(a, b, c, mOut, d, n, rest, stream);
     else
-        rect_levels<T, E, K, false, true>(a, b, c, mOut, d, n, 0);
+        rect_levels<T, E, K, false, true>(a, b, c, mOut, d, n, 0, stream);
 }
 
 }  // namespace
 
 template <class T, Extremum E>
-void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest) {
+void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest, bool stream) {
     switch (levels) {
-        case 1: return rect_levels<T, E, 1>(a, b, c, mOut, d, n, rest);
-        case 2: return rect_levels<T, E, 2>(a, b, c, mOut, d, n, rest);
-        case 3: return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest);
+        case 1: return rect_levels<T, E, 1>(a, b, c, mOut, d, n, rest, stream);
+        case 2: return rect_levels<T, E, 2>(a, b, c, mOut, d, n, rest, stream);
+        case 3: return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest, stream);
         default:
             if constexpr (sizeof(T) <= 4)
-                return rect_levels<T, E, 4>(a, b, c, mOut, d, n, rest);
+                return rect_levels<T, E, 4>(a, b, c, mOut, d, n, rest, stream);
             else
-                return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest);
+                return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest, stream);
     }
 }
 
@@ -546,6 +560,13 @@ __m128i best_half(__m128i a, __m128i b) {
 
 inline __m128i load_half(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 inline void store_half(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
+// As Pick::put, for 16 bytes.
+inline void put_half(void* p, __m128i v, bool stream) {
+    if (stream && (reinterpret_cast<std::uintptr_t>(p) & 15) == 0)
+        _mm_stream_si128(static_cast<__m128i*>(p), v);
+    else
+        store_half(p, v);
+}
 inline __m256i halves(__m128i lo, __m128i hi) { return _mm256_inserti128_si256(_mm256_castsi128_si256(lo), hi, 1); }
 
 // The 16 bytes S bytes into each half's stream (x, y), 0 < S <= 16.
@@ -564,7 +585,7 @@ __m256i in_halves(__m256i x, __m256i y) {
 // run at a chunk with the one rest samples on, which spans the two chunks
 // after it, so the run two chunks back is kept in one more slot.
 template <class T, Extremum E, int K, bool kRest, bool kHigh, class Column>
-void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shift) {
+void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shift, bool stream) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
@@ -583,15 +604,15 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
             r = P::best(last[K], as(shift(bits(last[K]), bits(now[K])), V{}));
         else
             r = now[K];
-        store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(bits(r)));
-        store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(bits(r), 1));
+        put_half(d0 + (j - lag) * H, _mm256_castsi256_si128(bits(r)), stream);
+        put_half(d1 + (j - lag) * H, _mm256_extracti128_si256(bits(r), 1), stream);
     };
     run_steps<V, K + (kHigh ? 1 : 0)>(steps, lag, step, result);
 }
 
 template <class T, Extremum E, int K, bool kRest, bool kHigh>
 [[gnu::flatten]] void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
-                      T* mOut, T* d0, T* d1, int n, int rest) {
+                      T* mOut, T* d0, T* d1, int n, int rest, bool stream) {
     constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
     const int readable = n + (1 << K) - 1 + rest;
     const int steps = std::min(readable / H, n / H + lag);
@@ -613,7 +634,7 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
         if (mOut != nullptr && (j + 1) * H <= first) store_half(mOut + j * H, m1);
         return halves(x0, x1);
     };
-    pair_stream<T, E, K, kRest, kHigh>(column, steps, d0, d1, shift);
+    pair_stream<T, E, K, kRest, kHigh>(column, steps, d0, d1, shift, stream);
     if (done == n && (mOut == nullptr || first == readable)) return;
     constexpr int kTail = (2 * lag + 3) * H;
     alignas(32) T cols0[kTail], cols1[kTail], m[kTail] = {}, out0[kTail], out1[kTail];
@@ -643,7 +664,7 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
     for (int i = count; i < kTail; ++i) cols0[i] = cols1[i] = T(0);
     const int left = n - first, chunks = (left + H - 1) / H;
     auto stored = [&](int j) { return halves(load_half(cols0 + j * H), load_half(cols1 + j * H)); };
-    pair_stream<T, E, K, kRest, kHigh>(stored, chunks + lag, out0, out1, shift);
+    pair_stream<T, E, K, kRest, kHigh>(stored, chunks + lag, out0, out1, shift, false);
     for (int i = done - first; i < left; ++i) {
         d0[first + i] = out0[i];
         d1[first + i] = out1[i];
@@ -654,7 +675,7 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
 
 template <class T, Extremum E>
 void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
-                       T* mOut, T* d0, T* d1, int n, int levels, int rest) {
+                       T* mOut, T* d0, T* d1, int n, int levels, int rest, bool stream) {
     if constexpr (sizeof(T) <= 4) {
         auto go = [&]<int K>(std::integral_constant<int, K>) {
             if constexpr ((1 << (K - 1)) * sizeof(T) <= 16) {
@@ -662,12 +683,12 @@ void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const
                 constexpr bool kHighRest = (1 << K) * sizeof(T) > 16;
                 if constexpr (kHighRest) {
                     if (rest * int(sizeof(T)) > 16)
-                        return rect_pair_levels<T, E, K, true, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
+                        return rect_pair_levels<T, E, K, true, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest, stream);
                 }
                 if (rest > 0)
-                    rect_pair_levels<T, E, K, true, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest);
+                    rect_pair_levels<T, E, K, true, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest, stream);
                 else
-                    rect_pair_levels<T, E, K, false, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, 0);
+                    rect_pair_levels<T, E, K, false, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, 0, stream);
             }
         };
         switch (levels) {
@@ -694,7 +715,7 @@ void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s) {
 }
 
 template <class T, Extremum E>
-void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0, T* d1, int n, int s) {
+void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0, T* d1, int n, int s, bool stream) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes, B = int(sizeof(T));
@@ -738,8 +759,9 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
     for (; i + 2 * L <= n; i += L) {
         columns(i + L, topNext, bottomNext);
         const V topMidNext = middle(top, topNext), bottomMidNext = middle(bottom, bottomNext);
-        P::storeu(d0 + i, P::best(P::best(one_before<B>(topMid, top), top), one_after<B>(top, topMidNext)));
-        P::storeu(d1 + i, P::best(P::best(one_before<B>(bottomMid, bottom), bottom), one_after<B>(bottom, bottomMidNext)));
+        P::put(d0 + i, P::best(P::best(one_before<B>(topMid, top), top), one_after<B>(top, topMidNext)), stream);
+        P::put(d1 + i, P::best(P::best(one_before<B>(bottomMid, bottom), bottom), one_after<B>(bottom, bottomMidNext)),
+               stream);
         topPrev = top, top = topNext, topMid = topMidNext;
         bottomPrev = bottom, bottom = bottomNext, bottomMid = bottomMidNext;
     }
@@ -748,8 +770,8 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
 }
 
 #define ROK_EXTREMA(T)                                                                                           \
-    template void extrema_rows<T, Extremum::Min>(const T* const*, int, T*, int);                                 \
-    template void extrema_rows<T, Extremum::Max>(const T* const*, int, T*, int);                                 \
+    template void extrema_rows<T, Extremum::Min>(const T* const*, int, T*, int, bool);                           \
+    template void extrema_rows<T, Extremum::Max>(const T* const*, int, T*, int, bool);                           \
     template void extrema_rows_shared<T, Extremum::Min>(const T* const*, int, const T* const*, int,             \
                                                         const T* const*, int, T*, T*, int);                      \
     template void extrema_rows_shared<T, Extremum::Max>(const T* const*, int, const T* const*, int,             \
@@ -759,15 +781,15 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
     template void extrema_suffixes<T, Extremum::Min>(const T* const*, int, T* const*, int);                      \
     template void extrema_suffixes<T, Extremum::Max>(const T* const*, int, T* const*, int);                      \
     template void extrema_rect_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
-                                                      T*, T*, T*, int, int, int);                                \
+                                                      T*, T*, T*, int, int, int, bool);                          \
     template void extrema_rect_pair<T, Extremum::Max>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
-                                                      T*, T*, T*, int, int, int);                                \
-    template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int);         \
-    template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int);         \
+                                                      T*, T*, T*, int, int, int, bool);                          \
+    template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int, bool);   \
+    template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int, bool);   \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3<T, Extremum::Max>(const T*, const T*, const T*, T*, int, int);                     \
-    template void extrema_3x3_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, T*, T*, int, int); \
-    template void extrema_3x3_pair<T, Extremum::Max>(const T*, const T*, const T*, const T*, T*, T*, int, int);
+    template void extrema_3x3_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, T*, T*, int, int, bool); \
+    template void extrema_3x3_pair<T, Extremum::Max>(const T*, const T*, const T*, const T*, T*, T*, int, int, bool);
 
 ROK_EXTREMA(Rok8u)
 ROK_EXTREMA(Rok16u)

@@ -29,8 +29,12 @@ inline T better(T a, T b) {
 // sources, and a source may overlap dst from a later start (the samples go
 // forward); then the head and tail go one sample at a time, otherwise they
 // are vectors that overlap the body.
+//
+// `stream` (here and below): the aligned vectors of the body reach dst by
+// streaming stores, for results of images larger than the caches (the
+// caller fences); the results are the same. Here it serves count 2 only.
 template <class T, Extremum E>
-void extrema_rows(const T* const* src, int count, T* dst, int n);
+void extrema_rows(const T* const* src, int count, T* dst, int n, bool stream = false);
 
 // Two results that share sources: with mid = the extremum of shared[0] ..
 // shared[ns-1] in order (ns >= 1), d0 is mid folded with first[0 .. n0-1]
@@ -69,7 +73,8 @@ void extrema_suffixes(const T* const* src, int count, T* const* dst, int n);
 // replaced, and a sample formed twice comes out the same); no other
 // argument may overlap d or mOut.
 template <class T, Extremum E>
-void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest);
+void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest,
+                      bool stream = false);
 
 // Two rows of extrema_rect_row at once, for samples of up to four bytes:
 // row 0 from a0, b0, c0 and row 1 from a1, (chain ? row 0's m : b1), c1,
@@ -82,7 +87,7 @@ void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, 
 // alike).
 template <class T, Extremum E>
 void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
-                       T* mOut, T* d0, T* d1, int n, int levels, int rest);
+                       T* mOut, T* d0, T* d1, int n, int levels, int rest, bool stream = false);
 
 // The 3x3 neighbourhood: with col(r, d) = better(r0[i+d], better(r1[i+d], r2[i+d])),
 // dst[i] = better(better(col(-s), col(0)), col(+s)) for i in 0..n-1, where s
@@ -98,6 +103,7 @@ void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s);
 // resolved differently), so a caller chooses the pairing of rows by their
 // position, never by the thread count or the in-place form.
 template <class T, Extremum E>
-void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0, T* d1, int n, int s);
+void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0, T* d1, int n, int s,
+                      bool stream = false);
 
 }  // namespace rok::kernels
