@@ -526,14 +526,14 @@ private:
         const Run& run = p_.runs[0];
         const auto [a, b, c, running] = rect_inputs(y);
         if (rectRest_ >= 0)
-            return kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_, stream_);
+            return kernels::extrema_rect_row<T, E>(a, b, c, running, out, w_, rectLevels_, rectRest_, stream_, stream_);
         // The doubling row of span 2^rectLevels_, doubled on to the largest
         // power of two within the width (one of the run's two pairs of
         // doubling rows serves), then the two spans that cover the width.
         const int first = run.d, width = p_.terms[0].width;
         T* into = scratch_row(first);
         int span = 1 << rectLevels_;
-        kernels::extrema_rect_row<T, E>(a, b, c, running, into, ext_ - span + 1, rectLevels_, 0);
+        kernels::extrema_rect_row<T, E>(a, b, c, running, into, ext_ - span + 1, rectLevels_, 0, false, stream_);
         for (; 2 * span <= width; span *= 2) {
             const T* from = into;
             into = scratch_row(into == scratch_row(first) ? first + 1 : first);

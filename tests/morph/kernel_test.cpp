@@ -152,7 +152,8 @@ void rect_kernel() {
                     T* mOut = keep == 0 ? nullptr : keep == 1 ? reinterpret_cast<T*>(mBuf.data()) : b.data();
                     T* d = reinterpret_cast<T*>(out.data());
                     const bool stream = n % 4 < 2;
-                    rok::kernels::extrema_rect_row<T, E>(a.data(), b.data(), c.data(), mOut, d, n, levels, rest, stream);
+                    rok::kernels::extrema_rect_row<T, E>(a.data(), b.data(), c.data(), mOut, d, n, levels, rest, stream,
+                                                         n % 3 == 0);
                     for (int i = 0; i < n; ++i) {
                         T want = col[std::size_t(i)];
                         for (int t = 1; t < width; ++t) want = pick(E, want, col[std::size_t(i + t)]);

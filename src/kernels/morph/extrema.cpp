@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <type_traits>
 #include <utility>
@@ -127,6 +128,13 @@ V bytes_into(V a, V b) {
     else
         return as(_mm256_alignr_epi8(bits(b), bits(middle(a, b)), S - 16), a);
 }
+
+// How far ahead along a row the kernels prefetch the source rows that
+// reach them first from memory (each row a single stream): a few
+// kilobytes, so that the lines arrive before the loop does.
+constexpr int kAhead = 4096;
+
+inline void prefetch(const void* p) { _mm_prefetch(static_cast<const char*>(p) + kAhead, _MM_HINT_T0); }
 
 // Samples before dst reaches a 32-byte boundary (none when it never can,
 // because dst is not even aligned to its sample size).
@@ -473,7 +481,8 @@ int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift, 
 }
 
 template <class T, Extremum E, int K, bool kRest, bool kHigh>
-[[gnu::flatten]] void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest, bool stream) {
+[[gnu::flatten]] void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest, bool stream,
+                                  bool fetch) {
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int L = P::kLanes, lag = K + (kRest ? 1 : 0);
@@ -481,6 +490,7 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
     const ByteShift<kHigh> shift(kRest ? rest * int(sizeof(T)) : 16);
     // The column vector at sample `at`, its running extremum stored on the way.
     auto column = [&](int at) {
+        if (sizeof(T) >= 4 && fetch) prefetch(c + at);
         const V m = P::best(P::load(b + at), P::load(c + at));
         if (mOut != nullptr) P::storeu(mOut + at, m);
         return P::best(P::load(a + at), m);
@@ -510,32 +520,33 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
     auto stored = [&](int at) { return P::load(cols + at); };
     const int left = n - first, vectors = (left + L - 1) / L;
     rect_stream<T, E, K, kRest>(stored, (vectors + lag) * L, out, vectors * L, shift, false);
-    for (int i = done - first; i < left; ++i) d[first + i] = out[i];
+    std::memcpy(d + done, out + (done - first), std::size_t(n - done) * sizeof(T));
 }
 
 template <class T, Extremum E, int K>
-void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest, bool stream) {
+void rect_levels(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int rest, bool stream, bool fetch) {
     if (rest * int(sizeof(T)) >= 16)
-        rect_levels<T, E, K, true, true>(a, b, c, mOut, d, n, rest, stream);
+        rect_levels<T, E, K, true, true>(a, b, c, mOut, d, n, rest, stream, fetch);
     else if (rest > 0)
-        rect_levels<T, E, K, true, false>(a, b, c, mOut, d, n, rest, stream);
+        rect_levels<T, E, K, true, false>(a, b, c, mOut, d, n, rest, stream, fetch);
     else
-        rect_levels<T, E, K, false, true>(a, b, c, mOut, d, n, 0, stream);
+        rect_levels<T, E, K, false, true>(a, b, c, mOut, d, n, 0, stream, fetch);
 }
 
 }  // namespace
 
 template <class T, Extremum E>
-void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest, bool stream) {
+void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest, bool stream,
+                      bool fetch) {
     switch (levels) {
-        case 1: return rect_levels<T, E, 1>(a, b, c, mOut, d, n, rest, stream);
-        case 2: return rect_levels<T, E, 2>(a, b, c, mOut, d, n, rest, stream);
-        case 3: return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest, stream);
+        case 1: return rect_levels<T, E, 1>(a, b, c, mOut, d, n, rest, stream, fetch);
+        case 2: return rect_levels<T, E, 2>(a, b, c, mOut, d, n, rest, stream, fetch);
+        case 3: return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest, stream, fetch);
         default:
             if constexpr (sizeof(T) <= 4)
-                return rect_levels<T, E, 4>(a, b, c, mOut, d, n, rest, stream);
+                return rect_levels<T, E, 4>(a, b, c, mOut, d, n, rest, stream, fetch);
             else
-                return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest, stream);
+                return rect_levels<T, E, 3>(a, b, c, mOut, d, n, rest, stream, fetch);
     }
 }
 
@@ -630,6 +641,12 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
     };
     auto column = [&](int j) {
         __m128i x0, x1, m1;
+        // c0 and c1 are the rows new to the pass (the others were formed
+        // or read a few rows back).
+        if (sizeof(T) >= 4 && stream) {
+            prefetch(c0 + j * H);
+            prefetch(c1 + j * H);
+        }
         both(j * H, x0, x1, m1);
         if (mOut != nullptr && (j + 1) * H <= first) store_half(mOut + j * H, m1);
         return halves(x0, x1);
@@ -658,17 +675,15 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
             cols1[i] = better<E>(a1[i], m[i]);
         }
     }
-    if (mOut != nullptr)
-        for (int i = 0; i < count; ++i) mOut[first + i] = m[i];
+    if (mOut != nullptr) std::memcpy(mOut + first, m, std::size_t(count) * sizeof(T));
     if (done == n) return;
-    for (int i = count; i < kTail; ++i) cols0[i] = cols1[i] = T(0);
+    std::memset(cols0 + count, 0, std::size_t(kTail - count) * sizeof(T));
+    std::memset(cols1 + count, 0, std::size_t(kTail - count) * sizeof(T));
     const int left = n - first, chunks = (left + H - 1) / H;
     auto stored = [&](int j) { return halves(load_half(cols0 + j * H), load_half(cols1 + j * H)); };
     pair_stream<T, E, K, kRest, kHigh>(stored, chunks + lag, out0, out1, shift, false);
-    for (int i = done - first; i < left; ++i) {
-        d0[first + i] = out0[i];
-        d1[first + i] = out1[i];
-    }
+    std::memcpy(d0 + done, out0 + (done - first), std::size_t(n - done) * sizeof(T));
+    std::memcpy(d1 + done, out1 + (done - first), std::size_t(n - done) * sizeof(T));
 }
 
 }  // namespace
@@ -758,6 +773,11 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
     V topMid = middle(topPrev, top), bottomMid = middle(bottomPrev, bottom);
     for (; i + 2 * L <= n; i += L) {
         columns(i + L, topNext, bottomNext);
+        // The rows new to this pair come from memory.
+        if (sizeof(T) >= 4 && stream) {
+            prefetch(r2 + i);
+            prefetch(r3 + i);
+        }
         const V topMidNext = middle(top, topNext), bottomMidNext = middle(bottom, bottomNext);
         P::put(d0 + i, P::best(P::best(one_before<B>(topMid, top), top), one_after<B>(top, topMidNext)), stream);
         P::put(d1 + i, P::best(P::best(one_before<B>(bottomMid, bottom), bottom), one_after<B>(bottom, bottomMidNext)),
@@ -784,8 +804,8 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
                                                       T*, T*, T*, int, int, int, bool);                          \
     template void extrema_rect_pair<T, Extremum::Max>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
                                                       T*, T*, T*, int, int, int, bool);                          \
-    template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int, bool);   \
-    template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int, bool);   \
+    template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int, bool, bool); \
+    template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int, bool, bool); \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3<T, Extremum::Max>(const T*, const T*, const T*, T*, int, int);                     \
     template void extrema_3x3_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, T*, T*, int, int, bool); \

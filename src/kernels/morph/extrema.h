@@ -30,9 +30,11 @@ inline T better(T a, T b) {
 // forward); then the head and tail go one sample at a time, otherwise they
 // are vectors that overlap the body.
 //
-// `stream` (here and below): the aligned vectors of the body reach dst by
-// streaming stores, for results of images larger than the caches (the
-// caller fences); the results are the same. Here it serves count 2 only.
+// `stream` (here and below), for images larger than the caches, where
+// memory bounds the pass: the aligned vectors of the body reach dst by
+// streaming stores (the caller fences), and the fused passes (samples of
+// four bytes or more) prefetch the source rows new to them. The results are
+// the same. Here it serves count 2 only.
 template <class T, Extremum E>
 void extrema_rows(const T* const* src, int count, T* dst, int n, bool stream = false);
 
@@ -71,10 +73,12 @@ void extrema_suffixes(const T* const* src, int count, T* const* dst, int n);
 // and a rest joins it as better(run at i, run at i + rest). mOut may be b (a
 // running extremum kept in place: b is read at each sample before it is
 // replaced, and a sample formed twice comes out the same); no other
-// argument may overlap d or mOut.
+// argument may overlap d or mOut. `fetch` prefetches c (the row new to the
+// pass) as `stream` does, for a pass whose results go to scratch rather
+// than to the destination.
 template <class T, Extremum E>
 void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, int levels, int rest,
-                      bool stream = false);
+                      bool stream = false, bool fetch = false);
 
 // Two rows of extrema_rect_row at once, for samples of up to four bytes:
 // row 0 from a0, b0, c0 and row 1 from a1, (chain ? row 0's m : b1), c1,
