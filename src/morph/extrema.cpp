@@ -665,11 +665,16 @@ private:
     // Output rows y and y + 1 (out1 null: row y alone, the last of an odd
     // height). Rows always go in pairs from row 0, in place or not.
     void general_pair(int y, T* out0, T* out1, bool ac4) {
-        if (rectLevels_ > 0 && rectPairs_ && out1 != nullptr && y % p_.runs[0].len + 1 < p_.runs[0].len) {
+        if (rectLevels_ > 0 && rectPairs_ && out1 != nullptr) {
             // Rows y and y + 1 in one block: after the block's first row, the
-            // second row's running extremum extends the first's.
+            // second row's running extremum extends the first's. A block's
+            // last row pairs with the next block's first, unchained: that
+            // one's suffix rows (formed by rect_inputs(y + 1)) replace none
+            // of the rows the last row reads, and the last row's running
+            // extremum is needed no more.
+            const int t = y % p_.runs[0].len;
             const RectInputs r0 = rect_inputs(y);
-            const bool chain = y % p_.runs[0].len > 0;
+            const bool chain = t > 0 && t + 1 < p_.runs[0].len;
             const RectInputs r1 = rect_inputs(y + 1);
             return kernels::extrema_rect_pair<T, E>(r0.a, r0.b, r0.c, r1.a, r1.b, r1.c, chain, r1.running, out0, out1, w_,
                                                     rectLevels_, rectRest_, stream_);
