@@ -81,9 +81,12 @@ struct Pick : Lanes<T> {
     }
     // A result vector stored by a streaming store where the caller asks for
     // one and p is aligned for it (the body of an aligned row), otherwise by
-    // an ordinary store.
+    // an ordinary store. Only samples of four bytes or more stream (the
+    // engine asks for no other), so the loops of the smaller ones keep no
+    // test for it.
+    static constexpr bool kStreams = sizeof(T) >= 4;
     static void put(T* p, V v, bool stream) {
-        if (stream && (reinterpret_cast<std::uintptr_t>(p) & 31) == 0)
+        if (kStreams && stream && (reinterpret_cast<std::uintptr_t>(p) & 31) == 0)
             Lanes<T>::stream(p, v);
         else
             Lanes<T>::storeu(p, v);
@@ -572,9 +575,10 @@ __m128i best_half(__m128i a, __m128i b) {
 inline __m128i load_half(const void* p) { return _mm_loadu_si128(static_cast<const __m128i*>(p)); }
 inline void store_half(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
 // As Pick::put, for 16 bytes.
-inline void put_half(void* p, __m128i v, bool stream) {
-    if (stream && (reinterpret_cast<std::uintptr_t>(p) & 15) == 0)
-        _mm_stream_si128(static_cast<__m128i*>(p), v);
+template <class T>
+inline void put_half(T* p, __m128i v, bool stream) {
+    if (sizeof(T) >= 4 && stream && (reinterpret_cast<std::uintptr_t>(p) & 15) == 0)
+        _mm_stream_si128(reinterpret_cast<__m128i*>(p), v);
     else
         store_half(p, v);
 }
@@ -639,6 +643,9 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
         x0 = best_half<T, E>(load_half(a0 + at), m0);
         x1 = best_half<T, E>(load_half(a1 + at), m1);
     };
+    // The chunks of row 1's running extremum the stream writes: those below
+    // `first`, none without mOut.
+    const int mChunks = mOut != nullptr ? first / H : 0;
     auto column = [&](int j) {
         __m128i x0, x1, m1;
         // c0 and c1 are the rows new to the pass (the others were formed
@@ -648,7 +655,7 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
             prefetch(c1 + j * H);
         }
         both(j * H, x0, x1, m1);
-        if (mOut != nullptr && (j + 1) * H <= first) store_half(mOut + j * H, m1);
+        if (j < mChunks) store_half(mOut + j * H, m1);
         return halves(x0, x1);
     };
     pair_stream<T, E, K, kRest, kHigh>(column, steps, d0, d1, shift, stream);
