@@ -346,8 +346,10 @@ public:
         // written. (Smaller samples cost more work per byte; there the
         // ordinary stores measured as fast.)
         const double imageBytes = (double(h_) + p_.bottom - p_.top) * (double(ext_) + w_) * c_ * double(sizeof(T));
+        // (A machine whose caches are not known counts as one of 8 MB.)
+        const double cacheBytes = std::max(core::max_cache_bytes(), 8 << 20);
         stream_ = !inPlace && !f_.ac4 && c_ == 1 && sizeof(T) >= 4 && (p_.fused || rectLevels_ > 0) &&
-                  imageBytes > double(core::max_cache_bytes());
+                  imageBytes > cacheBytes;
         // Scratch: the plan's rows, the ring of delayed result rows, and
         // the row pointers of the combining calls.
         const std::size_t rowBytes = round64(std::size_t(ext_) * c_ * sizeof(T));
