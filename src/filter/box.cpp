@@ -211,8 +211,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                 }
             }
             if (out != target && held == 0)
-                kernels::box::stream_lines(reinterpret_cast<const Rok8u*>(out), reinterpret_cast<Rok8u*>(target),
-                                           std::size_t(n) * sizeof(D));
+                kernels::copy_bytes_streaming(out, target, std::size_t(n) * sizeof(D));
             if (g.inPlace) {
                 if (y - g.ay - 1 >= first) write_back(y - g.ay - 1);
             } else if (g.ac4) {

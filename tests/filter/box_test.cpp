@@ -15,8 +15,6 @@
 #include <vector>
 
 #include "core/core.h"
-#include "kernels/copy/copy_move.h"
-#include "kernels/filter/box.h"
 #include "guarded.h"
 #include "random.h"
 #include "reference.h"
@@ -295,27 +293,6 @@ TEST(BoxFilter, LargeImages) {
 // at every offset of dst within a line, dst's first byte `at` past a
 // protected page or its last byte `at` short of one (so 0: against it),
 // the source against one too; bytes round the copy untouched.
-TEST(BoxFilter, StreamedRowCopy) {
-    std::vector<std::size_t> lengths = {129, 1000, 4097};
-    for (std::size_t n = 1; n <= 70; ++n) lengths.push_back(n);
-    for (std::size_t n : lengths)
-        for (std::size_t at = 0; at < 64; ++at)
-            for (rokt::Guard guard : {rokt::Guard::After, rokt::Guard::Before}) {
-                const std::size_t lead = guard == rokt::Guard::Before ? at : 0;
-                rokt::GuardedBuffer src(n, guard == rokt::Guard::After ? rokt::Guard::Before : rokt::Guard::After);
-                rokt::GuardedBuffer dst(n + at, guard);
-                for (std::size_t i = 0; i < n; ++i) src.data()[i] = std::uint8_t(i * 37 + n + at);
-                std::memset(dst.data(), 0xA5, dst.size());
-                rok::kernels::box::stream_lines(src.data(), dst.data() + lead, n);
-                rok::kernels::store_fence();
-                for (std::size_t i = 0; i < dst.size(); ++i) {
-                    const bool inside = i >= lead && i < lead + n;
-                    ASSERT_EQ(dst.data()[i], inside ? src.data()[i - lead] : 0xA5)
-                        << "n " << n << " at " << at << " byte " << i;
-                }
-            }
-}
-
 TEST(BoxFilter, LargeAreasTakeTheDoubleEngine) {
     for (int w : {1, 9, 33}) {
         check(Form<Rok8u, Rok8u>{"Box 8u C1 91x90", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{w, 1, 91, 90, 45, 3}, 7);

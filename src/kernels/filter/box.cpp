@@ -6,9 +6,7 @@
 
 #include <immintrin.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <type_traits>
 
@@ -454,19 +452,6 @@ void window_sum(const std::int32_t* sums, int n, int nc, int width, std::int32_t
 void window_sum(const double* sums, int n, int nc, int width, double* prefix, Rok32f* dst) {
     windows(sums, n, nc, width, prefix, [&](int x, __m256d s) { _mm_storeu_ps(dst + x, _mm256_cvtpd_ps(s)); },
             [&](int x, double s) { dst[x] = float(s); });
-}
-
-void stream_lines(const Rok8u* src, Rok8u* dst, std::size_t n) {
-    const std::size_t head = std::min(n, std::size_t((64 - reinterpret_cast<std::uintptr_t>(dst) % 64) % 64));
-    std::memcpy(dst, src, head);
-    std::size_t i = head;
-    for (; i + 64 <= n; i += 64) {
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + i),
-                            _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i)));
-        _mm256_stream_si256(reinterpret_cast<__m256i*>(dst + i + 32),
-                            _mm256_loadu_si256(reinterpret_cast<const __m256i*>(src + i + 32)));
-    }
-    std::memcpy(dst + i, src + i, n - i);
 }
 
 }  // namespace rok::kernels::box

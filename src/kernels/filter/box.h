@@ -5,7 +5,6 @@
 // double precision past that); float data sums in double precision.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 
 #include "frame/generated/roki_types.h"
@@ -115,12 +114,6 @@ void box_mean(const double* sums, int n, int nc, int width, double area, double*
 void box_mean(const double* sums, int n, int nc, int width, double area, double* prefix, Rok16u* dst);
 void box_mean(const double* sums, int n, int nc, int width, double area, double* prefix, Rok32f* dst);
 void box_mean(const double* sums, int n, int nc, int width, double area, double* prefix, Rok64f* dst);
-// Copies n bytes, the whole 64-byte lines of dst with streaming stores
-// and the partial lines at either end with ordinary ones (a line written
-// both ways, or streamed in part, costs a trip to memory); the caller ends
-// its rows with a store fence.
-void stream_lines(const Rok8u* src, Rok8u* dst, std::size_t n);
-
 void window_sum(const std::int32_t* sums, int n, int nc, int width, std::int32_t* prefix, Rok32f* dst);
 void window_sum(const double* sums, int n, int nc, int width, double* prefix, Rok32f* dst);
 
