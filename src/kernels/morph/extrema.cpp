@@ -79,18 +79,39 @@ struct Pick : Lanes<T> {
         else
             return Lanes<T>::min(a, b);
     }
-    // A result vector stored by a streaming store where the caller asks for
-    // one and p is aligned for it (the body of an aligned row), otherwise by
-    // an ordinary store. Only samples of four bytes or more stream (the
-    // engine asks for no other), so the loops of the smaller ones keep no
-    // test for it.
+    // A result vector stored by a streaming store where it lies in the
+    // lines that take them, otherwise by an ordinary store. Only samples of
+    // four bytes or more stream (the engine asks for no other), so the loops
+    // of the smaller ones keep no test for it.
     static constexpr bool kStreams = sizeof(T) >= 4;
-    static void put(T* p, V v, bool stream) {
-        if (kStreams && stream && (reinterpret_cast<std::uintptr_t>(p) & 31) == 0)
+    template <class Lines>
+    static void put(T* p, V v, const Lines& lines) {
+        if (kStreams && lines.whole(p, 32))
             Lanes<T>::stream(p, v);
         else
             Lanes<T>::storeu(p, v);
     }
+};
+
+// The whole 64-byte lines within [from, to) where a stream of result
+// vectors may use streaming stores: a line streamed only in part, or written
+// both ways, goes to memory piecewise (several times slower than ordinary
+// stores). So `from` is past every ordinary store of the row's head and `to`
+// before every one of its tail, and the stores between tile those lines
+// (whole(p) holds only at p aligned to the store). Empty unless `on`.
+struct Lines {
+    Lines(const void* from, const void* to, bool on) {
+        const auto a = reinterpret_cast<std::uintptr_t>(from), b = reinterpret_cast<std::uintptr_t>(to);
+        if (on && b > a) {
+            lo = (a + 63) & ~std::uintptr_t(63);
+            hi = b & ~std::uintptr_t(63);
+        }
+    }
+    bool whole(const void* p, int bytes) const {
+        const auto a = reinterpret_cast<std::uintptr_t>(p);
+        return a >= lo && a + unsigned(bytes) <= hi && (a & unsigned(bytes - 1)) == 0;
+    }
+    std::uintptr_t lo = 0, hi = 0;
 };
 
 // Moves between the sample types' registers and the byte shuffles.
@@ -221,8 +242,10 @@ void extrema_rows(const T* const* src, int count, T* dst, int n, bool stream) {
             return sweep<L>(dst, n, recompute, [&](int i) { P::storeu(dst + i, P::load(src[0] + i)); }, scalar);
         case 2: {
             const T *a = src[0], *b = src[1];
+            // Past the unaligned head vector, before the overlapping tail.
+            const Lines lines(dst + L, dst + (n - L), stream && recompute);
             return sweep<L>(
-                dst, n, recompute, [&](int i) { P::put(dst + i, P::best(P::load(a + i), P::load(b + i)), stream); }, scalar);
+                dst, n, recompute, [&](int i) { P::put(dst + i, P::best(P::load(a + i), P::load(b + i)), lines); }, scalar);
         }
         case 3: {
             const T *a = src[0], *b = src[1], *c = src[2];
@@ -467,6 +490,8 @@ int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift, 
     using V = typename P::V;
     constexpr int L = P::kLanes, B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
     const int steps = std::min(readable / L, n / L + lag);
+    // The results from d up to those the caller's tail copies.
+    const Lines lines(d, d + std::max(0, steps - lag) * L, stream);
     auto step = [&](int j, const V* last, V* now) {
         now[0] = column(j * L);
         [&]<int... k>(std::integer_sequence<int, k...>) {
@@ -475,9 +500,9 @@ int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift, 
     };
     auto result = [&](int j, const V* last, const V* now) {
         if constexpr (kRest)
-            P::put(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])), stream);
+            P::put(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])), lines);
         else
-            P::put(d + (j - lag) * L, now[K], stream);
+            P::put(d + (j - lag) * L, now[K], lines);
     };
     run_steps<V, K>(steps, lag, step, result);
     return std::max(0, steps - lag) * L;
@@ -576,8 +601,8 @@ inline __m128i load_half(const void* p) { return _mm_loadu_si128(static_cast<con
 inline void store_half(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
 // As Pick::put, for 16 bytes.
 template <class T>
-inline void put_half(T* p, __m128i v, bool stream) {
-    if (sizeof(T) >= 4 && stream && (reinterpret_cast<std::uintptr_t>(p) & 15) == 0)
+inline void put_half(T* p, __m128i v, const Lines& lines) {
+    if (sizeof(T) >= 4 && lines.whole(p, 16))
         _mm_stream_si128(reinterpret_cast<__m128i*>(p), v);
     else
         store_half(p, v);
@@ -604,6 +629,9 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
+    // The results from d0 and d1 up to those the caller's tail copies.
+    const int done = std::max(0, steps - lag) * H;
+    const Lines lines0(d0, d0 + done, stream), lines1(d1, d1 + done, stream);
     auto step = [&](int j, const V* last, V* now) {
         now[0] = as(column(j), V{});
         [&]<int... k>(std::integer_sequence<int, k...>) {
@@ -619,8 +647,8 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
             r = P::best(last[K], as(shift(bits(last[K]), bits(now[K])), V{}));
         else
             r = now[K];
-        put_half(d0 + (j - lag) * H, _mm256_castsi256_si128(bits(r)), stream);
-        put_half(d1 + (j - lag) * H, _mm256_extracti128_si256(bits(r), 1), stream);
+        put_half(d0 + (j - lag) * H, _mm256_castsi256_si128(bits(r)), lines0);
+        put_half(d1 + (j - lag) * H, _mm256_extracti128_si256(bits(r), 1), lines1);
     };
     run_steps<V, K + (kHigh ? 1 : 0)>(steps, lag, step, result);
 }
@@ -774,6 +802,8 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
     by_loads(0);
     if (head > 0) by_loads(head);
     int i = head + L;
+    // The loop's stores, between the head's vectors and the tail's.
+    const Lines lines0(d0 + i, d0 + (n - 2 * L), stream), lines1(d1 + i, d1 + (n - 2 * L), stream);
     V topPrev, bottomPrev, top, bottom, topNext, bottomNext;
     columns(i - L, topPrev, bottomPrev);
     columns(i, top, bottom);
@@ -786,9 +816,9 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
         prefetch(r2 + i);
         prefetch(r3 + i);
         const V topMidNext = middle(top, topNext), bottomMidNext = middle(bottom, bottomNext);
-        P::put(d0 + i, P::best(P::best(one_before<B>(topMid, top), top), one_after<B>(top, topMidNext)), stream);
+        P::put(d0 + i, P::best(P::best(one_before<B>(topMid, top), top), one_after<B>(top, topMidNext)), lines0);
         P::put(d1 + i, P::best(P::best(one_before<B>(bottomMid, bottom), bottom), one_after<B>(bottom, bottomMidNext)),
-               stream);
+               lines1);
         topPrev = top, top = topNext, topMid = topMidNext;
         bottomPrev = bottom, bottom = bottomNext, bottomMid = bottomMidNext;
     }

@@ -31,7 +31,7 @@ inline T better(T a, T b) {
 // are vectors that overlap the body.
 //
 // `stream` (here and below), for images larger than the caches, where
-// memory bounds the pass: the aligned vectors of the body reach dst by
+// memory bounds the pass: the whole 64-byte lines of the body reach dst by
 // streaming stores (the caller fences), and the fused passes (samples of
 // four bytes or more) prefetch the source rows new to them. The results are
 // the same. Here it serves count 2 only.
