@@ -91,6 +91,16 @@ struct Pick : Lanes<T> {
         else
             Lanes<T>::storeu(p, v);
     }
+    // The same by a flag and p's alignment alone, for the rectangle
+    // streams, whose loops measured slower with the bounds of Lines (on
+    // images within the caches, where nothing streams): there the lines at
+    // either end of a row may be streamed in part.
+    static void put(T* p, V v, bool stream) {
+        if (kStreams && stream && (reinterpret_cast<std::uintptr_t>(p) & 31) == 0)
+            Lanes<T>::stream(p, v);
+        else
+            Lanes<T>::storeu(p, v);
+    }
 };
 
 // The whole 64-byte lines within [from, to) where a stream of result
@@ -102,16 +112,17 @@ struct Pick : Lanes<T> {
 struct Lines {
     Lines(const void* from, const void* to, bool on) {
         const auto a = reinterpret_cast<std::uintptr_t>(from), b = reinterpret_cast<std::uintptr_t>(to);
-        if (on && b > a) {
-            lo = (a + 63) & ~std::uintptr_t(63);
-            hi = b & ~std::uintptr_t(63);
-        }
+        lo = (a + 63) & ~std::uintptr_t(63);
+        hi = b & ~std::uintptr_t(63);
+        some = on && hi > lo;
     }
+    // Empty, a flag's test alone.
     bool whole(const void* p, int bytes) const {
         const auto a = reinterpret_cast<std::uintptr_t>(p);
-        return a >= lo && a + unsigned(bytes) <= hi && (a & unsigned(bytes - 1)) == 0;
+        return some && a >= lo && a + unsigned(bytes) <= hi && (a & unsigned(bytes - 1)) == 0;
     }
-    std::uintptr_t lo = 0, hi = 0;
+    std::uintptr_t lo, hi;
+    bool some;
 };
 
 // Moves between the sample types' registers and the byte shuffles.
@@ -244,8 +255,12 @@ void extrema_rows(const T* const* src, int count, T* dst, int n, bool stream) {
             const T *a = src[0], *b = src[1];
             // Past the unaligned head vector, before the overlapping tail.
             const Lines lines(dst + L, dst + (n - L), stream && recompute);
+            if (P::kStreams && lines.some)
+                return sweep<L>(
+                    dst, n, recompute, [&](int i) { P::put(dst + i, P::best(P::load(a + i), P::load(b + i)), lines); },
+                    scalar);
             return sweep<L>(
-                dst, n, recompute, [&](int i) { P::put(dst + i, P::best(P::load(a + i), P::load(b + i)), lines); }, scalar);
+                dst, n, recompute, [&](int i) { P::storeu(dst + i, P::best(P::load(a + i), P::load(b + i))); }, scalar);
         }
         case 3: {
             const T *a = src[0], *b = src[1], *c = src[2];
@@ -490,19 +505,17 @@ int rect_stream(Column&& column, int readable, T* d, int n, const Shift& shift, 
     using V = typename P::V;
     constexpr int L = P::kLanes, B = int(sizeof(T)), lag = K + (kRest ? 1 : 0);
     const int steps = std::min(readable / L, n / L + lag);
-    // The results from d up to those the caller's tail copies.
-    const Lines lines(d, d + std::max(0, steps - lag) * L, stream);
     auto step = [&](int j, const V* last, V* now) {
         now[0] = column(j * L);
         [&]<int... k>(std::integer_sequence<int, k...>) {
             ((now[k + 1] = P::best(last[k], bytes_into<(B << k)>(last[k], now[k]))), ...);
         }(std::make_integer_sequence<int, K>{});
     };
-    auto result = [&](int j, const V* last, const V* now) {
+    auto result = [&, stream](int j, const V* last, const V* now) {
         if constexpr (kRest)
-            P::put(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])), lines);
+            P::put(d + (j - lag) * L, P::best(last[K], shift(last[K], now[K])), stream);
         else
-            P::put(d + (j - lag) * L, now[K], lines);
+            P::put(d + (j - lag) * L, now[K], stream);
     };
     run_steps<V, K>(steps, lag, step, result);
     return std::max(0, steps - lag) * L;
@@ -601,8 +614,8 @@ inline __m128i load_half(const void* p) { return _mm_loadu_si128(static_cast<con
 inline void store_half(void* p, __m128i v) { _mm_storeu_si128(static_cast<__m128i*>(p), v); }
 // As Pick::put, for 16 bytes.
 template <class T>
-inline void put_half(T* p, __m128i v, const Lines& lines) {
-    if (sizeof(T) >= 4 && lines.whole(p, 16))
+inline void put_half(T* p, __m128i v, bool stream) {
+    if (sizeof(T) >= 4 && stream && (reinterpret_cast<std::uintptr_t>(p) & 15) == 0)
         _mm_stream_si128(reinterpret_cast<__m128i*>(p), v);
     else
         store_half(p, v);
@@ -629,9 +642,6 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
     using P = Pick<T, E>;
     using V = typename P::V;
     constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
-    // The results from d0 and d1 up to those the caller's tail copies.
-    const int done = std::max(0, steps - lag) * H;
-    const Lines lines0(d0, d0 + done, stream), lines1(d1, d1 + done, stream);
     auto step = [&](int j, const V* last, V* now) {
         now[0] = as(column(j), V{});
         [&]<int... k>(std::integer_sequence<int, k...>) {
@@ -639,7 +649,7 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
         }(std::make_integer_sequence<int, K>{});
         if constexpr (kHigh) now[K + 1] = last[K];
     };
-    auto result = [&](int j, const V* last, const V* now) {
+    auto result = [&, stream](int j, const V* last, const V* now) {
         V r;
         if constexpr (kHigh)
             r = P::best(last[K + 1], as(shift(bits(now[K + 1]), bits(now[K])), V{}));
@@ -647,8 +657,8 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
             r = P::best(last[K], as(shift(bits(last[K]), bits(now[K])), V{}));
         else
             r = now[K];
-        put_half(d0 + (j - lag) * H, _mm256_castsi256_si128(bits(r)), lines0);
-        put_half(d1 + (j - lag) * H, _mm256_extracti128_si256(bits(r), 1), lines1);
+        put_half(d0 + (j - lag) * H, _mm256_castsi256_si128(bits(r)), stream);
+        put_half(d1 + (j - lag) * H, _mm256_extracti128_si256(bits(r), 1), stream);
     };
     run_steps<V, K + (kHigh ? 1 : 0)>(steps, lag, step, result);
 }
@@ -674,7 +684,7 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh>
     // The chunks of row 1's running extremum the stream writes: those below
     // `first`, none without mOut.
     const int mChunks = mOut != nullptr ? first / H : 0;
-    auto column = [&](int j) {
+    auto column = [&, stream](int j) {
         __m128i x0, x1, m1;
         // c0 and c1 are the rows new to the pass (the others were formed
         // or read a few rows back).

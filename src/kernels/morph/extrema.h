@@ -31,8 +31,9 @@ inline T better(T a, T b) {
 // are vectors that overlap the body.
 //
 // `stream` (here and below), for images larger than the caches, where
-// memory bounds the pass: the whole 64-byte lines of the body reach dst by
-// streaming stores (the caller fences), and the fused passes (samples of
+// memory bounds the pass: the body reaches dst by streaming stores (the
+// caller fences; here and in the 3x3 pair its whole 64-byte lines, in the
+// rectangle passes its aligned vectors), and the fused passes (samples of
 // four bytes or more) prefetch the source rows new to them. The results are
 // the same. Here it serves count 2 only.
 template <class T, Extremum E>
