@@ -107,7 +107,8 @@ void extrema_3x3(const T* r0, const T* r1, const T* r2, T* dst, int n, int s);
 // samples are integers or ordered floats (a NaN or a signed-zero tie may be
 // resolved differently), so a caller chooses the pairing of rows by their
 // position, never by the thread count or the in-place form. The rows new
-// to a pair (r2, r3) are prefetched whatever `stream`.
+// to a pair (r2, r3) are prefetched, for 8- and 16-bit samples whatever
+// `stream`.
 template <class T, Extremum E>
 void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0, T* d1, int n, int s,
                       bool stream = false);
