@@ -12,9 +12,9 @@
 // 32 outputs). Each source row's H0 and H1 are made once, when the row
 // first enters the neighbourhood, and kept in a ring of five rows for the
 // destination rows that use them later; H2 is made where it is used.
-// 1920x1080 and 3840x2160 at one thread took about 0.93 of the time of the
-// column-first kernel (which other layouts and rows narrower than one
-// block still take).
+// At one thread 1920x1080 took about 0.95 and 3840x2160 about 0.92 of the
+// time of the column-first kernel (which other layouts and rows narrower
+// than one block still take).
 //
 // The even/odd split stays through the vertical sums (they add equal
 // positions) and is undone by the final byte blend.
@@ -34,10 +34,9 @@ namespace {
 // summed in wrapping 16-bit lanes with the carries of the two adds that
 // can wrap counted apart (h, 0 to 2), and
 //   (T * 14691) >> 23 == (h * 14691 + ((T mod 65536) * 14691 >> 16)) >> 7
-// exactly. The value before the last shift stays below 32768 (at most
-// 145891 * 14691 / 65536).
+// exactly (both checked for every S). The value before the last shift
+// stays below 32768 (at most 32703).
 constexpr int kRound = 286, kMul = 14691, kFinalShift = 7;
-
 
 // Taps 0, 1 and 2 of H0, H1, H2 (3 and 4 mirror 1 and 0).
 constexpr int kTaps[3][3] = {{2, 7, 12}, {7, 31, 52}, {12, 52, 127}};
@@ -149,6 +148,9 @@ void gauss5_rows(const Rok8u* src, int srcStep, Rok8u* dst, int dstStep, int wid
     // weights and constants than the sixteen vector registers hold (each
     // multiply-add then loads its weights); the first pass, bound by the
     // two pipes of its multiply-adds, has room for the rounding adds.
+    // Slower, as measured: H2 made in the first pass and kept in the ring
+    // (1.07 of the time), u and v formed in the first pass (no gain), and
+    // the columns in vertical strips with a ring each (1.2).
     // Output bytes: even results in the low byte of each word (the final
     // shift leaves the high byte zero), odd results in the high byte (bits
     // 7..14 of the value, shifted left by one).
