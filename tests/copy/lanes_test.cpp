@@ -169,8 +169,8 @@ void all_lane_kernels() {
     alpha_case<U>();
 }
 
-// The streamed row copy switches store kinds at the first and last 16- and
-// 64-byte boundaries of the destination: every start offset within a line
+// The streamed row copy switches store kinds at the first and last 64-byte
+// boundaries of the destination: every start offset within a line
 // (the pointer sits `lead` bytes past a page with Guard::Before) and
 // lengths around those edges.
 TEST(RowCopy, StreamingAndOrdinaryAgreeWithBytes) {

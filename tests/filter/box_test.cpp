@@ -270,15 +270,29 @@ TEST(BoxFilter, LargeImages) {
           35, rokt::Guard::After, 2);
     check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1535, 700, 16, 16, 15, 0},
           36, rokt::Guard::Before, 1);
+    // Streaming only fills whole cache lines: rows on 32 bytes that end
+    // inside a line store their means plainly (16- and 32-bit split sums),
+    // and the column-sum engine streams rows of whole lines without storing
+    // their first block twice.
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1568, 700, 11, 11, 5, 5},
+          38, rokt::Guard::After, 0);
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 31x31", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1568, 600, 31, 31, 30, 0},
+          39, rokt::Guard::Before, 0);
+    check(Form<Rok8u, Rok8u>{"Box 8u C1 61x3", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 61, 3, 60, 2},
+          40, rokt::Guard::After, 0);
     // Means of four times the core's cache and more on rows off 32 bytes:
-    // 16-bit sums put them through an aligned row and copy them out
-    // streamed (every 32nd row starts on 32 bytes and streams in place).
+    // 16-bit sums put every row through an aligned row and copy it out
+    // streamed.
     const std::size_t l2 = std::size_t(std::max(rok::core::l2_cache_bytes, 1 << 20));
     const int h = int(4 * l2 / 2047) + 2;
     check(Form<Rok8u, Rok8u>{"Box 8u C1 7x7", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{2047, h, 7, 7, 3, 6}, 37,
           rokt::Guard::After, 2);
 }
 
+// The copy of staged rows: every length 1 to 70 and a few of many lines,
+// at every offset of dst within a line, dst's first byte `at` past a
+// protected page or its last byte `at` short of one (so 0: against it),
+// the source against one too; bytes round the copy untouched.
 TEST(BoxFilter, LargeAreasTakeTheDoubleEngine) {
     for (int w : {1, 9, 33}) {
         check(Form<Rok8u, Rok8u>{"Box 8u C1 91x90", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{w, 1, 91, 90, 45, 3}, 7);

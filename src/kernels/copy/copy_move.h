@@ -19,10 +19,9 @@ namespace rok::kernels {
 // blocks. src and dst must not overlap.
 void copy_bytes(const void* src, void* dst, std::size_t n);
 
-// Copy of n bytes with non-temporal (streaming) stores for every 16-byte
-// aligned piece of the destination; the bytes before the first and after the
-// last 16-byte boundary (and copies below 64 bytes) use ordinary stores. The
-// caller ends a run of such copies with store_fence().
+// Copy of n bytes with non-temporal (streaming) stores for every whole
+// 64-byte line of the destination; the partial lines at either end use
+// ordinary stores. The caller ends a run of such copies with store_fence().
 void copy_bytes_streaming(const void* src, void* dst, std::size_t n);
 
 // Ordinary stores; the destination is first brought to a 64-byte boundary by

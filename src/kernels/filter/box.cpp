@@ -299,8 +299,9 @@ void mean_uint16(const std::uint16_t* sums, int n, int nc, int width, Mean m, st
         if (stream && n >= 32) {
             // The blocks between the first and the last start on 32-byte
             // boundaries of dst; those two overlap them, storing the same
-            // means again.
-            block(0, false);
+            // means again (the first only where dst is off 32 bytes: a line
+            // stored both ways costs a trip to memory).
+            if (reinterpret_cast<std::uintptr_t>(dst) % 32 != 0) block(0, false);
             for (x = int((32 - reinterpret_cast<std::uintptr_t>(dst) % 32) % 32); x + 32 <= n; x += 32) block(x, true);
             if (x < n) block(n - 32, false);
             x = n;
