@@ -43,7 +43,13 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
     const std::size_t midRow = round64((std::size_t(roi.width) + size - 1) * nc * midBytes);
     const std::size_t blockBytes = ac4 ? round64(std::size_t(roi.width) * 4 * sizeof(D)) : 0;
     const std::size_t spareBytes = rowsKernel ? round64(std::size_t(roi.width) * nc * sizeof(D)) : 0;
-    const std::size_t slice = midRow * mids + blockBytes + spareBytes;
+    // One-channel 8u Gauss 5x5 filters each source row along the row first
+    // and keeps the results for the rows below (a ring per thread).
+    bool gauss5 = false;
+    if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<D, Rok8u>)
+        gauss5 = f == Fixed::Gauss && size == 5 && layout == Layout::C1 && roi.width >= kernels::fixed::kGauss5Width;
+    const std::size_t slice = gauss5 ? round64(kernels::fixed::gauss5_ring_bytes(roi.width))
+                                     : midRow * mids + blockBytes + spareBytes;
 
     // Only results too large to stay in the largest cache go past it: a
     // result that the last-level cache holds is read back from there by
@@ -63,6 +69,13 @@ RokStatus run_fixed(Fixed f, int size, const S* src, int srcStep, D* dst, int ds
 
     auto band = [&](int first, int last, char* mem) {
         D* block = reinterpret_cast<D*>(mem + midRow * mids);
+        if constexpr (std::is_same_v<S, Rok8u> && std::is_same_v<D, Rok8u>) {
+            if (gauss5) {
+                kernels::fixed::gauss5_rows(src, srcStep, dst, dstStep, roi.width, first, last, mem, stream);
+                if (stream) kernels::store_fence();
+                return;
+            }
+        }
         const S* rows[kernels::fixed::kMaxRows + 1];
         if (rowsKernel != nullptr) {
             // Rows in pairs. A band's odd last row pairs with a spare row

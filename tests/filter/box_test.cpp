@@ -253,46 +253,44 @@ TEST(BoxFilter, SplitRowsTallMasksEveryShift) {
 // Images past the core's cache take streaming stores for their means, the
 // first and last block of each row stored normally over the aligned ones.
 TEST(BoxFilter, LargeImages) {
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1533, 1100, 11, 11, 4, 9}, 31,
-          rokt::Guard::After, 3);
     check(Form<Rok8u, Rok8u>{"Box 8u C3 3x3", 3, 3, false, BOX(rokiFilterBox_8u_C3R)}, Box{701, 700, 3, 3, 1, 1}, 32,
           rokt::Guard::Before, 1);
-    // Rows of whole 32-byte blocks on 32-byte boundaries (no padding: the
-    // buffer ends on a page), so the one-channel split rows stream every
-    // block, with 16- and with 32-bit column sums.
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 11, 11, 5, 5},
-          33, rokt::Guard::After, 0);
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 16, 16, 15, 0},
-          34, rokt::Guard::Before, 0);
-    // Rows off 32 bytes: 16-bit sums put their means through an aligned row
-    // and copy them out streamed; 32-bit sums store them in place.
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 15x15", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1535, 700, 15, 15, 0, 14},
-          35, rokt::Guard::After, 2);
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 16x16", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1535, 700, 16, 16, 15, 0},
-          36, rokt::Guard::Before, 1);
-    // Streaming only fills whole cache lines: rows on 32 bytes that end
-    // inside a line store their means plainly (16- and 32-bit split sums),
-    // and the column-sum engine streams rows of whole lines without storing
-    // their first block twice.
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 11x11", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1568, 700, 11, 11, 5, 5},
-          38, rokt::Guard::After, 0);
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 31x31", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1568, 600, 31, 31, 30, 0},
-          39, rokt::Guard::Before, 0);
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 61x3", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{1536, 700, 61, 3, 60, 2},
-          40, rokt::Guard::After, 0);
     // Means of four times the core's cache and more on rows off 32 bytes:
     // 16-bit sums put every row through an aligned row and copy it out
     // streamed.
     const std::size_t l2 = std::size_t(std::max(rok::core::l2_cache_bytes, 1 << 20));
-    const int h = int(4 * l2 / 2047) + 2;
-    check(Form<Rok8u, Rok8u>{"Box 8u C1 7x7", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{2047, h, 7, 7, 3, 6}, 37,
-          rokt::Guard::After, 2);
+    const int tall = int(4 * l2 / 2047) + 2;
+    struct Large {
+        const char* name;
+        Box box;
+        std::uint32_t seed;
+        rokt::Guard guard;
+        int pad;
+    };
+    const Large cases[] = {
+        {"Box 8u C1 11x11", {1533, 1100, 11, 11, 4, 9}, 31, rokt::Guard::After, 3},
+        // Rows of whole 32-byte blocks on 32-byte boundaries (no padding:
+        // the buffer ends on a page), so the one-channel split rows stream
+        // every block, with 16- and with 32-bit column sums.
+        {"Box 8u C1 11x11", {1536, 700, 11, 11, 5, 5}, 33, rokt::Guard::After, 0},
+        {"Box 8u C1 16x16", {1536, 700, 16, 16, 15, 0}, 34, rokt::Guard::Before, 0},
+        // Rows off 32 bytes: 16-bit sums put their means through an aligned
+        // row and copy them out streamed; 32-bit sums store them in place.
+        {"Box 8u C1 15x15", {1535, 700, 15, 15, 0, 14}, 35, rokt::Guard::After, 2},
+        {"Box 8u C1 16x16", {1535, 700, 16, 16, 15, 0}, 36, rokt::Guard::Before, 1},
+        {"Box 8u C1 7x7", {2047, tall, 7, 7, 3, 6}, 37, rokt::Guard::After, 2},
+        // Streaming only fills whole cache lines: rows on 32 bytes that end
+        // inside a line store their means plainly (16- and 32-bit split
+        // sums), and the column-sum engine streams rows of whole lines
+        // without storing their first block twice.
+        {"Box 8u C1 11x11", {1568, 700, 11, 11, 5, 5}, 38, rokt::Guard::After, 0},
+        {"Box 8u C1 31x31", {1568, 600, 31, 31, 30, 0}, 39, rokt::Guard::Before, 0},
+        {"Box 8u C1 61x3", {1536, 700, 61, 3, 60, 2}, 40, rokt::Guard::After, 0},
+    };
+    for (const Large& c : cases)
+        check(Form<Rok8u, Rok8u>{c.name, 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, c.box, c.seed, c.guard, c.pad);
 }
 
-// The copy of staged rows: every length 1 to 70 and a few of many lines,
-// at every offset of dst within a line, dst's first byte `at` past a
-// protected page or its last byte `at` short of one (so 0: against it),
-// the source against one too; bytes round the copy untouched.
 TEST(BoxFilter, LargeAreasTakeTheDoubleEngine) {
     for (int w : {1, 9, 33}) {
         check(Form<Rok8u, Rok8u>{"Box 8u C1 91x90", 1, 1, false, BOX(rokiFilterBox_8u_C1R)}, Box{w, 1, 91, 90, 45, 3}, 7);

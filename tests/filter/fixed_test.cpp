@@ -588,6 +588,29 @@ TEST(FixedFilters, LargeDestinations) {
           rows(2053, 1), 34, rokt::Guard::After, 1);
 }
 
+// The one-channel 8u Gauss 5x5 filters rows first (from 32 pixels on),
+// keeps five source rows of results in a ring and makes each row in two
+// passes over chunks of 1024 pixels: widths at the 32-pixel blocks (the last
+// one overlapping) and the chunk seams, heights past the ring's five rows,
+// every row start within a line, both guard sides, and bands split between
+// two threads (each band fills its own ring).
+TEST(FixedFilters, Gauss5RowFirstSeams) {
+    const Form<Rok8u, Rok8u> form{"Gauss 8u C1 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_8u_C1R, 55)};
+    const struct {
+        int w, h, pad;
+        rokt::Guard guard;
+    } cases[] = {{32, 9, 0, rokt::Guard::After},   {33, 7, 1, rokt::Guard::Before},  {63, 6, 3, rokt::Guard::After},
+                 {64, 11, 5, rokt::Guard::Before}, {65, 8, 2, rokt::Guard::After},   {95, 5, 7, rokt::Guard::Before},
+                 {1023, 4, 1, rokt::Guard::After}, {1024, 7, 0, rokt::Guard::Before}, {1025, 6, 9, rokt::Guard::After},
+                 {1057, 3, 4, rokt::Guard::Before}, {2081, 8, 31, rokt::Guard::After}};
+    for (const auto& c : cases) check(form, c.w, c.h, unsigned(c.w * 7 + c.h), c.guard, c.pad);
+    for (int t : {1, 2}) {
+        rokt::WithThreads with(t);
+        check(form, 97, 131, 11, rokt::Guard::After, 3);
+        check(form, 1100, 67, 12, rokt::Guard::Before, 1);
+    }
+}
+
 // 8-bit sources run their rows in chunks of 1024 pixels: widths on both
 // sides of the chunk seams, in every layout's pixel size.
 TEST(FixedFilters, ChunkSeams) {

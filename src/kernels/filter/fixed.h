@@ -3,6 +3,8 @@
 // (fixed_plans.h), so that its weights are constants and its loops unrolled.
 #pragma once
 
+#include <cstddef>
+
 #include "frame/generated/roki_types.h"
 #include "kernels/filter/fixed_plans.h"
 
@@ -24,6 +26,16 @@ using Strip = void (*)(const S* const* rows, int pixels, int nc, void* mids, int
 // rule as Strip.
 template <class S, class D>
 using Rows = void (*)(const S* const* rows, int pixels, int nc, D* out0, D* out1, bool stream);
+
+// One-channel 8u Gauss 5x5 over destination rows first..last-1 of a ROI
+// at least kGauss5Width pixels wide: src and dst point at the ROI's first
+// pixel, source rows first-2..last+1 and columns -2..width+1 are read.
+// `ring` is scratch of gauss5_ring_bytes(width) bytes, private to the call.
+// Same `stream` rule as Strip.
+constexpr int kGauss5Width = 32;
+std::size_t gauss5_ring_bytes(int width);
+void gauss5_rows(const Rok8u* src, int srcStep, Rok8u* dst, int dstStep, int width, int first, int last, void* ring,
+                 bool stream);
 
 template <class S>
 constexpr int mid_bytes() {

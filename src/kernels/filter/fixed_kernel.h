@@ -254,6 +254,8 @@ struct Kernel {
 
     // ---- Gauss 5x5 on 8u ----
     //
+    // (Several channels, and one-channel rows narrower than 32 pixels: one
+    // channel otherwise takes the row-first kernel of fixed_gauss5.cpp.)
     // The mask's columns 0 and 4, 1 and 3, and 2 as mids M0, M1, M2 (the
     // plan's), then the nearest integer to (M0 + M0 + M1 + M1 + M2) / 571 at
     // their column offsets. With T = sum + 286, q = (T * 14691) >> 23 is that
