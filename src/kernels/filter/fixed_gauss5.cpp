@@ -36,7 +36,7 @@ namespace {
 //   (T * 14691) >> 23 == (h * 29382 + ((T mod 65536) * 29382 >> 16)) >> 8
 // exactly (h * 29382 is a whole number, so the floor of the high product
 // loses nothing the shift keeps). The value before the shift is the
-// floor of T * 29382 / 65536, at most 65408, so it fits a word, and the
+// floor of T * 29382 / 65536, at most 65407, so it fits a word, and the
 // result is its high byte: odd outputs are blended in without a shift.
 constexpr int kRound = 286, kMul = 2 * 14691;
 
@@ -154,6 +154,13 @@ void gauss5_rows(const Rok8u* src, int srcStep, Rok8u* dst, int dstStep, int wid
     // Slower, as measured: H2 made in the first pass and kept in the ring
     // (1.07 of the time), u and v formed in the first pass (no gain), and
     // the columns in vertical strips with a ring each (1.2).
+    // Also slower on this kernel: carries counted by saturating subtracts
+    // and a minimum, scaled by one multiply (1.03 of the time; those share
+    // the pipes of the multiply-adds), the two carry masks scaled by one
+    // multiply (1.03), block loops that take the overlapping last block
+    // apart instead of choosing each block's start (1.04-1.09, the compiler
+    // then spills the first pass's weights), padding the ring's rows off
+    // 4 KiB strides (no gain) and chunks of 1, 2 or 4 blocks (1.08-1.4).
     // Output bytes: even results shifted down into the low byte of each
     // word, odd results already in the high byte. (The multiplier of 14691
     // with a shift of 7 needed a shift for each; at one thread 1920x1080
