@@ -356,16 +356,16 @@ void extrema_suffixes(const T* const* src, int count, T* const* dst, int n) {
             }
         },
         [&](int i) {
-            // Two vectors at once: two chains of dependent extrema.
-            for (int q = 0; q < 4; q += 2) {
-                const int at = i + q * L;
-                V a0 = P::load(src[count] + at), a1 = P::load(src[count] + at + L);
-                for (int k = count - 1; k >= 0; --k) {
-                    const T* s = src[k] + at;
-                    a0 = P::best(P::load(s), a0);
-                    a1 = P::best(P::load(s + L), a1);
-                    P::storeu(dst[k] + at, a0);
-                    P::storeu(dst[k] + at + L, a1);
+            // Four vectors at once, four chains of dependent extrema, each
+            // row's 128 bytes read and written in one go.
+            V a[4];
+            for (int q = 0; q < 4; ++q) a[q] = P::load(src[count] + i + q * L);
+            for (int k = count - 1; k >= 0; --k) {
+                const T* s = src[k] + i;
+                T* d = dst[k] + i;
+                for (int q = 0; q < 4; ++q) {
+                    a[q] = P::best(P::load(s + q * L), a[q]);
+                    P::storeu(d + q * L, a[q]);
                 }
             }
         },
@@ -663,6 +663,48 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
     run_steps<V, K + (kHigh ? 1 : 0)>(steps, lag, step, result);
 }
 
+// The levels of pair_stream without a rest (the run of 2^K, lag K), for
+// one-byte samples, with the columns formed two chunks at a time:
+// columns(j, v0, v1) gives the vectors of chunks j and j + 1, whose column
+// extrema take one 32-byte operation per row rather than two 16-byte ones,
+// and the results of two chunks go out as one 32-byte store per row, the
+// halves changing places once per two chunks on the way in and once on the
+// way out. column(j) gives one chunk, for the steps that form no result and
+// an odd last one.
+template <class T, Extremum E, int K, class Column, class Columns>
+void pair_levels_wide(Column&& column, Columns&& columns, int steps, T* d0, T* d1) {
+    using P = Pick<T, E>;
+    using V = typename P::V;
+    constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K;
+    auto step = [&](V col, const V* last, V* now) {
+        now[0] = col;
+        [&]<int... k>(std::integer_sequence<int, k...>) {
+            ((now[k + 1] = P::best(last[k], as(in_halves<(B << k)>(bits(last[k]), bits(now[k])), V{}))), ...);
+        }(std::make_integer_sequence<int, K>{});
+    };
+    V x[K + 1] = {}, y[K + 1];
+    int j = 0;
+    for (; j < lag && j < steps; ++j) {
+        step(as(column(j), V{}), x, y);
+        for (int k = 0; k <= K; ++k) x[k] = y[k];
+    }
+    for (; j + 1 < steps; j += 2) {
+        V v0, v1;
+        columns(j, v0, v1);
+        step(v0, x, y);
+        step(v1, y, x);
+        const __m256i r0 = bits(y[K]), r1 = bits(x[K]);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d0 + (j - lag) * H), _mm256_permute2x128_si256(r0, r1, 0x20));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d1 + (j - lag) * H), _mm256_permute2x128_si256(r0, r1, 0x31));
+    }
+    if (j < steps) {
+        step(as(column(j), V{}), x, y);
+        const __m256i r = bits(y[K]);
+        store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(r));
+        store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(r, 1));
+    }
+}
+
 // kStream: `stream` of extrema_rect_pair, fixed at compile time (only for
 // samples of four bytes or more) so that a pass within the caches carries
 // no test for it (float rows at 1920x1080 measured 4-7% slower with one).
@@ -674,10 +716,21 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
     const int readable = n + (1 << K) - 1 + rest;
     const int steps = std::min(readable / H, n / H + lag);
     const int done = std::max(0, steps - lag) * H;
+    // One-byte samples (kWide) go through pair_levels_wide, which stores
+    // the run of 2^K into d0 and d1; a rest then joins in a second pass over
+    // the rows as better(d[i], d[i + rest]) by loads, in place going
+    // forward (the run at i + rest is read before anything there is
+    // replaced): loads cost less here than the two byte shuffles of the
+    // stream's rest, and the shuffles bound the pass. On integers the order
+    // of the pairs does not change a result. Below `finished` (for a rest a
+    // multiple of 32) the body's results are final; the tail forms the rest.
+    constexpr bool kWide = sizeof(T) == 1;
+    const int stepsK = std::min(readable / H, n / H + K), doneK = std::max(0, stepsK - K) * H;
+    const int finished = !kWide || !kRest ? done : doneK >= rest + 32 ? (doneK - rest) / 32 * 32 : 0;
     // Row 1's running extremum may replace a row that row 0 reads, so it is
     // written only below `first`, where no column is formed again; the
     // columns from `first` on are formed once more into the stack below.
-    const int first = std::min(done, std::max(0, readable - H)) / H * H;
+    const int first = std::min(finished, std::max(0, readable - H)) / H * H;
     const HalfShift shift(kRest ? rest * int(sizeof(T)) - (kHigh ? 16 : 0) : 16);
     auto both = [&](int at, __m128i& x0, __m128i& x1, __m128i& m1) {
         const __m128i m0 = best_half<T, E>(load_half(b0 + at), load_half(c0 + at));
@@ -700,9 +753,34 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
         if (j < mChunks) store_half(mOut + j * H, m1);
         return halves(x0, x1);
     };
-    pair_stream<T, E, K, kRest, kHigh>(column, steps, d0, d1, shift, stream);
-    if (done == n && (mOut == nullptr || first == readable)) return;
-    constexpr int kTail = (2 * lag + 3) * H;
+    if constexpr (kWide) {
+        using P = Pick<T, E>;
+        auto load = [](const T* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); };
+        // Two chunks of columns at a time: 32 bytes of each row.
+        auto columns = [&](int j, __m256i& v0, __m256i& v1) {
+            const int at = j * H;
+            const __m256i m0 = P::best(load(b0 + at), load(c0 + at));
+            const __m256i m1 = P::best(chain ? m0 : load(b1 + at), load(c1 + at));
+            const __m256i x0 = P::best(load(a0 + at), m0), x1 = P::best(load(a1 + at), m1);
+            if (j + 1 < mChunks)
+                _mm256_storeu_si256(reinterpret_cast<__m256i*>(mOut + at), m1);
+            else if (j < mChunks)
+                store_half(mOut + at, _mm256_castsi256_si128(m1));
+            v0 = _mm256_permute2x128_si256(x0, x1, 0x20);
+            v1 = _mm256_permute2x128_si256(x0, x1, 0x31);
+        };
+        pair_levels_wide<T, E, K>(column, columns, stepsK, d0, d1);
+        if constexpr (kRest)
+            for (T* d : {d0, d1})
+                for (int i = 0; i < finished; i += 32)
+                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + i), P::best(load(d + i), load(d + i + rest)));
+    } else {
+        pair_stream<T, E, K, kRest, kHigh>(column, steps, d0, d1, shift, stream);
+    }
+    if (finished == n && (mOut == nullptr || first == readable)) return;
+    // (With a second pass for the rest, `finished` may lie up to 3 chunks
+    // below done.)
+    constexpr int kTail = (2 * lag + (kWide && kRest ? 6 : 3)) * H;
     alignas(32) T cols0[kTail], cols1[kTail], m[kTail] = {}, out0[kTail], out1[kTail];
     const int count = readable - first;
     if (readable >= H) {
@@ -725,14 +803,14 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
         }
     }
     if (mOut != nullptr) std::memcpy(mOut + first, m, std::size_t(count) * sizeof(T));
-    if (done == n) return;
+    if (finished == n) return;
     std::memset(cols0 + count, 0, std::size_t(kTail - count) * sizeof(T));
     std::memset(cols1 + count, 0, std::size_t(kTail - count) * sizeof(T));
     const int left = n - first, chunks = (left + H - 1) / H;
     auto stored = [&](int j) { return halves(load_half(cols0 + j * H), load_half(cols1 + j * H)); };
     pair_stream<T, E, K, kRest, kHigh>(stored, chunks + lag, out0, out1, shift, false);
-    std::memcpy(d0 + done, out0 + (done - first), std::size_t(n - done) * sizeof(T));
-    std::memcpy(d1 + done, out1 + (done - first), std::size_t(n - done) * sizeof(T));
+    std::memcpy(d0 + finished, out0 + (finished - first), std::size_t(n - finished) * sizeof(T));
+    std::memcpy(d1 + finished, out1 + (finished - first), std::size_t(n - finished) * sizeof(T));
 }
 
 }  // namespace
