@@ -107,7 +107,7 @@ void rows_kernel() {
 std::vector<int> lengths() {
     std::vector<int> n;
     for (int i = 1; i <= 70; ++i) n.push_back(i);
-    for (int i : {95, 96, 97, 100, 127, 128, 129, 161, 200, 257}) n.push_back(i);
+    for (int i : {95, 96, 97, 100, 113, 127, 128, 129, 150, 161, 190, 200, 257}) n.push_back(i);
     return n;
 }
 

@@ -663,46 +663,135 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
     run_steps<V, K + (kHigh ? 1 : 0)>(steps, lag, step, result);
 }
 
-// The levels of pair_stream without a rest (the run of 2^K, lag K), for
-// one-byte samples, with the columns formed two chunks at a time:
-// columns(j, v0, v1) gives the vectors of chunks j and j + 1, whose column
-// extrema take one 32-byte operation per row rather than two 16-byte ones,
-// and the results of two chunks go out as one 32-byte store per row, the
-// halves changing places once per two chunks on the way in and once on the
-// way out. column(j) gives one chunk, for the steps that form no result and
-// an odd last one.
-template <class T, Extremum E, int K, class Column, class Columns>
-void pair_levels_wide(Column&& column, Columns&& columns, int steps, T* d0, T* d1) {
+// extrema_rect_pair for one-byte samples over rows of a few chunks or more
+// (false, nothing done, below that). The same results (on integers the
+// order of the pairs does not change one) by a stream shaped for the byte
+// shuffles that bound it:
+// - the column extrema of two chunks at a time, one 32-byte operation per
+//   row, and the run of 2^K (level K, lag K) of two chunks stored as one
+//   32-byte store per row (the halves change places once per two chunks on
+//   the way in and once on the way out);
+// - a rest joins in a second pass over the rows as better(d[i], d[i +
+//   rest]) by loads, in place going forward (the run at i + rest is read
+//   before anything there is replaced), rather than by two byte shuffles a
+//   vector;
+// - the row's end goes on from the stream's own levels, the columns past
+//   the last whole chunk shifted into a register (formed before the stream,
+//   so that a running extremum written over b0 or b1 is not read back) and
+//   zeros after them, and there the rest joins in registers as in
+//   pair_stream: the stream is not started again on a tail.
+template <class T, Extremum E, int K, bool kRest>
+bool rect_pair_wide(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
+                    T* mOut, T* d0, T* d1, int n, int rest) {
+    static_assert(sizeof(T) == 1);
     using P = Pick<T, E>;
-    using V = typename P::V;
-    constexpr int H = 16 / int(sizeof(T)), B = int(sizeof(T)), lag = K;
+    using V = __m256i;
+    constexpr int H = 16, lag = K;
+    const int readable = n + (1 << K) - 1 + rest;
+    const int chunks = readable / H, part = readable - chunks * H;
+    if (chunks < lag + 4) return false;
+    auto load = [](const T* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); };
+    auto store = [](T* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); };
+    auto both = [&](int at, __m128i& x0, __m128i& x1, __m128i& m1) {
+        const __m128i m0 = best_half<T, E>(load_half(b0 + at), load_half(c0 + at));
+        m1 = best_half<T, E>(chain ? m0 : load_half(b1 + at), load_half(c1 + at));
+        x0 = best_half<T, E>(load_half(a0 + at), m0);
+        x1 = best_half<T, E>(load_half(a1 + at), m1);
+    };
+    // The columns past the last whole chunk, then zeros: the last 16
+    // columns shifted down by 16 - part bytes (an index with its top bit
+    // set gives zero).
+    V tail = _mm256_setzero_si256();
+    __m128i tailM = _mm_setzero_si128();
+    if (part > 0) {
+        alignas(32) static constexpr std::int8_t kDown[32] = {
+            0,    1,    2,    3,    4,    5,    6,    7,    8,    9,    10,   11,   12,   13,   14,   15,
+            -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128, -128};
+        const __m128i down = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kDown + (H - part)));
+        __m128i x0, x1;
+        both(readable - H, x0, x1, tailM);
+        tail = halves(_mm_shuffle_epi8(x0, down), _mm_shuffle_epi8(x1, down));
+    }
+    // Chunk j of columns, row 0 in the low half, the running extremum
+    // written on the way for a whole chunk.
+    auto column = [&](int j) -> V {
+        if (j > chunks) return _mm256_setzero_si256();
+        if (j == chunks) return tail;
+        __m128i x0, x1, m1;
+        both(j * H, x0, x1, m1);
+        if (mOut != nullptr) store_half(mOut + j * H, m1);
+        return halves(x0, x1);
+    };
     auto step = [&](V col, const V* last, V* now) {
         now[0] = col;
         [&]<int... k>(std::integer_sequence<int, k...>) {
-            ((now[k + 1] = P::best(last[k], as(in_halves<(B << k)>(bits(last[k]), bits(now[k])), V{}))), ...);
+            ((now[k + 1] = P::best(last[k], in_halves<(1 << k)>(last[k], now[k]))), ...);
         }(std::make_integer_sequence<int, K>{});
     };
     V x[K + 1] = {}, y[K + 1];
     int j = 0;
-    for (; j < lag && j < steps; ++j) {
-        step(as(column(j), V{}), x, y);
+    for (; j < lag; ++j) {
+        step(column(j), x, y);
         for (int k = 0; k <= K; ++k) x[k] = y[k];
     }
-    for (; j + 1 < steps; j += 2) {
-        V v0, v1;
-        columns(j, v0, v1);
-        step(v0, x, y);
-        step(v1, y, x);
-        const __m256i r0 = bits(y[K]), r1 = bits(x[K]);
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d0 + (j - lag) * H), _mm256_permute2x128_si256(r0, r1, 0x20));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(d1 + (j - lag) * H), _mm256_permute2x128_si256(r0, r1, 0x31));
+    // Two whole chunks a turn. Their level K lies within n: the whole
+    // chunks end by n + 2^K - 1 + rest, at least 16K - 2^(K+1) + 1 before
+    // n + 16K.
+    for (; j + 1 < chunks; j += 2) {
+        const int at = j * H;
+        const V m0 = P::best(load(b0 + at), load(c0 + at));
+        const V m1 = P::best(chain ? m0 : load(b1 + at), load(c1 + at));
+        const V x0 = P::best(load(a0 + at), m0), x1 = P::best(load(a1 + at), m1);
+        if (mOut != nullptr) store(mOut + at, m1);
+        step(_mm256_permute2x128_si256(x0, x1, 0x20), x, y);
+        step(_mm256_permute2x128_si256(x0, x1, 0x31), y, x);
+        store(d0 + (j - lag) * H, _mm256_permute2x128_si256(y[K], x[K], 0x20));
+        store(d1 + (j - lag) * H, _mm256_permute2x128_si256(y[K], x[K], 0x31));
     }
-    if (j < steps) {
-        step(as(column(j), V{}), x, y);
-        const __m256i r = bits(y[K]);
-        store_half(d0 + (j - lag) * H, _mm256_castsi256_si128(r));
-        store_half(d1 + (j - lag) * H, _mm256_extracti128_si256(r, 1));
+    // Level K is in the rows for the chunks below `stored`; x holds the
+    // levels at chunk j - 1.
+    const int stored = j - lag;
+    auto put = [&](int e, V r) {
+        if ((e + 1) * H <= n) {
+            store_half(d0 + e * H, _mm256_castsi256_si128(r));
+            store_half(d1 + e * H, _mm256_extracti128_si256(r, 1));
+        } else {
+            alignas(32) T out[2 * H];
+            store(out, r);
+            std::memcpy(d0 + e * H, out, std::size_t(n - e * H));
+            std::memcpy(d1 + e * H, out + H, std::size_t(n - e * H));
+        }
+    };
+    if constexpr (kRest) {
+        // The second pass, over the chunks whose rest lies in the rows
+        // (all but the last stored one).
+        const int end = (stored - 1) * H;
+        for (T* d : {d0, d1}) {
+            int i = 0;
+            for (; i + 32 <= end; i += 32) store(d + i, P::best(load(d + i), load(d + i + rest)));
+            if (i < end)
+                store_half(d + i, best_half<T, E>(load_half(d + i), load_half(d + i + rest)));
+        }
+        // The rest from chunk stored - 1 on, in registers.
+        const HalfShift shift(rest);
+        V prev = x[K];
+        for (int e = stored - 1; e * H < n; ++e, ++j) {
+            step(column(j), x, y);
+            for (int k = 0; k <= K; ++k) x[k] = y[k];
+            put(e, P::best(prev, shift(prev, x[K])));
+            prev = x[K];
+        }
+    } else {
+        for (int e = stored; e * H < n; ++e, ++j) {
+            step(column(j), x, y);
+            for (int k = 0; k <= K; ++k) x[k] = y[k];
+            put(e, x[K]);
+        }
     }
+    // The running extremum of the columns past the last whole chunk (the
+    // overlap with it comes out the same).
+    if (mOut != nullptr && part > 0) store_half(mOut + (readable - H), tailM);
+    return true;
 }
 
 // kStream: `stream` of extrema_rect_pair, fixed at compile time (only for
@@ -711,26 +800,17 @@ void pair_levels_wide(Column&& column, Columns&& columns, int steps, T* d0, T* d
 template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
 [[gnu::flatten]] void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
                       T* mOut, T* d0, T* d1, int n, int rest) {
+    if constexpr (sizeof(T) == 1 && !kHigh)
+        if (rect_pair_wide<T, E, K, kRest>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest)) return;
     constexpr bool stream = kStream;
     constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
     const int readable = n + (1 << K) - 1 + rest;
     const int steps = std::min(readable / H, n / H + lag);
     const int done = std::max(0, steps - lag) * H;
-    // One-byte samples (kWide) go through pair_levels_wide, which stores
-    // the run of 2^K into d0 and d1; a rest then joins in a second pass over
-    // the rows as better(d[i], d[i + rest]) by loads, in place going
-    // forward (the run at i + rest is read before anything there is
-    // replaced): loads cost less here than the two byte shuffles of the
-    // stream's rest, and the shuffles bound the pass. On integers the order
-    // of the pairs does not change a result. Below `finished` (for a rest a
-    // multiple of 32) the body's results are final; the tail forms the rest.
-    constexpr bool kWide = sizeof(T) == 1;
-    const int stepsK = std::min(readable / H, n / H + K), doneK = std::max(0, stepsK - K) * H;
-    const int finished = !kWide || !kRest ? done : doneK >= rest + 32 ? (doneK - rest) / 32 * 32 : 0;
     // Row 1's running extremum may replace a row that row 0 reads, so it is
     // written only below `first`, where no column is formed again; the
     // columns from `first` on are formed once more into the stack below.
-    const int first = std::min(finished, std::max(0, readable - H)) / H * H;
+    const int first = std::min(done, std::max(0, readable - H)) / H * H;
     const HalfShift shift(kRest ? rest * int(sizeof(T)) - (kHigh ? 16 : 0) : 16);
     auto both = [&](int at, __m128i& x0, __m128i& x1, __m128i& m1) {
         const __m128i m0 = best_half<T, E>(load_half(b0 + at), load_half(c0 + at));
@@ -753,34 +833,9 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
         if (j < mChunks) store_half(mOut + j * H, m1);
         return halves(x0, x1);
     };
-    if constexpr (kWide) {
-        using P = Pick<T, E>;
-        auto load = [](const T* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); };
-        // Two chunks of columns at a time: 32 bytes of each row.
-        auto columns = [&](int j, __m256i& v0, __m256i& v1) {
-            const int at = j * H;
-            const __m256i m0 = P::best(load(b0 + at), load(c0 + at));
-            const __m256i m1 = P::best(chain ? m0 : load(b1 + at), load(c1 + at));
-            const __m256i x0 = P::best(load(a0 + at), m0), x1 = P::best(load(a1 + at), m1);
-            if (j + 1 < mChunks)
-                _mm256_storeu_si256(reinterpret_cast<__m256i*>(mOut + at), m1);
-            else if (j < mChunks)
-                store_half(mOut + at, _mm256_castsi256_si128(m1));
-            v0 = _mm256_permute2x128_si256(x0, x1, 0x20);
-            v1 = _mm256_permute2x128_si256(x0, x1, 0x31);
-        };
-        pair_levels_wide<T, E, K>(column, columns, stepsK, d0, d1);
-        if constexpr (kRest)
-            for (T* d : {d0, d1})
-                for (int i = 0; i < finished; i += 32)
-                    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + i), P::best(load(d + i), load(d + i + rest)));
-    } else {
-        pair_stream<T, E, K, kRest, kHigh>(column, steps, d0, d1, shift, stream);
-    }
-    if (finished == n && (mOut == nullptr || first == readable)) return;
-    // (With a second pass for the rest, `finished` may lie up to 3 chunks
-    // below done.)
-    constexpr int kTail = (2 * lag + (kWide && kRest ? 6 : 3)) * H;
+    pair_stream<T, E, K, kRest, kHigh>(column, steps, d0, d1, shift, stream);
+    if (done == n && (mOut == nullptr || first == readable)) return;
+    constexpr int kTail = (2 * lag + 3) * H;
     alignas(32) T cols0[kTail], cols1[kTail], m[kTail] = {}, out0[kTail], out1[kTail];
     const int count = readable - first;
     if (readable >= H) {
@@ -803,14 +858,14 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
         }
     }
     if (mOut != nullptr) std::memcpy(mOut + first, m, std::size_t(count) * sizeof(T));
-    if (finished == n) return;
+    if (done == n) return;
     std::memset(cols0 + count, 0, std::size_t(kTail - count) * sizeof(T));
     std::memset(cols1 + count, 0, std::size_t(kTail - count) * sizeof(T));
     const int left = n - first, chunks = (left + H - 1) / H;
     auto stored = [&](int j) { return halves(load_half(cols0 + j * H), load_half(cols1 + j * H)); };
     pair_stream<T, E, K, kRest, kHigh>(stored, chunks + lag, out0, out1, shift, false);
-    std::memcpy(d0 + finished, out0 + (finished - first), std::size_t(n - finished) * sizeof(T));
-    std::memcpy(d1 + finished, out1 + (finished - first), std::size_t(n - finished) * sizeof(T));
+    std::memcpy(d0 + done, out0 + (done - first), std::size_t(n - done) * sizeof(T));
+    std::memcpy(d1 + done, out1 + (done - first), std::size_t(n - done) * sizeof(T));
 }
 
 }  // namespace
