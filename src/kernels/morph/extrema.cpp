@@ -664,7 +664,7 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
 }
 
 // extrema_rect_pair for one-byte samples over rows of a few chunks or more
-// (false, nothing done, below that). The same results (on integers the
+// (false, nothing done, below that), levels 3 and 4. The same results (on integers the
 // order of the pairs does not change one) by a stream shaped for the byte
 // shuffles that bound it:
 // - the column extrema of two chunks at a time, one 32-byte operation per
@@ -800,7 +800,9 @@ bool rect_pair_wide(const T* a0, const T* b0, const T* c0, const T* a1, const T*
 template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
 [[gnu::flatten]] void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
                       T* mOut, T* d0, T* d1, int n, int rest) {
-    if constexpr (sizeof(T) == 1 && !kHigh)
+    // (Rectangles 8 or more wide: the narrower ones keep to pair_stream,
+    // which saves the file's build four instantiations a sample type.)
+    if constexpr (sizeof(T) == 1 && !kHigh && K >= 3)
         if (rect_pair_wide<T, E, K, kRest>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest)) return;
     constexpr bool stream = kStream;
     constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
