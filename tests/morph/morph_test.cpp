@@ -283,6 +283,35 @@ TEST(FilterMinMax, TallOneChannelRectangles) {
                  rect(13, 12, 6, 11));
 }
 
+// Byte rectangles 8 or more wide under running extrema in height: blocks
+// of 4 rows and up, odd and even (short ones take running extrema only for
+// rows beyond the first-level cache), images of several blocks whose pairs
+// of rows start at odd and even rows of a block, of odd height (a last row
+// alone), anchors at the corners, rows short of the pair kernel's wide
+// stream and long enough for it.
+TEST(FilterMinMax, TallByteRectangles) {
+    struct Case {
+        int mw, mh, w, h;
+    };
+    const Case cases[] = {{8, 10, 37, 31},   {11, 11, 129, 34}, {11, 11, 70, 35},  {16, 12, 200, 37}, {9, 13, 100, 40},
+                          {23, 10, 161, 33}, {31, 11, 130, 23}, {32, 14, 96, 29},  {15, 15, 257, 47}, {12, 17, 65, 52},
+                          {8, 4, 3300, 9},   {13, 5, 3400, 12}, {10, 6, 3290, 13}, {15, 7, 3310, 16}, {11, 9, 3350, 21}};
+    std::uint32_t seed = 400;
+    for (const Case& c : cases)
+        for (int corner = 0; corner < 4; ++corner) {
+            if (c.w > 1000 && corner % 3 != 0) continue;
+            const Shape s = rect(c.mw, c.mh, corner % 2 ? c.mw - 1 : 0, corner / 2 ? c.mh - 1 : 0);
+            const Guard g = seed % 2 ? Guard::After : Guard::Before;
+            if (corner % 2 == 0)
+                check(FORM(Rok8u, "FilterMin 8u C1", 1, 1, Op::Min, RECT_R(rokiFilterMin_8u_C1R), nullptr), c.w, c.h, s,
+                      seed, g);
+            else
+                check(FORM(Rok8u, "Dilate 8u C1", 1, 1, Op::Max, MASK_R(rokiDilate_8u_C1R), MASK_IR(rokiDilate_8u_C1IR)),
+                      c.w, c.h, s, seed, g);
+            ++seed;
+        }
+}
+
 // Rows wider than the plan's rows have ever been in the sweeps, in place and
 // out of place.
 TEST(Morph, WideRows) {
