@@ -271,7 +271,7 @@ struct Means16 {
         else return _mm256_mulhrs_epi16(_mm256_mulhi_epu16(s, mult), down);
     }
     __m256i block(__m256i even, __m256i odd) const {
-        return _mm256_or_si256(half(even), _mm256_slli_epi16(half(odd), 8));
+        return _mm256_or_si256(half(even), _mm256_mullo_epi16(half(odd), _mm256_set1_epi16(256)));
     }
 };
 
@@ -345,20 +345,24 @@ void split_row(const Rok8u* row, int n, int width, const std::uint16_t* above, c
 namespace {
 
 // The 32 means of one split block from its four blocks of 32-bit sums, held
-// as mult * S + 2^(shift-1) with shift from 16 to 24 (box sums past 16 bits,
+// as mult * S + 2^(shift-1) with shift from 20 to 24 (box sums past 16 bits,
 // areas up to 8100): lane l of the four holds samples 4l, 4l + 2, 4l + 1,
 // 4l + 3. The high halves of the first two side by side are the even
 // samples' sums >> 16 in order, of the last two the odd samples'; the means
 // (at most 255, as in split_step) shift down into the low bytes and up into
-// the high bytes.
+// the high bytes, both by multiplies (the high half of a product by
+// 2^(32 - shift), the low half of one by 2^(24 - shift), whose low bytes a
+// byte blend drops), which run beside the blends and shifts rather than
+// queue with them (31x31 at 1080p 2% faster).
 struct Means32 {
-    __m128i down, up;
+    __m256i down, up;
     __m256i high = _mm256_set1_epi16(std::int16_t(0xFF00));
-    explicit Means32(const Mean& m) : down(_mm_cvtsi32_si128(m.shift - 16)), up(_mm_cvtsi32_si128(24 - m.shift)) {}
+    explicit Means32(const Mean& m)
+        : down(_mm256_set1_epi16(std::int16_t(1 << (32 - m.shift)))), up(_mm256_set1_epi16(std::int16_t(1 << (24 - m.shift)))) {}
     __m256i operator()(const __m256i s[4]) const {
         const __m256i even = _mm256_blend_epi16(_mm256_srli_epi32(s[0], 16), s[1], 0xAA);
         const __m256i odd = _mm256_blend_epi16(_mm256_srli_epi32(s[2], 16), s[3], 0xAA);
-        return _mm256_or_si256(_mm256_srl_epi16(even, down), _mm256_and_si256(_mm256_sll_epi16(odd, up), high));
+        return _mm256_blendv_epi8(_mm256_mulhi_epu16(even, down), _mm256_mullo_epi16(odd, up), high);
     }
 };
 
