@@ -71,7 +71,8 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
     const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A));
     constexpr bool RowsFirst = O != Order::Columns;
     // The window sums of rows still in the mask, and the next (two, where
-    // 32-bit split sums step two rows at once).
+    // 32-bit split sums step two rows at once); with 16-bit split sums, the
+    // running column sums of those rows and of the row above them.
     constexpr bool Pairs = O == Order::Split && std::is_same_v<A, std::int32_t>;
     const int ring = RowsFirst ? g.mh + 1 + (Pairs ? 1 : 0) : 0;
     const std::size_t ringRow = round64((std::size_t(O == Order::Split ? lanes : n) + 8) * sizeof(std::uint16_t));
@@ -120,8 +121,8 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         char* held0 = mem + sumBytes + prefixBytes;
         auto slot = [&](int y) { return reinterpret_cast<D*>(held0 + rowBytes * std::size_t(y % std::max(held, 1))); };
         char* ring0 = held0 + rowBytes * std::size_t(held);
-        // The window sums of source row r (counted from the ROI's first row,
-        // so from -ay up): the ring holds `ring` of them.
+        // The window sums (or running sums) of source row r (counted from
+        // the ROI's first row, so from -ay up): the ring holds `ring` of them.
         auto windows_of = [&](int r) {
             // (Only rows-first runs keep a ring; the guard keeps the
             // others' copy of this lambda free of a remainder by zero.)
