@@ -184,13 +184,26 @@ namespace {
 // sample). Out of line, so that the six weights and the rounding term
 // stay in registers (inlined, the compiler spilled two of them). Two
 // blocks an iteration: 1920x1080 at one thread about 0.99 of the time.
-[[gnu::noinline]] void enter_run(const Rok8u* s, char* q, std::ptrdiff_t n) {
+// Where pf is not 0, each 64 bytes of the row pf bytes on (the next
+// source row) are fetched into the second-level cache: rows taken in
+// chunks interrupt the hardware's stream along the row, and 3840x2160 at
+// one thread took 0.90-0.98 of the time with it (rows in one pass, and
+// images that the last-level cache holds, the same time as without).
+[[gnu::noinline]] void enter_run(const Rok8u* s, char* q, std::ptrdiff_t n, std::ptrdiff_t pf = 0) {
     Weights k;
     k.pin(0);
     k.pin(1);
     const __m256i half = _mm256_set1_epi16(kRound / 2);
+    std::ptrdiff_t x = 0;
+    if (pf != 0) {
+        for (; x + 32 < 32 * n; x += 64) {
+            _mm_prefetch(reinterpret_cast<const char*>(s + x + pf), _MM_HINT_T1);
+            enter_block(k, half, s + x, q + 4 * x);
+            enter_block(k, half, s + x + 32, q + 4 * x + 128);
+        }
+    }
 #pragma GCC unroll 2
-    for (std::ptrdiff_t x = 0; x < 32 * n; x += 32) enter_block(k, half, s + x, q + 4 * x);
+    for (; x < 32 * n; x += 32) enter_block(k, half, s + x, q + 4 * x);
 }
 
 // n blocks of destination row out from row y's samples at c + 2 on and the
@@ -232,7 +245,9 @@ void gauss5_rows(const Rok8u* src, int srcStep, Rok8u* dst, int dstStep, int wid
     auto enter = [&](int r, int b0, int b1, bool withTail) {
         const Rok8u* s = at(r);
         char* q = slots(r);
-        enter_run(s + 32 * b0, q + 128 * b0, b1 - b0);
+        // The next row is fetched ahead where the row goes in chunks and
+        // the next row is one the band reads.
+        enter_run(s + 32 * b0, q + 128 * b0, b1 - b0, chunk < whole && r + 1 < last + 2 ? srcStep : 0);
         if (withTail) enter_run(s + tailX, q + tailRing, 1);
     };
     for (int r = first - 2; r < first + 2; ++r) enter(r, 0, whole, tail);
