@@ -262,10 +262,13 @@ void gauss5_rows(const Rok8u* src, int srcStep, Rok8u* dst, int dstStep, int wid
     // a ring each (1.05; narrower ones up to 1.2), H2 made a block ahead of
     // its combination (no gain), loops unrolled by four rather than two
     // (no gain), the output bytes merged by and/or rather than the blend
-    // (1.01-1.02), carries counted by saturating subtracts and a minimum
-    // (1.03), the two carry masks scaled by one multiply (1.03), padding
-    // the ring's rows off 4 KiB strides (no gain) and chunks of 1, 2 or 4
-    // blocks (1.08-1.4).
+    // (1.01-1.02), both passes in one call a row (no gain), the first pass
+    // with four sums at once or two blocks side by side (the compiler
+    // spills; 1.04-1.06), H1 doubled as 7 H0 + (0 13 20 13 0), two
+    // multiply-adds fewer and three other operations more (1.02), carries
+    // counted by saturating subtracts and a minimum (1.03), the two carry
+    // masks scaled by one multiply (1.03), padding the ring's rows off
+    // 4 KiB strides (no gain) and chunks of 1, 2 or 4 blocks (1.08-1.4).
     for (int y = first; y < last; ++y) {
         const Rok8u* centre = at(y);
         const char* r4 = slots(y + 2);
