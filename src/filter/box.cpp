@@ -71,7 +71,8 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
     const std::size_t prefixBytes = round64((std::size_t(n) + std::size_t(g.mw) * nc + 32) * sizeof(A));
     constexpr bool RowsFirst = O != Order::Columns;
     // The window sums of rows still in the mask, and the next (two, where
-    // 32-bit split sums step two rows at once).
+    // 32-bit split sums step two rows at once); with 16-bit split sums, the
+    // running column sums of those rows and of the row above them.
     constexpr bool Pairs = O == Order::Split && std::is_same_v<A, std::int32_t>;
     const int ring = RowsFirst ? g.mh + 1 + (Pairs ? 1 : 0) : 0;
     const std::size_t ringRow = round64((std::size_t(O == Order::Split ? lanes : n) + 8) * sizeof(std::uint16_t));
@@ -120,8 +121,8 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
         char* held0 = mem + sumBytes + prefixBytes;
         auto slot = [&](int y) { return reinterpret_cast<D*>(held0 + rowBytes * std::size_t(y % std::max(held, 1))); };
         char* ring0 = held0 + rowBytes * std::size_t(held);
-        // The window sums of source row r (counted from the ROI's first row,
-        // so from -ay up): the ring holds `ring` of them.
+        // The window sums (or running sums) of source row r (counted from
+        // the ROI's first row, so from -ay up): the ring holds `ring` of them.
         auto windows_of = [&](int r) {
             // (Only rows-first runs keep a ring; the guard keeps the
             // others' copy of this lambda free of a remainder by zero.)
@@ -155,7 +156,24 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                 std::uint16_t* stale = windows_of(y - g.ay - 1);
                 std::uint16_t* fresh = stale;
                 bool stepped = false;  // the means written with the entering row's sums
-                if (restart) {
+                if constexpr (O == Order::Split && std::is_same_v<A, std::uint16_t>) {
+                    // The ring holds running column sums: the row above the
+                    // box starts them at zero, and the rows of the box but its
+                    // last add up (their window sums formed in `sums`).
+                    const int top = y - g.ay;
+                    if (restart) {
+                        std::fill(stale, stale + lanes, std::uint16_t(0));
+                        auto* windows = reinterpret_cast<std::uint16_t*>(sums);
+                        for (int j = 0; j + 1 < g.mh; ++j) {
+                            kernels::box::row_windows_split(source(top + j), n, g.mw, windows,
+                                                            reinterpret_cast<std::uint16_t*>(prefix));
+                            kernels::box::split_running(windows, windows_of(top + j - 1), n, windows_of(top + j));
+                        }
+                    }
+                    kernels::box::split_row(source(top + g.mh - 1), n, g.mw, windows_of(top + g.mh - 2), stale,
+                                            windows_of(top + g.mh - 1), mean, out, direct);
+                    stepped = true;
+                } else if (restart) {
                     for (int j = 0; j < g.mh; ++j) {
                         form(y - g.ay + j);
                         if constexpr (O == Order::Split)
@@ -165,10 +183,6 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                     }
                     // Nothing leaves the first row's sums.
                     std::fill(stale, stale + (O == Order::Split ? lanes : n), std::uint16_t(0));
-                } else if constexpr (O == Order::Split && std::is_same_v<A, std::uint16_t>) {
-                    kernels::box::split_row(source(y - g.ay + g.mh - 1), n, g.mw, stale,
-                                            windows_of(y - g.ay + g.mh - 1), mean, sums, out, direct);
-                    stepped = true;
                 } else if (Pairs && held == 0 && y + 1 < last) {
                     // Rows y and y + 1 (nothing is held back, so the next row
                     // needs nothing after its means).
@@ -186,7 +200,7 @@ RokStatus run_lanes(const T* src, int srcStep, D* dst, int dstStep, const Geomet
                     fresh = windows_of(y - g.ay + g.mh - 1);
                 }
                 if (stepped) {
-                } else if constexpr (O == Order::Split) {
+                } else if constexpr (O == Order::Split && std::is_same_v<A, std::int32_t>) {
                     kernels::box::split_step(fresh, stale, n, mean, sums, out, direct);
                 } else if constexpr (std::is_same_v<D, Rok8u> && std::is_same_v<A, std::int32_t>) {
                     kernels::box::vertical_step(fresh, stale, n, mean, sums, out);

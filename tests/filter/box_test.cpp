@@ -222,12 +222,14 @@ TEST(BoxFilter, SplitRowsEveryWindow) {
             check(f, Box{w, 4, mw, 7, mw - 1, 1}, 9, w % 2 ? rokt::Guard::After : rokt::Guard::Before, 1);
 }
 
-// Split rows with 32-bit column sums at every shift their areas take (20 to
+// Split rows at every shift their areas take, with 16-bit column sums (17
+// to 20: areas 33 to 257, the mean two multiplies) and 32-bit ones (20 to
 // 24: areas 258 to 8100): the source steps from about 0 to about 255 below
 // the first box, so the means run over the whole range of bytes as the box
 // passes the step (sums from a table of running sums of the source).
 TEST(BoxFilter, SplitRowsTallMasksEveryShift) {
-    for (const auto& [mw, mh] : std::vector<std::pair<int, int>>{{43, 6}, {56, 10}, {24, 40}, {31, 31}, {56, 144}, {1, 8100}}) {
+    for (const auto& [mw, mh] : std::vector<std::pair<int, int>>{{7, 7}, {11, 11}, {20, 7}, {16, 16}, {1, 257}, {43, 6},
+                                                                 {56, 10}, {24, 40}, {31, 31}, {56, 144}, {1, 8100}}) {
         const int w = 33 + mw % 32, h = mh + 2, cols = w + mw - 1, rows = h + mh - 1;
         GuardedImage<Rok8u> src(cols, rows, 1, 0, rokt::Guard::After);
         std::vector<long long> run(std::size_t(cols + 1) * (rows + 1), 0);  // sums of src above and left

@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "guarded.h"
+#include "kernels/copy/copy_move.h"
+#include "kernels/filter/fixed.h"
 #include "random.h"
 #include "reference.h"
 #include "roki.h"
@@ -590,10 +592,11 @@ TEST(FixedFilters, LargeDestinations) {
 
 // The one-channel 8u Gauss 5x5 filters rows first (from 32 pixels on),
 // keeps five source rows of results in a ring and makes each row in two
-// passes over chunks of 1024 pixels: widths at the 32-pixel blocks (the last
-// one overlapping) and the chunk seams, heights past the ring's five rows,
-// every row start within a line, both guard sides, and bands split between
-// two threads (each band fills its own ring).
+// passes, over the whole row up to 2048 pixels and over chunks of 1024
+// beyond: widths at the 32-pixel blocks (the last one overlapping, with a
+// ring slot of its own), at the whole-row limit and the chunk seams, heights
+// past the ring's five rows, every row start within a line, both guard
+// sides, and bands split between two threads (each band fills its own ring).
 TEST(FixedFilters, Gauss5RowFirstSeams) {
     const Form<Rok8u, Rok8u> form{"Gauss 8u C1 5x5", F::Gauss, 5, 1, 1, WITHMASK(rokiFilterGauss_8u_C1R, 55)};
     const struct {
@@ -602,13 +605,31 @@ TEST(FixedFilters, Gauss5RowFirstSeams) {
     } cases[] = {{32, 9, 0, rokt::Guard::After},   {33, 7, 1, rokt::Guard::Before},  {63, 6, 3, rokt::Guard::After},
                  {64, 11, 5, rokt::Guard::Before}, {65, 8, 2, rokt::Guard::After},   {95, 5, 7, rokt::Guard::Before},
                  {1023, 4, 1, rokt::Guard::After}, {1024, 7, 0, rokt::Guard::Before}, {1025, 6, 9, rokt::Guard::After},
-                 {1057, 3, 4, rokt::Guard::Before}, {2081, 8, 31, rokt::Guard::After}};
+                 {1057, 3, 4, rokt::Guard::Before}, {2048, 6, 1, rokt::Guard::Before}, {2049, 5, 0, rokt::Guard::After},
+                 {2080, 7, 3, rokt::Guard::Before}, {2081, 8, 31, rokt::Guard::After}, {3137, 6, 5, rokt::Guard::Before}};
     for (const auto& c : cases) check(form, c.w, c.h, unsigned(c.w * 7 + c.h), c.guard, c.pad);
     for (int t : {1, 2}) {
         rokt::WithThreads with(t);
         check(form, 97, 131, 11, rokt::Guard::After, 3);
         check(form, 1100, 67, 12, rokt::Guard::Before, 1);
     }
+}
+
+// Results larger than the caches take streaming stores, only for whole
+// 64-byte lines of rows that start on one: the row kernel itself with
+// streaming on, odd steps (so every row start within a line comes round),
+// widths with and without the overlapping last block, whole rows and
+// chunks, against the reference and with nothing else written.
+TEST(FixedFilters, Gauss5StreamingRows) {
+    const Form<Rok8u, Rok8u> form{"Gauss 8u C1 5x5 streaming", F::Gauss, 5, 1, 1,
+                                  [](const Rok8u* s, int ss, Rok8u* d, int ds, RokiSize r) {
+                                      std::vector<char> ring(rok::kernels::fixed::gauss5_ring_bytes(r.width));
+                                      rok::kernels::fixed::gauss5_rows(s, ss, d, ds, r.width, 0, r.height,
+                                                                       ring.data(), true);
+                                      rok::kernels::store_fence();
+                                      return rokStatusOk;
+                                  }};
+    for (int w : {64, 100, 2113, 2176}) check(form, w, 66, unsigned(w), rokt::Guard::After, 1);
 }
 
 // 8-bit sources run their rows in chunks of 1024 pixels: widths on both

@@ -56,25 +56,29 @@ void row_windows_split(const Rok8u* row, int n, int width, std::uint16_t* out, s
 // and `Mean` takes the high half of a 16-bit product: split_high; or, masks
 // of at most kSplitRoundWidest pixels whose box sums stay below 2^15 and
 // whose multiplier is a whole number at a shift of 15: split_round, the
-// mean one rounding multiply), or in 32
-// bits (each block of 32 as four blocks of 8: the even samples of the even
-// half, its odd samples, then the same of the odd half; held as
-// mult * S + 2^(shift-1), for means that are not `wide`). add sets (first)
-// or adds one row; step adds `fresh`, takes `stale` out and writes means
-// (past the cache with `stream` where dst lies on 32 bytes; the caller then
-// ends its rows with a store fence).
+// mean one rounding multiply), or in 32 bits (each block of 32 as four
+// blocks of 8: the even samples of the even half, its odd samples, then the
+// same of the odd half; held as mult * S + 2^(shift-1), for means that are
+// not `wide`). The 32-bit split_add sets (first) or adds one row;
+// split_step adds `fresh`, takes `stale` out and writes means (past the
+// cache with `stream` where dst lies on 32 bytes; the caller then ends its
+// rows with a store fence).
 struct Mean;
 bool split_high(const Mean& m);
 constexpr int kSplitRoundWidest = 32;
 bool split_round(const Mean& m, long long area, int width);
-void split_add(const std::uint16_t* row, int n, bool first, const Mean&, std::uint16_t* sums);
-void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::uint16_t* sums,
-                Rok8u* dst, bool stream);
 void split_add(const std::uint16_t* row, int n, bool first, const Mean& m, std::int32_t* sums);
-// row_windows_split of an entering row into `fresh`, then split_step with
-// 16-bit sums, in one pass over each block.
-void split_row(const Rok8u* row, int n, int width, const std::uint16_t* stale, std::uint16_t* fresh, const Mean& m,
-               std::uint16_t* sums, Rok8u* dst, bool stream);
+// The 16-bit sums run down the columns: each row of the ring holds the
+// running sum (modulo 2^16) of the split window sums of every row so far,
+// and a box sum is the difference of two of them, `mh` rows apart (exact,
+// as it fits 16 bits), so a row costs one load and one store of sums fewer
+// than sums kept apart from the window rows. split_running: running =
+// above + windows. split_row: row_windows_split of an entering row, its
+// running sums (above + windows into `running`) and the means of running -
+// left, in one pass over each block.
+void split_running(const std::uint16_t* windows, const std::uint16_t* above, int n, std::uint16_t* running);
+void split_row(const Rok8u* row, int n, int width, const std::uint16_t* above, const std::uint16_t* left,
+               std::uint16_t* running, const Mean& m, Rok8u* dst, bool stream);
 void split_step(const std::uint16_t* fresh, const std::uint16_t* stale, int n, const Mean& m, std::int32_t* sums,
                 Rok8u* dst, bool stream);
 // Two rows of split_step with 32-bit sums in one pass (the sums loaded and
