@@ -663,10 +663,10 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
     run_steps<V, K + (kHigh ? 1 : 0)>(steps, lag, step, result);
 }
 
-// extrema_rect_pair for one-byte samples over rows of a few chunks or more
-// (false, nothing done, below that), levels 3 and 4. The same results (on integers the
-// order of the pairs does not change one) by a stream shaped for the byte
-// shuffles that bound it:
+// extrema_rect_pair for one-byte samples, levels 3 and 4, over rows of a few
+// chunks or more (false, nothing done, below that). The same results (on
+// integers the order of the pairs does not change one) by a stream shaped
+// for the byte shuffles that bound it:
 // - the column extrema of two chunks at a time, one 32-byte operation per
 //   row, and the run of 2^K (level K, lag K) of two chunks stored as one
 //   32-byte store per row (the halves change places once per two chunks on
