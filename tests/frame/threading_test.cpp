@@ -201,18 +201,26 @@ TEST(Threading, PartsRunInTheCallersFloatingPointControls) {
                                  initial | kFtzDaz, initial & ~kFlags};
     for (unsigned control : controls) {
         for (unsigned want : {control & ~kFlags, initial & ~kFlags}) {  // then the workers' own again
-            _mm_setcsr(want);
-            std::mutex m;
-            std::set<unsigned> seen;
+            // On a loaded machine a call may run on the calling thread alone
+            // (a worker that does not wake in time, a serial spell after a
+            // late one): it is repeated until a worker has taken part, and
+            // every attempt must see the caller's controls.
             std::set<std::thread::id> threads;
-            rok::parallel_for(16, 2, [&](int, int, int) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                std::lock_guard<std::mutex> lock(m);
-                seen.insert(_mm_getcsr() & ~kFlags);
-                threads.insert(std::this_thread::get_id());
-            });
-            _mm_setcsr(initial);
-            EXPECT_EQ(seen, std::set<unsigned>{want}) << std::hex << want;
+            for (int attempt = 0; attempt < 200 && threads.size() < 2; ++attempt) {
+                _mm_setcsr(want);
+                std::mutex m;
+                std::set<unsigned> seen;
+                threads.clear();
+                rok::parallel_for(16, 2, [&](int, int, int) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                    std::lock_guard<std::mutex> lock(m);
+                    seen.insert(_mm_getcsr() & ~kFlags);
+                    threads.insert(std::this_thread::get_id());
+                });
+                _mm_setcsr(initial);
+                EXPECT_EQ(seen, std::set<unsigned>{want}) << std::hex << want;
+                if (rok::pool::max_threads() < 2) break;
+            }
             if (rok::pool::max_threads() > 1) {
                 EXPECT_EQ(threads.size(), 2u) << std::hex << want;
             }
