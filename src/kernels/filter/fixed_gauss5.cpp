@@ -137,30 +137,31 @@ std::size_t gauss5_ring_bytes(int width) { return std::size_t(5) * std::size_t((
 
 namespace {
 
+// a += the H0 weight j times l, b += the H1 weight j times l.
+[[gnu::always_inline]] inline void add_taps(const Weights& k, int j, __m256i l, __m256i& a, __m256i& b) {
+    a = _mm256_add_epi16(a, _mm256_maddubs_epi16(l, k.w[0][j]));
+    b = _mm256_add_epi16(b, _mm256_maddubs_epi16(l, k.w[1][j]));
+}
+
 // H0 and H1 of the 32 samples from s + 2 on into the ring block q (H0 even,
 // H0 odd, H1 even, H1 odd), H0 with half the rounding term (143) added, at
 // most 7793.
 [[gnu::always_inline]] inline void enter_block(const Weights& k, __m256i half, const Rok8u* s, char* q) {
     // One load live at a time, each feeding both filters: with the six
-    // weights and the rounding term that stays within the registers.
+    // weights and the rounding term that stays within the registers. The
+    // load of s + 3 serves the even half's last taps and the odd half's
+    // first.
     __m256i l = load(s);
     __m256i a = _mm256_maddubs_epi16(l, k.w[0][0]), b = _mm256_maddubs_epi16(l, k.w[1][0]);
-    l = load(s + 2);
-    a = _mm256_add_epi16(a, _mm256_maddubs_epi16(l, k.w[0][1]));
-    b = _mm256_add_epi16(b, _mm256_maddubs_epi16(l, k.w[1][1]));
+    add_taps(k, 1, load(s + 2), a, b);
     l = load(s + 3);
-    a = _mm256_add_epi16(a, _mm256_maddubs_epi16(l, k.w[0][2]));
-    b = _mm256_add_epi16(b, _mm256_maddubs_epi16(l, k.w[1][2]));
+    add_taps(k, 2, l, a, b);
     store(q, _mm256_add_epi16(a, half));
     store(q + 64, b);
     a = _mm256_maddubs_epi16(l, k.w[0][1]);
     b = _mm256_maddubs_epi16(l, k.w[1][1]);
-    l = load(s + 1);
-    a = _mm256_add_epi16(a, _mm256_maddubs_epi16(l, k.w[0][0]));
-    b = _mm256_add_epi16(b, _mm256_maddubs_epi16(l, k.w[1][0]));
-    l = load(s + 4);
-    a = _mm256_add_epi16(a, _mm256_maddubs_epi16(l, k.w[0][2]));
-    b = _mm256_add_epi16(b, _mm256_maddubs_epi16(l, k.w[1][2]));
+    add_taps(k, 0, load(s + 1), a, b);
+    add_taps(k, 2, load(s + 4), a, b);
     store(q + 32, _mm256_add_epi16(a, half));
     store(q + 96, b);
 }
