@@ -699,7 +699,9 @@ bool rect_pair_wide(const T* a0, const T* b0, const T* c0, const T* a1, const T*
             // rest]), by streaming stores over the whole lines between the
             // row's first and last vectors (n >= 32 here).
             rect_pair_wide<T, E, K, false>(a0, b0, c0, a1, b1, c1, chain, mOut, s0, s1, n + rest, 0, nullptr, nullptr);
-            for (const auto& [s, d] : {std::pair{s0, d0}, std::pair{s1, d1}}) {
+            for (int r = 0; r < 2; ++r) {
+                const T* s = r == 0 ? s0 : s1;
+                T* d = r == 0 ? d0 : d1;
                 const Lines lines(d + 32, d + n - 32, true);
                 auto join = [&](int i) { return P::best(load(s + i), load(s + i + rest)); };
                 store(d, join(0));
