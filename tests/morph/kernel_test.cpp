@@ -198,8 +198,14 @@ void rect_pair_kernel() {
                     // one sample off, or row 0 as well.
                     const bool stream = n % 4 < 2;
                     T* d1 = reinterpret_cast<T*>(out1.data()) + (n % 8 < 4 ? 1 : 0);
+                    // Bytes of odd lengths keep their runs in scratch rows
+                    // (guarded: n + rest samples are all they may touch).
+                    const bool runs = sizeof(T) == 1 && n % 2 == 1;
+                    GuardedBuffer s0(runs ? std::size_t(n + rest) * sizeof(T) : 1, g),
+                        s1(runs ? std::size_t(n + rest) * sizeof(T) : 1, g);
                     rok::kernels::extrema_rect_pair<T, E>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, levels, rest,
-                                                          stream);
+                                                          stream, runs ? reinterpret_cast<T*>(s0.data()) : nullptr,
+                                                          runs ? reinterpret_cast<T*>(s1.data()) : nullptr);
                     for (int i = 0; i < n; ++i) {
                         T w0 = col0[std::size_t(i)], w1 = col1[std::size_t(i)];
                         for (int t = 1; t < width; ++t) {
@@ -207,7 +213,7 @@ void rect_pair_kernel() {
                             w1 = pick(E, w1, col1[std::size_t(i + t)]);
                         }
                         ASSERT_EQ(d0[i], w0) << "pair row 0, width " << width << " chain " << chain << " keep " << keep
-                                             << " stream " << stream << " n " << n << " i " << i;
+                                             << " stream " << stream << " runs " << runs << " n " << n << " i " << i;
                         ASSERT_EQ(d1[i], w1) << "pair row 1, width " << width << " chain " << chain << " keep " << keep << " n " << n << " i " << i;
                     }
                     for (int i = 0; i < samples && mOut != nullptr; ++i)

@@ -326,51 +326,54 @@ TEST(Morph, WideRows) {
 }
 
 // Images larger than the last-level cache of the usual machine (70 MB of
-// floats between source and destination), where the rectangle passes and
-// the 3x3 block write the destination by streaming stores: the result
-// equals the in-place one (formed through a ring of rows by ordinary
-// stores) and, on a few rows, the brute-force extremum; at one and two
-// threads.
-TEST(Morph, ImagesBeyondTheCaches) {
-    const int w = 4096, h = 2100;
-    std::mt19937 rng(31);
+// floats between source and destination; bytes stream from a quarter of
+// it), where the rectangle passes and the 3x3 block write the destination by
+// streaming stores: the result equals the in-place one (formed through a
+// ring of rows by ordinary stores) and, on a few rows, the brute-force
+// extremum; at one and two threads.
+template <class T>
+void beyond_the_caches(int w, int h, int mask, Op op, RokStatus (*fn)(const T*, int, T*, int, RokiSize, RokiSize, RokiPoint),
+                       std::mt19937& rng) {
     std::uniform_real_distribution<float> value(-100.0f, 100.0f);
-    struct Case {
-        int mask;
-        Op op;
-        RokStatus (*fn)(const Rok32f*, int, Rok32f*, int, RokiSize, RokiSize, RokiPoint);
-    };
+    const int bw = w + mask - 1, bh = h + mask - 1, a = mask / 2, step = bw * int(sizeof(T));
+    std::vector<T> big(std::size_t(bw) * bh);
+    for (T& v : big) v = sizeof(T) == 1 ? T(rng() % 256) : T(value(rng));
+    std::vector<T> inPlace(big);
+    const RokiSize roi{w, h}, size{mask, mask};
+    const RokiPoint anchor{a, a};
+    T* at = inPlace.data() + std::size_t(a) * bw + a;
+    ASSERT_EQ(fn(at, step, at, step, roi, size, anchor), rokStatusOk);
+    for (int t : {1, 2}) {
+        rokt::WithThreads with(t);
+        std::vector<T> out(std::size_t(w) * h, T(1));
+        ASSERT_EQ(fn(big.data() + std::size_t(a) * bw + a, step, out.data(), w * int(sizeof(T)), roi, size, anchor),
+                  rokStatusOk);
+        for (int y = 0; y < h; ++y)
+            ASSERT_EQ(std::memcmp(&out[std::size_t(y) * w], at + std::size_t(y) * bw, std::size_t(w) * sizeof(T)), 0)
+                << mask << "x" << mask << ", " << t << " threads, row " << y;
+        for (int y : {0, 1, h / 2 + 1, h - 1})
+            for (int x = 0; x < w; ++x) {
+                T want = big[std::size_t(y) * bw + x];
+                for (int j = 0; j < mask; ++j)
+                    for (int i = 0; i < mask; ++i) {
+                        const T v = big[std::size_t(y + j) * bw + x + i];
+                        want = op == Op::Max ? std::max(want, v) : std::min(want, v);
+                    }
+                ASSERT_EQ(out[std::size_t(y) * w + x], want) << mask << "x" << mask << " at " << x << "," << y;
+            }
+    }
+}
+
+TEST(Morph, ImagesBeyondTheCaches) {
+    std::mt19937 rng(31);
     // 3x3: the fused block; 15: two rows a pass; 31: the pass leaves a
     // doubling row, and the last combination streams.
-    for (const Case& c : {Case{3, Op::Min, rokiFilterMin_32f_C1R}, Case{15, Op::Max, rokiFilterMax_32f_C1R},
-                          Case{31, Op::Min, rokiFilterMin_32f_C1R}}) {
-        const int bw = w + c.mask - 1, bh = h + c.mask - 1, a = c.mask / 2, step = bw * 4;
-        std::vector<Rok32f> big(std::size_t(bw) * bh);
-        for (Rok32f& v : big) v = value(rng);
-        std::vector<Rok32f> inPlace(big);
-        const RokiSize roi{w, h}, mask{c.mask, c.mask};
-        const RokiPoint anchor{a, a};
-        Rok32f* at = inPlace.data() + std::size_t(a) * bw + a;
-        ASSERT_EQ(c.fn(at, step, at, step, roi, mask, anchor), rokStatusOk);
-        for (int t : {1, 2}) {
-            rokt::WithThreads with(t);
-            std::vector<Rok32f> out(std::size_t(w) * h, -1.0f);
-            ASSERT_EQ(c.fn(big.data() + std::size_t(a) * bw + a, step, out.data(), w * 4, roi, mask, anchor), rokStatusOk);
-            for (int y = 0; y < h; ++y)
-                ASSERT_EQ(std::memcmp(&out[std::size_t(y) * w], at + std::size_t(y) * bw, std::size_t(w) * 4), 0)
-                    << c.mask << "x" << c.mask << ", " << t << " threads, row " << y;
-            for (int y : {0, 1, h / 2 + 1, h - 1})
-                for (int x = 0; x < w; ++x) {
-                    Rok32f want = big[std::size_t(y) * bw + x];
-                    for (int j = 0; j < c.mask; ++j)
-                        for (int i = 0; i < c.mask; ++i) {
-                            const Rok32f v = big[std::size_t(y + j) * bw + x + i];
-                            want = c.op == Op::Max ? std::max(want, v) : std::min(want, v);
-                        }
-                    ASSERT_EQ(out[std::size_t(y) * w + x], want) << c.mask << "x" << c.mask << " at " << x << "," << y;
-                }
-        }
-    }
+    beyond_the_caches<Rok32f>(4096, 2100, 3, Op::Min, rokiFilterMin_32f_C1R, rng);
+    beyond_the_caches<Rok32f>(4096, 2100, 15, Op::Max, rokiFilterMax_32f_C1R, rng);
+    beyond_the_caches<Rok32f>(4096, 2100, 31, Op::Min, rokiFilterMin_32f_C1R, rng);
+    // Bytes, two rows a pass, the runs kept in scratch rows and each result
+    // streamed once (rows of an odd width: their lines start anywhere).
+    beyond_the_caches<Rok8u>(4099, 2101, 11, Op::Max, rokiFilterMax_8u_C1R, rng);
 }
 
 // ---- every member --------------------------------------------------------------

@@ -682,7 +682,7 @@ void pair_stream(Column&& column, int steps, T* d0, T* d1, const HalfShift& shif
 //   pair_stream: the stream is not started again on a tail.
 template <class T, Extremum E, int K, bool kRest>
 bool rect_pair_wide(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
-                    T* mOut, T* d0, T* d1, int n, int rest) {
+                    T* mOut, T* d0, T* d1, int n, int rest, T* s0, T* s1) {
     static_assert(sizeof(T) == 1);
     using P = Pick<T, E>;
     using V = __m256i;
@@ -692,6 +692,31 @@ bool rect_pair_wide(const T* a0, const T* b0, const T* c0, const T* a1, const T*
     if (chunks < lag + 4) return false;
     auto load = [](const T* p) { return _mm256_loadu_si256(reinterpret_cast<const V*>(p)); };
     auto store = [](T* p, V v) { _mm256_storeu_si256(reinterpret_cast<V*>(p), v); };
+    if constexpr (kRest) {
+        if (s0 != nullptr) {
+            // Level K of the n + rest runs into the scratch rows (within the
+            // caches), then each result written once, as better(s[i], s[i +
+            // rest]), by streaming stores over the whole lines between the
+            // row's first and last vectors (n >= 32 here).
+            rect_pair_wide<T, E, K, false>(a0, b0, c0, a1, b1, c1, chain, mOut, s0, s1, n + rest, 0, nullptr, nullptr);
+            for (int r = 0; r < 2; ++r) {
+                const T* s = r == 0 ? s0 : s1;
+                T* d = r == 0 ? d0 : d1;
+                const Lines lines(d + 32, d + n - 32, true);
+                auto join = [&](int i) { return P::best(load(s + i), load(s + i + rest)); };
+                store(d, join(0));
+                int i = head_samples(d, n);
+                for (; i + 32 <= n; i += 32) {
+                    if (lines.whole(d + i, 32))
+                        _mm256_stream_si256(reinterpret_cast<V*>(d + i), join(i));
+                    else
+                        store(d + i, join(i));
+                }
+                if (i < n) store(d + n - 32, join(n - 32));
+            }
+            return true;
+        }
+    }
     auto both = [&](int at, __m128i& x0, __m128i& x1, __m128i& m1) {
         const __m128i m0 = best_half<T, E>(load_half(b0 + at), load_half(c0 + at));
         m1 = best_half<T, E>(chain ? m0 : load_half(b1 + at), load_half(c1 + at));
@@ -799,11 +824,11 @@ bool rect_pair_wide(const T* a0, const T* b0, const T* c0, const T* a1, const T*
 // no test for it (float rows at 1920x1080 measured 4-7% slower with one).
 template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
 [[gnu::flatten]] void rect_pair_levels(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
-                      T* mOut, T* d0, T* d1, int n, int rest) {
+                      T* mOut, T* d0, T* d1, int n, int rest, T* s0, T* s1) {
     // (Rectangles 8 or more wide: the narrower ones keep to pair_stream,
     // which saves the file's build four instantiations a sample type.)
     if constexpr (sizeof(T) == 1 && !kHigh && K >= 3)
-        if (rect_pair_wide<T, E, K, kRest>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest)) return;
+        if (rect_pair_wide<T, E, K, kRest>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, rest, s0, s1)) return;
     constexpr bool stream = kStream;
     constexpr int H = 16 / int(sizeof(T)), lag = K + (kRest ? (kHigh ? 2 : 1) : 0);
     const int readable = n + (1 << K) - 1 + rest;
@@ -874,7 +899,7 @@ template <class T, Extremum E, int K, bool kRest, bool kHigh, bool kStream>
 
 template <class T, Extremum E>
 void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
-                       T* mOut, T* d0, T* d1, int n, int levels, int rest, bool stream) {
+                       T* mOut, T* d0, T* d1, int n, int levels, int rest, bool stream, T* s0, T* s1) {
     if constexpr (sizeof(T) <= 4) {
         auto go = [&]<int K>(std::integral_constant<int, K>) {
             if constexpr ((1 << (K - 1)) * sizeof(T) <= 16) {
@@ -882,8 +907,9 @@ void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const
                     if constexpr (sizeof(T) >= 4)
                         if (stream)
                             return rect_pair_levels<T, E, K, kRest, kHigh, true>(a0, b0, c0, a1, b1, c1, chain, mOut, d0,
-                                                                                 d1, n, r);
-                    rect_pair_levels<T, E, K, kRest, kHigh, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, r);
+                                                                                 d1, n, r, s0, s1);
+                    rect_pair_levels<T, E, K, kRest, kHigh, false>(a0, b0, c0, a1, b1, c1, chain, mOut, d0, d1, n, r, s0,
+                                                                   s1);
                 };
                 // A rest past 16 bytes arises only where 2^K samples fill 32.
                 constexpr bool kHighRest = (1 << K) * sizeof(T) > 16;
@@ -1010,9 +1036,9 @@ void extrema_3x3_pair(const T* r0, const T* r1, const T* r2, const T* r3, T* d0,
     template void extrema_suffixes<T, Extremum::Min>(const T* const*, int, T* const*, int);                      \
     template void extrema_suffixes<T, Extremum::Max>(const T* const*, int, T* const*, int);                      \
     template void extrema_rect_pair<T, Extremum::Min>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
-                                                      T*, T*, T*, int, int, int, bool);                          \
+                                                      T*, T*, T*, int, int, int, bool, T*, T*);                  \
     template void extrema_rect_pair<T, Extremum::Max>(const T*, const T*, const T*, const T*, const T*, const T*, bool, \
-                                                      T*, T*, T*, int, int, int, bool);                          \
+                                                      T*, T*, T*, int, int, int, bool, T*, T*);                  \
     template void extrema_rect_row<T, Extremum::Min>(const T*, const T*, const T*, T*, T*, int, int, int, bool, bool); \
     template void extrema_rect_row<T, Extremum::Max>(const T*, const T*, const T*, T*, T*, int, int, int, bool, bool); \
     template void extrema_3x3<T, Extremum::Min>(const T*, const T*, const T*, T*, int, int);                     \

@@ -89,10 +89,15 @@ void extrema_rect_row(const T* a, const T* b, const T* c, T* mOut, T* d, int n, 
 // with 2^(levels-1) * sizeof(T) <= 16 (and any rest up to 2^levels); the
 // results equal extrema_rect_row's for each row, bit for bit (the same pairs
 // in the same operand order, so a NaN or a signed-zero tie is resolved
-// alike).
+// alike). s0 and s1, where not null, are two scratch rows of n + rest
+// samples or more, apart from everything else: one-byte rows with a rest and
+// 3 levels or more (rectangles 9 or more wide) then keep their runs of
+// 2^levels there and write each result once, by streaming stores over the
+// whole lines of d0 and d1 (the caller fences); otherwise they are not used.
 template <class T, Extremum E>
 void extrema_rect_pair(const T* a0, const T* b0, const T* c0, const T* a1, const T* b1, const T* c1, bool chain,
-                       T* mOut, T* d0, T* d1, int n, int levels, int rest, bool stream = false);
+                       T* mOut, T* d0, T* d1, int n, int levels, int rest, bool stream = false, T* s0 = nullptr,
+                       T* s1 = nullptr);
 
 // The 3x3 neighbourhood: with col(r, d) = better(r0[i+d], better(r1[i+d], r2[i+d])),
 // dst[i] = better(better(col(-s), col(0)), col(+s)) for i in 0..n-1, where s
