@@ -105,6 +105,12 @@ public:
     }
     bool available() const { return fd_ >= 0; }
     bool set(bool on) { return on_.exchange(on); }
+    // A reading taken now, whatever the time since the last (the smaller of
+    // it and that one).
+    int reread() {
+        next_ = {};
+        return read();
+    }
     // Read afresh at most once a millisecond; only the pool's owner calls it.
     int read() {
         if (fd_ < 0 || !on_.load(std::memory_order_relaxed)) return -1;
@@ -123,10 +129,13 @@ public:
             }
             if (p) count = std::atoi(p);
         }
-        // The smaller of two readings a few milliseconds apart at most: a
-        // kernel thread that runs for a moment does not hold the calls back
-        // for long, a busy process shows in both.
-        const bool recent = previous_ >= 0 && now - read_at_ < std::chrono::milliseconds(4);
+        // The smaller of two readings up to kLoadWindowMs apart. Even on an
+        // idle machine a reading shows a second runnable thread now and then
+        // (a tenth of them in a tight loop, and it often lasts past 300 us),
+        // more while a large transform keeps the memory busy: with a window
+        // of 4 ms, which calls of more than 4 ms never fell within, one pass
+        // in 6 to 15 of a 4096x4096 FFT ran on one thread on an idle machine.
+        const bool recent = previous_ >= 0 && now - read_at_ < std::chrono::milliseconds(kLoadWindowMs);
         last_ = count >= 0 && recent ? std::min(count, previous_) : count;
         previous_ = count;
         read_at_ = now;
@@ -184,10 +193,14 @@ public:
     // that runnable threads other than this caller and the pool's spinning
     // workers leave free, and at least one. Only the owner calls it.
     int free_threads(int threads) {
-        const int runnable = runnable_.read();
+        int runnable = runnable_.read();
         if (runnable < 0) return threads;
-        const int spinning = workers_ - int(sleepers_.load(std::memory_order_relaxed));
-        const int others = std::max(0, runnable - 1 - std::max(0, spinning));
+        const int spinning = std::max(0, workers_ - int(sleepers_.load(std::memory_order_relaxed)));
+        // Others seen: a second look at once, so that a thread caught in the
+        // moment of falling asleep or waking does not cost the call its
+        // threads (a busy process is still there a microsecond later).
+        if (runnable - 1 - spinning > 0) runnable = runnable_.reread();
+        const int others = std::max(0, runnable - 1 - spinning);
         return std::clamp(capacity() - others, 1, threads);
     }
 

@@ -27,6 +27,12 @@ int max_threads();
 // returns the previous setting.
 bool set_dynamic(bool on);
 
+// Two readings of the machine's runnable threads taken this close together
+// count as the smaller of the two, so that a thread of the system that runs
+// for a moment does not take a call's workers; a load that lasts shows in
+// both (from the second reading after it starts).
+inline constexpr int kLoadWindowMs = 100;
+
 // Whether the machine's runnable threads can be counted here (/proc/loadavg
 // readable and the process allowed on every processor).
 bool dynamic_available();

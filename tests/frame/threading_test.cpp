@@ -195,6 +195,10 @@ TEST(Threading, EveryCallAsksTheThreadCountAfresh) {
 // float result must not depend on which thread ran its rows.
 TEST(Threading, PartsRunInTheCallersFloatingPointControls) {
     WithThreads with(2);
+    // Workers must take part whatever else the machine runs (under ctest -j
+    // another test may keep a processor busy, and the count of runnable
+    // threads would then send every call to the calling thread).
+    const bool dynamic = rok::pool::set_dynamic(false);
     constexpr unsigned kFlags = 0x3F, kRounding = 0x6000, kFtzDaz = 0x8040;
     const unsigned initial = _mm_getcsr();
     const unsigned controls[] = {(initial & ~kRounding) | 0x4000 /* up */, (initial & ~kRounding) | 0x6000 /* to zero */,
@@ -226,6 +230,7 @@ TEST(Threading, PartsRunInTheCallersFloatingPointControls) {
             }
         }
     }
+    rok::pool::set_dynamic(dynamic);
 }
 
 TEST(Threading, NestedCallsRunOnTheirThread) {
@@ -287,8 +292,9 @@ TEST(Threading, BusyMachineKeepsCallsOnTheCallingThread) {
         });
     auto slots_used = [](bool dynamic) {
         const bool before = rok::pool::set_dynamic(dynamic);
-        // Past the interval at which the count is read afresh.
-        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+        // Past the window within which a reading from before the spinners
+        // started would still count.
+        std::this_thread::sleep_for(std::chrono::milliseconds(dynamic ? rok::pool::kLoadWindowMs + 5 : 3));
         std::mutex m;
         std::set<int> slots;
         rok::parallel_for(64, 2, [&](int, int, int slot) {
