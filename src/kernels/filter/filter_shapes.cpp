@@ -67,10 +67,7 @@ inline void block(const float* const* rows, const __m256* c, const float* coef, 
 #pragma GCC unroll 8
         for (int v = 0; v < V; ++v) a[o][v] = _mm256_setzero_ps();
     // Kernels of up to nine taps keep every coefficient in a register; larger
-    // ones broadcast each coefficient once per block where it is used (the
-    // empty asm keeps the compiler from hoisting all of them out of the
-    // loop, which would only spill them).
-    if constexpr (KW * KH > 9) asm("" : "+r"(coef));
+    // ones broadcast each coefficient where it is used (see below).
     // The source rows that the next pass reads first are fetched one pass
     // ahead: far enough to hide a trip to memory, near enough to stay in
     // the core's cache. Columns fetch them into the second-level cache only
@@ -92,6 +89,11 @@ inline void block(const float* const* rows, const __m256* c, const float* coef, 
 #pragma GCC unroll 16
         for (int i = 0; i < KW; ++i) {
             __m256 k[R];
+            // An empty asm each step keeps the compiler from holding a
+            // broadcast for its later uses (each is used once a row of
+            // three): it would hold all of them and spill them, and reload
+            // samples too.
+            if constexpr (KW * KH > 9) asm("" : "+r"(coef));
 #pragma GCC unroll 8
             for (int o = 0; o < R; ++o) {
                 const int j = std::clamp(r - o, 0, KH - 1);
@@ -158,14 +160,14 @@ void shaped_rows(const float* src, std::ptrdiff_t srcStep, const float* coef, in
 // Rows and vectors per pass, chosen by timing on one core (the least of 60
 // calls at 1920x1080 and 3840x2160): 3x3 keeps its nine coefficients and
 // six sums in registers (three rows of two vectors); 5x5 shares each source
-// vector among three rows of two vectors (13% less time than two rows of
-// four at 1920x1080, 8% at 3840x2160; four rows of two gain 5% more at
-// 3840x2160 but take one compiler minutes to instrument); columns share
-// theirs among four rows; rows have nothing to share and take four vectors
-// of one row.
+// vector among three rows of three vectors, nine sums, one broadcast of a
+// coefficient serving three vectors (0.97 of the time of three rows of two
+// at 1920x1080, 0.955 at 3840x2160, in turns with it; three rows of two
+// took 13% less than two rows of four); columns share theirs among four
+// rows; rows have nothing to share and take four vectors of one row.
 ShapedRowsFn shaped_rows_kernel(int kw, int kh) {
     if (kw == 3 && kh == 3) return &shaped_rows<3, 3, 3, 2>;
-    if (kw == 5 && kh == 5) return &shaped_rows<5, 5, 3, 2>;
+    if (kw == 5 && kh == 5) return &shaped_rows<5, 5, 3, 3>;
     if (kh == 1) switch (kw) {
             case 3: return &shaped_rows<3, 1, 1, 4>;
             case 4: return &shaped_rows<4, 1, 1, 4>;
