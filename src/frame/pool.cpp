@@ -111,11 +111,15 @@ public:
         next_ = {};
         return read();
     }
+    // Whether the last read() read the count afresh.
+    bool fresh() const { return fresh_; }
     // Read afresh at most once a millisecond; only the pool's owner calls it.
     int read() {
+        fresh_ = false;
         if (fd_ < 0 || !on_.load(std::memory_order_relaxed)) return -1;
         const auto now = Clock::now();
         if (now < next_) return last_;
+        fresh_ = true;
         next_ = now + std::chrono::milliseconds(1);
         char text[128];
         const ssize_t n = pread(fd_, text, sizeof text - 1, 0);
@@ -147,6 +151,7 @@ private:
     std::atomic<bool> on_{true};
     Clock::time_point next_{}, read_at_{};
     int last_ = -1, previous_ = -1;
+    bool fresh_ = false;
 };
 
 // The status flags of MXCSR; the rest (rounding, flush-to-zero,
@@ -196,10 +201,11 @@ public:
         int runnable = runnable_.read();
         if (runnable < 0) return threads;
         const int spinning = std::max(0, workers_ - int(sleepers_.load(std::memory_order_relaxed)));
-        // Others seen: a second look at once, so that a thread caught in the
-        // moment of falling asleep or waking does not cost the call its
-        // threads (a busy process is still there a microsecond later).
-        if (runnable - 1 - spinning > 0) runnable = runnable_.reread();
+        // Others seen in a fresh reading: a second look at once, so that a
+        // thread caught in the moment of falling asleep or waking does not
+        // cost the call its threads (a busy process is still there a
+        // microsecond later). Once a millisecond at most, like the first.
+        if (runnable - 1 - spinning > 0 && runnable_.fresh()) runnable = runnable_.reread();
         const int others = std::max(0, runnable - 1 - spinning);
         return std::clamp(capacity() - others, 1, threads);
     }
