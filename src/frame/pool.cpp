@@ -105,16 +105,30 @@ public:
     }
     bool available() const { return fd_ >= 0; }
     bool set(bool on) { return on_.exchange(on); }
-    // A reading taken now, whatever the time since the last (the smaller of
-    // it and that one).
-    int reread() {
+    // A reading taken now, whatever the time since the last, in place of
+    // the last one.
+    int reread(int ours) {
+        readings_.drop_last();
         next_ = {};
-        return read();
+        return read(ours);
     }
     // Whether the last read() read the count afresh.
     bool fresh() const { return fresh_; }
-    // Read afresh at most once a millisecond; only the pool's owner calls it.
-    int read() {
+    // The runnable threads other than `ours` (the caller's own that are
+    // runnable now), combined with the earlier readings (LoadReadings); read
+    // afresh at most once a millisecond, and only by the pool's owner.
+    //
+    // Even on an idle machine a reading shows a second runnable thread now
+    // and then (a tenth of them in a tight loop, and it often lasts past 300
+    // us), more while a large transform keeps the memory busy. With the
+    // smaller of two readings up to 4 ms apart, which calls of more than 4
+    // ms never fell within, one pass in 6 to 15 of a 4096x4096 FFT ran on
+    // one thread on an idle machine. Calls that follow each other closely
+    // read it every millisecond, and beside a 3840x2160 filter on two
+    // threads about a tenth of those readings showed another thread, often
+    // in two to four readings in a row: with the smaller of the last two
+    // readings, 9 to 24 calls in 200 ran on one thread.
+    int read(int ours) {
         fresh_ = false;
         if (fd_ < 0 || !on_.load(std::memory_order_relaxed)) return -1;
         const auto now = Clock::now();
@@ -133,24 +147,17 @@ public:
             }
             if (p) count = std::atoi(p);
         }
-        // The smaller of two readings up to kLoadWindowMs apart. Even on an
-        // idle machine a reading shows a second runnable thread now and then
-        // (a tenth of them in a tight loop, and it often lasts past 300 us),
-        // more while a large transform keeps the memory busy: with a window
-        // of 4 ms, which calls of more than 4 ms never fell within, one pass
-        // in 6 to 15 of a 4096x4096 FFT ran on one thread on an idle machine.
-        const bool recent = previous_ >= 0 && now - read_at_ < std::chrono::milliseconds(kLoadWindowMs);
-        last_ = count >= 0 && recent ? std::min(count, previous_) : count;
-        previous_ = count;
-        read_at_ = now;
-        return last_;
+        if (count < 0) return last_ = -1;
+        const long long at = std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count();
+        return last_ = readings_.add(at, std::max(0, count - ours));
     }
 
 private:
     int fd_ = -1;
     std::atomic<bool> on_{true};
-    Clock::time_point next_{}, read_at_{};
-    int last_ = -1, previous_ = -1;
+    LoadReadings readings_;
+    Clock::time_point next_{};
+    int last_ = -1;
     bool fresh_ = false;
 };
 
@@ -198,15 +205,17 @@ public:
     // that runnable threads other than this caller and the pool's spinning
     // workers leave free, and at least one. Only the owner calls it.
     int free_threads(int threads) {
-        int runnable = runnable_.read();
-        if (runnable < 0) return threads;
-        const int spinning = std::max(0, workers_ - int(sleepers_.load(std::memory_order_relaxed)));
+        // This caller and the workers still spinning after the last call
+        // are runnable and ours. A worker that falls asleep during the
+        // reading counts as ours (it may have been counted).
+        auto ours = [this] { return 1 + std::max(0, workers_ - int(sleepers_.load(std::memory_order_relaxed))); };
+        int others = runnable_.read(ours());
+        if (others < 0) return threads;
         // Others seen in a fresh reading: a second look at once, so that a
         // thread caught in the moment of falling asleep or waking does not
         // cost the call its threads (a busy process is still there a
         // microsecond later). Once a millisecond at most, like the first.
-        if (runnable - 1 - spinning > 0 && runnable_.fresh()) runnable = runnable_.reread();
-        const int others = std::max(0, runnable - 1 - spinning);
+        if (others > 0 && runnable_.fresh()) others = runnable_.reread(ours());
         return std::clamp(capacity() - others, 1, threads);
     }
 
@@ -367,6 +376,30 @@ RokStatus Pool::run(int count, int threads, int chunks, Part part, void* ctx, Ro
 }
 
 }  // namespace
+
+int LoadReadings::add(long long at_us, int others) {
+    int recent[kSize + 1];
+    int k = 0;
+    recent[k++] = others;
+    for (int i = 0; i < stored_; ++i) {
+        const int j = (next_ - 1 - i + kSize) % kSize;
+        const long long age = at_us - at_[j];
+        if (age >= 1000LL * kLoadSettleMs && !(i == 0 && age <= 1000LL * kLoadWindowMs)) break;
+        recent[k++] = others_[j];
+    }
+    std::nth_element(recent, recent + (k - 1) / 2, recent + k);
+    at_[next_] = at_us;
+    others_[next_] = others;
+    next_ = (next_ + 1) % kSize;
+    stored_ = std::min(stored_ + 1, kSize);
+    return recent[(k - 1) / 2];
+}
+
+void LoadReadings::drop_last() {
+    if (stored_ == 0) return;
+    next_ = (next_ - 1 + kSize) % kSize;
+    --stored_;
+}
 
 int processors() {
     cpu_set_t set;

@@ -27,11 +27,35 @@ int max_threads();
 // returns the previous setting.
 bool set_dynamic(bool on);
 
-// Two readings of the machine's runnable threads taken this close together
-// count as the smaller of the two, so that a thread of the system that runs
-// for a moment does not take a call's workers; a load that lasts shows in
-// both (from the second reading after it starts).
+// How the readings of the machine's other runnable threads combine: calls
+// that follow each other closely read the count every millisecond, and the
+// readings of the last kLoadSettleMs count as their lower median, so that a
+// load counts once it has shown in half of them while a thread of the
+// system that runs for a few milliseconds (or a reading that misses a busy
+// thread for a moment) does not. The previous reading counts too while it
+// is at most kLoadWindowMs old, so that the readings of two calls made
+// further apart count as the smaller.
 inline constexpr int kLoadWindowMs = 100;
+inline constexpr int kLoadSettleMs = 20;
+
+class LoadReadings {
+public:
+    // Adds a reading of `others` taken at `at_us` (microseconds of a steady
+    // clock, later than the last) and returns the lower median of it, the
+    // reading before it if that is at most kLoadWindowMs older, and every
+    // reading less than kLoadSettleMs older.
+    int add(long long at_us, int others);
+    // Forgets the last reading (a second look taken at once replaces it).
+    void drop_last();
+
+private:
+    // Room for every reading of kLoadSettleMs: one a millisecond at most (a
+    // second look replaces the reading it follows).
+    static constexpr int kSize = kLoadSettleMs + 4;
+    long long at_[kSize]{};
+    int others_[kSize]{};
+    int next_ = 0, stored_ = 0;
+};
 
 // Whether the machine's runnable threads can be counted here (/proc/loadavg
 // readable and the process allowed on every processor).

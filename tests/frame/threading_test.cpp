@@ -5,6 +5,7 @@
 #include <chrono>
 #include <mutex>
 #include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -275,6 +276,53 @@ TEST(Threading, LateWorkersSendTheNextCallsToTheCallingThread) {
         return;
     }
     GTEST_SKIP() << "no worker took a part in time";
+}
+
+// How readings of the machine's other runnable threads combine. Readings
+// every millisecond ('.' none, '1' one, '2' two), and what each one gives:
+// a thread that shows in a few readings in a row does not count, nor does a
+// reading that misses a lasting load for a moment; a load counts once it
+// fills half of the settling time (and stops counting likewise).
+TEST(Threading, LoadReadingsCountALoadOnceItLasts) {
+    static_assert(rok::pool::kLoadSettleMs == 20, "the patterns below assume 20 ms");
+    struct Case {
+        const char* readings;
+        const char* expected;
+    } cases[] = {
+        {"..........1111..........1.1.1.1.", "................................"},
+        {"..........11111111111111111111111", "....................1111111111111"},
+        {"1111111111111111111111.111111.1111", "1111111111111111111111111111111111"},
+        {"11111111111111111111..........", "11111111111111111111111111111."},
+        {"2222222222222222222211111111111111", "2222222222222222222222222222211111"},
+        {"..........1212121212121212", "....................111111"},
+    };
+    for (const Case& c : cases) {
+        rok::pool::LoadReadings r;
+        std::string got;
+        for (int i = 0; c.readings[i]; ++i) {
+            const int n = r.add(1000LL * (1000 + i), c.readings[i] == '.' ? 0 : c.readings[i] - '0');
+            got += n == 0 ? '.' : char('0' + n);
+        }
+        EXPECT_EQ(got, c.expected) << c.readings;
+    }
+    // Calls further apart: the smaller of the last two readings while they
+    // are at most the window apart, else the last alone.
+    const int window = rok::pool::kLoadWindowMs;
+    struct Sparse {
+        int gap_ms, first, second, expected;
+    } sparse[] = {{window / 2, 1, 1, 1}, {window / 2, 0, 1, 0}, {window / 2, 1, 0, 0}, {window, 0, 1, 0},
+                  {window + 1, 0, 1, 1}, {window + 1, 1, 0, 0}};
+    for (const Sparse& s : sparse) {
+        rok::pool::LoadReadings r;
+        r.add(0, s.first);
+        EXPECT_EQ(r.add(1000LL * s.gap_ms, s.second), s.expected) << s.gap_ms << " " << s.first << s.second;
+    }
+    // A second look replaces the reading it follows.
+    rok::pool::LoadReadings r;
+    r.add(0, 1);
+    EXPECT_EQ(r.add(50000, 0), 0);
+    r.drop_last();
+    EXPECT_EQ(r.add(50010, 1), 1);
 }
 
 // With every processor kept busy by other runnable threads (here threads of
