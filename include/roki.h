@@ -4458,7 +4458,11 @@ ROKI_API RokStatus rokiDCTInvGetBufSize_32f(const RokiDCTInvSpec_32f* pSpec, int
 /* destination's alpha alone); pSrc may equal pDst. Checks: null pointers */
 /* (-8; pBuffer may be null), a record of another kind or freed (-17), a step */
 /* below 1 (-14). A null pBuffer allocates GetBufSize bytes for the call */
-/* (-9 on failure). Results do not depend on the thread count. */
+/* (-9 on failure). A threaded record shares the rows and columns among its */
+/* threads when W x H x channels is at least 2^18; a smaller call runs on the */
+/* calling thread (its column pass would spend more on fetching the rows */
+/* that other threads wrote than the threads save). Results do not depend on */
+/* the thread count. */
 ROKI_API RokStatus rokiDCTFwd_32f_C1R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
 ROKI_API RokStatus rokiDCTFwd_32f_C3R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
 ROKI_API RokStatus rokiDCTFwd_32f_C4R(const Rok32f* pSrc, int srcStep, Rok32f* pDst, int dstStep, const RokiDCTFwdSpec_32f* pSpec, Rok8u* pBuffer);
@@ -4504,9 +4508,10 @@ ROKI_API RokStatus rokiFFTFree_R_32s(RokiFFTSpec_R_32s* pSpec);
 /* of 16 H bytes plus the real column engine's buffer, 64 H bytes plus the */
 /* complex column engine's buffer, and 16 W bytes plus the row engine's */
 /* buffer (64 W for complex rows), rounded up to 16 bytes when the record is */
-/* threaded. The engines work on packets of lines at once (eight rows, 32 */
-/* complex columns), so their buffers hold the rest of the packet, their own */
-/* scratch and 64 bytes for alignment. The 32s records add (16 H + 4) W bytes */
+/* threaded. The engines work on packets of lines at once (eight rows; 64 */
+/* complex columns where the image has at least 511 of them, a real width of */
+/* 1023 or a complex one of 511, else 32), so their buffers hold the rest of */
+/* the packet, their own scratch and 64 bytes for alignment. The 32s records add (16 H + 4) W bytes */
 /* for a float copy of the image. Checks: */
 /* null pointers (-8), a record of another kind (-17). */
 ROKI_API RokStatus rokiFFTGetBufSize_C_32fc(const RokiFFTSpec_C_32fc* pSpec, int* pSize);
@@ -4525,7 +4530,11 @@ ROKI_API RokStatus rokiFFTGetBufSize_R_32s(const RokiFFTSpec_R_32s* pSpec, int* 
 /* pointers (-8; pBuffer may be null), a record of another kind (-17), a */
 /* step below 1 (-14). A null pBuffer allocates GetBufSize bytes for the */
 /* call (-9 on failure). Rows and columns are split among the record's */
-/* threads; results do not depend on the thread count. Against a */
+/* threads when the call has at least 2^20 samples (W x H x channels; a */
+/* complex sample counts twice); a smaller call runs on the calling thread, */
+/* since its column pass would spend more on fetching the rows that other */
+/* threads wrote than the threads save. Results do not depend on the thread */
+/* count. Against a */
 /* double-precision DFT of random data the largest error, over the */
 /* spectrum's RMS value, measured 5e-7 to 8e-7 for sizes up to 4096 a side */
 /* (512 x 512, 1024 x 1024, 1000 x 1000, 4096 x 64, 2310 x 128) and 9.8e-7 */

@@ -165,6 +165,8 @@ RokStatus dct_transform(const Rok32f* src, int ss, Rok32f* dst, int ds, int stri
         buffer = own;
     }
     const int w = rec->width, h = rec->height;
+    // A sample costs about four times what it costs in a real FFT.
+    const int threads = threads_for_passes(rec->threads, 4 * std::int64_t(w) * h * channels);
     auto run = [&](const kd::DctPlan* plan, float* g, float* work) {
         if (forward)
             kd::dct_forward(plan, g, work);
@@ -173,7 +175,7 @@ RokStatus dct_transform(const Rok32f* src, int ss, Rok32f* dst, int ds, int stri
     };
     // Rows: eight at a time per channel, from src into dst.
     const int rowBlocks = (h + kLanes - 1) / kLanes;
-    for_items(rowBlocks * channels, rec->threads, [&](int item, int t) {
+    for_items(rowBlocks * channels, threads, [&](int item, int t) {
         const int y0 = item / channels * kLanes, c = item % channels;
         const int rows = std::min(kLanes, h - y0);
         float* g = slice(buffer, rec->work_bytes, t);
@@ -184,7 +186,7 @@ RokStatus dct_transform(const Rok32f* src, int ss, Rok32f* dst, int ds, int stri
     });
     // Columns of dst, eight at a time per channel, in place.
     const int colBlocks = (w + kLanes - 1) / kLanes;
-    for_items(colBlocks * channels, rec->threads, [&](int item, int t) {
+    for_items(colBlocks * channels, threads, [&](int item, int t) {
         const int x0 = item / channels * kLanes, c = item % channels;
         int offsets[kLanes];
         for (int l = 0; l < kLanes; ++l) offsets[l] = x0 + l < w ? (x0 + l) * stride + c : -1;

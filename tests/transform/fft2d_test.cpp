@@ -203,7 +203,8 @@ TEST(Fft2d, ComplexMatchesTheDirectDftBothWays) {
         }
 }
 
-// Above the size thresholds a record splits its work among threads; the
+// Above the size thresholds a record splits its work among threads (for
+// calls of 2^20 samples and more, a complex one counting twice); the
 // result is the same bits with one thread, two, or a record made for one,
 // also when the caller rounds upward (every thread computes in the
 // caller's mode, and the mode stays the caller's). The integer transforms
@@ -211,23 +212,23 @@ TEST(Fft2d, ComplexMatchesTheDirectDftBothWays) {
 TEST(Fft2d, ResultsDoNotDependOnTheThreadCount) {
     for (Domain domain : {Domain::Real, Domain::Complex, Domain::Integer})
         for (int mode : {FE_TONEAREST, FE_UPWARD}) {
-            const Size2 s = domain == Domain::Complex ? Size2{250, 240} : Size2{150, 141};
+            const Size2 s = domain == Domain::Complex ? Size2{750, 700} : Size2{1050, 1000};
             const auto& o = ops(Kind::Dft);
             std::vector<std::vector<float>> results;
             std::vector<std::vector<Rok8u>> backs;
+            const int nc = domain == Domain::Complex ? 2 : 1;
+            GuardedImage<float> src(s.w, s.h, nc), dst(s.w, s.h, nc);
+            // Scale factor -4: the integer results keep four fraction bits,
+            // so that a differently rounded float would show.
+            GuardedImage<Rok8u> in(s.w, s.h, 1), back(s.w, s.h, 1);
+            GuardedImage<Rok32s> out(s.w, s.h, 1);
+            rokt::fill_random(src, 11);
+            rokt::fill_random(in, 11);
             for (int made : {1, 2})
                 for (int run : {1, 2}) {
                     rokt::WithThreads madeWith(made);
                     Spec spec(Kind::Dft, domain, s.w, s.h, rokFftDivFwd);
                     rokt::WithThreads runWith(run);
-                    const int nc = domain == Domain::Complex ? 2 : 1;
-                    GuardedImage<float> src(s.w, s.h, nc), dst(s.w, s.h, nc);
-                    // Scale factor -4: the integer results keep four fraction
-                    // bits, so that a differently rounded float would show.
-                    GuardedImage<Rok8u> in(s.w, s.h, 1), back(s.w, s.h, 1);
-                    GuardedImage<Rok32s> out(s.w, s.h, 1);
-                    rokt::fill_random(src, 11);
-                    rokt::fill_random(in, 11);
                     std::fesetround(mode);
                     RokStatus fwd = 0, inv = 0;
                     if (domain == Domain::Integer) {
@@ -264,10 +265,10 @@ TEST(Fft2d, ResultsDoNotDependOnTheThreadCount) {
 
 // Images whose last byte touches a protected page, and a caller buffer of
 // exactly GetBufSize bytes against one, for sizes on both sides of the
-// thread thresholds.
+// thread thresholds and one large enough to run on the threads.
 TEST(Fft2d, StaysInsideImagesAndTheBuffer) {
     for (Domain domain : {Domain::Real, Domain::Complex, Domain::Integer})
-        for (const Size2& s : {Size2{5, 3}, Size2{150, 142}, Size2{241, 250}}) {
+        for (const Size2& s : {Size2{5, 3}, Size2{150, 142}, Size2{241, 250}, Size2{1050, 500}}) {
             rokt::WithThreads threads(3);
             Spec spec(Kind::Dft, domain, s.w, s.h, rokFftDivSqrt);
             for (Guard guard : {Guard::After, Guard::Before}) {
