@@ -58,12 +58,15 @@ RokStatus call_part(void* ctx, int begin, int end, int slot) {
 // than asked may run (never more than the processors); results must not
 // depend on how the range is divided. Every part runs in the caller's
 // floating-point controls (rounding, flush-to-zero, denormals-are-zero).
-// `chunksPerThread` sets how finely the range is divided (see pool::run).
+// `chunksPerThread` sets how finely the range is divided; `soloFirst` false
+// skips the calling thread's first few microseconds alone, for work known
+// to be large (see pool::run).
 template <class Fn>
-RokStatus parallel_for(int count, int threads, Fn&& part, int chunksPerThread = pool::kChunksPerThread) {
+RokStatus parallel_for(int count, int threads, Fn&& part, int chunksPerThread = pool::kChunksPerThread,
+                       bool soloFirst = true) {
     using F = std::remove_reference_t<Fn>;
     return pool::run(count, threads, &detail::call_part<F>, const_cast<void*>(static_cast<const void*>(&part)),
-                     chunksPerThread);
+                     chunksPerThread, soloFirst);
 }
 
 // Shares the rows among ownGetNumThreads() threads, asked afresh by every

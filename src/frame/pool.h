@@ -23,8 +23,9 @@ int processors();
 int max_threads();
 
 // Whether calls count on only the processors that the machine's other
-// runnable threads leave free (on unless ROKIP_DYNAMIC is 0, false or no);
-// returns the previous setting.
+// runnable threads leave free, and first work alone for a few microseconds
+// (on unless ROKIP_DYNAMIC is 0, false or no: the tests turn it off, so
+// that small calls split too); returns the previous setting.
 bool set_dynamic(bool on);
 
 // How the readings of the machine's other runnable threads combine: calls
@@ -65,10 +66,15 @@ bool dynamic_available();
 // calling thread and up to threads - 1 workers; returns the first non-zero
 // chunk status in range order. With one thread, a range of one, a call made
 // from inside a part, or while another call owns the pool, the whole range
-// runs as one part on the calling thread. A call makes up to
-// `chunksPerThread` chunks a thread (at most kMaxChunks): more, smaller
-// chunks for work whose items differ in cost, or that a late worker should
-// hold up less.
-RokStatus run(int count, int threads, Part part, void* ctx, int chunksPerThread = kChunksPerThread);
+// runs as one part on the calling thread. With `soloFirst` (and the load
+// count on, see set_dynamic) the calling thread first runs the range alone,
+// in parts of 1, 2, 4, ... items, until it is done or a few microseconds
+// have passed, and shares only the rest: for work that may be too small to
+// gain from a second processor. A call makes up to `chunksPerThread` chunks
+// a thread of what it shares (at most kMaxChunks): more, smaller chunks for
+// work whose items differ in cost, or that a late worker should hold up
+// less.
+RokStatus run(int count, int threads, Part part, void* ctx, int chunksPerThread = kChunksPerThread,
+              bool soloFirst = true);
 
 }  // namespace rok::pool

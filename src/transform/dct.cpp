@@ -71,12 +71,17 @@ float* slice(Rok8u* buffer, int workBytes, int t) {
 
 std::int64_t buffer_bytes(const DctRecord* rec) { return (std::int64_t(rec->work_bytes) + 4) * rec->threads + 64; }
 
+// A call with threads is large (threads_for_passes): the workers start at
+// once.
 template <class Fn>
 void for_items(int count, int threads, Fn&& fn) {
-    parallel_for(count, std::min(threads, ownGetNumThreads()), [&](int begin, int end, int slot) {
-        for (int i = begin; i < end; ++i) fn(i, slot);
-        return rokStatusOk;
-    });
+    parallel_for(
+        count, std::min(threads, ownGetNumThreads()),
+        [&](int begin, int end, int slot) {
+            for (int i = begin; i < end; ++i) fn(i, slot);
+            return rokStatusOk;
+        },
+        pool::kChunksPerThread, false);
 }
 
 void blocks8x8(bool forward, const Rok32f* src, int ss, Rok32f* dst, int ds, int stride, int channels) {

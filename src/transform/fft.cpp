@@ -295,10 +295,11 @@ float* after(float* p, std::size_t bytes) { return p + round64(bytes) / sizeof(f
 // Shares [0, count) among up to `threads` threads (and no more than the
 // library's thread count now) as part(begin, end, slot); slot picks the
 // scratch slice. (Every thread computes in the caller's rounding mode: the
-// pool sees to that.)
+// pool sees to that.) A call with threads is large (call_threads), so the
+// workers start at once.
 template <class Fn>
 void share(int count, int threads, int chunksPerThread, Fn&& part) {
-    parallel_for(count, std::min(threads, ownGetNumThreads()), part, chunksPerThread);
+    parallel_for(count, std::min(threads, ownGetNumThreads()), part, chunksPerThread, false);
 }
 
 // Runs fn(item, slot) for every item. The pool hands the items out a few at

@@ -69,7 +69,9 @@ TEST(Threading, ParallelForCoversTheRangeOnceInAscendingPartsWithSlotsBelowTheTe
                         trace.leave();
                     },
                     run.chunksPerThread);
-                const int mostParts = std::min({height, threads * run.chunksPerThread, rok::pool::kMaxChunks});
+                // One more where the caller's first rows run alone (when the
+                // load count is on).
+                const int mostParts = std::min({height, threads * run.chunksPerThread, rok::pool::kMaxChunks}) + 1;
                 EXPECT_LE(parts.load(), mostParts) << threads << " threads, " << run.chunksPerThread << " a thread";
                 for (int y = 0; y < height; ++y) ASSERT_EQ(trace.visits[y], 1) << threads << " threads, row " << y;
                 for (int slot : trace.slots) EXPECT_TRUE(slot >= 0 && slot < threads) << slot;
@@ -283,6 +285,69 @@ TEST(Threading, LateWorkersSendTheNextCallsToTheCallingThread) {
 // a thread that shows in a few readings in a row does not count, nor does a
 // reading that misses a lasting load for a moment; a load counts once it
 // fills half of the settling time (and stops counting likewise).
+// With the load count on, a call first works alone for a few microseconds
+// and shares only what is left. A short call stays on the calling thread
+// even with the workers spinning for it; a long one still covers every row
+// once, in ascending parts, and reports the first warning in row order,
+// whether it falls in the rows done alone or in those shared.
+TEST(Threading, CallsWorkAloneFirstAndShareWhatIsLeft) {
+    if (rok::pool::max_threads() < 2) GTEST_SKIP() << "one processor";
+    using Clock = std::chrono::steady_clock;
+    auto spin = [](std::chrono::nanoseconds t) {
+        for (const auto until = Clock::now() + t; Clock::now() < until;) {
+        }
+    };
+    const bool before = rok::pool::set_dynamic(true);
+    int alone = 0;
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        // Workers that took part in a call just now spin for the next one.
+        rok::pool::set_dynamic(false);
+        rok::parallel_for(16, 2, [&](int, int, int) { spin(std::chrono::microseconds(20)); });
+        rok::pool::set_dynamic(true);
+        // 64 rows of 0.1 us in at most two chunks: alone, the caller starts
+        // on one row and carries on in a few larger parts.
+        std::mutex m;
+        std::vector<std::pair<int, int>> parts;
+        std::set<std::thread::id> threads;
+        rok::parallel_for(
+            64, 2,
+            [&](int begin, int end, int) {
+                spin(std::chrono::nanoseconds(100) * (end - begin));
+                std::lock_guard<std::mutex> lock(m);
+                parts.emplace_back(begin, end);
+                threads.insert(std::this_thread::get_id());
+            },
+            1);
+        ASSERT_FALSE(parts.empty());
+        std::sort(parts.begin(), parts.end());
+        EXPECT_EQ(parts.front(), std::make_pair(0, 1)) << "the first row alone";
+        alone += threads == std::set<std::thread::id>{std::this_thread::get_id()};
+    }
+    EXPECT_GE(alone, 15) << "calls of 6.4 us that stayed on the calling thread, of 20";
+    const struct {
+        int height, warnAt, laterWarnAt;
+    } cases[] = {{2, 1, 1}, {7, 5, 6}, {3000, 2, 2500}, {3000, 1500, 2500}, {3000, 2999, 2999}};
+    for (const auto& c : cases) {
+        std::vector<std::atomic<int>> visits(c.height);
+        std::atomic<int> lastEnd{0};
+        const RokStatus s = rok::parallel_for(c.height, 2, [&](int begin, int end, int) -> RokStatus {
+            RokStatus first = rokStatusOk;
+            for (int y = begin; y < end; ++y) {
+                visits[y]++;
+                spin(std::chrono::microseconds(2));
+                if (first == rokStatusOk && y == c.warnAt) first = rokStatusDivByZero;
+                if (first == rokStatusOk && y == c.laterWarnAt) first = rokStatusLnZeroArg;
+            }
+            lastEnd = std::max(lastEnd.load(), end);
+            return first;
+        });
+        EXPECT_EQ(s, rokStatusDivByZero) << c.height << " rows";
+        EXPECT_EQ(lastEnd.load(), c.height);
+        for (int y = 0; y < c.height; ++y) ASSERT_EQ(visits[y], 1) << c.height << " rows, row " << y;
+    }
+    rok::pool::set_dynamic(before);
+}
+
 TEST(Threading, LoadReadingsCountALoadOnceItLasts) {
     static_assert(rok::pool::kLoadSettleMs == 20, "the patterns below assume 20 ms");
     struct Case {
