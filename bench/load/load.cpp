@@ -3,8 +3,8 @@
 // busy processes beside it (k = 1 and k = processors); OpenCV's pool running
 // between calls in the same process; and 2 or 4 application threads calling
 // at once. It prints per condition the mean and the worst call at every
-// processor against the mean at one thread under the same condition, and the
-// most threads the process held. The two thread counts take turns, a
+// processor against the mean at one thread under the same condition, the
+// ratio of the medians, and the most threads the process held. The two thread counts take turns, a
 // quarter of the calls at a time, so that both see the same machine.
 //
 // Usage: rokload [calls per measurement, default 200] [case name filter]
@@ -163,7 +163,7 @@ int process_threads() {
 }
 
 struct Stats {
-    double mean_us = 0, worst_us = 0;
+    double mean_us = 0, worst_us = 0, median_us = 0;
 };
 
 Stats summarise(std::vector<double>& us) {
@@ -173,6 +173,9 @@ Stats summarise(std::vector<double>& us) {
         s.worst_us = std::max(s.worst_us, t);
     }
     s.mean_us /= double(us.size());
+    std::vector<double> sorted = us;
+    std::sort(sorted.begin(), sorted.end());
+    s.median_us = sorted[sorted.size() / 2];
     return s;
 }
 
@@ -269,10 +272,12 @@ int main(int argc, char** argv) {
                                          {"opencv pool", 0, 1, true},
                                          {"2 callers", 0, 2, false},
                                          {"4 callers", 0, 4, false}};
-    std::printf("%d processors, %d calls per figure; times in us; ratio = mean at %d threads / mean at 1 thread\n",
-                procs, calls, procs);
-    std::printf("%-20s %-10s %-12s %9s %9s %9s %9s %7s %7s %8s\n", "case", "size", "condition", "t1 mean",
-                "t1 worst", "tN mean", "tN worst", "ratio", "worst", "threads");
+    std::printf("%d processors, %d calls per figure; times in us; ratio = mean at %d threads / mean at 1 thread,\n"
+                "worst = worst call at %d threads / mean at 1 thread, median = the medians' ratio (a call or two\n"
+                "pushed off its processor by another process moves the means, not the medians)\n",
+                procs, calls, procs, procs);
+    std::printf("%-20s %-10s %-12s %9s %9s %9s %9s %7s %7s %7s %8s\n", "case", "size", "condition", "t1 mean",
+                "t1 worst", "tN mean", "tN worst", "ratio", "worst", "median", "threads");
     for (const CaseDef& c : cases()) {
         if (!filter.empty() && c.name.find(filter) == std::string::npos) continue;
         for (Size sz : sizes) {
@@ -303,9 +308,10 @@ int main(int argc, char** argv) {
                 Stats st[2] = {summarise(us[0]), summarise(us[1])};
                 char size[16];
                 std::snprintf(size, sizeof size, "%dx%d", sz.w, sz.h);
-                std::printf("%-20s %-10s %-12s %9.1f %9.1f %9.1f %9.1f %7.2f %7.2f %8d\n", c.name.c_str(), size,
+                std::printf("%-20s %-10s %-12s %9.1f %9.1f %9.1f %9.1f %7.2f %7.2f %7.2f %8d\n", c.name.c_str(), size,
                             cond.name.c_str(), st[0].mean_us, st[0].worst_us, st[1].mean_us, st[1].worst_us,
-                            st[1].mean_us / st[0].mean_us, st[1].worst_us / st[0].mean_us, maxThreads);
+                            st[1].mean_us / st[0].mean_us, st[1].worst_us / st[0].mean_us,
+                            st[1].median_us / st[0].median_us, maxThreads);
                 std::fflush(stdout);
             }
         }
