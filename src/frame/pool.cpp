@@ -444,12 +444,13 @@ RokStatus run(int count, int threads, Part part, void* ctx, int chunksPerThread,
         return status != rokStatusOk ? status : s;
     };
     if (soloFirst && pool.runnable().on()) {
-        // One row, then as many as the time left seems to allow at the pace
-        // so far (a part may cost more than its rows: a filter or a resize
-        // reads rows round it), but at most eight times the last batch, in
-        // case the first rows were cheap.
+        // A 64th of the range (one row of a small image), then as many as
+        // the time left seems to allow at the pace so far (a part may cost
+        // more than its rows: a filter or a resize reads rows round it), but
+        // at most eight times the last batch, in case the first rows were
+        // cheap.
         const auto start = Clock::now();
-        int batch = 1;
+        int batch = std::max(1, count / 64);
         for (;;) {
             const int end = count - first <= batch ? count : first + batch;
             const RokStatus s = part(ctx, first, end, 0);

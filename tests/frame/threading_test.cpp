@@ -305,7 +305,7 @@ TEST(Threading, CallsWorkAloneFirstAndShareWhatIsLeft) {
         rok::parallel_for(16, 2, [&](int, int, int) { spin(std::chrono::microseconds(20)); });
         rok::pool::set_dynamic(true);
         // 64 rows of 0.1 us in at most two chunks: alone, the caller starts
-        // on one row and carries on in a few larger parts.
+        // on one row (a 64th) and carries on in a few larger parts.
         std::mutex m;
         std::vector<std::pair<int, int>> parts;
         std::set<std::thread::id> threads;
