@@ -16,12 +16,12 @@
 //
 // A call first runs alone on the calling thread, in a few batches of rows,
 // until it is done or kSoloWork has passed, and only the rows left then go
-// to the workers. Handing rows to
+// to the workers, if they are worth twice kSoloWork more. Handing rows to
 // another processor costs a few microseconds (the ticket, the counts and
 // the rows' cache lines all travel between the processors), more than a
 // small call gains from it, so a call of less than kSoloWork never leaves
-// its thread; a larger one starts its workers at most about 2 x kSoloWork
-// late.
+// its thread; a large one starts its workers once its first batch, a 64th
+// of its rows, is done.
 //
 // Before a call hands out chunks, the pool also looks at how many threads
 // the whole machine has ready to run (the kernel's count of runnable
