@@ -94,9 +94,9 @@ RokStatus for_rows(bool threaded, int height, Fn&& fn) {
 // wrote (the row and column passes of a transform). Every such pass fetches
 // about half of its data from the caches of the other threads, a line at a
 // time down the columns, and where processors are far apart that costs more
-// than the second thread saves until the call is large: on the two-processor
-// machines of our CI, whose processors hand a cache line over in about 230
-// ns, a 512x512 real FFT took 1.1 times as long on two threads as on one
+// than the second thread saves until the call is large: on a two-processor
+// cloud machine whose processors hand a cache line over in about 230 ns, a
+// 512x512 real FFT took 1.1 times as long on two threads as on one
 // and a 256x256 one 1.3 to 1.5 times, while 2048x2048 took 0.65. `work`
 // counts the call's samples weighted by the family's cost per sample (one
 // for a real FFT); below kPassWorkFrom the call runs on one thread.

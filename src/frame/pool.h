@@ -68,12 +68,12 @@ bool dynamic_available();
 // from inside a part, or while another call owns the pool, the whole range
 // runs as one part on the calling thread. With `soloFirst` (and the load
 // count on, see set_dynamic) the calling thread first runs the range alone,
-// in parts of 1, 2, 4, ... items, until it is done or a few microseconds
-// have passed, and shares only the rest: for work that may be too small to
-// gain from a second processor. A call makes up to `chunksPerThread` chunks
-// a thread of what it shares (at most kMaxChunks): more, smaller chunks for
-// work whose items differ in cost, or that a late worker should hold up
-// less.
+// in a few parts (a 64th of it first), until it is done or a few
+// microseconds have passed, and shares only the rest if that is large too:
+// for work that may be too small to gain from a second processor. A call
+// makes up to `chunksPerThread` chunks a thread of what it shares (at most
+// kMaxChunks): more, smaller chunks for work whose items differ in cost, or
+// that a late worker should hold up less.
 RokStatus run(int count, int threads, Part part, void* ctx, int chunksPerThread = kChunksPerThread,
               bool soloFirst = true);
 
