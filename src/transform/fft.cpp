@@ -39,9 +39,11 @@ constexpr int kLanes = fk::kLanes;
 // decision depends on the width alone, so that the buffer can be sized for
 // it.
 constexpr int kMaxColumnBlocks = 8;
-int column_item_blocks(int columns) { return columns >= 8 * kMaxColumnBlocks * fk::kLanes - 1 ? 8 : 4; }
-// Complex columns of a one-channel image of width w.
-int complex_columns_of(bool complex, int w) { return complex ? w : (w - 1) / 2; }
+// The complex columns of a one-channel image of width w are w (complex
+// transforms) or (w - 1) / 2.
+int column_item_blocks(bool complex, int w) {
+    return (complex ? w : (w - 1) / 2) >= 8 * kMaxColumnBlocks * fk::kLanes - 1 ? 8 : 4;
+}
 
 // Chunks a pass is divided into per thread (items permitting).
 constexpr int kItemChunksPerThread = 64;
@@ -122,7 +124,7 @@ Record2d* build_float(fk::Arena& arena, std::int32_t id, int sizeX, int sizeY, i
     const fk::RealPlan* columnPlan = nullptr;
     std::size_t work;
     const std::size_t W = std::size_t(w), H = std::size_t(h);
-    const std::size_t blocks = std::size_t(column_item_blocks(complex_columns_of(is_complex(id), w)));
+    const std::size_t blocks = std::size_t(column_item_blocks(is_complex(id), w));
     if (is_complex(id)) {
         complexPlan[0] = fk::build_complex(arena, h, flag, inner, init);
         rows = inner;
@@ -352,11 +354,11 @@ template <class Offsets, class Extra>
 void column_blocks(bool forward, const fk::ComplexPlan* plan, int h, int columns, int itemBlocks, bool interleaved,
                    int first, Offsets offsets, const float* src, int ss, float* dst, int ds, const Slices& slices,
                    int extra, Extra&& extraItem) {
-    const int kItem = itemBlocks * kLanes, threads = slices.threads();
-    const int items = (columns + kItem - 1) / kItem;
+    const int itemColumns = itemBlocks * kLanes, threads = slices.threads();
+    const int items = (columns + itemColumns - 1) / itemColumns;
     // A short last item moves lane by lane, slower than the others: it runs
     // first, so that threads that finish early are not left waiting on it.
-    const bool shortFirst = interleaved && columns % kItem != 0 && items > 1;
+    const bool shortFirst = interleaved && columns % itemColumns != 0 && items > 1;
     const int lead = int(shortFirst) + extra;
     // The other items go out in bands, one a thread, taken in turn: items
     // that run at the same time lie far apart. Neighbouring items share a
@@ -379,7 +381,7 @@ void column_blocks(bool forward, const fk::ComplexPlan* plan, int h, int columns
         }
         float* g = slices.at(t);
         float* work = after(g, itemBlocks * h * kComplexPacket);
-        const int q0 = item * kItem, blocks = std::min(itemBlocks, (columns - q0 + kLanes - 1) / kLanes);
+        const int q0 = item * itemColumns, blocks = std::min(itemBlocks, (columns - q0 + kLanes - 1) / kLanes);
         // Blocks of eight columns that move as vectors.
         const int whole = interleaved ? std::min(itemBlocks, (columns - q0) / kLanes) : 0;
         int re[kMaxColumnBlocks][kLanes], im[kMaxColumnBlocks][kLanes];
@@ -432,7 +434,7 @@ void real_columns(bool forward, const Record2d* rec, const float* src, int ss, f
         kernels::fft::scatter_columns(g, kRealFloats, 0, dst, ds, h, lanes);
     };
     // Column q is pair u = q / nc + 1 of channel q % nc.
-    column_blocks(forward, rec->complex_plan[0], h, (w - 1) / 2 * nc, column_item_blocks(complex_columns_of(false, w)),
+    column_blocks(forward, rec->complex_plan[0], h, (w - 1) / 2 * nc, column_item_blocks(false, w),
                   stride == 1, 1,
                   [&](int q) {
                       const int u = q / nc + 1, c = q % nc;
@@ -460,7 +462,7 @@ void complex_rows(bool forward, const Record2d* rec, const float* src, int ss, f
 void complex_columns(bool forward, const Record2d* rec, const float* src, int ss, float* dst, int ds,
                      const Slices& slices) {
     column_blocks(forward, rec->complex_plan[0], rec->height, rec->width,
-                  column_item_blocks(complex_columns_of(true, rec->width)), true, 0,
+                  column_item_blocks(true, rec->width), true, 0,
                   [](int q) { return std::pair{2 * q, 2 * q + 1}; }, src, ss, dst, ds, slices, 0, [](int, int) {});
 }
 
