@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the benchmarks and prints the table of ratios to OpenCV and memcpy.
 # Extra arguments go to the benchmark program, e.g. --benchmark_filter=Add
-#   bash scripts/bench.sh --load [calls] [case]   threaded calls under load (bench/load)
+#   bash scripts/bench.sh --load [calls] [case] [thread counts]   threaded calls under load (bench/load)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # ccache (when installed) shares its cache between clones at any path.

@@ -7,7 +7,9 @@
 // ratio of the medians, and the most threads the process held. The two thread counts take turns, a
 // quarter of the calls at a time, so that both see the same machine.
 //
-// Usage: rokload [calls per measurement, default 200] [case name filter]
+// Usage: rokload [calls per measurement, default 200] [case name filter] [thread counts]
+// With a list of thread counts (say 1,2,4,8,16) it measures only the idle
+// machine, at each count in turns, and prints each mean against one thread's.
 #include <dirent.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -21,6 +23,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -252,6 +255,36 @@ void run_callers(std::vector<std::unique_ptr<Work>>& work, int calls, const std:
     for (auto& v : times) all.insert(all.end(), v.begin(), v.end());
 }
 
+// The idle machine at several thread counts: the counts take turns, an
+// eighth of the calls at a time, and each mean is set against the first's.
+void scale(const CaseDef& c, int w, int h, int calls, const std::vector<int>& counts) {
+    const std::size_t n = counts.size();
+    std::vector<std::vector<std::unique_ptr<Work>>> work(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        rokSetNumThreads(counts[i]);
+        work[i].push_back(c.make(w, h));
+        work[i][0]->call();  // warm
+    }
+    std::vector<std::vector<double>> us(n);
+    int maxThreads = 0;
+    for (int turn = 0; turn < 8; ++turn) {
+        for (std::size_t k = 0; k < n; ++k) {
+            // Forwards on even turns, backwards on odd ones.
+            const std::size_t i = turn % 2 ? n - 1 - k : k;
+            rokSetNumThreads(counts[i]);
+            run_callers(work[i], (calls + 7) / 8, {}, maxThreads, us[i]);
+        }
+    }
+    std::vector<Stats> st(n);
+    for (std::size_t i = 0; i < n; ++i) st[i] = summarise(us[i]);
+    std::printf("%-20s %5dx%-5d", c.name.c_str(), w, h);
+    for (std::size_t i = 0; i < n; ++i) std::printf(" %9.1f", st[i].mean_us);
+    std::printf("  |");
+    for (std::size_t i = 1; i < n; ++i) std::printf(" %6.2f", st[0].mean_us / st[i].mean_us);
+    std::printf("  | %d\n", maxThreads);
+    std::fflush(stdout);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -263,6 +296,24 @@ int main(int argc, char** argv) {
         int w, h;
     };
     const Size sizes[] = {{1920, 1080}, {3840, 2160}};
+    if (argc > 3) {
+        std::vector<int> counts;
+        for (const char* p = argv[3]; *p;) {
+            char* end = nullptr;
+            counts.push_back(std::max(1, int(std::strtol(p, &end, 10))));
+            p = *end ? end + 1 : end;
+        }
+        std::printf("%d processors, idle, %d calls per figure; mean us at each thread count, then the speed-up over\n"
+                    "the first count, then the most threads the process held\n%-32s",
+                    procs, calls, "case");
+        for (int t : counts) std::printf(" %8dT", t);
+        std::printf("\n");
+        for (const CaseDef& c : cases()) {
+            if (!filter.empty() && c.name.find(filter) == std::string::npos) continue;
+            for (Size sz : sizes) scale(c, sz.w, sz.h, calls, counts);
+        }
+        return 0;
+    }
     OpenCvBetween opencv;
     struct Condition {
         std::string name;
