@@ -7,8 +7,9 @@
 //
 // A thread that has taken a chunk can still be pushed off its processor by
 // another process (or by another runtime's spinning pool) before it finishes,
-// and then the call waits for it. When the calling thread waits much longer
-// for such a chunk than it worked on its own, the machine is oversubscribed:
+// and then the call waits for it. When the calling thread waits for such a
+// chunk long enough to lose much of what the threads saved (longer than its
+// own work times half the other threads), the machine is oversubscribed:
 // the next calls run on the calling thread alone for a while, a while that
 // doubles as long as probing calls keep finding the workers late and shrinks
 // again once they are on time. Results never depend on this (every part is
@@ -67,8 +68,8 @@ using Clock = std::chrono::steady_clock;
 // spinning thread takes processor time from whatever else the machine runs.
 constexpr auto kWorkerSpin = std::chrono::microseconds(50);
 constexpr auto kOwnerSpin = std::chrono::microseconds(20);
-// A wait for late chunks longer than this and than half the caller's
-// own work counts as late workers; the serial spell that follows starts at
+// A wait for late chunks longer than this, and long enough to cost the call
+// what half its threads saved it (see Pool::run), counts as late workers; the serial spell that follows starts at
 // the first and doubles up to the second.
 constexpr auto kLateWait = std::chrono::microseconds(200);
 // How long a call works alone before it shares what is left. On a
@@ -377,9 +378,18 @@ RokStatus Pool::run(int first, int count, int threads, int chunks, Part part, vo
             owner_sleeps_.store(0, std::memory_order_relaxed);
             finished = done_.load(std::memory_order_acquire);
         }
+        // The caller ran about one thread's share, so the call alone would
+        // have taken about `threads` times its own time, and threading lost
+        // only once the wait passes (threads - 1) times it. A wait of half
+        // that counts as late workers: on two threads half the caller's own
+        // time. With half the caller's time at any count, on an idle
+        // 16-processor machine a worker pushed off its processor for a moment
+        // by some system thread sent whole FFT passes to one thread: a
+        // 4096x4096 FFT at 16 threads took 14.7-21.9 ms on average against
+        // 11.6-13.2 at 8, and 5.9 with this rule (67 on one thread).
         const auto end = Clock::now();
         const auto waited = end - own_done;
-        late = waited > kLateWait && waited > (own_done - started) / 2;
+        late = waited > kLateWait && waited > (own_done - started) * (threads - 1) / 2;
         if (late) {
             spell_ = spell_.count() ? std::min<Clock::duration>(spell_ * 2, kLongestSpell) : kFirstSpell;
             serial_until_.store((end + spell_).time_since_epoch().count(), std::memory_order_relaxed);
