@@ -4,8 +4,8 @@
 // between calls in the same process; and 2 or 4 application threads calling
 // at once. It prints per condition the mean and the worst call at every
 // processor against the mean at one thread under the same condition, the
-// ratio of the medians, and the most threads the process held. The two thread counts take turns, a
-// quarter of the calls at a time, so that both see the same machine.
+// ratio of the medians, and the most threads the process held. The two thread counts take turns,
+// a few calls at a time, so that both see the same machine.
 //
 // Usage: rokload [calls per measurement, default 200] [case name filter] [thread counts]
 // With a list of thread counts (say 1,2,4,8,16) it measures only the idle
@@ -22,11 +22,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -37,6 +39,9 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// Calls a turn at one thread count before the other count's turn.
+constexpr int kTurnCalls = 10;
 
 // One threaded call on images the case owns; a case makes one per caller.
 struct Work {
@@ -217,43 +222,102 @@ struct OpenCvBetween {
     void operator()() { cv::GaussianBlur(src, dst, cv::Size(5, 5), 0); }
 };
 
-// Calls from as many application threads at once as there are works, one
-// work each; every call's time is added to `all`.
-void run_callers(std::vector<std::unique_ptr<Work>>& work, int calls, const std::function<void()>& between,
-                 int& maxThreads, std::vector<double>& all) {
-    const int callers = int(work.size());
-    std::vector<std::vector<double>> times(callers);
-    std::atomic<int> ready{0};
-    std::atomic<bool> go{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < callers; ++i) {
-        threads.emplace_back([&, i] {
-            times[i].reserve(calls);
-            ready++;
-            while (!go) std::this_thread::yield();
-            for (int k = 0; k < calls; ++k) {
-                if (between) between();
-                times[i].push_back(time_us(work[i]->call));
+// Application threads that call the library in turns, one work each. They
+// last for a whole measurement, so that a calling thread keeps its processor
+// from turn to turn, and sleep between turns; a watcher counts the process's
+// threads meanwhile.
+class Callers {
+public:
+    explicit Callers(int n) : times_(std::size_t(n)) {
+        for (int i = 0; i < n; ++i) threads_.emplace_back([this, i] { serve(i); });
+        watch_ = std::thread([this] {
+            std::unique_lock<std::mutex> lock(m_);
+            while (!quit_) {
+                lock.unlock();
+                // Every 10 ms: a look costs about 8 us of system calls, and
+                // the watcher must not take much of a processor from the
+                // calls it watches. The library's threads last, so they are
+                // not missed.
+                const int n = process_threads();
+                lock.lock();
+                maxThreads_ = std::max(maxThreads_, n);
+                looked_ = true;
+                done_.notify_all();
+                done_.wait_for(lock, std::chrono::milliseconds(10), [this] { return quit_; });
             }
         });
+        std::unique_lock<std::mutex> lock(m_);
+        done_.wait(lock, [this] { return looked_; });
     }
-    while (ready < callers) std::this_thread::yield();
-    go = true;
-    std::atomic<bool> done{false};
-    std::thread watch([&] {
-        while (!done) {
-            // Every 10 ms: a look costs about 8 us of system calls, and the
-            // watcher must not take much of a processor from the calls it
-            // watches. The library's threads last, so they are not missed.
-            maxThreads = std::max(maxThreads, process_threads());
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ~Callers() {
+        {
+            std::lock_guard<std::mutex> lock(m_);
+            quit_ = true;
         }
-    });
-    for (auto& t : threads) t.join();
-    done = true;
-    watch.join();
-    for (auto& v : times) all.insert(all.end(), v.begin(), v.end());
-}
+        start_.notify_all();
+        done_.notify_all();
+        for (auto& t : threads_) t.join();
+        watch_.join();
+    }
+    // Every caller makes one untimed call (the first call after a change of
+    // thread count wakes workers that slept through the other count's turn,
+    // which is not what is measured) and then `calls` timed ones, each after
+    // `between`; the times are added to `all`. This thread sleeps meanwhile:
+    // the library counts the machine's runnable threads, and the harness's
+    // own must not show among them.
+    void turn(std::vector<std::unique_ptr<Work>>& work, int calls, const std::function<void()>& between,
+              std::vector<double>& all) {
+        std::unique_lock<std::mutex> lock(m_);
+        work_ = &work;
+        calls_ = calls;
+        between_ = &between;
+        finished_ = 0;
+        ++generation_;
+        start_.notify_all();
+        done_.wait(lock, [this] { return finished_ == int(threads_.size()); });
+        for (auto& v : times_) {
+            all.insert(all.end(), v.begin(), v.end());
+            v.clear();
+        }
+    }
+    int max_threads() {
+        std::lock_guard<std::mutex> lock(m_);
+        return maxThreads_;
+    }
+
+private:
+    void serve(int i) {
+        int seen = 0;
+        std::unique_lock<std::mutex> lock(m_);
+        for (;;) {
+            start_.wait(lock, [&] { return quit_ || generation_ != seen; });
+            if (quit_) return;
+            seen = generation_;
+            Work& w = *(*work_)[std::size_t(i)];
+            const int calls = calls_;
+            const std::function<void()>& between = *between_;
+            lock.unlock();
+            if (between) between();
+            w.call();
+            for (int k = 0; k < calls; ++k) {
+                if (between) between();
+                times_[std::size_t(i)].push_back(time_us(w.call));
+            }
+            lock.lock();
+            if (++finished_ == int(threads_.size())) done_.notify_all();
+        }
+    }
+
+    std::mutex m_;
+    std::condition_variable start_, done_;
+    std::vector<std::vector<double>> times_;
+    std::vector<std::thread> threads_;
+    std::thread watch_;
+    std::vector<std::unique_ptr<Work>>* work_ = nullptr;
+    const std::function<void()>* between_ = nullptr;
+    int calls_ = 0, generation_ = 0, finished_ = 0, maxThreads_ = 0;
+    bool quit_ = false, looked_ = false;
+};
 
 // The idle machine at several thread counts: the counts take turns, an
 // eighth of the calls at a time, and each mean is set against the first's.
@@ -266,15 +330,16 @@ void scale(const CaseDef& c, int w, int h, int calls, const std::vector<int>& co
         work[i][0]->call();  // warm
     }
     std::vector<std::vector<double>> us(n);
-    int maxThreads = 0;
+    Callers callers(1);
     for (int turn = 0; turn < 8; ++turn) {
         for (std::size_t k = 0; k < n; ++k) {
             // Forwards on even turns, backwards on odd ones.
             const std::size_t i = turn % 2 ? n - 1 - k : k;
             rokSetNumThreads(counts[i]);
-            run_callers(work[i], (calls + 7) / 8, {}, maxThreads, us[i]);
+            callers.turn(work[i], (calls + 7) / 8, {}, us[i]);
         }
     }
+    const int maxThreads = callers.max_threads();
     std::vector<Stats> st(n);
     for (std::size_t i = 0; i < n; ++i) st[i] = summarise(us[i]);
     std::printf("%-20s %5dx%-5d", c.name.c_str(), w, h);
@@ -349,16 +414,19 @@ int main(int argc, char** argv) {
                     for (auto& wk : work[i]) wk->call();  // warm
                 }
                 // The calls at one thread and at every processor go in turns
-                // (1, N, N, 1, ...), a quarter of them a turn, so that a change
+                // (1, N, N, 1, ...) of about kTurnCalls calls, so that a change
                 // in the machine's other load while the case runs weighs on
                 // both means alike.
+                const int turns = std::max(8, (2 * calls / kTurnCalls + 3) / 4 * 4);
+                const int perTurn = (2 * calls + turns - 1) / turns;
                 std::vector<double> us[2];
-                int maxThreads = 0;
-                for (int turn = 0; turn < 8; ++turn) {
+                Callers callers(cond.callers);
+                for (int turn = 0; turn < turns; ++turn) {
                     const int i = (turn + turn / 2) % 2;
                     rokSetNumThreads(counts[i]);
-                    run_callers(work[i], (calls + 3) / 4, between, maxThreads, us[i]);
+                    callers.turn(work[i], perTurn, between, us[i]);
                 }
+                const int maxThreads = callers.max_threads();
                 Stats st[2] = {summarise(us[0]), summarise(us[1])};
                 char size[16];
                 std::snprintf(size, sizeof size, "%dx%d", sz.w, sz.h);
