@@ -69,8 +69,9 @@ using Clock = std::chrono::steady_clock;
 constexpr auto kWorkerSpin = std::chrono::microseconds(50);
 constexpr auto kOwnerSpin = std::chrono::microseconds(20);
 // A wait for late chunks longer than this, and long enough to cost the call
-// what half its threads saved it (see Pool::run), counts as late workers; the serial spell that follows starts at
-// the first and doubles up to the second.
+// half of what its threads saved it (see Pool::run), counts as late workers;
+// the serial spell that follows starts at the first and doubles up to the
+// second.
 constexpr auto kLateWait = std::chrono::microseconds(200);
 // How long a call works alone before it shares what is left. On a
 // two-processor machine whose processors pass a cache line in about 230 ns,
