@@ -86,6 +86,21 @@ void futex_wait(std::atomic<std::uint32_t>& word, std::uint32_t expected) {
     syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT_PRIVATE, expected, nullptr, nullptr, 0);
 }
 
+// Worker i waits on the shared wake word under bit i % 32, so that one
+// system call wakes just the workers a call asks for (past 32 workers a
+// bit stands for several, and a worker woken for nothing sleeps again).
+std::uint32_t wake_bit(int worker) { return 1u << (worker % 32); }
+
+void futex_wait_bit(std::atomic<std::uint32_t>& word, std::uint32_t expected, std::uint32_t bit) {
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAIT_BITSET_PRIVATE, expected, nullptr, nullptr,
+            bit);
+}
+
+void futex_wake_bits(std::atomic<std::uint32_t>& word, std::uint32_t bits) {
+    syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAKE_BITSET_PRIVATE, INT_MAX, nullptr, nullptr,
+            bits);
+}
+
 void futex_wake_all(std::atomic<std::uint32_t>& word) {
     syscall(SYS_futex, reinterpret_cast<std::uint32_t*>(&word), FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
 }
@@ -254,7 +269,10 @@ private:
 
     alignas(64) std::atomic<std::uint64_t> ticket_{0};
     alignas(64) std::atomic<std::uint32_t> wake_{0};
+    // The workers asleep or about to sleep, and which ones; a worker's flag
+    // is cleared by whichever of it and the owner wakes it first.
     std::atomic<std::uint32_t> sleepers_{0};
+    std::atomic<bool> asleep_[kMaxThreads]{};
     alignas(64) std::atomic<std::uint32_t> done_{0};
     std::atomic<std::uint32_t> owner_sleeps_{0};
 
@@ -316,10 +334,15 @@ void Pool::take_chunks(std::uint32_t generation, unsigned slot) {
 
 void Pool::worker(unsigned index, std::uint32_t seen) {
     t_inside_call = true;
+    // The end of the current spin. Calls this worker has no part in (a call
+    // of fewer threads) do not extend it: the worker sleeps on time and
+    // leaves its processor to other work.
+    Clock::time_point until{};
+    bool extend = true;
     for (;;) {
         Ticket t = Ticket::unpack(ticket_.load(std::memory_order_acquire));
         if (t.generation == seen) {
-            const auto until = Clock::now() + kWorkerSpin;
+            if (extend) until = Clock::now() + kWorkerSpin;
             do {
                 _mm_pause();
                 t = Ticket::unpack(ticket_.load(std::memory_order_acquire));
@@ -327,13 +350,20 @@ void Pool::worker(unsigned index, std::uint32_t seen) {
         }
         if (t.generation == seen) {
             const std::uint32_t w = wake_.load(std::memory_order_seq_cst);
+            // Counted first, flagged second, so that the count never falls
+            // below the flags set (the owner clears flags and counts down).
             sleepers_.fetch_add(1, std::memory_order_seq_cst);
-            if (Ticket::unpack(ticket_.load(std::memory_order_seq_cst)).generation == seen) futex_wait(wake_, w);
-            sleepers_.fetch_sub(1, std::memory_order_seq_cst);
+            asleep_[index].store(true, std::memory_order_seq_cst);
+            if (Ticket::unpack(ticket_.load(std::memory_order_seq_cst)).generation == seen)
+                futex_wait_bit(wake_, w, wake_bit(int(index)));
+            if (asleep_[index].exchange(false, std::memory_order_seq_cst))
+                sleepers_.fetch_sub(1, std::memory_order_seq_cst);
+            extend = true;
             continue;
         }
         seen = t.generation;
-        if (index < t.threads) take_chunks(seen, index);
+        extend = index < t.threads;
+        if (extend) take_chunks(seen, index);
     }
 }
 
@@ -352,9 +382,21 @@ RokStatus Pool::run(int first, int count, int threads, int chunks, Part part, vo
     t.next = 0;
     t.chunks = std::uint32_t(chunks);
     ticket_.store(t.pack(), std::memory_order_seq_cst);
+    // Only the workers that may take part are woken: the others would spin
+    // for nothing, on processors that the load count or the caller's thread
+    // count left to other work. A woken worker is runnable, and ours, from
+    // now on, though it may take a while to run.
     if (sleepers_.load(std::memory_order_seq_cst) > 0) {
-        wake_.fetch_add(1, std::memory_order_seq_cst);
-        futex_wake_all(wake_);
+        std::uint32_t bits = 0;
+        for (int i = 1; i < threads; ++i)
+            if (asleep_[i].exchange(false, std::memory_order_seq_cst)) {
+                sleepers_.fetch_sub(1, std::memory_order_seq_cst);
+                bits |= wake_bit(i);
+            }
+        if (bits) {
+            wake_.fetch_add(1, std::memory_order_seq_cst);
+            futex_wake_bits(wake_, bits);
+        }
     }
 
     const auto started = Clock::now();
