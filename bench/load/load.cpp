@@ -319,16 +319,22 @@ private:
     bool quit_ = false, looked_ = false;
 };
 
+// One work per caller, made and called once while `threads` is in force
+// (buffers and records are sized for the thread count).
+std::vector<std::unique_ptr<Work>> make_works(const CaseDef& c, int w, int h, int threads, int callers) {
+    rokSetNumThreads(threads);
+    std::vector<std::unique_ptr<Work>> works;
+    for (int k = 0; k < callers; ++k) works.push_back(c.make(w, h));
+    for (auto& wk : works) wk->call();  // warm
+    return works;
+}
+
 // The idle machine at several thread counts: the counts take turns, an
 // eighth of the calls at a time, and each mean is set against the first's.
 void scale(const CaseDef& c, int w, int h, int calls, const std::vector<int>& counts) {
     const std::size_t n = counts.size();
     std::vector<std::vector<std::unique_ptr<Work>>> work(n);
-    for (std::size_t i = 0; i < n; ++i) {
-        rokSetNumThreads(counts[i]);
-        work[i].push_back(c.make(w, h));
-        work[i][0]->call();  // warm
-    }
+    for (std::size_t i = 0; i < n; ++i) work[i] = make_works(c, w, h, counts[i], 1);
     std::vector<std::vector<double>> us(n);
     Callers callers(1);
     for (int turn = 0; turn < 8; ++turn) {
@@ -405,14 +411,9 @@ int main(int argc, char** argv) {
                 std::function<void()> between;
                 if (cond.opencv) between = [&] { opencv(); };
                 const int counts[2] = {1, procs};
-                // Each thread count has works of its own, made while it is in
-                // force (buffers and records are sized for it).
+                // Each thread count has works of its own.
                 std::vector<std::unique_ptr<Work>> work[2];
-                for (int i = 0; i < 2; ++i) {
-                    rokSetNumThreads(counts[i]);
-                    for (int k = 0; k < cond.callers; ++k) work[i].push_back(c.make(sz.w, sz.h));
-                    for (auto& wk : work[i]) wk->call();  // warm
-                }
+                for (int i = 0; i < 2; ++i) work[i] = make_works(c, sz.w, sz.h, counts[i], cond.callers);
                 // The calls at one thread and at every processor go in turns
                 // (1, N, N, 1, ...) of about kTurnCalls calls, so that a change
                 // in the machine's other load while the case runs weighs on
